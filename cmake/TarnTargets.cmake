@@ -1,0 +1,85 @@
+# tarn_folder(NAME SOURCES... LINKS...)   one folder: an object library with exact links
+# tarn_shared(NAME FOLDERS... LINKS...)   one shared library out of folders
+# tarn_test(NAME SOURCES... LINKS...)     one test program out of <folder>/*_test.cpp
+# tarn_bench(NAME SOURCES... LINKS...)    one benchmark program
+# tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz)
+
+function(tarn_folder name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+    add_library(${name} OBJECT ${arg_SOURCES})
+    target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
+    target_link_libraries(${name} PUBLIC ${arg_LINKS})
+endfunction()
+
+function(tarn_shared name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "FOLDERS;LINKS")
+    add_library(${name} SHARED)
+    set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION}
+                                             SOVERSION ${PROJECT_VERSION_MAJOR})
+    target_link_libraries(${name} PRIVATE ${arg_FOLDERS} PUBLIC ${arg_LINKS})
+    # The raw -Wl keeps an unresolved symbol from surviving until load time.
+    if(NOT TARN_SANITIZE)
+        target_link_options(${name} PRIVATE "LINKER:--no-undefined")
+    endif()
+    target_include_directories(${name} INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform>"
+                               "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<INSTALL_INTERFACE:include>")
+endfunction()
+
+function(tarn_test name)
+    if(NOT TARN_TESTS)
+        return()
+    endif()
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS;LABELS")
+    find_package(GTest REQUIRED)
+    add_executable(${name} ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
+    target_link_libraries(${name} PRIVATE ${arg_LINKS} GTest::gmock GTest::gtest GTest::gtest_main)
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 1200)
+endfunction()
+
+function(tarn_bench name)
+    if(NOT TARN_BENCH)
+        return()
+    endif()
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+    find_package(benchmark REQUIRED)
+    add_executable(${name} ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
+    target_link_libraries(${name} PRIVATE ${arg_LINKS} benchmark::benchmark benchmark::benchmark_main)
+endfunction()
+
+function(tarn_fuzz name)
+    if(NOT TARN_FUZZ)
+        return()
+    endif()
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
+    add_executable(${name} ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
+    target_link_libraries(${name} PRIVATE ${arg_LINKS})
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
+# tarn_room(TARGET DIR LINKS...)  the object library of a folder's sources, all but tests and benches
+function(tarn_room target dir)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "LINKS")
+    file(GLOB sources CONFIGURE_DEPENDS "${dir}/*.cpp")
+    list(FILTER sources EXCLUDE REGEX "_(test|bench|fuzz)\\.cpp$")
+    if(sources)
+        tarn_folder(${target} SOURCES ${sources} LINKS ${arg_LINKS})
+    endif()
+endfunction()
+
+# tarn_room_checks(TARGET DIR LINKS...)  TARGET_test and TARGET_bench out of a folder's *_test.cpp and
+# *_bench.cpp. They link the folders' objects, not the shared library, and so reach what it hides.
+function(tarn_room_checks target dir)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "LINKS")
+    file(GLOB tests CONFIGURE_DEPENDS "${dir}/*_test.cpp")
+    file(GLOB benches CONFIGURE_DEPENDS "${dir}/*_bench.cpp")
+    if(tests)
+        tarn_test(${target}_test SOURCES ${tests} LINKS ${arg_LINKS})
+    endif()
+    if(benches)
+        tarn_bench(${target}_bench SOURCES ${benches} LINKS ${arg_LINKS})
+    endif()
+endfunction()

@@ -1,0 +1,34 @@
+"""Counts the tests of one ctest run: passed and failed, from GoogleTest's XML results.
+
+A test program that left no result (it crashed or hung) counts as one failure.
+Usage: count_tests.py RESULTS_DIR BUILD_DIR
+"""
+import json
+import pathlib
+import subprocess
+import sys
+import xml.etree.ElementTree as ElementTree
+
+
+def main() -> None:
+    results, build = pathlib.Path(sys.argv[1]), sys.argv[2]
+    listing = subprocess.run(
+        ["ctest", "--test-dir", build, "--show-only=json-v1"], capture_output=True, check=True)
+    programs = {test["name"] for test in json.loads(listing.stdout)["tests"]}
+    passed = failed = 0
+    seen = set()
+    for path in results.glob("*.xml"):
+        try:
+            suite = ElementTree.parse(path).getroot()
+        except ElementTree.ParseError:
+            continue
+        seen.add(path.stem)
+        bad = int(suite.get("failures", 0)) + int(suite.get("errors", 0))
+        skipped = sum(1 for case in suite.iter("testcase") if case.find("skipped") is not None)
+        failed += bad
+        passed += int(suite.get("tests", 0)) - bad - int(suite.get("disabled", 0)) - skipped
+    failed += len(programs - seen)
+    print(passed, failed)
+
+
+main()
