@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+
+#include "tarn/clocks/tnSystemClock.h"
+
+// The platform's display link, as display/displayLink.h makes it.
+struct __CVDisplayLink;
+struct tnDisplayCallback;
+
+/// Ticks with the refresh of the main display.
+///
+/// Media time is the display's own, or that of a linked clock; `tick_count` is the number of the
+/// refresh since the display's epoch. Ticking is the display link's state: IsTicking, ChangeRate
+/// and PauseMediaTime are those of a system clock that never starts here, and have no effect.
+/// Ticks are produced queued, on the display link's thread. The owner stops before destruction.
+class TARN_API tnCoreVideoClock : public tnSystemClock {
+public:
+    tnCoreVideoClock();
+
+    /// Gives the link back; does not stop it first.
+    ~tnCoreVideoClock() override;
+
+    /// The latest tick; 0 always. No lock is taken: read in the middle of an update, the record's
+    /// fields may belong to two ticks.
+    int GetTime(tn_time_rec& time) const override;
+
+    /// Starts the display link. Time comes from the display and the thread is its own, so all
+    /// three arguments are ignored.
+    void StartTicking(long long startMediaTime, const char* name, char priority) override;
+    void StopTicking() override;
+
+    /// No effect: the display's time is not ours to move.
+    void RewindMediaTime(long long mediaTime) override;
+
+    /// Refreshes per second, as the display said at construction.
+    double GetRate() const override;
+
+    /// Takes media time from `clock`, of which it keeps a reference, instead of the display; a
+    /// clock linked before is let go. Link before starting.
+    ///
+    /// While `clock` does not move, the refresh is not produced as a tick.
+    void LinkMediaTimeFromClock(tnClock& clock);
+
+    /// One refresh, as the display link reports it: period and time in units of a second divided by
+    /// `timeScale`. `refreshPeriod` and `timeScale` above 0. Public for hosts with a display source
+    /// of their own.
+    void RenderDisplay(long long refreshPeriod, int timeScale, long long videoTime,
+                       unsigned long long hostTime);
+
+private:
+    friend struct tnDisplayCallback;
+
+    bool fill_time(long long refreshPeriod, int timeScale, long long videoTime);
+
+    // fixed; null when the display gives no link
+    __CVDisplayLink* fDisplayLink = nullptr;
+
+    // display link's thread
+    long long fLastVideoTime = 0;
+
+    // written by the display link's thread, read by any: see load() and store()
+    tn_time_rec fTime{};
+
+    // before start only
+    std::shared_ptr<tnClock> fMediaTimeClock;
+
+    // fixed
+    double fRate = 0;
+};
