@@ -1,0 +1,47 @@
+#pragma once
+
+#include "tarn/export.h"
+#include "tarn/foundation/tnMediaRecord.h"
+
+/// Changes PCM from one format to another: sample size, sample rate, channel count.
+///
+/// Ask NeedsConversion first, and only then Factory for a converter; Init it once with the two
+/// formats and pass each block through Convert. One thread at a time; no lock. Formats are valid by
+/// contract: sample size, channels and rates above 0.
+class TARN_API tnAudioConverter {
+public:
+    tnAudioConverter() = default;
+    tnAudioConverter(const tnAudioConverter&) = delete;
+    tnAudioConverter& operator=(const tnAudioConverter&) = delete;
+    virtual ~tnAudioConverter();
+
+    /// A converter of the kind that is really used, over the media library. The caller deletes it.
+    static tnAudioConverter* Factory();
+
+    /// Whether sample size, channels or sample rate differ; nothing else counts.
+    static bool NeedsConversion(const tnMediaRecord& a, const tnMediaRecord& b);
+
+    /// 0; or -1 for a pair of formats that the converter cannot do. Once per converter.
+    virtual int Init(const tnMediaRecord& input, const tnMediaRecord& output);
+
+    /// No converter asks for more input than the block that it is given.
+    virtual unsigned int PreferredExtraInputBytes() const;
+    virtual double PreferredExtraInputFrames() const;
+
+    virtual void Reset();
+
+    /// Converts the `inBytes` at `in` to `out`, which takes `outCapacity` bytes: 0 or -1.
+    /// `mixBytes` is the length that a converter sees that changes only the channels. `outFrames`
+    /// and `outBytes`, what was made, may be null.
+    ///
+    /// This one changes the rate of 16-bit audio by taking the nearest earlier frame, and takes all
+    /// that is not mono for stereo: -1 for other sample sizes, with `out` left alone. It fills
+    /// `outCapacity` and reads as much of `in` as that needs; it looks at neither `inBytes` nor
+    /// `mixBytes` and leaves `outFrames` alone.
+    virtual int Convert(void* in, void* out, unsigned int inBytes, unsigned int mixBytes,
+                        unsigned int outCapacity, unsigned int* outFrames, unsigned int* outBytes);
+
+protected:
+    tnMediaRecord fInputFormat;
+    tnMediaRecord fOutputFormat;
+};
