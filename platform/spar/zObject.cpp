@@ -1,0 +1,3 @@
+#include "spar/zObject.h"
+
+zObject::~zObject() = default;

@@ -1,0 +1,3 @@
+#include "spar/zRecordable.h"
+
+zRecordable::~zRecordable() = default;

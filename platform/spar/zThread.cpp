@@ -1,0 +1,115 @@
+#include "spar/zThread.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "spar/trace.h"
+#include "spar/zMutex.h"
+#include "spar/zThreadMain.h"
+
+namespace {
+
+constexpr char kBackground = 3;
+constexpr int kFirstRealTimeNumber = 5;
+constexpr int kPriorityStep = 10;
+constexpr unsigned long kBackgroundSlackNs = 50000;
+constexpr std::size_t kNameBytes = 16;  // the kernel's limit, with its terminator
+
+std::atomic<bool> gRefusalTraced{false};
+
+struct Start {
+    zThreadMain* main;
+    char schedulingClass;
+    char number;
+    char name[kNameBytes];
+};
+
+void ask_for_real_time(int number) {
+    sched_param parameters = {};
+    parameters.sched_priority = std::min(number - kFirstRealTimeNumber + 1, 5) * kPriorityStep;
+    const int error = pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
+    if (error != 0 && !gRefusalTraced.exchange(true))
+        zTrace(
+            "zThread: real-time scheduling refused ({}); threads run at ordinary priority. Raise "
+            "the "
+            "user's rtprio limit to allow it\n",
+            strerror(error));
+}
+
+void take_class(const Start& start) {
+    if (start.schedulingClass == kBackground) {
+        prctl(PR_SET_TIMERSLACK, kBackgroundSlackNs);
+        const int nice = std::clamp<int>(start.number, 1, 19);
+        setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), nice);
+        return;
+    }
+    prctl(PR_SET_TIMERSLACK, 1UL);
+    if (start.number >= kFirstRealTimeNumber) ask_for_real_time(start.number);
+}
+
+void* run(void* argument) noexcept {
+    std::unique_ptr<Start> start(static_cast<Start*>(argument));
+    pthread_setname_np(pthread_self(), start->name);
+    take_class(*start);
+    zThreadMain* main = start->main;
+    start.reset();
+    main->Main(0, nullptr);
+    return nullptr;
+}
+
+class Thread final : public zThread {
+public:
+    ~Thread() override {
+        if (!fJoined) pthread_detach(fThread);
+    }
+
+    void Join() override {
+        if (pthread_equal(pthread_self(), fThread)) return;
+        zMutexLock held(fLock);
+        if (fJoined) return;
+        pthread_join(fThread, nullptr);
+        fJoined = true;
+    }
+
+    int Begin(Start* start) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        // A real-time thread does not pass its policy on to the threads that it starts.
+        pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
+        const int error = pthread_create(&fThread, &attributes, run, start);
+        pthread_attr_destroy(&attributes);
+        fJoined = error != 0;
+        return error;
+    }
+
+private:
+    // fixed after Begin
+    pthread_t fThread = {};
+
+    zMutex fLock;  // held across the join, so that a second waiter waits for the first
+    bool fJoined = true;
+};
+
+}  // namespace
+
+zThread::~zThread() = default;
+
+zThread* zThread::Factory(const char* name, zThreadMain* main, char schedulingClass, char number) {
+    auto start = std::make_unique<Start>(Start{main, schedulingClass, number, {}});
+    if (name != nullptr) strncpy(start->name, name, kNameBytes - 1);
+    auto thread = std::make_unique<Thread>();
+    const int error = thread->Begin(start.get());
+    if (error != 0) {
+        zTrace("zThread: '{}' could not be started: {}\n", name ? name : "", strerror(error));
+        return nullptr;
+    }
+    start.release();
+    return thread.release();
+}

@@ -1,0 +1,5 @@
+#include "spar/zThreadMain.h"
+
+zThreadMain::zThreadMain() = default;
+
+zThreadMain::~zThreadMain() = default;
