@@ -12,7 +12,8 @@ class jigManager;
 ///     jigIterator walk(manager, "tnXIMovieFile");
 ///     for (walk.Init(); !walk.Done(); walk.Next()) ...
 ///
-/// Belongs to one thread. Add-ons that are loaded during the walk are met at its end.
+/// Belongs to one thread. Add-ons that are loaded during the walk are met too, unless its end has
+/// been reached.
 class SPAR_API jigIterator {
 public:
     jigIterator(jigManager& manager, const char* interfaceName);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,8 @@ public:
 private:
     friend class jigIterator;
 
+    static constexpr std::size_t kEnd = static_cast<std::size_t>(-1);
+
     struct Entry {
         std::string fInterface;
         xIUnknown* fObject;
@@ -46,7 +49,7 @@ private:
 
     int add_from(const jigAddon& addon, const std::string& source);
     bool is_listed(const jigAddon& addon) const SPAR_EXCLUDES(fLock);
-    /// The first entry from `index` on with that interface, or the number of entries.
+    /// The first entry from `index` on with that interface, or kEnd.
     std::size_t find_from(std::size_t index, const std::string& interfaceName) const
         SPAR_EXCLUDES(fLock);
     int get_interface(std::size_t index, void** out) const SPAR_EXCLUDES(fLock);

@@ -35,7 +35,8 @@ private:
     enum class State { kDown, kStarting, kUp };
 
     static zBoot* find(int id);
-    static int start_module(zBoot& module);
+    static zBoot* first_down();
+    static void start_module(zBoot& module);
 
     void (*const fStart)();
     void (*const fStop)();
