@@ -28,8 +28,9 @@ ALLOWED = {
     "tools": ["tools/", "tarn/", "platform/spar", "platform/orb"],
     "examples": ["examples/", "tarn/", "platform/spar", "platform/orb"],
 }
-# movies and filters meet only here.
+# Rooms that meet only here.
 MEETING = {
+    ("platform/orb", "platform/orb/container"): {"MovieFile.h"},
     ("tarn/movies", "tarn/filters"): {"tnFilter.h", "tnVideoCompressor.h", "tnAudioCompressor.h",
                                       "tnFilterManager.h", "tnEncodedBuffer.h"},
     ("tarn/filters", "tarn/movies"): {"tnStreamBuffer.h", "tnStreamBufferGroup.h"},
