@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "spar/export.h"
@@ -41,7 +42,7 @@ public:
 
     /// Called before the variable `id` changes. `isNew`: it is about to come into being;
     /// `isRemoval`: it is about to go. Copy announces itself once, with id 0. Members that their
-    /// owner sets directly change without a call. The default does nothing.
+    /// owner sets directly change without a call. An override must not change this record.
     virtual void variable_changing(unsigned long long id, bool isNew, bool isRemoval);
 
     /// As Copy(source, true, true, {}).
@@ -160,23 +161,25 @@ public:
 private:
     struct Layout;  // where the registered members of a class stand
 
-    /// The variable to write to, announced and created as needed.
+    zVariable* find_place(unsigned long long id) const;
+    zVariable* find_either(unsigned long long id) const;
+    zVariable* find_member(unsigned long long id, unsigned char tag) const;
+    const zVariable* find_set(unsigned long long id) const;
+    const zVariable* find_set(const char* key) const;
     zVariable& changing(unsigned long long id);
-    zVariable& changing(const char* key);
-
-    const zVariable* find_place(unsigned long long id) const;
-    const zVariable* find_any(unsigned long long id) const;
     zVariable& append(unsigned long long id);
     zVariable& member(unsigned int index) const;
+    void set_text(unsigned long long id, std::string_view value);
+    void place_copy(const zVariable& source);
     void reserve(unsigned int capacity);
     void clear_variables();
-    void delete_children();
     void copy_variables(const zRecord& source);
     void copy_block(const zRecord& source);
     void describe(std::string& text, int indent) const;
 
     // One block: a byte of each id's hash, padded to whole vectors, then the variables. Finding an
-    // id compares sixteen hashes at a time.
+    // id compares sixteen of these bytes at a time. Every variable of the block is set; members
+    // may be unset.
     zVariable* fVariables = nullptr;
     unsigned int fCount = 0;
     unsigned int fCapacity = 0;

@@ -19,8 +19,8 @@ public:
     static zStringID& Default();
 
     /// Enters one pair. 0, also for a pair that stands already; -22 for a null key; -1, with
-    /// nothing changed, if the id or the key belongs to another pair. The last argument is
-    /// reserved.
+    /// nothing changed, for the id 0 or if the id or the key belongs to another pair. The last
+    /// argument is reserved.
     int Add(unsigned long long id, const char* key, bool reserved);
 
     /// The id of the key, 0 if it has none.
@@ -50,8 +50,12 @@ private:
     unsigned long long find_other(unsigned long long id) const;
     Entry* find_entry(std::string_view key, std::size_t hash) const;
     Entry* find_entry(unsigned long long id) const;
-    Entry* make_entry(std::string_view key, std::size_t hash) SPAR_REQUIRES(fLock);
-    static void insert(std::atomic<Table*>& table, Entry* entry, std::size_t hash, bool byID);
+    void make_entry(std::string_view key, std::size_t hash, unsigned long long id)
+        SPAR_REQUIRES(fLock);
+    // `id` is 0 in the table by key.
+    static void insert(std::atomic<Table*>& table, Entry* entry, std::size_t hash,
+                       unsigned long long id);
+    static void place(Table& table, Entry* entry, std::size_t hash, unsigned long long id);
 
     // any thread
     std::atomic<Table*> fByKey{nullptr};

@@ -120,6 +120,15 @@ private:
         return fValue;
     }
 
+    /// Takes the value out of `source`, which ends unset. Both ids and flags stay.
+    void take(zVariable& source) {
+        replace(source.Kind()) = source.fValue;
+        fLength = source.fLength;
+        source.fKind &= kPlaceFlag;
+    }
+    /// Replaces a text pointer that came with another variable's bytes by a copy.
+    void own_text();
+
     unsigned long long fID;
     unsigned int fKind = ZV_UNSET;  // top bit: belongs to the place
     unsigned int fLength = 0;       // of a string, in bytes

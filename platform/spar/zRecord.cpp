@@ -1,0 +1,588 @@
+#include "spar/zRecord.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "spar/zMutex.h"
+#include "spar/zStringID.h"
+
+namespace {
+
+constexpr unsigned int kVector = 16;  // hash bytes compared at a time
+constexpr unsigned int kFirstCapacity = 4;
+
+unsigned int padded(unsigned int count) {
+    return (count + kVector - 1) / kVector * kVector;
+}
+
+unsigned char tag_of(unsigned long long id) {
+    return static_cast<unsigned char>((id * 0x9e3779b97f4a7c15ull) >> 56);
+}
+
+/// A bit for each of the sixteen bytes that equals `tag`.
+unsigned int matches(const unsigned char* tags, unsigned char tag) {
+#if defined(__SSE2__)
+    const __m128i held = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tags));
+    const __m128i wanted = _mm_set1_epi8(static_cast<char>(tag));
+    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(held, wanted)));
+#else
+    unsigned int mask = 0;
+    for (unsigned int i = 0; i < kVector; ++i) mask |= (tags[i] == tag ? 1u : 0u) << i;
+    return mask;
+#endif
+}
+
+/// The hash bytes stand right before the variables of their block.
+unsigned char* tags_of(zVariable* variables, unsigned int capacity) {
+    return reinterpret_cast<unsigned char*>(variables) - padded(capacity);
+}
+
+zVariable* allocate_block(unsigned int capacity) {
+    const std::size_t tagBytes = padded(capacity);
+    auto* block = static_cast<unsigned char*>(
+        ::operator new (tagBytes + std::size_t{capacity} * sizeof(zVariable)));
+    std::memset(block, 0, tagBytes);
+    return reinterpret_cast<zVariable*>(block + tagBytes);
+}
+
+void free_block(zVariable* variables, unsigned int capacity) {
+    if (variables != nullptr) ::operator delete(tags_of(variables, capacity));
+}
+
+/// Moves variables to raw memory by their bytes, which is all that a variable consists of: what it
+/// owns hangs on a pointer, and nothing points back.
+void relocate(zVariable* target, const zVariable* source, std::size_t count) {
+    if (count != 0) {
+        std::memmove(static_cast<void*>(target), static_cast<const void*>(source),
+                     count * sizeof(zVariable));
+    }
+}
+
+}  // namespace
+
+/// Where the registered members of a class stand, counted from the start of the record. All objects
+/// of the class share one: it is made at the first registration and lives as long as the process.
+struct zRecord::Layout {
+    unsigned int classID;
+    unsigned int count;
+    std::vector<std::ptrdiff_t> offsets;
+    std::vector<unsigned long long> ids;
+    std::vector<unsigned char> tags;  // padded to whole vectors
+    const Layout* next;
+
+    static inline std::atomic<const Layout*> gFirst{nullptr};  // pushed to under gLock
+    static inline zMutex gLock;
+
+    bool Fits(unsigned int wantedClass, const zRecord* record, zVariable* const* variables,
+              unsigned int wantedCount) const;
+    static const Layout* Get(unsigned int classID, const zRecord* record,
+                             zVariable* const* variables, unsigned int count);
+    static const Layout* FindFrom(const Layout* first, unsigned int classID, const zRecord* record,
+                                  zVariable* const* variables, unsigned int count);
+};
+
+static std::ptrdiff_t offset_in(const zRecord* record, const zVariable* variable) {
+    return reinterpret_cast<const char*>(variable) - reinterpret_cast<const char*>(record);
+}
+
+bool zRecord::Layout::Fits(unsigned int wantedClass, const zRecord* record,
+                           zVariable* const* variables, unsigned int wantedCount) const {
+    if (classID != wantedClass || count != wantedCount) return false;
+    for (unsigned int i = 0; i < count; ++i) {
+        if (offsets[i] != offset_in(record, variables[i]) || ids[i] != variables[i]->ID()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+const zRecord::Layout* zRecord::Layout::FindFrom(const Layout* first, unsigned int classID,
+                                                 const zRecord* record, zVariable* const* variables,
+                                                 unsigned int count) {
+    while (first != nullptr && !first->Fits(classID, record, variables, count)) first = first->next;
+    return first;
+}
+
+const zRecord::Layout* zRecord::Layout::Get(unsigned int classID, const zRecord* record,
+                                            zVariable* const* variables, unsigned int count) {
+    const Layout* first = gFirst.load(std::memory_order_acquire);
+    const Layout* known = FindFrom(first, classID, record, variables, count);
+    if (known != nullptr) return known;
+
+    zMutexLock lock(gLock);
+    first = gFirst.load(std::memory_order_relaxed);
+    known = FindFrom(first, classID, record, variables, count);
+    if (known != nullptr) return known;  // another thread made it meanwhile
+    auto made = std::make_unique<Layout>(Layout{classID, count, {}, {}, {}, first});
+    made->tags.resize(padded(count));
+    for (unsigned int i = 0; i < count; ++i) {
+        made->offsets.push_back(offset_in(record, variables[i]));
+        made->ids.push_back(variables[i]->ID());
+        made->tags[i] = tag_of(variables[i]->ID());
+    }
+    gFirst.store(made.get(), std::memory_order_release);
+    return made.release();
+}
+
+// Finding. Hot: inlined into every getter.
+
+inline zVariable& zRecord::member(unsigned int index) const {
+    char* record = reinterpret_cast<char*>(const_cast<zRecord*>(this));
+    return *reinterpret_cast<zVariable*>(record + fLayout->offsets[index]);
+}
+
+inline zVariable* zRecord::find_member(unsigned long long id, unsigned char tag) const {
+    for (unsigned int from = 0; from < fLayout->count; from += kVector) {
+        unsigned int mask = matches(fLayout->tags.data() + from, tag);
+        for (; mask != 0; mask &= mask - 1) {
+            const unsigned int index = from + static_cast<unsigned int>(__builtin_ctz(mask));
+            if (index < fLayout->count && fLayout->ids[index] == id) return &member(index);
+        }
+    }
+    return nullptr;
+}
+
+/// The variable of exactly that id, set or, if it is a member, unset.
+inline zVariable* zRecord::find_place(unsigned long long id) const {
+    const unsigned char tag = tag_of(id);
+    if (fLayout != nullptr) {
+        zVariable* found = find_member(id, tag);
+        if (found != nullptr) return found;
+    }
+    const unsigned char* tags = tags_of(fVariables, fCapacity);
+    for (unsigned int from = 0; from < fCount; from += kVector) {
+        unsigned int mask = matches(tags + from, tag);
+        for (; mask != 0; mask &= mask - 1) {
+            const unsigned int index = from + static_cast<unsigned int>(__builtin_ctz(mask));
+            if (index < fCount && fVariables[index].ID() == id) return fVariables + index;
+        }
+    }
+    return nullptr;
+}
+
+/// The variable that `id` stands for, under whichever of its ids it was first set.
+inline zVariable* zRecord::find_either(unsigned long long id) const {
+    zVariable* found = find_place(id);
+    if (found != nullptr) return found;
+    const unsigned long long other = zStringID::Default().OtherID(id);
+    return other == 0 ? nullptr : find_place(other);
+}
+
+inline const zVariable* zRecord::find_set(unsigned long long id) const {
+    const zVariable* found = find_either(id);
+    return found != nullptr && found->IsSet() ? found : nullptr;
+}
+
+inline const zVariable* zRecord::find_set(const char* key) const {
+    if (key == nullptr) return nullptr;
+    const unsigned long long id = zStringID::Default().Find(key);
+    return id == 0 ? nullptr : find_set(id);
+}
+
+// Life and copying.
+
+zRecord::zRecord(const zRecord& source) {
+    Copy(source, true, true, {});
+}
+
+zRecord::~zRecord() {
+    clear_variables();
+    free_block(fVariables, fCapacity);
+    for (zRecord* child : fChildren) delete child;
+}
+
+zRecord& zRecord::operator=(const zRecord& source) {
+    Copy(source, true, true, {});
+    return *this;
+}
+
+void zRecord::variable_changing(unsigned long long /*id*/, bool /*isNew*/, bool /*isRemoval*/) {}
+
+void zRecord::RegisterVariables(unsigned int classId, zVariable** variables, int count) {
+    if (variables == nullptr || count <= 0) return;
+    fLayout = Layout::Get(classId, this, variables, static_cast<unsigned int>(count));
+    for (int i = 0; i < count; ++i) variables[i]->fKind |= zVariable::kPlaceFlag;
+}
+
+/// Deep copies of the children, in order.
+static std::vector<std::unique_ptr<zRecord>> copies_of(
+    const std::vector<zRecord*>& children, const std::function<zRecord*()>& childFactory) {
+    std::vector<std::unique_ptr<zRecord>> copies(children.size());
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        if (children[i] == nullptr) continue;
+        if (childFactory) copies[i].reset(childFactory());
+        if (!copies[i]) copies[i] = std::make_unique<zRecord>();
+        copies[i]->Copy(*children[i], true, true, childFactory);
+    }
+    return copies;
+}
+
+void zRecord::Copy(const zRecord& source, bool variables, bool children,
+                   const std::function<zRecord*()>& childFactory) {
+    if (&source == this) return;
+    // New children come first and old ones go last: the source may be one of them, or hold us.
+    std::vector<std::unique_ptr<zRecord>> copies;
+    std::vector<zRecord*> list;
+    if (children) {
+        copies = copies_of(source.fChildren, childFactory);
+        list.reserve(copies.size());
+    }
+    if (variables) {
+        variable_changing(0, false, false);
+        copy_variables(source);
+    }
+    if (!children) return;
+    for (auto& copy : copies) list.push_back(copy.release());
+    fChildren.swap(list);
+    for (zRecord* child : list) delete child;
+}
+
+void zRecord::TakeFrom(zRecord& source) {
+    if (&source == this) return;
+    variable_changing(0, false, false);
+    if (fLayout == nullptr && source.fLayout == nullptr) {
+        std::swap(fVariables, source.fVariables);
+        std::swap(fCount, source.fCount);
+        std::swap(fCapacity, source.fCapacity);
+    } else {
+        copy_variables(source);
+    }
+    source.clear_variables();
+    std::vector<zRecord*> former;
+    former.swap(fChildren);
+    fChildren.swap(source.fChildren);
+    for (zRecord* child : former) delete child;  // the source may be one of them
+}
+
+void zRecord::copy_variables(const zRecord& source) {
+    if (fLayout == source.fLayout) {
+        if (fLayout != nullptr) {
+            for (unsigned int i = 0; i < fLayout->count; ++i) member(i) = source.member(i);
+        }
+        copy_block(source);
+        return;
+    }
+    clear_variables();
+    if (source.fLayout != nullptr) {
+        for (unsigned int i = 0; i < source.fLayout->count; ++i) place_copy(source.member(i));
+    }
+    for (unsigned int i = 0; i < source.fCount; ++i) place_copy(source.fVariables[i]);
+}
+
+/// Copies a variable that this record, cleared before, does not hold yet.
+void zRecord::place_copy(const zVariable& source) {
+    if (!source.IsSet()) return;
+    zVariable copy(
+        source);  // copied before a place is made: no unset one is left if memory runs out
+    zVariable* place = fLayout == nullptr ? nullptr : find_either(source.ID());
+    (place == nullptr ? append(source.ID()) : *place).take(copy);
+}
+
+/// Makes the block a copy of the source's: the bytes at once, then the texts one by one.
+void zRecord::copy_block(const zRecord& source) {
+    const unsigned int count = source.fCount;
+    for (unsigned int i = 0; i < fCount; ++i) fVariables[i].~zVariable();
+    fCount = 0;
+    if (count == 0) return;
+    if (fCapacity < count) reserve(count);
+    std::memcpy(tags_of(fVariables, fCapacity), tags_of(source.fVariables, source.fCapacity),
+                count);
+    relocate(fVariables, source.fVariables, count);
+    for (unsigned int i = 0; i < count; ++i) {
+        if (!fVariables[i].IsHeapBacked()) continue;
+        fCount = i;  // what lies behind still belongs to the source, should memory run out
+        fVariables[i].own_text();
+    }
+    fCount = count;
+}
+
+void zRecord::clear_variables() {
+    if (fLayout != nullptr) {
+        for (unsigned int i = 0; i < fLayout->count; ++i) member(i).Unset();
+    }
+    for (unsigned int i = 0; i < fCount; ++i) fVariables[i].~zVariable();
+    fCount = 0;
+}
+
+/// Room for `capacity` variables. What is held moves along.
+void zRecord::reserve(unsigned int capacity) {
+    zVariable* grown = allocate_block(capacity);
+    if (fCount != 0) {
+        std::memcpy(tags_of(grown, capacity), tags_of(fVariables, fCapacity), fCount);
+        relocate(grown, fVariables, fCount);
+    }
+    free_block(fVariables, fCapacity);
+    fVariables = grown;
+    fCapacity = capacity;
+}
+
+// Changing.
+
+/// A new variable of that id, unset.
+zVariable& zRecord::append(unsigned long long id) {
+    if (fCount == fCapacity) reserve(std::max(kFirstCapacity, fCapacity * 2));
+    tags_of(fVariables, fCapacity)[fCount] = tag_of(id);
+    return *new (fVariables + fCount++) zVariable(id);
+}
+
+/// The variable to write to, announced, and created if it is missing.
+zVariable& zRecord::changing(unsigned long long id) {
+    zVariable* found = find_either(id);
+    variable_changing(id, found == nullptr || !found->IsSet(), false);
+    return found == nullptr ? append(id) : *found;
+}
+
+void zRecord::RemoveID(unsigned long long id) {
+    zVariable* found = find_either(id);
+    if (found == nullptr || !found->IsSet()) return;
+    variable_changing(id, false, true);
+    if (found->IsPlaced()) {
+        found->Unset();
+        return;
+    }
+    found->~zVariable();
+    const std::size_t index = found - fVariables;
+    unsigned char* tags = tags_of(fVariables, fCapacity);
+    --fCount;
+    std::memmove(tags + index, tags + index + 1, fCount - index);
+    relocate(found, found + 1, fCount - index);
+}
+
+void zRecord::RemoveKey(const char* key) {
+    if (key == nullptr) return;
+    const unsigned long long id = zStringID::Default().Find(key);
+    if (id != 0) RemoveID(id);
+}
+
+// Variables as a whole.
+
+const zVariable* zRecord::FindVariable(unsigned long long id) const {
+    return find_set(id);
+}
+
+const zVariable* zRecord::FindVariable(const char* key) const {
+    return find_set(key);
+}
+
+bool zRecord::IsEmpty() const {
+    return fChildren.empty() && VariableCount() == 0;
+}
+
+unsigned int zRecord::VariableCount() const {
+    unsigned int count = fCount;
+    for (unsigned int i = 0; fLayout != nullptr && i < fLayout->count; ++i) {
+        if (member(i).IsSet()) ++count;
+    }
+    return count;
+}
+
+void zRecord::ForEachVariable(const std::function<bool(const zVariable&)>& function) const {
+    for (unsigned int i = 0; fLayout != nullptr && i < fLayout->count; ++i) {
+        if (member(i).IsSet() && !function(member(i))) return;
+    }
+    for (unsigned int i = 0; i < fCount; ++i) {
+        if (!function(fVariables[i])) return;
+    }
+}
+
+// Reading.
+
+bool zRecord::AsBool(unsigned long long id, bool defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsBool(defaultValue);
+}
+
+bool zRecord::AsBool(const char* key, bool defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsBool(defaultValue);
+}
+
+int zRecord::AsInt32(unsigned long long id, int defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsInt32(defaultValue);
+}
+
+int zRecord::AsInt32(const char* key, int defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsInt32(defaultValue);
+}
+
+unsigned short zRecord::AsUInt16(unsigned long long id, unsigned short defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsUInt16(defaultValue);
+}
+
+unsigned short zRecord::AsUInt16(const char* key, unsigned short defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsUInt16(defaultValue);
+}
+
+unsigned int zRecord::AsUInt32(unsigned long long id, unsigned int defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsUInt32(defaultValue);
+}
+
+unsigned int zRecord::AsUInt32(const char* key, unsigned int defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsUInt32(defaultValue);
+}
+
+long long zRecord::AsInt64(unsigned long long id, long long defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsInt64(defaultValue);
+}
+
+long long zRecord::AsInt64(const char* key, long long defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsInt64(defaultValue);
+}
+
+unsigned long long zRecord::AsUInt64(unsigned long long id, unsigned long long defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsUInt64(defaultValue);
+}
+
+unsigned long long zRecord::AsUInt64(const char* key, unsigned long long defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsUInt64(defaultValue);
+}
+
+float zRecord::AsFloat(unsigned long long id, float defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsFloat(defaultValue);
+}
+
+float zRecord::AsFloat(const char* key, float defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsFloat(defaultValue);
+}
+
+double zRecord::AsDouble(unsigned long long id, double defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsDouble(defaultValue);
+}
+
+double zRecord::AsDouble(const char* key, double defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsDouble(defaultValue);
+}
+
+const char* zRecord::AsCString(unsigned long long id, const char* defaultValue,
+                               char (*scratch)[64]) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsCString(defaultValue, scratch);
+}
+
+const char* zRecord::AsCString(const char* key, const char* defaultValue,
+                               char (*scratch)[64]) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsCString(defaultValue, scratch);
+}
+
+std::string zRecord::AsString(unsigned long long id, const std::string& defaultValue) const {
+    const zVariable* found = find_set(id);
+    return found == nullptr ? defaultValue : found->AsString(defaultValue);
+}
+
+std::string zRecord::AsString(const char* key, const std::string& defaultValue) const {
+    const zVariable* found = find_set(key);
+    return found == nullptr ? defaultValue : found->AsString(defaultValue);
+}
+
+// Writing.
+
+void zRecord::SetBool(unsigned long long id, bool value, char /*reserved*/) {
+    changing(id).SetBool(value);
+}
+
+void zRecord::SetBool(const char* key, bool value, char reserved) {
+    if (key != nullptr) SetBool(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetInt32(unsigned long long id, int value, char /*reserved*/) {
+    changing(id).SetInt32(value);
+}
+
+void zRecord::SetInt32(const char* key, int value, char reserved) {
+    if (key != nullptr) SetInt32(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetUInt32(unsigned long long id, unsigned int value, char /*reserved*/) {
+    changing(id).SetUInt32(value);
+}
+
+void zRecord::SetUInt32(const char* key, unsigned int value, char reserved) {
+    if (key != nullptr) SetUInt32(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetInt64(unsigned long long id, long long value, char /*reserved*/) {
+    changing(id).SetInt64(value);
+}
+
+void zRecord::SetInt64(const char* key, long long value, char reserved) {
+    if (key != nullptr) SetInt64(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetUInt64(unsigned long long id, unsigned long long value, char /*reserved*/) {
+    changing(id).SetUInt64(value);
+}
+
+void zRecord::SetUInt64(const char* key, unsigned long long value, char reserved) {
+    if (key != nullptr) SetUInt64(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetFloat(unsigned long long id, float value, char /*reserved*/) {
+    changing(id).SetFloat(value);
+}
+
+void zRecord::SetFloat(const char* key, float value, char reserved) {
+    if (key != nullptr) SetFloat(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetDouble(unsigned long long id, double value, char /*reserved*/) {
+    changing(id).SetDouble(value);
+}
+
+void zRecord::SetDouble(const char* key, double value, char reserved) {
+    if (key != nullptr) SetDouble(zStringID::Default().FindOrMake(key), value, reserved);
+}
+
+void zRecord::SetCString(unsigned long long id, const char* value, char /*reserved*/) {
+    if (value == nullptr) {
+        RemoveID(id);
+    } else {
+        set_text(id, value);
+    }
+}
+
+void zRecord::SetCString(const char* key, const char* value, char reserved) {
+    if (value == nullptr) {
+        RemoveKey(key);
+    } else if (key != nullptr) {
+        SetCString(zStringID::Default().FindOrMake(key), value, reserved);
+    }
+}
+
+void zRecord::SetString(unsigned long long id, const std::string& value, char /*reserved*/) {
+    set_text(id, value);
+}
+
+void zRecord::SetString(const char* key, const std::string& value, char /*reserved*/) {
+    if (key != nullptr) set_text(zStringID::Default().FindOrMake(key), value);
+}
+
+/// The text is copied before the variable is touched: it may be that variable's own, or memory may
+/// run out.
+void zRecord::set_text(unsigned long long id, std::string_view value) {
+    zVariable text(id);
+    text.SetText(value);
+    changing(id).take(text);
+}
