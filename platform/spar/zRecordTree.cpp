@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "spar/trace.h"
 #include "spar/zRecord.h"
 #include "spar/zStringID.h"
 
@@ -143,4 +144,8 @@ std::string zRecord::Description(int indent) const {
     std::string text;
     describe(text, indent);
     return text;
+}
+
+void zRecord::Print(int indent, int /*reserved*/) const {
+    if (zTraceManager::Default() != nullptr) zTrace("{}", Description(indent));
 }

@@ -31,21 +31,24 @@ public:
     static constexpr int kTooDeep = -5204;
     static constexpr int kTooBig = -5205;
 
-    // bounds that a reader holds
-    static constexpr unsigned int kMaxDepth = 256;
+    // bounds that a reader holds; a record past those of depth, tag and attributes is not written
+    static constexpr int kMaxDepth = 256;
     static constexpr unsigned long kMaxDocumentBytes = 64ul << 20;
-    static constexpr unsigned long kMaxTagBytes = 8ul << 20;  ///< one tag with its attributes
+    static constexpr unsigned long kMaxTagBytes = 16ul << 20;  ///< one tag with its attributes
     static constexpr unsigned int kMaxElements = 1u << 20;
+    static constexpr unsigned int kMaxAttributes = 4096;   ///< of one element
     static constexpr unsigned int kMaxNewKeys = 1u << 14;  ///< keys that no zStringID knew before
 
     /// Writes `record` with each element on lines of its own: `separator` ends the lines, `depth`
-    /// is the indentation to begin with. A null separator means none, and no indentation.
+    /// is the indentation to begin with. Without a separator there is no indentation. A null child
+    /// is passed over. After a failure part of the text may stand in the stream.
     static int WriteStream(unsigned int format, const zRecord* record, zStream* stream,
                            const char* separator, int depth);
 
     /// Reads a file; the root element becomes `record` itself, whatever it held before. A document
     /// that just ends too early is no failure: it gives every element whose end tag stands, in the
-    /// elements that hold them, and the root with its attributes. After a failure `record` is as it
+    /// elements that hold them, and the root with its attributes. So does one that ends in zero
+    /// bytes, as a crash of the machine can leave it. After a failure `record` is as it
     /// was.
     static int ParseFile(unsigned int format, zRecord* record, const char* path);
     /// The same from any stream, read to its end.

@@ -1,0 +1,271 @@
+#include <algorithm>
+#include <exception>
+#include <expat.h>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "spar/zFileStream.h"
+#include "spar/zMemory.h"
+#include "spar/zRecord.h"
+#include "spar/zStringID.h"
+#include "spar/zXML.h"
+#include "spar/zXMLText.h"
+
+static constexpr unsigned long long kTagID = 'xTag';
+static constexpr unsigned long kChunkBytes = 64 * 1024;
+
+namespace {
+
+/// Builds a tree of records out of the parser's calls.
+///
+/// Elements hang in their parents from their start tag on. When the document ends too early, those
+/// that are still open stay only as holders of what stands complete in them.
+class Reader {
+public:
+    Reader();
+    ~Reader() { XML_ParserFree(fParser); }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    int Read(zStream& stream);
+    zRecord& Root() { return fRoot; }
+
+private:
+    struct Open {
+        zRecord* record;
+        bool holdsComplete;
+    };
+
+    static void XMLCALL on_start(void* self, const XML_Char* name, const XML_Char** attributes);
+    static void XMLCALL on_end(void* self, const XML_Char* name);
+    static void XMLCALL on_doctype(void* self, const XML_Char* name, const XML_Char* systemID,
+                                   const XML_Char* publicID, int hasSubset);
+
+    void begin_element(const char* name, const char** attributes);
+    int open_record(zRecord*& record);
+    int set_attribute(zRecord& record, const char* name, const char* value);
+    void end_element();
+    int parse(const char* data, unsigned long size, bool isFinal);
+    int result_of_failure(zStream& stream, const char* chunk, unsigned long size);
+    bool is_zero_from_here(zStream& stream, const char* chunk, unsigned long size) const;
+    int close_early();
+    void stop(int result);
+
+    XML_Parser fParser;
+    zRecord fRoot;
+    std::vector<Open> fOpen;
+    unsigned long fBytes = 0;
+    unsigned int fElements = 0;
+    unsigned int fNewKeys = 0;
+    int fResult = 0;             // of a handler that stopped the parser
+    std::exception_ptr fThrown;  // by a handler, held while the parser's C frames unwind
+};
+
+Reader::Reader() : fParser(XML_ParserCreate(nullptr)) {
+    if (fParser == nullptr) throw std::bad_alloc();
+    XML_SetUserData(fParser, this);
+    XML_SetElementHandler(fParser, on_start, on_end);
+    XML_SetStartDoctypeDeclHandler(fParser, on_doctype);
+}
+
+void Reader::stop(int result) {
+    fResult = result;
+    XML_StopParser(fParser, XML_FALSE);
+}
+
+void XMLCALL Reader::on_start(void* self, const XML_Char* name, const XML_Char** attributes) {
+    auto& reader = *static_cast<Reader*>(self);
+    try {
+        reader.begin_element(name, attributes);
+    } catch (...) {
+        reader.fThrown = std::current_exception();
+        reader.stop(zXML::kTooBig);
+    }
+}
+
+void XMLCALL Reader::on_end(void* self, const XML_Char* /*name*/) {
+    static_cast<Reader*>(self)->end_element();
+}
+
+/// Entities are declared in document types: without these there is nothing that could expand.
+void XMLCALL Reader::on_doctype(void* self, const XML_Char* /*name*/, const XML_Char* /*systemID*/,
+                                const XML_Char* /*publicID*/, int /*hasSubset*/) {
+    static_cast<Reader*>(self)->stop(zXML::kDoctype);
+}
+
+int Reader::open_record(zRecord*& record) {
+    if (fOpen.size() >= static_cast<std::size_t>(zXML::kMaxDepth)) return zXML::kTooDeep;
+    if (++fElements > zXML::kMaxElements) return zXML::kTooBig;
+    record = &fRoot;
+    if (!fOpen.empty()) {
+        auto child = std::make_unique<zRecord>();
+        record = child.get();
+        fOpen.back().record->AddChild(child.release(), 0x7FFFFFFF);
+    }
+    fOpen.push_back({record, false});
+    return 0;
+}
+
+int Reader::set_attribute(zRecord& record, const char* name, const char* value) {
+    const auto id = id_from_xml(name);
+    if (id) {
+        set_from_xml(record, *id, value);
+        return 0;
+    }
+    const std::string key = name_from_xml(name);
+    zStringID& ids = zStringID::Default();
+    // New keys stay in the table for good: one document may not fill it.
+    if (ids.Find(key) == 0 && ++fNewKeys > zXML::kMaxNewKeys) return zXML::kTooBig;
+    set_from_xml(record, ids.FindOrMake(key), value);
+    return 0;
+}
+
+void Reader::begin_element(const char* name, const char** attributes) {
+    zRecord* record = nullptr;
+    const int opened = open_record(record);
+    if (opened != 0) return stop(opened);
+    if (name != kUntagged) record->SetString(kTagID, name_from_xml(name));
+    unsigned int count = 0;
+    for (; *attributes != nullptr; attributes += 2) {
+        const int set = ++count > zXML::kMaxAttributes
+                            ? zXML::kTooBig
+                            : set_attribute(*record, attributes[0], attributes[1]);
+        if (set != 0) return stop(set);
+    }
+}
+
+void Reader::end_element() {
+    fOpen.pop_back();
+    if (!fOpen.empty()) fOpen.back().holdsComplete = true;
+}
+
+int Reader::parse(const char* data, unsigned long size, bool isFinal) {
+    const auto status = XML_Parse(fParser, data, static_cast<int>(size), isFinal ? 1 : 0);
+    if (fThrown) std::rethrow_exception(fThrown);
+    return status == XML_STATUS_OK ? 0 : -1;
+}
+
+int Reader::Read(zStream& stream) {
+    const auto chunk = std::make_unique<char[]>(kChunkBytes);
+    for (;;) {
+        unsigned long got = 0;
+        const int read = stream.Read(chunk.get(), kChunkBytes, &got);
+        if (read != 0) return read;
+        fBytes += got;
+        if (fBytes > zXML::kMaxDocumentBytes) return zXML::kTooBig;
+        if (parse(chunk.get(), got, got == 0) != 0) {
+            return result_of_failure(stream, chunk.get(), got);
+        }
+        if (got == 0) return 0;
+        // What the parser keeps back is the start of one tag or text.
+        const long long done = std::max<long long>(XML_GetCurrentByteIndex(fParser), 0);
+        if (fBytes - static_cast<unsigned long>(done) > zXML::kMaxTagBytes + kChunkBytes) {
+            return zXML::kTooBig;
+        }
+    }
+}
+
+/// Tells a document that just ends from one that is wrong.
+int Reader::result_of_failure(zStream& stream, const char* chunk, unsigned long size) {
+    if (fResult != 0) return fResult;
+    switch (XML_GetErrorCode(fParser)) {
+        case XML_ERROR_NO_ELEMENTS:
+        case XML_ERROR_UNCLOSED_TOKEN:
+        case XML_ERROR_PARTIAL_CHAR:
+        case XML_ERROR_UNCLOSED_CDATA_SECTION:
+            return close_early();
+        case XML_ERROR_INVALID_TOKEN:
+            if (is_zero_from_here(stream, chunk, size)) return close_early();
+            return zXML::kNotWellFormed;
+        case XML_ERROR_NO_MEMORY:
+            throw std::bad_alloc();
+        default:
+            return zXML::kNotWellFormed;
+    }
+}
+
+bool all_zero(const char* data, unsigned long size) {
+    return std::all_of(data, data + size, [](char c) { return c == 0; });
+}
+
+/// Whether nothing but zero bytes follows the place of the failure.
+bool Reader::is_zero_from_here(zStream& stream, const char* chunk, unsigned long size) const {
+    const auto at = static_cast<unsigned long>(XML_GetCurrentByteIndex(fParser));
+    const unsigned long chunkStart = fBytes - size;
+    if (at < chunkStart || at >= fBytes) return false;
+    if (!all_zero(chunk + (at - chunkStart), fBytes - at)) return false;
+    char rest[4096];
+    unsigned long got = 0;
+    for (unsigned long total = fBytes; total <= zXML::kMaxDocumentBytes; total += got) {
+        if (stream.Read(rest, sizeof rest, &got) != 0 || !all_zero(rest, got)) return false;
+        if (got == 0) return true;
+    }
+    return false;
+}
+
+/// Drops the open elements that hold nothing complete; the root stays.
+int Reader::close_early() {
+    if (fElements == 0) return zXML::kNoElement;
+    while (fOpen.size() > 1) {
+        const Open last = fOpen.back();
+        fOpen.pop_back();
+        if (last.holdsComplete) {
+            fOpen.back().holdsComplete = true;
+        } else {
+            fOpen.back().record->RemoveChildPtr(last.record);
+            delete last.record;
+        }
+    }
+    return 0;
+}
+
+/// Memory as a stream, not copied.
+class MemoryView final : public zStream {
+public:
+    MemoryView(const void* data, std::size_t size)
+        : fData(static_cast<const char*>(data)), fLeft(size) {}
+
+    int Read(void* data, unsigned long size, unsigned long* got) override {
+        *got = std::min<unsigned long>(size, fLeft);
+        zCopyMemory(fData, data, *got);
+        fData += *got;
+        fLeft -= *got;
+        return 0;
+    }
+    int Write(const void* /*data*/, unsigned long /*size*/) override { return -1; }
+    int Flush() override { return 0; }
+
+private:
+    const char* fData;
+    std::size_t fLeft;
+};
+
+}  // namespace
+
+static bool is_known_format(unsigned int format) {
+    return (format & zXML::kAttributes) != 0 &&
+           (format & ~(zXML::kAttributes | zXML::kNoDeclaration)) == 0;
+}
+
+int zXML::ParseStream(unsigned int format, zRecord* record, zStream* stream) {
+    if (record == nullptr || stream == nullptr || !is_known_format(format)) return -22;
+    Reader reader;
+    const int result = reader.Read(*stream);
+    if (result == 0) record->TakeFrom(reader.Root());
+    return result;
+}
+
+int zXML::ParseMemory(unsigned int format, zRecord* record, const void* data, std::size_t size) {
+    if (data == nullptr && size != 0) return -22;
+    MemoryView view(data, size);
+    return ParseStream(format, record, &view);
+}
+
+int zXML::ParseFile(unsigned int format, zRecord* record, const char* path) {
+    if (record == nullptr || path == nullptr || !is_known_format(format)) return -22;
+    zFileStream file(path, Z_FILE_READ, false);
+    const int opened = file.Open();
+    return opened != 0 ? opened : ParseStream(format, record, &file);
+}
