@@ -86,7 +86,9 @@ void XMLCALL Reader::on_start(void* self, const XML_Char* name, const XML_Char**
 }
 
 void XMLCALL Reader::on_end(void* self, const XML_Char* /*name*/) {
-    static_cast<Reader*>(self)->end_element();
+    auto& reader = *static_cast<Reader*>(self);
+    // A parser that is stopped at the start of an empty element still tells of its end.
+    if (reader.fResult == 0) reader.end_element();
 }
 
 /// Entities are declared in document types: without these there is nothing that could expand.
