@@ -145,6 +145,7 @@ long long zPerfLog::Variable::PercentileNs(double percent) const {
     const double share = std::clamp(percent, 0.0, 100.0) / 100;
     const auto rank = std::max<std::uint64_t>(
         1, static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(count))));
+    if (rank >= static_cast<std::uint64_t>(count)) return MaximumNs();
     std::uint64_t below = 0;
     for (int index = 0; index < kClasses; ++index) {
         below += fCounts[static_cast<std::size_t>(index)].load(std::memory_order_relaxed);

@@ -1,0 +1,184 @@
+#include "spar/zCritical.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "spar/zCriticalRW.h"
+#include "spar/zSignal.h"
+
+namespace {
+
+/// Two words that are equal whenever nobody writes.
+struct Pair {
+    long first = 0;
+    long second = 0;
+    void Step() {
+        ++first;
+        ++second;
+    }
+};
+
+}  // namespace
+
+TEST(zCritical, OneThreadMayTakeItAgain) {
+    std::unique_ptr<zCritical> lock(zCritical::Factory(1));
+    lock->Lock();
+    lock->Lock();
+    std::atomic<bool> inside{false};
+    std::thread other([&] {
+        zCriticalLock held(*lock);
+        inside = true;
+    });
+    lock->Unlock();
+    EXPECT_FALSE(inside);  // one hold is left
+    lock->Unlock();
+    other.join();
+    EXPECT_TRUE(inside);
+}
+
+TEST(zCritical, KeepsThreadsApart) {
+    std::unique_ptr<zCritical> lock(zCritical::Factory(1));
+    Pair pair;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 10000; ++round) {
+                zCriticalLock held(*lock);
+                zCriticalLock again(*lock);
+                pair.Step();
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(pair.first, 40000);
+    EXPECT_EQ(pair.second, 40000);
+}
+
+TEST(zCritical, VirtualOperationsStandInTheAgreedOrder) {
+    struct Recorder : zCritical {
+        void Lock() override { fCalled = 'l'; }
+        void Unlock() override { fCalled = 'u'; }
+        int fCalled = 0;
+    } lock;
+    void** table = *reinterpret_cast<void***>(static_cast<zCritical*>(&lock));
+    reinterpret_cast<void (*)(void*)>(table[2])(&lock);
+    EXPECT_EQ(lock.fCalled, 'l');
+    reinterpret_cast<void (*)(void*)>(table[3])(&lock);
+    EXPECT_EQ(lock.fCalled, 'u');
+}
+
+TEST(zCriticalRW, ReadersShareAndWritersDoNot) {
+    zCriticalRW lock;
+    Pair pair;
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 5000; ++round) {
+                zReadLock held(lock);
+                if (pair.first != pair.second) ++torn;
+            }
+        });
+    for (int i = 0; i < 2; ++i)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 5000; ++round) {
+                zWriteLock held(lock);
+                pair.Step();
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(pair.first, 10000);
+}
+
+TEST(zCriticalRW, TwoReadersAreInsideAtOnce) {
+    zCriticalRW lock;
+    zSignal inside, leave;
+    lock.LockRead(false);
+    std::thread other([&] {
+        lock.LockRead(false);
+        inside.Raise();
+        leave.Wait();
+        lock.UnlockRead();
+    });
+    inside.Wait();  // would never come if readers shut each other out
+    lock.UnlockRead();
+    leave.Raise();
+    other.join();
+}
+
+// Readers that overlap without a break would keep a writer out for ever if it did not go first.
+TEST(zCriticalRW, AStreamOfReadersDoesNotHoldOffAWriter) {
+    zCriticalRW lock;
+    std::atomic<bool> written{false};
+    std::atomic<int> readersInside{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 2; ++i)
+        readers.emplace_back([&] {
+            while (!written) {
+                zReadLock held(lock);
+                ++readersInside;
+                // Leaves when the other has come in, or when it cannot because a writer waits.
+                for (int spin = 0; spin < 1000 && readersInside < 2; ++spin)
+                    std::this_thread::yield();
+                --readersInside;
+            }
+        });
+    std::thread writer([&] {
+        zWriteLock held(lock);
+        written = true;
+    });
+    writer.join();
+    for (auto& reader : readers) reader.join();
+    EXPECT_TRUE(written);
+}
+
+TEST(zCriticalRW, AReaderMayReadAgainPastAWaitingWriter) {
+    zCriticalRW lock;
+    std::atomic<int> order{0};
+    int writerCame = 0;
+    lock.LockRead(false);
+    std::thread writer([&] {
+        zWriteLock held(lock);
+        writerCame = ++order;
+    });
+    for (int i = 0; i < 100; ++i) {
+        zReadLock again(lock);
+        std::this_thread::yield();
+    }
+    const int readerLeft = ++order;
+    lock.UnlockRead();
+    writer.join();
+    EXPECT_LT(readerLeft, writerCame);
+}
+
+TEST(zCriticalRW, TheWriterMayReadAndWriteInside) {
+    zCriticalRW lock;
+    lock.LockWrite(false);
+    lock.LockRead(false);
+    lock.LockWrite(false);
+    lock.UnlockWrite();
+    lock.UnlockRead();
+    std::atomic<bool> read{false};
+    std::thread reader([&] {
+        zReadLock held(lock);
+        read = true;
+    });
+    EXPECT_FALSE(read);
+    lock.UnlockWrite();
+    reader.join();
+    EXPECT_TRUE(read);
+}
+
+TEST(zCriticalRW, LocksOfOneThreadAreToldApart) {
+    zCriticalRW first, second;
+    zReadLock heldFirst(first);
+    {
+        zReadLock heldSecond(second);
+        zReadLock again(first);
+    }
+    std::thread writer([&] { zWriteLock held(second); });  // comes in: the second is free
+    writer.join();
+}
