@@ -1,0 +1,137 @@
+#include "tarn/foundation/tnTarn.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+#include "spar/zBoot.h"
+#include "spar/zErrCodeManager.h"
+#include "spar/zRecord.h"
+#include "spar/zStringID.h"
+
+namespace {
+
+struct Pair {
+    const char* fId;
+    const char* fKey;
+};
+
+unsigned long long code(const char* id) {
+    unsigned long long value = 0;
+    for (int i = 0; i < 4; ++i) value = value << 8 | static_cast<unsigned char>(id[i]);
+    return value;
+}
+
+constexpr Pair kPairs[] = {
+    {"momp", "compressed"},
+    {"type", "type"},
+    {"tmsc", "timescale"},
+    {"dura", "duration"},
+    {"mtim", "time"},
+    {"mqua", "quality"},
+    {"mwid", "tn_width"},
+    {"mhei", "tn_height"},
+    {"mbpr", "bpr"},
+    {"mcol", "colourspace"},
+    {"mfod", "field_order"},
+    {"mcsp", "color_space"},
+    {"mnmr", "nominal_range"},
+    {"mafo", "audioformat"},
+    {"mfps", "fps"},
+    {"mdiR", "display_rect"},
+    {"tnSQ", "tn:sq_pixel_width"},
+    {"tnSH", "tn:sq_pixel_height"},
+    {"msmr", "samplerate"},
+    {"mcbu", "busses"},
+    {"mcha", "channels"},
+    {"mbps", "bps"},
+    {"mtbr", "target_bit_rate"},
+    {"mlbr", "limit_bit_rate"},
+    {"mpro", "profile"},
+    {"mvid", "video_tracks"},
+    {"maut", "audio_tracks"},
+    {"mvit", "still_image_tracks"},
+    {"mVMA", "multicast_video_address"},
+    {"mAMA", "multicast_audio_address"},
+    {"mAMT", "multicast_ttl"},
+    {"mcon", "codecname"},
+    {"mseq", "sequence"},
+    {"mleq", "live_sequence"},
+    {"mkeq", "key_sequence"},
+    {"mena", "tn_enabled"},
+    {"mTFn", "timestamp_filename"},
+    {"mOwi", "tn_rendered_output_width"},
+    {"mOhe", "tn_rendered_output_height"},
+    {"mReS", "tn_restreaming"},
+    {"musr", "output_username"},
+    {"mpas", "output_password"},
+    {"mloc", "output_location"},
+    {"mloB", "output_location_with_bitrate"},
+    {"mtmO", "output_nettimeout"},
+    {"mtra", "output_transport"},
+    {"mURL", "output_url"},
+    {"mOyp", "output_type"},
+    {"mObr", "output_branding"},
+    {"mOen", "output_enabled"},
+    {"mSSa", "output_streamingaction"},
+    {"mVdP", "output_videodataport"},
+    {"mAdP", "output_audiodataport"},
+    {"mMTi", "output_title"},
+    {"mMIn", "output_info"},
+    {"mMCo", "output_copyright"},
+    {"mMAu", "output_author"},
+    {"mPRS", "output_presetname"},
+    {"mWMp", "output_wm_pull_port"},
+    {"mWpC", "output_wm_pull_connections"},
+    {"mWaR", "output_wm_push_auto_remove"},
+    {"mAiF", "output_autoinfilename"},
+    {"tnHf", "output_hintfile"},
+    {"mWIf", "output_index_asf"},
+    {"tnGN", "output_display_group_name"},
+    {"tnDN", "output_display_name"},
+    {"aDCr", "avc_decoder_config_record"},
+};
+
+TEST(tnTarn, BootStartsAndStopsTheModule) {
+    EXPECT_EQ(zBoot::StartAll(), 0);
+    EXPECT_STREQ(zErrCodeManager::RangeName(-1000), "tarn errors");
+    EXPECT_STRNE(zErrCodeManager::RangeName(-1001), "tarn errors");
+    EXPECT_STRNE(zErrCodeManager::RangeName(-999), "tarn errors");
+    zBoot::StopAll();
+    EXPECT_EQ(zBoot::StartAll(), 0);  // comes up again
+    zBoot::StopAll();
+}
+
+TEST(tnTarn, EveryKeyReachesTheVariableOfItsId) {
+    tnTarn::string_defines();
+    for (const Pair& pair : kPairs) {
+        SCOPED_TRACE(pair.fKey);
+        zRecord record;
+        record.SetInt32(code(pair.fId), 7, 0);
+        EXPECT_EQ(record.AsInt32(pair.fKey, 0), 7);
+        record.SetInt32(pair.fKey, 8, 0);
+        EXPECT_EQ(record.AsInt32(code(pair.fId), 0), 8);
+        EXPECT_EQ(record.VariableCount(), 1u);
+        EXPECT_STREQ(zStringID::Default().Key(code(pair.fId)), pair.fKey);
+    }
+}
+
+TEST(tnTarn, VariablesPrintUnderTheirKeys) {
+    tnTarn::string_defines();
+    zRecord record;
+    record.SetInt32('mwid', 1920, 0);
+    EXPECT_NE(record.Description().find("tn_width"), std::string::npos);
+}
+
+TEST(tnTarn, EnteringTheKeysAgainChangesNothing) {
+    tnTarn::string_defines();
+    tnTarn::string_defines();
+    EXPECT_STREQ(zStringID::Default().Key('mMTi'), "output_title");
+    EXPECT_EQ(zStringID::Default().Find("output_title"), 'mMTi');
+    EXPECT_EQ(zStringID::Default().OtherID('mMTi'), 0u);
+}
+
+TEST(tnTarn, ModuleTokenDoesNothing) {
+    tnTarn::boot_Module();
+}
+
+}  // namespace
