@@ -11,7 +11,6 @@ public:
     static constexpr unsigned int kType = 'atrc';
 
     CAssetAudioCompressor(CAudioProperties* output, unsigned int compressorCode);
-    ~CAssetAudioCompressor() override;
 
     bool IsType(unsigned int type) const override {
         return type == kType || CAssetAudioWriter::IsType(type);
@@ -20,12 +19,13 @@ public:
     CValueList<unsigned int>* GetInputFormats() override;
     Result SetInputFormat(unsigned int format) override;
     Result Begin() override;
-    Result End() override;
 
     /// Null where no component has the code.
     CAudioFilter* GetCompressor() const;
 
 private:
+    void take_over_output();
+
     const RObject<CAudioCompressor> fCompressor;
 };
 

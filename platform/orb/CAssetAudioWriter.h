@@ -19,6 +19,7 @@ public:
     CAudioProperties* GetProperties() override;
     CValueList<unsigned int>* GetInputFormats() override;
     Result SetInputFormat(unsigned int format) override;
+    Result Begin() override;
 
 protected:
     CAssetAudioWriter(unsigned int type, CAudioProperties* properties);

@@ -32,7 +32,7 @@ public:
     /// refuses.
     virtual Result SetInputFormat(unsigned int format) = 0;
     /// Begins the compressor. Fails as that does, or before the track was added to an asset.
-    virtual Result Begin();
+    virtual Result Begin() = 0;
     /// Waits until everything that was written has gone to the container, and ends the compressor.
     virtual Result End();
     /// Queues a sample, which the track shares; null ends the stream. Blocks while the queue is
@@ -50,12 +50,14 @@ public:
     CContainerWriter* GetContainerWriter() const;
 
 protected:
-    explicit CAssetTrackWriter(unsigned int type);
+    /// `kind` is the class of sample that the track takes: 'vsmp' or 'asmp'.
+    CAssetTrackWriter(unsigned int type, unsigned int kind);
+    TrackPipe& Pipe() const noexcept { return *fPipe; }
 
 private:
     friend class CAssetWriter;
 
-    std::unique_ptr<TrackPipe> fPipe;
+    const std::unique_ptr<TrackPipe> fPipe;
 };
 
 }  // namespace Quillon::Orb

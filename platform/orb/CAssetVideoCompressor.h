@@ -14,7 +14,6 @@ public:
     /// `output` describes what goes into the file; a copy is kept. Where no component has the code
     /// the track stands without a compressor and refuses every input format.
     CAssetVideoCompressor(CVideoProperties* output, unsigned int compressorCode);
-    ~CAssetVideoCompressor() override;
 
     bool IsType(unsigned int type) const override {
         return type == kType || CAssetVideoWriter::IsType(type);
@@ -23,12 +22,13 @@ public:
     CValueList<unsigned int>* GetInputFormats() override;
     Result SetInputFormat(unsigned int format) override;
     Result Begin() override;
-    Result End() override;
 
     /// Null where no component has the code.
     CVideoFilter* GetCompressor() const;
 
 private:
+    void take_over_output();
+
     const RObject<CVideoCompressor> fCompressor;
 };
 

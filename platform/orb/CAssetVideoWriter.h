@@ -19,6 +19,7 @@ public:
     CVideoProperties* GetProperties() override;
     CValueList<unsigned int>* GetInputFormats() override;
     Result SetInputFormat(unsigned int format) override;
+    Result Begin() override;
 
 protected:
     CAssetVideoWriter(unsigned int type, CVideoProperties* properties);

@@ -14,8 +14,8 @@ namespace Quillon::Orb {
 
 /// A movie file that is being written, and its tracks.
 ///
-/// Released without Finish, the file stays as it is at that moment. One thread at a time, except
-/// for WaitForMedia, which any thread may call.
+/// Released without Finish, the file stays as it is at that moment. One thread at a time; the
+/// tracks' WriteSample may run on others meanwhile.
 class ORB_API CAssetWriter : public CObject {
 public:
     static constexpr unsigned int kType = 'asst';

@@ -10,16 +10,11 @@
 
 namespace Quillon::Orb {
 
-namespace {
-
-/// The library's own components come in with the first question, and not with the first singleton:
-/// they add themselves through the singletons.
-void need_built_in_components() {
+// With the first question, and not with the first singleton: they add themselves through those.
+void NeedBuiltInComponents() {
     static std::once_flag once;
     std::call_once(once, RegisterBuiltInComponents);
 }
-
-}  // namespace
 
 template <class T>
 CComponentInventory<CComponentFactory<T>>::CComponentInventory()
@@ -35,7 +30,7 @@ CComponentInventory<CComponentFactory<T>>::GetSingleton() {
 
 template <class T>
 CList<CComponentFactory<T>>* CComponentInventory<CComponentFactory<T>>::GetFactories() {
-    need_built_in_components();
+    NeedBuiltInComponents();
     CComponentInventory& inventory = GetSingleton();
     RObject<CList<Factory>> copy(new CList<Factory>());
     zMutexLock held(inventory.fLock);
@@ -47,7 +42,7 @@ CList<CComponentFactory<T>>* CComponentInventory<CComponentFactory<T>>::GetFacto
 
 template <class T>
 CComponentFactory<T>* CComponentInventory<CComponentFactory<T>>::GetFactory(unsigned int type) {
-    need_built_in_components();
+    NeedBuiltInComponents();
     CComponentInventory& inventory = GetSingleton();
     zMutexLock held(inventory.fLock);
     for (auto* node = inventory.fFactories->GetFirst(); node; node = node->next) {

@@ -9,10 +9,10 @@
 
 namespace Quillon::Orb {
 
-class ORB_API CAudioCompressor;
-class ORB_API CAudioConverter;
-class ORB_API CVideoCompressor;
-class ORB_API CVideoConverter;
+class CAudioCompressor;
+class CAudioConverter;
+class CVideoCompressor;
+class CVideoConverter;
 
 template <class Factory>
 class CComponentInventory;
@@ -54,7 +54,10 @@ extern template class CComponentInventory<CComponentFactory<CVideoCompressor>>;
 extern template class CComponentInventory<CComponentFactory<CAudioConverter>>;
 extern template class CComponentInventory<CComponentFactory<CAudioCompressor>>;
 
-/// Adds the components of the ffmpeg folder; the inventories call it once, at first use.
+/// Adds the library's own components and container types; it stands in the ffmpeg folder.
 void RegisterBuiltInComponents();
+
+/// Calls it once, at the first question for a component or a container type.
+void NeedBuiltInComponents();
 
 }  // namespace Quillon::Orb

@@ -11,7 +11,7 @@
 
 namespace Quillon::Orb {
 
-struct MovieTrack;
+struct MovieFileOptions;
 class MovieQueue;
 
 /// The file that an asset writer fills: what is asked of it before it begins, and the queue in
@@ -30,6 +30,8 @@ public:
     /// The extension of the file's name, without the dot. ResultNullPointer for null,
     /// ResultInvalidArgument for one that no file name can end in.
     virtual Result SetExtension(CString* extension);
+    /// Null until it was set.
+    CString* GetExtension() const;
 
     unsigned int GetContainerType() const noexcept { return fContainerType; }
     const char* GetPath() const noexcept { return fPath.c_str(); }
@@ -42,6 +44,8 @@ protected:
 
 private:
     friend class CAssetWriter;
+
+    MovieFileOptions options() const;
 
     const unsigned int fContainerType;
     const std::string fPath;

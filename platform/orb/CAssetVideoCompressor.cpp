@@ -1,0 +1,72 @@
+#include "orb/CAssetVideoCompressor.h"
+
+#include <initializer_list>
+
+#include "orb/CComponentInventory.h"
+#include "orb/CMpeg4AvcProperties.h"
+#include "orb/TrackPipe.h"
+#include "orb/filterSupport.h"
+#include "spar/trace.h"
+
+namespace Quillon::Orb {
+
+namespace {
+
+/// Raw pictures are large: enough for the encoder never to wait for the host's thread, and no more.
+constexpr std::size_t kQueueSize = 8;
+
+using Inventory = CComponentInventory<CComponentFactory<CVideoCompressor>>;
+
+}  // namespace
+
+CAssetVideoCompressor::CAssetVideoCompressor(CVideoProperties* output, unsigned int compressorCode)
+    : CAssetVideoWriter(kType, output), fCompressor(Inventory::CreateInstance(compressorCode)) {
+    if (fCompressor) return;
+    zTrace("no video compressor {} in this process\n", four_text(compressorCode));
+}
+
+CValueList<unsigned int>* CAssetVideoCompressor::GetInputFormats() {
+    return fCompressor ? fCompressor->GetInputFormats() : nullptr;
+}
+
+CVideoFilter* CAssetVideoCompressor::GetCompressor() const {
+    return RObject<CVideoCompressor>(fCompressor).Detach();
+}
+
+Result CAssetVideoCompressor::SetInputFormat(unsigned int format) {
+    RObject<CValueList<unsigned int>> formats(GetInputFormats());
+    if (!formats || !formats->HasValue(format)) {
+        return ResultNotSupported("the compressor does not take %s", four_text(format).c_str());
+    }
+    RObject<CVideoProperties> input(new CVideoProperties(Properties()));
+    if (!input) return ResultOutOfMemory();
+    input->SetFormat(format);
+    Result result = fCompressor->SetInputProperties(input.Get());
+    if (result.Failed()) return result;
+    return fCompressor->SetOutputFormat(Properties()->GetFormat());
+}
+
+Result CAssetVideoCompressor::Begin() {
+    if (!fCompressor) return ResultNotSupported("the track has no compressor");
+    if (Pipe().HasBegun()) return ResultError("the track has begun already");
+    Result result = fCompressor->Begin();
+    if (result.Failed()) return result;
+    take_over_output();
+    result =
+        Pipe().Begin(describe_track(*Properties()), std::make_unique<VideoShaper>(*Properties()),
+                     std::make_unique<FilterCodec<CVideoCompressor>>(fCompressor), kQueueSize);
+    if (result.Failed()) fCompressor->End();
+    return result;
+}
+
+// What the encoder knows of its stream goes into the file with the track's own description.
+void CAssetVideoCompressor::take_over_output() {
+    RObject<CVideoProperties> output(fCompressor->GetOutputProperties(0));
+    if (!output) return;
+    for (const unsigned int key : {CMpeg4AvcProperties::kType, CDecoderSpecificProperties::kType}) {
+        RObject<CDecoderSpecificProperties> extension(output->GetExtension(key));
+        if (extension) Properties()->SetExtension(key, extension.Get());
+    }
+}
+
+}  // namespace Quillon::Orb

@@ -1,0 +1,326 @@
+#include "orb/MovieQueue.h"
+
+#include <chrono>
+#include <pthread.h>
+#include <system_error>
+#include <utility>
+
+#include "orb/CLockedDataReference.h"
+#include "spar/trace.h"
+
+namespace Quillon::Orb {
+
+namespace {
+
+/// How long a sample waits for a track that is behind. A track that stands still costs the others
+/// this much delay and nothing else.
+constexpr long long kPatienceUs = 500000;
+
+long long steady_now() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+/// Whether `a` ticks of one scale come before `b` ticks of another.
+bool is_before(long long a, long long aScale, long long b, long long bScale) {
+    return static_cast<__int128>(a) * bScale < static_cast<__int128>(b) * aScale;
+}
+
+}  // namespace
+
+void ReadyBell::Ring() {
+    zMutexLock held(fLock);
+    ++fCount;
+    fRang.WakeAll();
+}
+
+long long ReadyBell::GetCount() const {
+    zMutexLock held(fLock);
+    return fCount;
+}
+
+void ReadyBell::WaitBeyond(long long count, long long microseconds) {
+    const long long end = steady_now() + microseconds;
+    zMutexLock held(fLock);
+    while (fCount <= count) {
+        const long long left = end - steady_now();
+        if (left <= 0) return;
+        fRang.WaitFor(fLock, left);
+    }
+}
+
+MovieQueue::MovieQueue(std::string name) : fName(std::move(name)) {}
+
+MovieQueue::~MovieQueue() {
+    {
+        zMutexLock held(fLock);
+        fStop = true;
+        fWork.WakeAll();
+    }
+    if (fThread.joinable()) fThread.join();
+}
+
+Result MovieQueue::Begin(std::unique_ptr<MovieFile> file, const std::vector<MovieTrack>& tracks,
+                         int queueSize) {
+    {
+        zMutexLock held(fLock);
+        if (fState != State::Idle) return ResultError("%s has begun already", fName.c_str());
+        fFailure = 0;
+        fSamplesWritten = 0;
+        fQueueSize = static_cast<std::size_t>(queueSize);
+        fTracks.clear();
+        fDescriptions = tracks;
+        for (const MovieTrack& track : tracks) {
+            fTracks.emplace_back().timescale = track.timescale > 0 ? track.timescale : 1;
+        }
+        fState = State::Beginning;
+    }
+    fFile = std::move(file);
+    Result failure = start_thread();
+    if (failure.Failed()) return failure;
+    {
+        zMutexLock held(fLock);
+        while (fState == State::Beginning) fRoom.Wait(fLock);
+        if (fState == State::Running) return 0;
+        failure = fFailure;
+    }
+    fThread.join();
+    zMutexLock held(fLock);
+    fState = State::Idle;
+    return failure;
+}
+
+Result MovieQueue::start_thread() {
+    try {
+        fThread = std::thread([this] { run(); });
+        return 0;
+    } catch (const std::system_error& error) {
+        fFile.reset();
+        zMutexLock held(fLock);
+        fState = State::Idle;
+        return ResultError("no thread for %s: %s", fName.c_str(), error.what());
+    }
+}
+
+Result MovieQueue::Finish() {
+    {
+        zMutexLock held(fLock);
+        if (fState == State::Idle) return ResultError("%s has not begun", fName.c_str());
+        if (fState == State::Running) fState = State::Finishing;
+        fWork.WakeAll();
+    }
+    if (fThread.joinable()) fThread.join();
+    zMutexLock held(fLock);
+    return fFailure;
+}
+
+bool MovieQueue::is_track(int track) const {
+    return track >= 0 && track < static_cast<int>(fTracks.size());
+}
+
+Result MovieQueue::Push(int track, Sample sample) {
+    const long long now = steady_now();
+    zMutexLock held(fLock);
+    if (!is_track(track)) return ResultError("the track has no place in %s", fName.c_str());
+    Track& place = fTracks[static_cast<std::size_t>(track)];
+    while (fState == State::Running && !place.ended && fFailure.Succeeded() &&
+           place.queue.size() >= fQueueSize) {
+        fRoom.Wait(fLock);
+    }
+    if (fFailure.Failed()) return fFailure;
+    if (fState != State::Running) return ResultError("%s takes no samples now", fName.c_str());
+    if (place.ended) return ResultError("the track has ended");
+    place.started = true;
+    place.nextTime = sample.description.decodeTime + sample.description.duration;
+    place.queue.push_back({std::move(sample), now});
+    fWork.WakeAll();
+    return 0;
+}
+
+void MovieQueue::EndTrack(int track) {
+    {
+        zMutexLock held(fLock);
+        if (!is_track(track)) return;
+        fTracks[static_cast<std::size_t>(track)].ended = true;
+        fWork.WakeAll();
+        fRoom.WakeAll();
+    }
+    fBell.Ring();
+}
+
+bool MovieQueue::HasRoom(int track) const {
+    zMutexLock held(fLock);
+    if (!is_track(track) || fState != State::Running || fFailure.Failed()) return true;
+    const Track& place = fTracks[static_cast<std::size_t>(track)];
+    return place.ended || place.queue.size() < fQueueSize;
+}
+
+Result MovieQueue::GetFailure() const {
+    zMutexLock held(fLock);
+    return fFailure;
+}
+
+long long MovieQueue::GetBytesWritten(int track) const {
+    zMutexLock held(fLock);
+    return is_track(track) ? fTracks[static_cast<std::size_t>(track)].bytes : 0;
+}
+
+void MovieQueue::fail(Result failure) {
+    if (fFailure.Failed()) return;
+    zTrace("{}: {}; writing stopped, {} samples kept\n", fName,
+           *failure.GetMessage() ? failure.GetMessage() : "it cannot be written", fSamplesWritten);
+    fFailure = std::move(failure);
+    for (Track& track : fTracks) track.queue.clear();
+}
+
+void MovieQueue::run() {
+    pthread_setname_np(pthread_self(), "movie file");
+    std::vector<MovieTrack> tracks;
+    {
+        zMutexLock held(fLock);
+        tracks = fDescriptions;
+    }
+    begin_file(tracks);
+    {
+        zMutexLock held(fLock);
+        if (fState != State::Running) return;
+    }
+    write_samples();
+    finish_file();
+}
+
+void MovieQueue::begin_file(const std::vector<MovieTrack>& tracks) {
+    Result result = 0;
+    for (std::size_t i = 0; i < tracks.size() && result.Succeeded(); ++i) {
+        const int index = fFile->AddTrack(tracks[i]);
+        if (index < 0) {
+            result =
+                ResultNotSupported("the file cannot hold track %d as it is", static_cast<int>(i));
+        }
+    }
+    if (result.Succeeded()) result = fFile->Begin();
+    if (result.Failed()) fFile.reset();
+    zMutexLock held(fLock);
+    if (result.Failed()) fail(std::move(result));
+    fState = fFailure.Failed() ? State::Done : State::Running;
+    fRoom.WakeAll();
+}
+
+int MovieQueue::earliest() const {
+    int found = -1;
+    for (int i = 0; i < static_cast<int>(fTracks.size()); ++i) {
+        const Track& track = fTracks[static_cast<std::size_t>(i)];
+        if (track.queue.empty()) continue;
+        if (found >= 0) {
+            const Track& best = fTracks[static_cast<std::size_t>(found)];
+            if (!is_before(track.queue.front().sample.description.decodeTime, track.timescale,
+                           best.queue.front().sample.description.decodeTime, best.timescale)) {
+                continue;
+            }
+        }
+        found = i;
+    }
+    return found;
+}
+
+bool MovieQueue::must_wait_for_others(int track) const {
+    if (fState == State::Finishing) return false;
+    const Track& first = fTracks[static_cast<std::size_t>(track)];
+    const long long time = first.queue.front().sample.description.decodeTime;
+    bool behind = false;
+    for (const Track& other : fTracks) {
+        if (other.queue.size() >= fQueueSize) return false;
+        if (other.ended || !other.queue.empty()) continue;
+        behind |=
+            !other.started || is_before(other.nextTime, other.timescale, time, first.timescale);
+    }
+    return behind;
+}
+
+/// Waits for the next sample to be written, in the order of time over all tracks.
+///
+/// The earliest sample goes as soon as no other track can still bring an earlier one; when a queue
+/// is full, or it has waited long enough, it goes all the same.
+int MovieQueue::next_to_write() {
+    while (!fStop && fFailure.Succeeded()) {
+        const int track = earliest();
+        if (track < 0) {
+            if (fState == State::Finishing) return -1;
+            fWork.Wait(fLock);
+            continue;
+        }
+        if (!must_wait_for_others(track)) return track;
+        const Track& place = fTracks[static_cast<std::size_t>(track)];
+        const long long left = place.queue.front().since + kPatienceUs - steady_now();
+        if (left <= 0) return track;
+        fWork.WaitFor(fLock, left);
+    }
+    return -1;
+}
+
+void MovieQueue::write_samples() {
+    for (;;) {
+        int track = -1;
+        Sample sample;
+        {
+            zMutexLock held(fLock);
+            track = next_to_write();
+            if (track < 0) return;
+            Track& place = fTracks[static_cast<std::size_t>(track)];
+            sample = std::move(place.queue.front().sample);
+            place.queue.pop_front();
+            fRoom.WakeAll();
+        }
+        fBell.Ring();
+        write_one(track, sample);
+    }
+}
+
+void MovieQueue::write_one(int track, const Sample& sample) {
+    MovieSample described = sample.description;
+    Result result = 0;
+    {
+        RObject<CLockedDataReference> bytes(
+            new CLockedDataReference(sample.data.Get(), CDataReference::kRead));
+        described.data = bytes ? bytes->GetData() : nullptr;
+        described.size = bytes ? static_cast<std::size_t>(bytes->GetLength()) : 0;
+        result = described.data ? fFile->WriteSample(track, described)
+                                : Result(ResultNullPointer("a sample has no bytes"));
+    }
+    bool failed = false;
+    {
+        zMutexLock held(fLock);
+        if (result.Succeeded()) {
+            fTracks[static_cast<std::size_t>(track)].bytes +=
+                static_cast<long long>(described.size);
+            ++fSamplesWritten;
+        } else {
+            fail(std::move(result));
+            fRoom.WakeAll();
+            failed = true;
+        }
+    }
+    if (failed) fBell.Ring();
+}
+
+/// Runs after the last sample, or after a failure, when nobody hears of it before Finish.
+void MovieQueue::finish_file() {
+    {
+        zMutexLock held(fLock);
+        while (!fStop && fState == State::Running) fWork.Wait(fLock);
+        if (fStop) {
+            fState = State::Done;
+            fRoom.WakeAll();
+            return;
+        }
+    }
+    Result result = fFile->Finish();
+    fFile.reset();
+    zMutexLock held(fLock);
+    if (result.Failed()) fail(std::move(result));
+    fState = State::Done;
+    fRoom.WakeAll();
+}
+
+}  // namespace Quillon::Orb
