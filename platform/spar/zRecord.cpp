@@ -23,19 +23,39 @@ unsigned int padded(unsigned int count) {
     return (count + kVector - 1) / kVector * kVector;
 }
 
+/// Of a tag, that its variable may be a string; the rest is seven bits of the id's hash. Copying
+/// and clearing look at the variables with this bit only. It may outlive the string.
+constexpr unsigned char kTextBit = 0x80;
+
 unsigned char tag_of(unsigned long long id) {
-    return static_cast<unsigned char>((id * 0x9e3779b97f4a7c15ull) >> 56);
+    return static_cast<unsigned char>((id * 0x9e3779b97f4a7c15ull) >> 57);
 }
 
-/// A bit for each of the sixteen bytes that equals `tag`.
+/// A bit for each of the sixteen tags that has `tag`'s hash.
 unsigned int matches(const unsigned char* tags, unsigned char tag) {
 #if defined(__SSE2__)
+    const __m128i bit = _mm_set1_epi8(static_cast<char>(kTextBit));
     const __m128i held = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tags));
-    const __m128i wanted = _mm_set1_epi8(static_cast<char>(tag));
-    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(held, wanted)));
+    const __m128i wanted = _mm_set1_epi8(static_cast<char>(tag | kTextBit));
+    return static_cast<unsigned int>(
+        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_or_si128(held, bit), wanted)));
 #else
     unsigned int mask = 0;
-    for (unsigned int i = 0; i < kVector; ++i) mask |= (tags[i] == tag ? 1u : 0u) << i;
+    for (unsigned int i = 0; i < kVector; ++i) {
+        mask |= ((tags[i] & ~kTextBit) == tag ? 1u : 0u) << i;
+    }
+    return mask;
+#endif
+}
+
+/// A bit for each of the sixteen tags that has the text bit.
+unsigned int texts(const unsigned char* tags) {
+#if defined(__SSE2__)
+    const __m128i held = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tags));
+    return static_cast<unsigned int>(_mm_movemask_epi8(held));
+#else
+    unsigned int mask = 0;
+    for (unsigned int i = 0; i < kVector; ++i) mask |= (tags[i] & kTextBit ? 1u : 0u) << i;
     return mask;
 #endif
 }
@@ -187,14 +207,27 @@ inline const zVariable* zRecord::find_set(const char* key) const {
     return id == 0 ? nullptr : find_set(id);
 }
 
+/// Calls `function` on each string of the block.
+template <class Function>
+inline void zRecord::for_each_text(const Function& function) const {
+    const unsigned char* tags = tags_of(fVariables, fCapacity);
+    for (unsigned int from = 0; from < fCount; from += kVector) {
+        for (unsigned int mask = texts(tags + from); mask != 0; mask &= mask - 1) {
+            const unsigned int index = from + static_cast<unsigned int>(__builtin_ctz(mask));
+            if (index < fCount && fVariables[index].IsHeapBacked()) function(fVariables[index]);
+        }
+    }
+}
+
 // Life and copying.
 
-zRecord::zRecord(const zRecord& source) {
-    Copy(source, true, true, {});
+zRecord::zRecord(const zRecord& source) : zRecord() {
+    copy_variables(source);
+    if (source.HasChildren()) Copy(source, false, true, {});
 }
 
 zRecord::~zRecord() {
-    clear_variables();
+    drop_block();
     free_block(fVariables, fCapacity);
     for (zRecord* child : fChildren) delete child;
 }
@@ -212,54 +245,67 @@ void zRecord::RegisterVariables(unsigned int classId, zVariable** variables, int
     for (int i = 0; i < count; ++i) variables[i]->fKind |= zVariable::kPlaceFlag;
 }
 
-/// Deep copies of the children, in order.
-static std::vector<std::unique_ptr<zRecord>> copies_of(
-    const std::vector<zRecord*>& children, const std::function<zRecord*()>& childFactory) {
-    std::vector<std::unique_ptr<zRecord>> copies(children.size());
-    for (std::size_t i = 0; i < children.size(); ++i) {
-        if (children[i] == nullptr) continue;
-        if (childFactory) copies[i].reset(childFactory());
-        if (!copies[i]) copies[i] = std::make_unique<zRecord>();
-        copies[i]->Copy(*children[i], true, true, childFactory);
+namespace {
+
+/// Children without a parent: gone with this unless somebody takes the list.
+struct Orphans {
+    std::vector<zRecord*> list;
+
+    Orphans() = default;
+    Orphans(const Orphans&) = delete;
+    Orphans& operator=(const Orphans&) = delete;
+    ~Orphans() {
+        for (zRecord* child : list) delete child;
     }
-    return copies;
+};
+
+void append_copies(std::vector<zRecord*>& list, const std::vector<zRecord*>& children,
+                   const std::function<zRecord*()>& childFactory) {
+    list.reserve(children.size());
+    for (const zRecord* child : children) {
+        list.push_back(nullptr);
+        if (child == nullptr) continue;
+        if (childFactory) list.back() = childFactory();
+        if (list.back() == nullptr) list.back() = new zRecord;
+        list.back()->Copy(*child, true, true, childFactory);
+    }
 }
+
+}  // namespace
 
 void zRecord::Copy(const zRecord& source, bool variables, bool children,
                    const std::function<zRecord*()>& childFactory) {
     if (&source == this) return;
     // New children come first and old ones go last: the source may be one of them, or hold us.
-    std::vector<std::unique_ptr<zRecord>> copies;
-    std::vector<zRecord*> list;
-    if (children) {
-        copies = copies_of(source.fChildren, childFactory);
-        list.reserve(copies.size());
-    }
+    Orphans orphans;
+    if (children) append_copies(orphans.list, source.fChildren, childFactory);
     if (variables) {
         variable_changing(0, false, false);
         copy_variables(source);
     }
-    if (!children) return;
-    for (auto& copy : copies) list.push_back(copy.release());
-    fChildren.swap(list);
-    for (zRecord* child : list) delete child;
+    if (children) fChildren.swap(orphans.list);
 }
 
 void zRecord::TakeFrom(zRecord& source) {
     if (&source == this) return;
     variable_changing(0, false, false);
     if (fLayout == nullptr && source.fLayout == nullptr) {
-        std::swap(fVariables, source.fVariables);
-        std::swap(fCount, source.fCount);
-        std::swap(fCapacity, source.fCapacity);
+        swap_block(source);
     } else {
         copy_variables(source);
     }
     source.clear_variables();
-    std::vector<zRecord*> former;
-    former.swap(fChildren);
+    Orphans orphans;  // the source may be one of them
+    orphans.list.swap(fChildren);
     fChildren.swap(source.fChildren);
-    for (zRecord* child : former) delete child;  // the source may be one of them
+}
+
+void zRecord::swap_block(zRecord& other) {
+    std::swap(fVariables, other.fVariables);
+    std::swap(fCount, other.fCount);
+    std::swap(fCapacity, other.fCapacity);
+    std::swap(fTexts, other.fTexts);
+    std::swap(fTextCapacity, other.fTextCapacity);
 }
 
 void zRecord::copy_variables(const zRecord& source) {
@@ -283,33 +329,54 @@ void zRecord::place_copy(const zVariable& source) {
     zVariable copy(
         source);  // copied before a place is made: no unset one is left if memory runs out
     zVariable* place = fLayout == nullptr ? nullptr : find_either(source.ID());
-    (place == nullptr ? append(source.ID()) : *place).take(copy);
+    zVariable& target = place == nullptr ? append(source.ID()) : *place;
+    target.take(copy);
+    if (target.IsHeapBacked()) note_text(target);
 }
 
-/// Makes the block a copy of the source's: the bytes at once, then the texts one by one.
+/// Makes the block a copy of the source's: the bytes at once, then the texts. All memory is there
+/// before the first byte moves.
 void zRecord::copy_block(const zRecord& source) {
-    const unsigned int count = source.fCount;
-    for (unsigned int i = 0; i < fCount; ++i) fVariables[i].~zVariable();
-    fCount = 0;
-    if (count == 0) return;
-    if (fCapacity < count) reserve(count);
+    drop_block();
+    if (source.fCount == 0) return;
+    if (fCapacity < source.fCount) reserve(source.fCount);
+    reserve_texts(source);
     std::memcpy(tags_of(fVariables, fCapacity), tags_of(source.fVariables, source.fCapacity),
-                count);
-    relocate(fVariables, source.fVariables, count);
-    for (unsigned int i = 0; i < count; ++i) {
-        if (!fVariables[i].IsHeapBacked()) continue;
-        fCount = i;  // what lies behind still belongs to the source, should memory run out
-        fVariables[i].own_text();
-    }
-    fCount = count;
+                source.fCount);
+    relocate(fVariables, source.fVariables, source.fCount);
+    fCount = source.fCount;
+    char* at = fTexts.get();
+    for_each_text([&](zVariable& variable) {
+        variable.copy_text_to(at);
+        at += variable.Text().size() + 1;
+    });
+}
+
+/// Room for all texts of the source's block.
+void zRecord::reserve_texts(const zRecord& source) {
+    std::size_t size = 0;
+    source.for_each_text([&](const zVariable& variable) { size += variable.Text().size() + 1; });
+    if (size <= fTextCapacity) return;
+    fTexts.reset(new char[size]);
+    fTextCapacity = size;
 }
 
 void zRecord::clear_variables() {
     if (fLayout != nullptr) {
         for (unsigned int i = 0; i < fLayout->count; ++i) member(i).Unset();
     }
-    for (unsigned int i = 0; i < fCount; ++i) fVariables[i].~zVariable();
+    drop_block();
+}
+
+/// Removes all variables of the block and keeps its memory.
+void zRecord::drop_block() {
+    for_each_text([](zVariable& variable) { variable.Unset(); });
     fCount = 0;
+}
+
+/// To be called when a variable, of the block or a member, has become a string.
+void zRecord::note_text(const zVariable& variable) {
+    if (!variable.IsPlaced()) tags_of(fVariables, fCapacity)[&variable - fVariables] |= kTextBit;
 }
 
 /// Room for `capacity` variables. What is held moves along.
@@ -584,5 +651,7 @@ void zRecord::SetString(const char* key, const std::string& value, char /*reserv
 void zRecord::set_text(unsigned long long id, std::string_view value) {
     zVariable text(id);
     text.SetText(value);
-    changing(id).take(text);
+    zVariable& target = changing(id);
+    target.take(text);
+    note_text(target);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -175,6 +176,12 @@ private:
     void clear_variables();
     void copy_variables(const zRecord& source);
     void copy_block(const zRecord& source);
+    void swap_block(zRecord& other);
+    void reserve_texts(const zRecord& source);
+    void drop_block();
+    void note_text(const zVariable& variable);
+    template <class Function>
+    void for_each_text(const Function& function) const;
     void describe(std::string& text, int indent) const;
 
     // One block: a byte of each id's hash, padded to whole vectors, then the variables. Finding an
@@ -184,5 +191,12 @@ private:
     unsigned int fCount = 0;
     unsigned int fCapacity = 0;
     const Layout* fLayout = nullptr;
+
+    // The texts that a copy brought into the block stand in one piece of memory of the record's, so
+    // that copying takes two allocations at most, and none over an earlier copy. A text that is set
+    // later belongs to its variable.
+    std::unique_ptr<char[]> fTexts;
+    std::size_t fTextCapacity = 0;  // bytes
+
     std::vector<zRecord*> fChildren;
 };

@@ -16,18 +16,31 @@ std::uint64_t mixed(std::uint64_t value) {
     return value ^ (value >> 32);
 }
 
-/// Eight bytes at a time: keys are short, and this runs for every access by key.
+template <class Word>
+std::uint64_t word_at(const char* text) {
+    Word word;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+/// Eight bytes at a time, the last eight again if need be: keys are short, and this runs for every
+/// access by key.
 std::size_t hash_of(std::string_view key) {
-    std::uint64_t hash = key.size();
     const char* text = key.data();
-    std::size_t left = key.size();
-    for (; left >= 8; left -= 8, text += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, text, 8);
-        hash = mixed(hash ^ word);
+    const std::size_t size = key.size();
+    std::uint64_t hash = size;
+    if (size >= 8) {
+        for (std::size_t at = 0; at + 8 < size; at += 8) {
+            hash = mixed(hash ^ word_at<std::uint64_t>(text + at));
+        }
+        return mixed(hash ^ word_at<std::uint64_t>(text + size - 8));
     }
     std::uint64_t tail = 0;
-    for (std::size_t i = 0; i < left; ++i) tail = tail << 8 | static_cast<unsigned char>(text[i]);
+    if (size >= 4) {
+        tail = word_at<std::uint32_t>(text) | word_at<std::uint32_t>(text + size - 4) << 32;
+    } else {
+        for (const char c : key) tail = tail << 8 | static_cast<unsigned char>(c);
+    }
     return mixed(hash ^ tail);
 }
 

@@ -253,6 +253,8 @@ void zVariable::full_copy(zVariableType kind, const zVariable& source) {
     }
 }
 
-void zVariable::own_text() {
-    fValue.text = copied_text(Text());
+void zVariable::copy_text_to(char* storage) {
+    std::memcpy(storage, fValue.text, std::size_t{fLength} + 1);
+    fValue.text = storage;
+    fKind |= kLentFlag;
 }

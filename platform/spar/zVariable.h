@@ -32,7 +32,7 @@ public:
     explicit zVariable(unsigned long long id) noexcept : fID(id) {}
     zVariable(const zVariable& source) : fID(source.fID) { *this = source; }
     ~zVariable() {
-        if (IsHeapBacked()) delete[] fValue.text;
+        if (owns_text()) delete[] fValue.text;
     }
 
     /// Takes id, kind and value; the flag of this variable's place stays as it is.
@@ -52,7 +52,7 @@ public:
     }
 
     unsigned long long ID() const { return fID; }
-    zVariableType Kind() const { return static_cast<zVariableType>(fKind & ~kPlaceFlag); }
+    zVariableType Kind() const { return static_cast<zVariableType>(fKind & kKindMask); }
     bool IsSet() const { return Kind() != ZV_UNSET; }
     bool IsHeapBacked() const { return Kind() == ZV_STRING; }
 
@@ -108,13 +108,17 @@ private:
         unsigned long long uint64;
         float float32;
         double float64;
-        char* text;  // new[], fLength bytes and a terminator
+        char* text;  // fLength bytes and a terminator, from new[] unless lent
     };
     static constexpr unsigned int kPlaceFlag = 0x80000000u;
+    static constexpr unsigned int kLentFlag = 0x40000000u;  // the text's storage is the record's
+    static constexpr unsigned int kKindMask = ~(kPlaceFlag | kLentFlag);
+
+    bool owns_text() const { return (fKind & ~kPlaceFlag) == ZV_STRING; }
 
     /// Frees what is held and takes on `kind`; the caller stores the value.
     Value& replace(zVariableType kind) {
-        if (IsHeapBacked()) delete[] fValue.text;
+        if (owns_text()) delete[] fValue.text;
         fKind = (fKind & kPlaceFlag) | kind;
         fValue.uint64 = 0;
         return fValue;
@@ -126,11 +130,11 @@ private:
         fLength = source.fLength;
         source.fKind &= kPlaceFlag;
     }
-    /// Replaces a text pointer that came with another variable's bytes by a copy.
-    void own_text();
+    /// Moves on to a copy of the text at `storage`, which is lent; the old one is not freed.
+    void copy_text_to(char* storage);
 
     unsigned long long fID;
-    unsigned int fKind = ZV_UNSET;  // top bit: belongs to the place
+    unsigned int fKind = ZV_UNSET;  // and the two flags
     unsigned int fLength = 0;       // of a string, in bytes
     Value fValue{.uint64 = 0};
 };
