@@ -63,6 +63,7 @@ Result CAssetVideoCompressor::Begin() {
 void CAssetVideoCompressor::take_over_output() {
     RObject<CVideoProperties> output(fCompressor->GetOutputProperties(0));
     if (!output) return;
+    if (output->GetReorderDepth() >= 0) Properties()->SetReorderDepth(output->GetReorderDepth());
     for (const unsigned int key : {CMpeg4AvcProperties::kType, CDecoderSpecificProperties::kType}) {
         RObject<CDecoderSpecificProperties> extension(output->GetExtension(key));
         if (extension) Properties()->SetExtension(key, extension.Get());

@@ -18,6 +18,7 @@ CVideoProperties::CVideoProperties(unsigned int type, const CVideoProperties* so
     fPixelAspectRatio = source->fPixelAspectRatio;
     fColorSpace = source->fColorSpace;
     fVideoRange = source->fVideoRange;
+    fReorderDepth = source->fReorderDepth;
 }
 
 Result CVideoProperties::SetWidth(int width) {
@@ -66,6 +67,12 @@ Result CVideoProperties::SetVideoRange(int range) {
         return ResultInvalidArgument("a video range of %d", range);
     }
     fVideoRange = range;
+    return 0;
+}
+
+Result CVideoProperties::SetReorderDepth(int frames) {
+    if (frames < 0) return ResultInvalidArgument("a reorder depth of %d", frames);
+    fReorderDepth = frames;
     return 0;
 }
 

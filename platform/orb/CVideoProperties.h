@@ -33,6 +33,8 @@ public:
     Result SetPixelAspectRatio(Rational<int> ratio);
     Result SetColorSpace(ColorSpace colorSpace);
     Result SetVideoRange(int range);
+    /// Of an encoded stream: frames by which decoding runs ahead of display at most.
+    Result SetReorderDepth(int frames);
 
     int GetWidth() const noexcept { return fWidth; }
     int GetHeight() const noexcept { return fHeight; }
@@ -43,6 +45,9 @@ public:
     Rational<int> GetPixelAspectRatio() const noexcept { return fPixelAspectRatio; }
     ColorSpace GetColorSpace() const noexcept { return fColorSpace; }
     int GetVideoRange() const noexcept { return fVideoRange; }
+
+    /// 0 when pictures are decoded in the order of display; -1 when nobody said.
+    int GetReorderDepth() const noexcept { return fReorderDepth; }
 
     /// Bytes per row, rounded up to a multiple of `alignment` bytes: 1 rounds nothing. 0 when the
     /// format is not raw or there is no size. Of planar formats this is the luma plane's pitch.
@@ -62,6 +67,7 @@ private:
     Rational<int> fPixelAspectRatio{1, 1};
     ColorSpace fColorSpace;
     int fVideoRange = kLimitedRange;
+    int fReorderDepth = -1;
 };
 
 }  // namespace Quillon::Orb

@@ -54,7 +54,9 @@ MovieTrack describe_track(const CVideoProperties& properties) {
     track.colour = {said(colour.GetPrimaries()), said(colour.GetTransfer()),
                     said(colour.GetMatrix()),
                     properties.GetVideoRange() == CVideoProperties::kFullRange};
-    track.reordered = family == 'h264' || family == 'mp2v';
+    track.reorderDepth = properties.GetReorderDepth();
+    const bool canReorder = family == 'h264' || family == 'mp2v';
+    track.reordered = track.reorderDepth < 0 ? canReorder : track.reorderDepth > 0;
     take_decoder_info(properties, CMpeg4AvcProperties::kType, track);
     take_decoder_info(properties, CDecoderSpecificProperties::kType, track);
     return track;
@@ -119,11 +121,14 @@ Result VideoShaper::Shape(const CMediaSample& sample, MovieQueue::Sample& shaped
         std::tie(time, duration) = fEntered.front();
         fEntered.pop_front();
     }
-    // A file knows no way back: a picture whose successor came earlier lasts no time, and what
-    // follows goes on from there. Tracks whose samples have no times lie end to end.
-    if (fStarted) time = std::max(time, fNextTime);
-    duration = std::max(duration, 0LL);
+    // Hosts that know no times leave them all alike: their pictures lie end to end. A host that
+    // does tell times gives two pictures of one time a duration of 0 between them, and so loses
+    // nothing.
+    const long long told = time;
+    if (fStarted && told == fToldTime) time = fNextTime;
     fStarted = true;
+    fToldTime = told;
+    duration = std::max(duration, 0LL);
     fNextTime = time + duration;
     shaped.description = {};
     shaped.description.decodeTime = time;

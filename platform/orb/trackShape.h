@@ -45,7 +45,8 @@ private:
     const RObject<CMpeg4AvcProperties> fAvc;
     std::deque<std::pair<long long, long long>> fEntered;  ///< time and duration, ticks
     bool fStarted = false;
-    long long fNextTime = 0;  ///< end of the picture before, ticks
+    long long fToldTime = 0;  ///< time of the picture before, as its sample said, ticks
+    long long fNextTime = 0;  ///< its end in the file, ticks
 };
 
 /// PCM and coded packets: what came before is what tells the time.
