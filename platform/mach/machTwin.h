@@ -24,12 +24,11 @@ using mach_msg_type_number_t = unsigned int;
 #define THREAD_TIME_CONSTRAINT_POLICY_COUNT 4U
 
 /// Absolute time counts units; a unit is `numer / denom` nanoseconds.
-struct mach_timebase_info {
+struct mach_timebase_info_data_t {
     uint32_t numer;
     uint32_t denom;
 };
-using mach_timebase_info_data_t = mach_timebase_info;
-using mach_timebase_info_t = mach_timebase_info*;
+using mach_timebase_info_t = mach_timebase_info_data_t*;
 
 /// All but the flag in units of absolute time.
 struct thread_time_constraint_policy {
