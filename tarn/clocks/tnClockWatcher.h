@@ -61,6 +61,8 @@ public:
     void SignalTime(const tn_time_rec& time, bool queued);
 
 private:
+    friend struct tnClockWatcherPeek;
+
     void single_tick_receiver_run_loop();
     void multiple_tick_receiver_run_loop();
     void store_single(const tn_time_rec& time) SPAR_REQUIRES(*fCritical);

@@ -51,7 +51,8 @@ public:
 private:
     friend struct tnDisplayCallback;
 
-    bool fill_time(long long refreshPeriod, int timeScale, long long videoTime);
+    bool fill_time(tn_time_rec& time, long long refreshPeriod, int timeScale,
+                   long long videoTime) const;
 
     // fixed; null when the display gives no link
     __CVDisplayLink* fDisplayLink = nullptr;
@@ -59,7 +60,7 @@ private:
     // display link's thread
     long long fLastVideoTime = 0;
 
-    // written by the display link's thread, read by any: see load() and store()
+    // written by the display link's thread, read by any: word by word
     tn_time_rec fTime{};
 
     // before start only

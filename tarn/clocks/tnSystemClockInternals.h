@@ -5,6 +5,7 @@
 
 #include "spar/zMutex.h"
 #include "spar/zThread.h"
+#include "spar/zThreadMain.h"
 #include "tarn/clocks/tnClock.h"
 
 class tnTimeSource;

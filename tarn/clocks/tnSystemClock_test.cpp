@@ -1,0 +1,215 @@
+#include "tarn/clocks/tnSystemClock.h"
+
+#include <cmath>
+#include <condition_variable>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <string>
+#include <vector>
+
+#include "tarn/clocks/tnClockFactory.h"
+#include "tarn/clocks/tnClockWatcher.h"
+
+#include "tests/support/ManualTime.h"
+
+namespace {
+
+constexpr long long kStart = 1'000'000'000;
+
+/// A clock that notes on which thread it produces.
+class NotingClock : public tnSystemClock {
+public:
+    using tnSystemClock::tnSystemClock;
+    void ProduceTime(const tn_time_rec& time, bool queued) override {
+        {
+            std::lock_guard lock(fMutex);
+            char name[16] = {};
+            pthread_getname_np(pthread_self(), name, sizeof name);
+            fThread = name;
+            fRecords.push_back(time);
+        }
+        tnSystemClock::ProduceTime(time, queued);
+    }
+    std::vector<tn_time_rec> Records() {
+        std::lock_guard lock(fMutex);
+        return fRecords;
+    }
+    std::string Thread() {
+        std::lock_guard lock(fMutex);
+        return fThread;
+    }
+
+private:
+    std::mutex fMutex;
+    std::vector<tn_time_rec> fRecords;
+    std::string fThread;
+};
+
+void stop(ManualTime& time, tnSystemClock& clock) {
+    time.StopWith([&] { clock.StopTicking(); }, [&] { return !clock.IsTicking(); });
+}
+
+class Counter : public tnClockWatcher {
+public:
+    ~Counter() override { Stop(); }
+    void ReceiveTime(const tn_time_rec& time) override {
+        std::lock_guard lock(fMutex);
+        fLast = time.tick_count;
+        fChanged.notify_all();
+    }
+    void Await(long long count) {
+        std::unique_lock lock(fMutex);
+        fChanged.wait(lock, [&] { return fLast >= count; });
+    }
+
+private:
+    std::mutex fMutex;
+    std::condition_variable fChanged;
+    long long fLast = 0;
+};
+
+}  // namespace
+
+TEST(SystemClock, ChangeRateShowsAtOnceButNotInTheTicks) {
+    ManualTime time(kStart);
+    NotingClock clock(29.97, tnClock::clock_rate_scac);
+    EXPECT_EQ(clock.GetRate(), 29.97);
+    EXPECT_EQ(clock.GetIntTickRate(), 29) << "truncated";
+    clock.ChangeRate(25);
+    clock.StartTicking(0, nullptr, 0);
+    time.AwaitSleep();
+    clock.ChangeRate(50);
+    EXPECT_EQ(clock.GetRate(), 50);
+    EXPECT_EQ(clock.GetIntTickRate(), 29) << "the constructor's, whatever comes";
+    time.Run(3);
+    EXPECT_EQ(time.Now(), kStart + 2 * 40'000);
+    stop(time, clock);
+    clock.StartTicking(0, nullptr, 0);
+    time.Run(2);
+    EXPECT_EQ(time.Now(), kStart + 2 * 40'000 + 20'000);
+    stop(time, clock);
+}
+
+TEST(SystemClock, ItsTickRateIsZeroWhileItTicks) {
+    ManualTime time(kStart);
+    NotingClock clock(50, tnClock::clock_rate_asnc);
+    clock.StartTicking(0, nullptr, 0);
+    time.AwaitSleep();
+    EXPECT_TRUE(clock.IsTicking());
+    EXPECT_EQ(clock.GetTickRate(), 0);
+    stop(time, clock);
+}
+
+TEST(SystemClock, RatesWithoutAWholeNumberHaveTheNearestThatFits) {
+    struct Case {
+        double rate;
+        int whole;
+    };
+    const Case cases[] = {{59.94, 59},      {0.5, 0},           {0, 0},
+                          {-3.7, -3},       {1e300, INT32_MAX}, {-1e300, INT32_MIN},
+                          {std::nan(""), 0}};
+    for (const Case& c : cases) {
+        const tnSystemClock clock(c.rate, tnClock::clock_rate_scac);
+        EXPECT_EQ(clock.GetIntTickRate(), c.whole) << c.rate;
+    }
+}
+
+TEST(SystemClock, PauseRewindAndToggleReachTheTimeline) {
+    ManualTime time(kStart);
+    NotingClock clock(50, tnClock::clock_rate_scac);
+    clock.StartTicking(300, nullptr, 0);
+    time.Run(1);
+    clock.PauseMediaTime();
+    time.Run(1);
+    EXPECT_EQ(clock.Records().back().media_time, 20'300);
+    clock.RewindMediaTime(0);
+    clock.Debug_ToggleMediaTimeAdvancing();
+    time.Run(1);
+    EXPECT_EQ(clock.Records().back().media_time, 0);
+    stop(time, clock);
+}
+
+TEST(SystemClock, GetTimeForwards) {
+    ManualTime time(kStart);
+    NotingClock clock(50, tnClock::clock_rate_scac);
+    tn_time_rec now{};
+    EXPECT_EQ(clock.GetTime(now), -1);
+    EXPECT_EQ(now.media_time, 0);
+    EXPECT_EQ(now.clock_id, clock.ClockID());
+    clock.StartTicking(0, nullptr, 0);
+    time.AwaitSleep();
+    EXPECT_EQ(clock.GetTime(now), 0);
+    stop(time, clock);
+    EXPECT_EQ(clock.GetTime(now), -1026);
+    EXPECT_EQ(now.media_time, 20'000);
+}
+
+TEST(SystemClock, TheThreadHasItsName) {
+    ManualTime time(kStart);
+    NotingClock clock(50, tnClock::clock_rate_scac);
+    clock.StartTicking(0, nullptr, 0);
+    time.AwaitSleep();
+    EXPECT_EQ(clock.Thread(), "system clock");
+    stop(time, clock);
+    clock.StartTicking(0, "show", 3);
+    time.AwaitSleep();
+    EXPECT_EQ(clock.Thread(), "show");
+    stop(time, clock);
+}
+
+TEST(SystemClock, StopTickingOnAStoppedClockDoesNothing) {
+    tnSystemClock clock(50, tnClock::clock_rate_scac);
+    clock.StopTicking();
+    EXPECT_FALSE(clock.IsTicking());
+}
+
+TEST(SystemClock, ALinkThroughTheBaseReachesTheSystemClock) {
+    ManualTime time(kStart);
+    auto* clock = new NotingClock(50, tnClock::clock_rate_scac);
+    tnClock* base = clock;
+    tn_time_rec now{};
+    EXPECT_EQ(base->GetTime(now), -1) << "not the base's -1012";
+    EXPECT_EQ(base->Release(), 0);
+}
+
+TEST(SystemClock, ItsTicksReachWatchers) {
+    ManualTime time(kStart);
+    NotingClock clock(50, tnClock::clock_rate_scac);
+    Counter counter;
+    counter.Start(0, nullptr, false);
+    clock.AddWatcher(&counter);
+    clock.StartTicking(0, nullptr, 0);
+    time.AwaitSleep();
+    counter.Await(1);
+    for (long long n = 2; n <= 20; ++n) {
+        time.Run(1);
+        counter.Await(n);
+    }
+    EXPECT_EQ(clock.GetLastProducedRealTime(), clock.Records().back().real_time);
+    stop(time, clock);
+    clock.RemoveWatcher(&counter);
+}
+
+// On the machine's own time: the clock ends while it ticks, and takes a period at the most.
+TEST(SystemClock, DestroyedWhileTickingItEndsItsThread) {
+    for (auto accuracy : {tnClock::clock_rate_scac, tnClock::clock_rate_asnc}) {
+        Counter counter;
+        counter.Start(0, nullptr, true);
+        auto clock = std::make_unique<tnSystemClock>(500, accuracy);
+        clock->AddWatcher(&counter);
+        clock->StartTicking(0, nullptr, 0);
+        counter.Await(3);
+        clock.reset();
+    }
+}
+
+TEST(ClockFactory, TheRefreshRateClockIsASystemClockOfSixtyHertz) {
+    tnSystemClock* clock = tnClockFactory::RefreshRateClock();
+    EXPECT_EQ(clock->GetRate(), 60.0);
+    EXPECT_EQ(clock->GetIntTickRate(), 60);
+    EXPECT_FALSE(clock->IsTicking());
+    EXPECT_EQ(clock->Release(), 0) << "the caller's is the only reference";
+}
