@@ -29,6 +29,10 @@ if(TARN_SANITIZE)
         add_compile_options(-fno-sanitize-recover=undefined)
     endif()
 endif()
+# Fuzzing without coverage of what is fuzzed finds nothing.
+if(TARN_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 # Absolute paths stay out of binaries, so that the compiler cache serves every checkout.
 add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
 
