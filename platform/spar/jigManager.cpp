@@ -65,6 +65,13 @@ xIUnknown* make_object(const jigAddon& addon) noexcept {
     return nullptr;
 }
 
+/// The loader's last error, without the path that it begins with.
+std::string loader_error(const std::string& path) {
+    std::string error = dlerror();
+    if (error.rfind(path + ": ", 0) == 0) error.erase(0, path.size() + 2);
+    return error;
+}
+
 const jigAddon* entry_of(void* library) {
     using Entry = const jigAddon* (*)();
     const auto entry = reinterpret_cast<Entry>(dlsym(library, JIG_ENTRY_NAME));
@@ -106,7 +113,7 @@ int jigManager::LoadFile(const std::string& path) {
     // A name without a slash would be looked for in the system's library folders.
     const std::string exact = path.find('/') == std::string::npos ? "./" + path : path;
     void* library = dlopen(exact.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) return skipped(path, dlerror());
+    if (library == nullptr) return skipped(path, loader_error(exact));
 
     const jigAddon* addon = entry_of(library);
     const int result = addon != nullptr ? add_from(*addon, path) : skipped(path, "not an add-on");
