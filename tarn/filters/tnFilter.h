@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "spar/xCUnknown.h"
+#include "tarn/export.h"
+
+class tnMediaRecord;
+
+/// An encoder, or what stands in for one: configured from a record, it takes raw samples and gives
+/// encoded buffers.
+class TARN_API tnFilter : public xCUnknown {
+public:
+    /// The records that the filter holds; they live as long as it.
+    virtual const tnMediaRecord& InputFormat() const = 0;
+    virtual const tnMediaRecord& OutputFormat() const = 0;
+    virtual void SetOutputFormat(const tnMediaRecord& format) = 0;
+    /// Builds the real encoder for that input and the held output format; true on success.
+    virtual bool CreateFilter(const tnMediaRecord& input) = 0;
+    /// What a decoder needs beforehand; null if there is none, or none yet. Kept once it is there.
+    /// No lock: from an initialisation function or the sample path.
+    virtual std::shared_ptr<const std::vector<unsigned char>> DecoderInfo() = 0;
+};
