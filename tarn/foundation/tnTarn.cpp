@@ -4,6 +4,7 @@
 #include "spar/zErrCodeManager.h"
 #include "spar/zPell.h"
 #include "spar/zStringID.h"
+#include "tarn/filters/tnFilterManager.h"
 #include "tarn/foundation/tnOutputAccessor.h"
 #include "tarn/foundation/tnOutputAnnotations.h"
 
@@ -69,9 +70,12 @@ void tnTarn::boot_Startup() {
     zBoot::Depends('pell', zPell::boot_Module);
     string_defines();
     zErrCodeManager::RegisterCodeRange(kErrorCode, kErrorCode, "tarn errors");
+    tnFilterManager::Startup();
 }
 
-void tnTarn::boot_Shutdown() {}
+void tnTarn::boot_Shutdown() {
+    tnFilterManager::Shutdown();
+}
 
 void tnTarn::string_defines() {
     for (const Name& name : kNames) {

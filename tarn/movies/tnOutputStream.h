@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "tarn/filters/tnAudioCompressor.h"
+#include "tarn/filters/tnVideoCompressor.h"
+#include "tarn/foundation/tnMediaRecord.h"
+#include "tarn/movies/tnEncodedSink.h"
+#include "tarn/movies/tnOutputStreamSync.h"
+#include "tarn/movies/tnStream.h"
+
+class zObject;
+
+/// The stream of one track of an output add-on: an observer of the shared encoder of its source.
+///
+/// Raw samples do not come here: the host writes them to the filter manager. This stream asks the
+/// manager for a filter of its encoded format, takes the encoded buffers on their delivery thread,
+/// holds them back until the movie's tracks may start, and passes them to its sink, oldest first.
+/// No buffer is dropped. CreateFilters and DestroyFilters bracket its work; the owner calls both.
+class TARN_API tnOutputStream : public tnStream {
+public:
+    /// `sync` is shared by all streams of the movie. Observes nothing yet.
+    tnOutputStream(int source, const tnMediaRecord& format,
+                   std::shared_ptr<tnOutputStreamSync> sync);
+    /// The owner has called DestroyFilters before. Buffers still pending are dropped.
+    ~tnOutputStream() override;
+
+    /// Changes what DisplayFormat shows and nothing of the filter in use: 0.
+    int SetFormat(const tnMediaRecord& format) override;
+    /// Both accept and discard: samples reach the encoders through the filter manager.
+    int WriteSample(void* data, unsigned int size, long long time, unsigned int samples,
+                    long long duration, zRecord& info) override;
+    int WriteSample(tnStreamBuffer& buffer, long long time, zRecord& info, int flags) override;
+    const tnMediaRecord& DisplayFormat() const override { return fDisplayFormat; }
+    const tnMediaRecord& EncodedFormat() const override { return fEncodedFormat; }
+    /// -1 for video of raster type 'Grgb', else 0.
+    int CanOutputFormat(tnMediaRecord& format, bool flag) const override;
+    int GetOutputStatistics(tn_output_statistics& statistics) override;
+
+    /// Starts observing. The sink is set before.
+    void CreateFilters();
+    /// Stops observing. What is pending stays so, for a later CreateFilters.
+    void DestroyFilters();
+
+    /// The add-on sets it before CreateFilters.
+    void SetSink(std::shared_ptr<tnEncodedSink> sink) { fSink = std::move(sink); }
+    /// The sink's report of a problem, 0 for none. Any thread.
+    void SetStatus(int status, long long value);
+
+protected:
+    int fStatus = 0;
+    long long fStatusValue = 0;
+    std::mutex fStatisticsMutex;  // guards the two above
+    std::shared_ptr<tnEncodedSink> fSink;
+    std::shared_ptr<tnFilter> fFilter;
+    std::shared_ptr<tnOutputStreamSync> fSync;
+    bool fHasFilter = false;
+
+private:
+    void filter_arrived(std::shared_ptr<tnFilter> filter);
+    void video_arrived(std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer);
+    void audio_arrived(std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer);
+
+    const int fSource;
+    tnMediaRecord fDisplayFormat;
+    tnMediaRecord fEncodedFormat;
+    std::shared_ptr<zObject> fObserverToken;  // identity as an observer; empty unless observing
+    // delivery thread; oldest first
+    std::vector<std::shared_ptr<tnVideoCompressor::EncodedBuffer>> fPendingVideo;
+    std::vector<std::shared_ptr<tnAudioCompressor::EncodedBuffer>> fPendingAudio;
+};
