@@ -1,0 +1,49 @@
+#include "PixelKernels.h"
+
+#include <initializer_list>
+
+#include "PixelKernelsPlain.h"
+
+namespace Quillon::Orb {
+
+#if defined(__x86_64__)
+
+const PixelKernels* Sse41PixelKernels() {
+    return __builtin_cpu_supports("sse4.1") ? &kSse41PixelTable : nullptr;
+}
+
+const PixelKernels* Avx2PixelKernels() {
+    return __builtin_cpu_supports("avx2") ? &kAvx2PixelTable : nullptr;
+}
+
+const PixelKernels* Avx512PixelKernels() {
+    const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    return has ? &kAvx512PixelTable : nullptr;
+}
+
+#else
+
+const PixelKernels* Sse41PixelKernels() {
+    return nullptr;
+}
+const PixelKernels* Avx2PixelKernels() {
+    return nullptr;
+}
+const PixelKernels* Avx512PixelKernels() {
+    return nullptr;
+}
+
+#endif
+
+const PixelKernels& BestPixelKernels() {
+    static const PixelKernels* const kBest = [] {
+        for (const PixelKernels* set :
+             {Avx512PixelKernels(), Avx2PixelKernels(), Sse41PixelKernels()}) {
+            if (set) return set;
+        }
+        return &PlainPixelKernels();
+    }();
+    return *kBest;
+}
+
+}  // namespace Quillon::Orb
