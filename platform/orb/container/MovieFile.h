@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "orb/Result.h"
+#include "orb/export.h"
 
 namespace Quillon::Orb {
 
@@ -21,8 +22,9 @@ struct MovieTrack {
     enum class Kind { Video, Audio };
 
     Kind kind = Kind::Video;
-    unsigned int format =
-        0;  ///< stored format: 'avc1', 'apch', 'jpeg', 'mp2v', 'mp4a', 'sowt', 'fl32', ...
+    /// Stored format: 'avc1', 'apch' and its family, 'jpeg', 'mp2v'; 'mp4a', 'sowt', 'twos',
+    /// 'in24', 'in32', 'fl32', 'fl64' and, low byte first, '42ni', '23ni', '23lf', '46lf'.
+    unsigned int format = 0;
     long long timescale = 0;         ///< ticks per second of all times of this track
     long long expectedDuration = 0;  ///< ticks; sizes the index; 0 is unknown
 
@@ -33,6 +35,8 @@ struct MovieTrack {
     int fieldOrder = 1;           ///< 1 progressive, 2 top field first, 3 bottom field first
     int pixelAspectNumerator = 1;
     int pixelAspectDenominator = 1;
+    int cleanWidth = 0;  ///< the clean aperture, in the middle of the picture; 0 is the whole of it
+    int cleanHeight = 0;
     MovieColour colour;
     bool reordered = false;  ///< samples may carry composition offsets
     /// Frames by which decoding runs ahead of display at most; -1 is unknown. Offsets count from the
@@ -55,7 +59,7 @@ struct MovieTrack {
 /// One encoded picture, one compressed audio packet, or a block of PCM packets.
 struct MovieSample {
     const unsigned char* data = nullptr;
-    std::size_t size = 0;             ///< bytes
+    std::size_t size = 0;             ///< bytes; what goes beyond whole PCM packets is left out
     long long decodeTime = 0;         ///< ticks of the track
     long long duration = 0;           ///< ticks; of the whole block for PCM
     long long compositionOffset = 0;  ///< display time less decode time
@@ -68,27 +72,42 @@ struct MovieFileOptions {
     int checkpointSeconds = 1;       ///< MoovRate: seconds between two states that survive a crash
     bool fastStart = true;           ///< the index stands in front of the media data
     bool trimAudio = true;           ///< priming of compressed audio is cut by an edit list
+    long long creationTime = 0;      ///< seconds since 1970, written to the file; 0 is now
 };
 
 /// A movie file that is being written. One thread, the container thread, calls everything.
 ///
 /// The order is: AddTrack for each track, Begin, WriteSample, Finish. After a failure of
-/// WriteSample what has been indexed stays whole; Finish still closes what there is.
+/// WriteSample what has been indexed stays whole; Finish still closes what there is, and so does
+/// the destructor when Finish was not called.
+///
+/// Times. A picture's display time (decode time and offset) is its time in the movie: what comes
+/// before the first picture is an empty edit, what is displayed before 0 is cut. How long a picture
+/// is shown follows from the decode time of the next one; `duration` counts for the last. A decode
+/// time that goes back by at most a second shows the pictures in between for no time, until the
+/// track has caught up; one that goes back further goes on from where the track stands. Sound runs
+/// on by its durations alone: the decode time of its first sample says when the track starts, and a
+/// negative one how much of its start is cut.
 class MovieFile {
 public:
     virtual ~MovieFile() = default;
 
-    /// Returns the track's index, counted from 0, or a negative code.
+    /// Returns the track's index, counted from 0, or a negative code: ResultInvalidArgument for a
+    /// description that contradicts itself, ResultNotSupported for a format that is not written.
     virtual int AddTrack(const MovieTrack& track) = 0;
-    /// Creates or empties the file at its path and writes its head.
+    /// Creates the file at its path, in place of one that stands there, as an empty movie.
     virtual Result Begin() = 0;
     /// Takes a copy of the bytes or writes them; `sample.data` is the caller's again on return.
+    ///
+    /// Never waits for the disk to settle. Once the file has failed, every call answers with the
+    /// reason, which names the path, the error and the seconds that stand in the file.
     virtual Result WriteSample(int track, const MovieSample& sample) = 0;
-    /// Completes and closes the file; no other call may follow.
+    /// Completes and closes the file; no other call may follow. When it succeeds the movie is on
+    /// the disk. After a failed WriteSample it gives that failure again.
     virtual Result Finish() = 0;
 };
 
 /// The crash-proof mov/mp4 writer of this folder.
-std::unique_ptr<MovieFile> MakeMovieFile(const char* path, const MovieFileOptions& options);
+ORB_API std::unique_ptr<MovieFile> MakeMovieFile(const char* path, const MovieFileOptions& options);
 
 }  // namespace Quillon::Orb

@@ -1,0 +1,226 @@
+#include "WholeMovieFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "spar/zTime.h"
+
+#include "SampleDescription.h"
+
+namespace Quillon::Orb {
+namespace {
+
+constexpr long long kMicrosecondsPerSecond = 1000000;
+constexpr double kUnannouncedSeconds = 3600;
+// One block of plain sound; what a run of samples can count is far beyond it.
+constexpr long long kMostPackets = std::numeric_limits<int>::max();
+
+Movie make_movie(const MovieFileOptions& options) {
+    Movie movie;
+    movie.quickTime = options.containerType == 'mov ';
+    movie.created = options.creationTime != 0 ? options.creationTime : zTime::SecondsSince1970();
+    return movie;
+}
+
+}  // namespace
+
+WholeMovieFile::WholeMovieFile(const char* path, const MovieFileOptions& options,
+                               std::unique_ptr<FileLayer> file, Checkpoints checkpoints)
+    : fPath(path),
+      fOptions(options),
+      fCheckpoints(checkpoints),
+      fFile(std::move(file)),
+      fThread(*this, std::max(options.checkpointSeconds, 1) * kMicrosecondsPerSecond),
+      fMovie(make_movie(options)) {}
+
+WholeMovieFile::~WholeMovieFile() {
+    Finish();
+}
+
+int WholeMovieFile::AddTrack(const MovieTrack& track) {
+    zMutexLock held(fLock);
+    if (fState != State::Described) return ResultError::kCode;
+    if (const int refused = CheckTrack(track, fOptions.containerType)) return refused;
+    fMovie.tracks.push_back(std::make_unique<TrackIndex>(track, fOptions.trimAudio));
+    return static_cast<int>(fMovie.tracks.size()) - 1;
+}
+
+double WholeMovieFile::announced_seconds() const {
+    double seconds = 0;
+    for (const auto& track : fMovie.tracks) {
+        const MovieTrack& description = track->Description();
+        seconds = std::max(seconds, static_cast<double>(description.expectedDuration) /
+                                        static_cast<double>(description.timescale));
+    }
+    return seconds > 0 ? seconds : kUnannouncedSeconds;
+}
+
+Result WholeMovieFile::Begin() {
+    zMutexLock held(fLock);
+    if (fState != State::Described) return ResultError("'%s': begun twice", fPath.c_str());
+    if (const int error = write_head()) {
+        fFile->Close();
+        fState = State::Closed;
+        return ResultError("'%s': %s; no movie was made", fPath.c_str(), strerror(-error));
+    }
+    fState = State::Open;
+    if (fCheckpoints == Checkpoints::OnThread && !fThread.Start()) return fail(-EAGAIN);
+    return ResultOK();
+}
+
+int WholeMovieFile::write_head() {
+    if (const int error = fFile->Create(fPath.c_str())) return error;
+    fMovie.ChooseTimescale();
+    fIndex = std::make_unique<MovieIndex>(*fFile, fMovie);
+    fMedia = std::make_unique<MediaWriter>(*fFile, fMovie);
+    long long end = 0;
+    if (const int error = fIndex->Begin(fOptions.fastStart ? announced_seconds() : 0, end))
+        return error;
+    fMedia->SetEnd(end);
+    return fFile->Publish();
+}
+
+int WholeMovieFile::check_sample(int track, const MovieSample& sample) {
+    if (track < 0 || track >= static_cast<int>(fMovie.tracks.size()))
+        return ResultArgumentOutOfRange::kCode;
+    if (sample.data == nullptr && sample.size > 0) return ResultNullPointer::kCode;
+    if (sample.size > std::numeric_limits<int>::max()) return ResultInvalidArgument::kCode;
+    const TrackIndex& index = *fMovie.tracks[static_cast<std::size_t>(track)];
+    if (!index.IsPlain()) return 0;
+    const long long packets = sample.packets;
+    const long long bytes = packets * index.Description().bytesPerPacket;
+    if (packets < 0 || packets > kMostPackets || bytes > static_cast<long long>(sample.size))
+        return ResultInvalidArgument::kCode;
+    return 0;
+}
+
+Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
+    zMutexLock held(fLock);
+    if (fState != State::Open) return ResultError("'%s': not open", fPath.c_str());
+    if (fFailure.Failed()) return fFailure;
+    if (const int refused = check_sample(track, sample)) {
+        // The contract's codes have names; the text says which file it was.
+        Result result = ResultInvalidArgument("'%s': a sample of track %d contradicts the track",
+                                              fPath.c_str(), track);
+        return refused == ResultInvalidArgument::kCode ? result : Result(refused);
+    }
+    const auto number = static_cast<std::size_t>(track);
+    const TrackIndex& index = *fMovie.tracks[number];
+    const std::size_t size =
+        index.IsPlain()
+            ? static_cast<std::size_t>(sample.packets * index.Description().bytesPerPacket)
+            : sample.size;
+    // An empty picture or packet is nothing to show: the one before it stays that much longer.
+    if (size == 0) return ResultOK();
+    StoredSample stored;
+    stored.size = static_cast<unsigned int>(size);
+    stored.offset = static_cast<int>(sample.compositionOffset);
+    stored.key = sample.key;
+    stored.time = sample.decodeTime;
+    stored.duration = sample.duration;
+    stored.packets = index.IsPlain() ? sample.packets : 1;
+    fChanged = true;
+    const int error = fMedia->Add(number, stored, sample.data, size);
+    return error == 0 ? Result(0) : fail(error);
+}
+
+/// Keeps the first reason. Whoever owns the file tells people: it knows what else goes on.
+Result WholeMovieFile::fail(int error) {
+    if (fFailure.Failed()) return fFailure;
+    fFailure = ResultError("'%s': %s; recording stopped, %.1f seconds kept", fPath.c_str(),
+                           strerror(-error), fSecondsShown);
+    return fFailure;
+}
+
+void WholeMovieFile::OnCheckpoint() {
+    Checkpoint();
+}
+
+Result WholeMovieFile::Checkpoint() {
+    MovieIndex* index;
+    {
+        zMutexLock held(fLock);
+        if (fState != State::Open || fFailure.Failed()) return fFailure;
+        if (!fChanged) return ResultOK();
+        if (const int error = prepare()) return fail(error);
+        index = fIndex.get();
+    }
+    const int error = show(*index);
+    zMutexLock held(fLock);
+    return error == 0 ? Result(0) : fail(error);
+}
+
+int WholeMovieFile::prepare() {
+    if (const int error = fMedia->Flush()) return error;
+    long long end = fMedia->End();
+    const int error = fIndex->Prepare(end);
+    fMedia->SetEnd(end);
+    if (error != 0) return error;
+    fChanged = false;
+    fSecondsPrepared = fMovie.Seconds();
+    return 0;
+}
+
+/// Media and hidden state first, then the switch: on the disk in this order, whatever happens.
+int WholeMovieFile::show(MovieIndex& index) {
+    int error = fFile->Sync();
+    if (error == 0) error = index.Show();
+    if (error == 0) error = fFile->Sync();
+    zMutexLock held(fLock);
+    if (error != 0) {
+        fFrozen = true;
+        return error;
+    }
+    fSecondsShown = fSecondsPrepared;
+    return index.Shown();
+}
+
+Result WholeMovieFile::Finish() {
+    fThread.Stop();
+    {
+        zMutexLock held(fLock);
+        if (fState != State::Open) {
+            fState = State::Closed;
+            return fFailure;
+        }
+    }
+    int error = close_whole();
+    const int closed = fFile->Close();
+    if (error == 0) error = closed;
+    zMutexLock held(fLock);
+    fState = State::Closed;
+    return error == 0 ? fFailure : fail(error);
+}
+
+/// A last checkpoint with what could be written, and the media data gets its size. Each step leaves
+/// a whole file, so that one which fails is the last.
+int WholeMovieFile::close_whole() {
+    MovieIndex* index;
+    bool prepared = false;
+    {
+        zMutexLock held(fLock);
+        if (fFrozen) return 0;
+        index = fIndex.get();
+        if (const int error = fMedia->Flush()) fail(error);
+        // A write that failed half-way has left bytes that belong to nothing.
+        if (fFailure.Failed()) {
+            if (const int error = fFile->Truncate(fMedia->End())) return error;
+        }
+        if (fChanged) {
+            if (const int error = prepare()) return error;
+            prepared = true;
+        }
+    }
+    if (prepared) {
+        if (const int error = show(*index)) return error;
+    }
+    zMutexLock held(fLock);
+    if (const int error = index->Finish(fMedia->End())) return error;
+    if (const int error = index->ReleaseHidden()) return error;
+    return fFile->Sync();
+}
+
+}  // namespace Quillon::Orb

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "spar/zMutex.h"
+
+#include "CheckpointThread.h"
+#include "FileLayer.h"
+#include "MediaWriter.h"
+#include "MovieFile.h"
+#include "MovieIndex.h"
+
+namespace Quillon::Orb {
+
+/// A mov or mp4 file that opens and plays at every instant of its making.
+///
+/// The container thread hands in samples; a thread of the file's own makes the checkpoints, each at
+/// most `checkpointSeconds` after the one before, and alone waits for the disk. docs/movie-files.md
+/// draws the file and says why it is whole.
+class WholeMovieFile final : public MovieFile, public CheckpointThread::Client {
+public:
+    /// Who makes the checkpoints: the file's own thread, or the caller, as tests and benchmarks do.
+    enum class Checkpoints { OnThread, ByHand };
+
+    WholeMovieFile(const char* path, const MovieFileOptions& options,
+                   std::unique_ptr<FileLayer> file, Checkpoints checkpoints);
+    ~WholeMovieFile() override;
+
+    int AddTrack(const MovieTrack& track) override;
+    Result Begin() override;
+    Result WriteSample(int track, const MovieSample& sample) override;
+    Result Finish() override;
+
+    /// Lets everything that was written show, durably. For ByHand; does nothing when there is
+    /// nothing new or the file has failed.
+    Result Checkpoint() SPAR_EXCLUDES(fLock);
+
+private:
+    enum class State { Described, Open, Closed };
+
+    void OnCheckpoint() override;
+    int write_head() SPAR_REQUIRES(fLock);
+    double announced_seconds() const SPAR_REQUIRES(fLock);
+    int prepare() SPAR_REQUIRES(fLock);
+    int show(MovieIndex& index) SPAR_EXCLUDES(fLock);
+    int check_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
+    Result fail(int error) SPAR_REQUIRES(fLock);
+    int close_whole() SPAR_EXCLUDES(fLock);
+
+    // fixed from the start
+    const std::string fPath;
+    const MovieFileOptions fOptions;
+    const Checkpoints fCheckpoints;
+    const std::unique_ptr<FileLayer> fFile;  // the container thread and the checkpoint thread
+    CheckpointThread fThread;
+
+    // Held while samples are entered and while a state is prepared, never during a sync.
+    zMutex fLock;
+    State fState SPAR_GUARDED_BY(fLock) = State::Described;
+    Movie fMovie SPAR_GUARDED_BY(fLock);
+    std::unique_ptr<MediaWriter> fMedia SPAR_GUARDED_BY(fLock);
+    std::unique_ptr<MovieIndex> fIndex SPAR_GUARDED_BY(fLock);
+    bool fChanged SPAR_GUARDED_BY(fLock) = true;  // since the last checkpoint
+    bool fFrozen SPAR_GUARDED_BY(fLock) = false;  // a sync failed: nobody knows what is on the disk
+    double fSecondsPrepared SPAR_GUARDED_BY(fLock) = 0;
+    double fSecondsShown SPAR_GUARDED_BY(fLock) = 0;
+    Result fFailure SPAR_GUARDED_BY(fLock);
+};
+
+}  // namespace Quillon::Orb
