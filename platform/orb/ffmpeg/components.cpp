@@ -1,5 +1,6 @@
 #include "orb/CComponentInventory.h"
 #include "orb/MovieFileInventory.h"
+#include "orb/container/MovieFile.h"
 #include "orb/ffmpeg/AvMovieFile.h"
 
 namespace Quillon::Orb {
@@ -8,9 +9,9 @@ namespace Quillon::Orb {
 // component and adds the factory to the inventory of its kind.
 
 void RegisterBuiltInComponents() {
-    for (const unsigned int type : {'mov ', 'mp4 ', 'ts  '}) {
-        MovieFileInventory::Add(type, MakeAvMovieFile);
-    }
+    MovieFileInventory::Add('mov ', MakeMovieFile);
+    MovieFileInventory::Add('mp4 ', MakeMovieFile);
+    MovieFileInventory::Add('ts  ', MakeAvMovieFile);
 }
 
 }  // namespace Quillon::Orb
