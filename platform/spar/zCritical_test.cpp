@@ -21,20 +21,41 @@ struct Pair {
     }
 };
 
+// Taking a lock again is what these tests are about, and what the compiler's analysis takes for a
+// mistake: it does not look in here.
+void take(zCritical& lock) SPAR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.Lock();
+}
+void give(zCritical& lock) SPAR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.Unlock();
+}
+void read(zCriticalRW& lock) SPAR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.LockRead(false);
+}
+void leave_read(zCriticalRW& lock) SPAR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.UnlockRead();
+}
+void write(zCriticalRW& lock) SPAR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.LockWrite(false);
+}
+void leave_write(zCriticalRW& lock) SPAR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.UnlockWrite();
+}
+
 }  // namespace
 
 TEST(zCritical, OneThreadMayTakeItAgain) {
     std::unique_ptr<zCritical> lock(zCritical::Factory(1));
-    lock->Lock();
-    lock->Lock();
+    take(*lock);
+    take(*lock);
     std::atomic<bool> inside{false};
     std::thread other([&] {
         zCriticalLock held(*lock);
         inside = true;
     });
-    lock->Unlock();
+    give(*lock);
     EXPECT_FALSE(inside);  // one hold is left
-    lock->Unlock();
+    give(*lock);
     other.join();
     EXPECT_TRUE(inside);
 }
@@ -47,8 +68,9 @@ TEST(zCritical, KeepsThreadsApart) {
         threads.emplace_back([&] {
             for (int round = 0; round < 10000; ++round) {
                 zCriticalLock held(*lock);
-                zCriticalLock again(*lock);
+                take(*lock);
                 pair.Step();
+                give(*lock);
             }
         });
     for (auto& thread : threads) thread.join();
@@ -139,37 +161,38 @@ TEST(zCriticalRW, AReaderMayReadAgainPastAWaitingWriter) {
     zCriticalRW lock;
     std::atomic<int> order{0};
     int writerCame = 0;
-    lock.LockRead(false);
+    read(lock);
     std::thread writer([&] {
         zWriteLock held(lock);
         writerCame = ++order;
     });
     for (int i = 0; i < 100; ++i) {
-        zReadLock again(lock);
+        read(lock);
         std::this_thread::yield();
+        leave_read(lock);
     }
     const int readerLeft = ++order;
-    lock.UnlockRead();
+    leave_read(lock);
     writer.join();
     EXPECT_LT(readerLeft, writerCame);
 }
 
 TEST(zCriticalRW, TheWriterMayReadAndWriteInside) {
     zCriticalRW lock;
-    lock.LockWrite(false);
-    lock.LockRead(false);
-    lock.LockWrite(false);
-    lock.UnlockWrite();
-    lock.UnlockRead();
-    std::atomic<bool> read{false};
+    write(lock);
+    read(lock);
+    write(lock);
+    leave_write(lock);
+    leave_read(lock);
+    std::atomic<bool> came{false};
     std::thread reader([&] {
         zReadLock held(lock);
-        read = true;
+        came = true;
     });
-    EXPECT_FALSE(read);
-    lock.UnlockWrite();
+    EXPECT_FALSE(came);
+    leave_write(lock);
     reader.join();
-    EXPECT_TRUE(read);
+    EXPECT_TRUE(came);
 }
 
 TEST(zCriticalRW, LocksOfOneThreadAreToldApart) {
@@ -177,7 +200,8 @@ TEST(zCriticalRW, LocksOfOneThreadAreToldApart) {
     zReadLock heldFirst(first);
     {
         zReadLock heldSecond(second);
-        zReadLock again(first);
+        read(first);
+        leave_read(first);
     }
     std::thread writer([&] { zWriteLock held(second); });  // comes in: the second is free
     writer.join();

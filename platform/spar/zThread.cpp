@@ -82,7 +82,8 @@ public:
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
         // A real-time thread does not pass its policy on to the threads that it starts. Policy and
-        // parameters are both set: what stands at its default is taken from the starter all the same.
+        // parameters are both set: what stands at its default is taken from the starter all the
+        // same.
         const sched_param ordinary = {};
         pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
         pthread_attr_setschedpolicy(&attributes, SCHED_OTHER);
