@@ -7,11 +7,15 @@ namespace Quillon::Orb {
 
 // One line a component: a declaration here and its call below. Each function stands beside its
 // component and adds the factory to the inventory of its kind.
+void RegisterAudioFormatConverter();
+void RegisterAudioRateConverter();
 
 void RegisterBuiltInComponents() {
     MovieFileInventory::Add('mov ', MakeMovieFile);
     MovieFileInventory::Add('mp4 ', MakeMovieFile);
     MovieFileInventory::Add('ts  ', MakeAvMovieFile);
+    RegisterAudioFormatConverter();
+    RegisterAudioRateConverter();
 }
 
 }  // namespace Quillon::Orb

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "orb/CAudioFilter.h"
+#include "orb/CAudioSample.h"
+#include "orb/CBufferDataReference.h"
+#include "orb/CByteArray.h"
+#include "orb/CLockedDataReference.h"
+#include "orb/filterSupport.h"
+
+// What the tests of the audio components share.
+namespace Quillon::Orb {
+
+using Bytes = std::vector<unsigned char>;
+
+inline std::string code_text(unsigned int code) {
+    return four_text(code);
+}
+
+inline RObject<CAudioProperties> pcm_properties(unsigned int format, int channels, int rate) {
+    RObject<CAudioProperties> properties(new CAudioProperties(nullptr));
+    properties->SetFormat(format);
+    properties->SetChannels(channels);
+    properties->SetSampleRate(rate);
+    return properties;
+}
+
+/// A sample with bytes of its own.
+inline RObject<CAudioSample> pcm_sample(const void* data, std::size_t length, long long frames) {
+    const RObject<CByteArray> bytes(
+        new CByteArray(static_cast<const unsigned char*>(data), static_cast<int>(length)));
+    const RObject<CBufferDataReference> reference(new CBufferDataReference(bytes.Get()));
+    RObject<CAudioSample> sample(new CAudioSample(frames));
+    sample->SetDataReference(reference.Get());
+    return sample;
+}
+
+inline RObject<CAudioSample> pcm_sample(const Bytes& bytes, long long frames) {
+    return pcm_sample(bytes.data(), bytes.size(), frames);
+}
+
+inline Bytes bytes_of_sample(const CMediaSample& sample) {
+    const RObject<CLockedDataReference> lock(sample.GetLockedDataReference(CDataReference::kRead));
+    return lock ? Bytes(lock->GetData(), lock->GetData() + lock->GetLength()) : Bytes();
+}
+
+/// The bytes of the next sample that is ready; none if there is none.
+inline Bytes take_bytes(CAudioFilter& filter) {
+    RObject<CMediaSample> sample;
+    EXPECT_EQ(filter.GetSample(0, sample), 0);
+    return sample ? bytes_of_sample(*sample) : Bytes();
+}
+
+}  // namespace Quillon::Orb
