@@ -1,0 +1,577 @@
+#include "tarn/audio/tnAudioConverter.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <memory>
+#include <numbers>
+#include <vector>
+
+#include "orb/CAudioConverter.h"
+#include "orb/CBufferDataReference.h"
+#include "orb/CByteArray.h"
+#include "orb/CComponentInventory.h"
+#include "tarn/audio/tnAudioConverter_orb.h"
+#include "tarn/audio/tnOrbAudio.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+using Samples = std::vector<std::int16_t>;
+using Inventory = CComponentInventory<CComponentFactory<CAudioConverter>>;
+
+constexpr std::int16_t kStale = 0x5A5A;
+
+tnMediaRecord pcm(int bits, int rate, int channels) {
+    tnMediaRecord record(TN_MEDIA_AUDIO);
+    record.fBitsPerSample.SetInt32(bits);
+    record.fSampleRate.SetInt32(rate);
+    record.fChannels.SetInt32(channels);
+    return record;
+}
+
+std::unique_ptr<tnAudioConverter> made(const tnMediaRecord& input, const tnMediaRecord& output) {
+    std::unique_ptr<tnAudioConverter> converter(tnAudioConverter::Factory());
+    EXPECT_EQ(converter->Init(input, output), 0);
+    return converter;
+}
+
+struct Converted {
+    int fResult = 0;
+    unsigned int fFrames = 4711;
+    unsigned int fBytes = 4712;
+    Samples fOut;
+};
+
+/// Converts with room for `capacity` bytes; mixBytes follows the input unless it is given.
+Converted convert(tnAudioConverter& converter, const Samples& in, unsigned int capacity,
+                  int mixBytes = -1) {
+    Converted converted;
+    converted.fOut.assign(capacity / 2 + 8, kStale);
+    Samples copy(in);
+    const auto inBytes = static_cast<unsigned int>(in.size() * 2);
+    converted.fResult =
+        converter.Convert(copy.data(), converted.fOut.data(), inBytes,
+                          mixBytes < 0 ? inBytes : static_cast<unsigned int>(mixBytes), capacity,
+                          &converted.fFrames, &converted.fBytes);
+    for (std::size_t i = capacity / 2; i < converted.fOut.size(); ++i) {
+        EXPECT_EQ(converted.fOut[i], kStale) << "written past the end";
+    }
+    converted.fOut.resize(capacity / 2);
+    return converted;
+}
+
+Samples head(const Samples& samples, std::size_t count) {
+    return {samples.begin(), samples.begin() + static_cast<long>(count)};
+}
+
+TEST(tnAudioConverter, OnlySizeRateAndChannelsNeedConversion) {
+    const tnMediaRecord base = pcm(16, 48000, 2);
+    tnMediaRecord other(base);
+    other.fBusses.SetInt32(4);
+    other.fAudioFormat.SetInt32('twos');
+    other.SetCString('mcon', "MPEG-4 Audio", 0);
+    EXPECT_FALSE(tnAudioConverter::NeedsConversion(base, other));
+    EXPECT_TRUE(tnAudioConverter::NeedsConversion(base, pcm(32, 48000, 2)));
+    EXPECT_TRUE(tnAudioConverter::NeedsConversion(base, pcm(16, 44100, 2)));
+    EXPECT_TRUE(tnAudioConverter::NeedsConversion(base, pcm(16, 48000, 1)));
+}
+
+TEST(tnAudioConverter, FactoryGivesTheConverterOverTheMediaLibrary) {
+    const std::unique_ptr<tnAudioConverter> converter(tnAudioConverter::Factory());
+    EXPECT_NE(dynamic_cast<tnAudioConverter_orb*>(converter.get()), nullptr);
+    EXPECT_EQ(converter->PreferredExtraInputBytes(), 0u);
+    EXPECT_EQ(converter->PreferredExtraInputFrames(), 0.0);
+    converter->Reset();
+}
+
+// The nearest-sample converter of the base.
+
+int convert_base(const tnMediaRecord& input, const tnMediaRecord& output, const Samples& in,
+                 Samples& out, unsigned int* outBytes) {
+    tnAudioConverter converter;
+    EXPECT_EQ(converter.Init(input, output), 0);
+    Samples copy(in);
+    unsigned int frames = 4711;
+    const int result =
+        converter.Convert(copy.data(), out.data(), 0, 0, static_cast<unsigned int>(out.size() * 2),
+                          &frames, outBytes);
+    EXPECT_EQ(frames, 4711u);
+    return result;
+}
+
+TEST(tnAudioConverterBase, EqualRatesCopy) {
+    Samples out(6);
+    unsigned int bytes = 0;
+    EXPECT_EQ(convert_base(pcm(16, 48000, 2), pcm(16, 48000, 2), {1, 2, 3, 4, 5, 6}, out, &bytes),
+              0);
+    EXPECT_EQ(out, (Samples{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(bytes, 12u);
+    EXPECT_EQ(convert_base(pcm(16, 48000, 1), pcm(16, 48000, 1), {9, 8, 7, 6, 5, 4}, out, nullptr),
+              0);
+    EXPECT_EQ(out, (Samples{9, 8, 7, 6, 5, 4}));
+}
+
+TEST(tnAudioConverterBase, NearestEarlierFrameIsTaken) {
+    Samples doubled(8);
+    EXPECT_EQ(convert_base(pcm(16, 24000, 2), pcm(16, 48000, 2), {1, 2, 3, 4}, doubled, nullptr),
+              0);
+    EXPECT_EQ(doubled, (Samples{1, 2, 1, 2, 3, 4, 3, 4}));
+    Samples halved(3);
+    EXPECT_EQ(
+        convert_base(pcm(16, 48000, 1), pcm(16, 24000, 1), {1, 2, 3, 4, 5, 6}, halved, nullptr), 0);
+    EXPECT_EQ(halved, (Samples{1, 3, 5}));
+    Samples thirds(4);  // positions 0, 1.5, 3, 4.5
+    EXPECT_EQ(
+        convert_base(pcm(16, 48000, 1), pcm(16, 32000, 1), {1, 2, 3, 4, 5, 6}, thirds, nullptr), 0);
+    EXPECT_EQ(thirds, (Samples{1, 2, 4, 5}));
+}
+
+TEST(tnAudioConverterBase, PositionIsSinglePrecision) {
+    // Frame 300000 of 44100 to 48000: the summed float stands elsewhere than the exact position.
+    const std::size_t frames = 300000;
+    Samples in(frames);
+    for (std::size_t i = 0; i < frames; ++i) in[i] = static_cast<std::int16_t>(i);
+    Samples out(frames);
+    EXPECT_EQ(convert_base(pcm(16, 44100, 1), pcm(16, 48000, 1), in, out, nullptr), 0);
+    const float step = 44100.0f / 48000.0f;
+    float position = 0;
+    for (std::size_t i = 0; i < frames; ++i, position += step) {
+        ASSERT_EQ(out[i], in[static_cast<std::size_t>(position)]);
+    }
+    EXPECT_NE(static_cast<long long>(position), 300000LL * 44100 / 48000);
+}
+
+TEST(tnAudioConverterBase, WiderAudioIsTakenForStereo) {
+    Samples out(8, kStale);  // two frames of four channels by its size
+    EXPECT_EQ(
+        convert_base(pcm(16, 48000, 4), pcm(16, 48000, 4), {1, 2, 3, 4, 5, 6, 7, 8}, out, nullptr),
+        0);
+    EXPECT_EQ(out, (Samples{1, 2, 3, 4, kStale, kStale, kStale, kStale}));
+}
+
+TEST(tnAudioConverterBase, OtherSampleSizesFail) {
+    for (const int bits : {8, 24, 32}) {
+        Samples out(4, kStale);
+        unsigned int bytes = 5;
+        EXPECT_EQ(convert_base(pcm(bits, 48000, 2), pcm(bits, 48000, 2), {1, 2, 3, 4}, out, &bytes),
+                  -1);
+        EXPECT_EQ(out, Samples(4, kStale));
+        EXPECT_EQ(bytes, 5u);
+    }
+}
+
+// Which pairs of formats there is a way between.
+
+TEST(tnAudioConverter_orb, InitRefusesWhatNoStageCanDo) {
+    struct Pair {
+        const char* fWhat;
+        tnMediaRecord fInput;
+        tnMediaRecord fOutput;
+        int fResult;
+    };
+    const Pair kPairs[] = {
+        {"equal", pcm(16, 48000, 2), pcm(16, 48000, 2), 0},
+        {"equal at 24 bits: no stage", pcm(24, 48000, 2), pcm(24, 48000, 2), 0},
+        {"32 to 16 bits", pcm(32, 48000, 2), pcm(16, 48000, 2), 0},
+        {"16 to 32 bits", pcm(16, 48000, 2), pcm(32, 48000, 2), 0},
+        {"16 to 24 bits", pcm(16, 48000, 2), pcm(24, 48000, 2), -1},
+        {"24 to 16 bits", pcm(24, 48000, 2), pcm(16, 48000, 2), -1},
+        {"both filters", pcm(32, 44100, 2), pcm(16, 48000, 2), 0},
+        {"rate at 24 bits", pcm(24, 44100, 2), pcm(24, 48000, 2), -1},
+        {"stereo to mono", pcm(16, 48000, 2), pcm(16, 48000, 1), 0},
+        {"six to stereo", pcm(16, 48000, 6), pcm(16, 48000, 2), 0},
+        {"mono to stereo", pcm(16, 48000, 1), pcm(16, 48000, 2), 0},
+        {"mono to six", pcm(16, 48000, 1), pcm(16, 48000, 6), 0},
+        {"stereo to six", pcm(16, 48000, 2), pcm(16, 48000, 6), -1},
+        {"stereo to mono at 32 bits", pcm(32, 48000, 2), pcm(32, 48000, 1), -1},
+        {"stereo to mono, ending at 32 bits", pcm(16, 48000, 2), pcm(32, 48000, 1), -1},
+        {"stereo to mono, ending at 16 bits", pcm(32, 48000, 2), pcm(16, 48000, 1), 0},
+        {"no rate to come from", pcm(16, 0, 2), pcm(16, 48000, 2), -1},
+    };
+    for (const Pair& pair : kPairs) {
+        const std::unique_ptr<tnAudioConverter> converter(tnAudioConverter::Factory());
+        EXPECT_EQ(converter->Init(pair.fInput, pair.fOutput), pair.fResult) << pair.fWhat;
+    }
+}
+
+// The channel stage alone.
+
+TEST(tnAudioConverter_orb, EqualFormatsCopyTheFirstTwoChannels) {
+    const auto stereo = convert(*made(pcm(16, 48000, 2), pcm(16, 48000, 2)), {1, 2, 3, 4}, 8);
+    EXPECT_EQ(stereo.fResult, 0);
+    EXPECT_EQ(stereo.fOut, (Samples{1, 2, 3, 4}));
+    EXPECT_EQ(stereo.fFrames, 2u);
+    EXPECT_EQ(stereo.fBytes, 8u);
+    const auto mono = convert(*made(pcm(16, 48000, 1), pcm(16, 48000, 1)), {-1, -32768, 32767}, 6);
+    EXPECT_EQ(mono.fOut, (Samples{-1, -32768, 32767}));
+    EXPECT_EQ(mono.fFrames, 3u);
+    // Of four channels the first two are laid out frame by frame; the length told is that of four.
+    const auto four =
+        convert(*made(pcm(16, 48000, 4), pcm(16, 48000, 4)), {1, 2, 3, 4, 5, 6, 7, 8}, 16);
+    EXPECT_EQ(four.fResult, 0);
+    EXPECT_EQ(head(four.fOut, 4), (Samples{1, 2, 5, 6}));
+    EXPECT_EQ(four.fBytes, 16u);
+    EXPECT_EQ(four.fFrames, 2u);
+}
+
+TEST(tnAudioConverter_orb, MonoIsTheMeanOfTwoTowardZero) {
+    const auto converter = made(pcm(16, 48000, 2), pcm(16, 48000, 1));
+    const auto mixed = convert(*converter, {32767, 32767, -1, 0, -32768, -32768, 1, 2, 5, -8}, 10);
+    EXPECT_EQ(mixed.fResult, 0);
+    EXPECT_EQ(mixed.fOut, (Samples{32767, 0, -32768, 1, -1}));
+    EXPECT_EQ(mixed.fFrames, 5u);
+    EXPECT_EQ(mixed.fBytes, 10u);
+    const auto wide =
+        convert(*made(pcm(16, 48000, 4), pcm(16, 48000, 1)), {10, 20, 99, 99, 30, 50, 99, 99}, 4);
+    EXPECT_EQ(wide.fOut, (Samples{15, 40}));
+}
+
+TEST(tnAudioConverter_orb, StereoIsTheFirstTwoOfMany) {
+    const auto mixed = convert(*made(pcm(16, 48000, 6), pcm(16, 48000, 2)),
+                               {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, 8);
+    EXPECT_EQ(mixed.fResult, 0);
+    EXPECT_EQ(mixed.fOut, (Samples{1, 2, 7, 8}));
+    EXPECT_EQ(mixed.fFrames, 2u);
+    // Any output wider than two gets two samples a frame all the same.
+    const auto wide = convert(*made(pcm(16, 48000, 6), pcm(16, 48000, 4)), {1, 2, 3, 4, 5, 6}, 8);
+    EXPECT_EQ(head(wide.fOut, 2), (Samples{1, 2}));
+    EXPECT_EQ(wide.fBytes, 8u);
+}
+
+TEST(tnAudioConverter_orb, MonoIsLaidOutAsItWas) {
+    const auto mixed = convert(*made(pcm(16, 48000, 1), pcm(16, 48000, 2)), {1, 2, 3}, 12);
+    EXPECT_EQ(mixed.fResult, 0);
+    EXPECT_EQ(head(mixed.fOut, 3), (Samples{1, 2, 3}));
+    EXPECT_EQ(mixed.fOut[3], kStale);  // not spread, nothing written behind
+    EXPECT_EQ(mixed.fBytes, 12u);
+    EXPECT_EQ(mixed.fFrames, 3u);
+}
+
+TEST(tnAudioConverter_orb, MixedLengthFollowsMixBytesAndToldLengthTheInput) {
+    const auto converter = made(pcm(16, 48000, 2), pcm(16, 48000, 1));
+    const Samples in{2, 4, 6, 8, 10, 12};
+    const auto mixed = convert(*converter, in, 6, 4);  // one frame is mixed, three are told
+    EXPECT_EQ(mixed.fResult, 0);
+    EXPECT_EQ(mixed.fOut, (Samples{3, kStale, kStale}));
+    EXPECT_EQ(mixed.fFrames, 3u);
+    EXPECT_EQ(mixed.fBytes, 6u);
+    const auto none =
+        convert(*converter, in, 6, 2);  // less than a frame: nothing written, no failure
+    EXPECT_EQ(none.fResult, 0);
+    EXPECT_EQ(none.fOut, Samples(3, kStale));
+    EXPECT_EQ(none.fBytes, 6u);
+}
+
+TEST(tnAudioConverter_orb, CountersMayBeNull) {
+    const auto converter = made(pcm(16, 48000, 2), pcm(16, 48000, 2));
+    Samples in{1, 2};
+    Samples out(2);
+    EXPECT_EQ(converter->Convert(in.data(), out.data(), 4, 4, 4, nullptr, nullptr), 0);
+    EXPECT_EQ(out, in);
+}
+
+TEST(tnAudioConverter_orb, FailuresOfTheChannelStageSilenceTheOutput) {
+    struct Failure {
+        const char* fWhat;
+        tnMediaRecord fInput;
+        tnMediaRecord fOutput;
+        std::size_t fInSamples;
+        unsigned int fCapacity;
+        int fMixBytes;
+        bool fTold;  // the counters were stored before it failed
+    };
+    const Failure kFailures[] = {
+        {"too little room", pcm(16, 48000, 2), pcm(16, 48000, 2), 4, 6, -1, false},
+        {"nothing in", pcm(16, 48000, 2), pcm(16, 48000, 2), 0, 8, -1, false},
+        {"equal at 32 bits", pcm(32, 48000, 2), pcm(32, 48000, 2), 4, 8, -1, true},
+        {"more to mix than fits", pcm(16, 48000, 2), pcm(16, 48000, 1), 4, 4, 10, true},
+    };
+    for (const Failure& failure : kFailures) {
+        SCOPED_TRACE(failure.fWhat);
+        const auto converter = made(failure.fInput, failure.fOutput);
+        const auto failed = convert(*converter, Samples(failure.fInSamples, 7), failure.fCapacity,
+                                    failure.fMixBytes);
+        EXPECT_EQ(failed.fResult, -1);
+        EXPECT_EQ(failed.fOut, Samples(failure.fCapacity / 2, 0));
+        EXPECT_EQ(failed.fBytes == 4712, !failure.fTold);
+        EXPECT_EQ(failed.fFrames == 4711, !failure.fTold);
+    }
+}
+
+// The filters.
+
+Samples as_samples(const std::vector<float>& floats) {
+    Samples samples(floats.size() * 2);
+    std::memcpy(samples.data(), floats.data(), floats.size() * 4);
+    return samples;
+}
+
+TEST(tnAudioConverter_orb, SampleSizeChangesThereAndBack) {
+    const auto down = convert(*made(pcm(32, 48000, 2), pcm(16, 48000, 2)),
+                              as_samples({0.5f, -0.5f, 1.0f, -1.0f}), 8);
+    EXPECT_EQ(down.fResult, 0);
+    EXPECT_EQ(down.fOut, (Samples{16384, -16384, 32767, -32768}));
+    EXPECT_EQ(down.fFrames, 2u);
+    EXPECT_EQ(down.fBytes, 8u);
+    const auto up = convert(*made(pcm(16, 48000, 2), pcm(32, 48000, 2)), {16384, -16384}, 8);
+    EXPECT_EQ(up.fOut, as_samples({0.5f, -0.5f}));
+    EXPECT_EQ(up.fFrames, 1u);
+    EXPECT_EQ(up.fBytes, 8u);
+}
+
+TEST(tnAudioConverter_orb, SizeAndChannelsChangeTogether) {
+    const auto mixed = convert(*made(pcm(32, 48000, 2), pcm(16, 48000, 1)),
+                               as_samples({0.5f, 0.25f, -0.5f, -0.25f}), 8);
+    EXPECT_EQ(mixed.fResult, 0);
+    EXPECT_EQ(head(mixed.fOut, 2), (Samples{12288, -12288}));
+    EXPECT_EQ(mixed.fBytes, 4u);
+    EXPECT_EQ(mixed.fFrames, 2u);
+}
+
+TEST(tnAudioConverter_orb, SizeAndRateChangeTogetherWithoutALostFrame) {
+    // A float tone at 44100 Hz comes out as a 16-bit tone at 48000 Hz, joined over all blocks.
+    const auto converter = made(pcm(32, 44100, 2), pcm(16, 48000, 2));
+    Samples all;
+    constexpr int kBlock = 441;
+    for (int block = 0; block < 200; ++block) {
+        std::vector<float> in;
+        for (int i = 0; i < kBlock; ++i) {
+            const double phase = 2 * std::numbers::pi * 1000.0 * (block * kBlock + i) / 44100;
+            in.push_back(static_cast<float>(0.5 * std::sin(phase)));
+            in.push_back(static_cast<float>(0.5 * std::cos(phase)));
+        }
+        const auto out = convert(*converter, as_samples(in), 4 * 600);
+        if (out.fResult != 0) {
+            EXPECT_LT(block, 3);  // while the rate filter fills
+            EXPECT_EQ(out.fOut, Samples(2 * 600, 0));
+            continue;
+        }
+        EXPECT_EQ(out.fBytes, out.fFrames * 4);
+        EXPECT_LE(out.fFrames, 481u);
+        all.insert(all.end(), out.fOut.begin(),
+                   out.fOut.begin() + static_cast<long>(out.fBytes / 2));
+    }
+    ASSERT_GT(all.size(), std::size_t{2} * (200 - 3) * 480);
+    for (std::size_t frame = 500; frame < all.size() / 2; ++frame) {
+        const double phase = 2 * std::numbers::pi * 1000.0 * static_cast<double>(frame) / 48000;
+        ASSERT_NEAR(all[2 * frame], 16384 * std::sin(phase), 2.0) << frame;
+        ASSERT_NEAR(all[2 * frame + 1], 16384 * std::cos(phase), 2.0) << frame;
+    }
+}
+
+TEST(tnAudioConverter_orb, RateAndChannelsChangeTogether) {
+    const auto converter = made(pcm(16, 96000, 2), pcm(16, 48000, 1));
+    int good = 0;
+    for (int block = 0; block < 50; ++block) {
+        const auto out = convert(*converter, Samples(2 * 960, 1000), 2 * 600);
+        if (out.fResult != 0) continue;
+        ++good;
+        EXPECT_EQ(out.fBytes, out.fFrames * 2);
+        if (block > 10) {
+            EXPECT_EQ(out.fFrames, 480u);
+            EXPECT_NEAR(out.fOut[200], 1000, 1);
+        }
+    }
+    EXPECT_GT(good, 45);
+}
+
+TEST(tnAudioConverter_orb, ResultLargerThanTheRoomIsSilence) {
+    const auto converter = made(pcm(16, 48000, 2), pcm(32, 48000, 2));
+    const auto failed = convert(*converter, {1, 2, 3, 4}, 12);
+    EXPECT_EQ(failed.fResult, -1);
+    EXPECT_EQ(failed.fOut, Samples(6, 0));
+    EXPECT_EQ(failed.fBytes, 4712u);
+    const auto next = convert(*converter, {1, 2, 3, 4}, 16);  // the next block is handled as usual
+    EXPECT_EQ(next.fResult, 0);
+    const auto nothing = convert(*converter, {}, 16);
+    EXPECT_EQ(nothing.fResult, -1);
+}
+
+// Filters that fail where ours do not.
+
+enum class Failing {
+    kNowhere,
+    kSetInput,
+    kOutputFormat,
+    kSampleRate,
+    kBegin,
+    kPut,
+    kGet,
+    kNoSample,
+    kNoData
+};
+
+class FailingConverter : public CAudioConverter {
+public:
+    FailingConverter(unsigned int code, Failing where, int* ends)
+        : CAudioConverter(code), fWhere(where), fEnds(ends) {
+        if (where != Failing::kSampleRate)
+            DeclareInt(CodeBookProperty::AudioConverter::SampleRate, 0, 0, 1 << 20);
+    }
+    Result SetInputProperties(const CAudioProperties* properties) override {
+        return fWhere == Failing::kSetInput ? Result(ResultError())
+                                            : CAudioConverter::SetInputProperties(properties);
+    }
+    CValueList<unsigned int>* GetInputFormats() override { return new CValueList<unsigned int>; }
+    CValueList<unsigned int>* GetOutputFormats() override {
+        auto* formats = new CValueList<unsigned int>;
+        if (fWhere != Failing::kOutputFormat) {
+            formats->AddValue('sowt');
+            formats->AddValue(CAudioProperties::kFloat32Little);
+        }
+        return formats;
+    }
+    Result Begin() override {
+        return fWhere == Failing::kBegin ? Result(ResultError()) : Result(ResultOK());
+    }
+    Result End() override {
+        ++*fEnds;
+        return ResultOK();
+    }
+    Result PutSample(int, CMediaSample* sample) override {
+        fSample = RObject<CMediaSample>::Share(sample);
+        return fWhere == Failing::kPut ? Result(ResultError()) : Result(ResultOK());
+    }
+    Result GetSample(int, RObject<CMediaSample>& sample) override {
+        if (fWhere == Failing::kGet) return ResultError();
+        if (fWhere == Failing::kNoData) {
+            sample = new CAudioSample(1);
+        } else if (fWhere != Failing::kNoSample) {
+            sample = fSample;
+        }
+        return ResultOK();
+    }
+
+private:
+    const Failing fWhere;
+    int* const fEnds;
+    RObject<CMediaSample> fSample;
+};
+
+class FailingFactory : public CComponentFactory<CAudioConverter> {
+public:
+    FailingFactory(unsigned int code, Failing where) : CComponentFactory(code), fWhere(where) {
+        Inventory::GetSingleton().AddFirst(this);
+    }
+    void Withdraw() { Inventory::GetSingleton().Remove(this); }
+    CAudioConverter* CreateInstance() override {
+        return new FailingConverter(GetType(), fWhere, &fEnds);
+    }
+
+    Failing fWhere;
+    int fEnds = 0;
+};
+
+class NoFactory : public CComponentFactory<CAudioConverter> {
+public:
+    using CComponentFactory::CComponentFactory;
+    CAudioConverter* CreateInstance() override { return nullptr; }
+};
+
+tnMediaRecord target_of(unsigned int code) {
+    return code == 'afc ' ? pcm(32, 48000, 2) : pcm(16, 44100, 2);
+}
+
+TEST(tnAudioConverter_orb, EachFailingStepOfAStageFailsInit) {
+    for (const unsigned int code : {'afc ', 'asrc'}) {
+        for (const Failing where : {Failing::kNowhere, Failing::kSetInput, Failing::kOutputFormat,
+                                    Failing::kSampleRate, Failing::kBegin}) {
+            SCOPED_TRACE(testing::Message() << code << ", " << static_cast<int>(where));
+            const RObject<FailingFactory> factory(new FailingFactory(code, where));
+            tnAudioConverter_orb converter;
+            const bool fails =
+                where != Failing::kNowhere && (code == 'asrc' || where != Failing::kSampleRate);
+            EXPECT_EQ(converter.Init(pcm(16, 48000, 2), target_of(code)), fails ? -1 : 0);
+            factory->Withdraw();
+        }
+        const RObject<NoFactory> none(new NoFactory(code));
+        Inventory::GetSingleton().AddFirst(none.Get());
+        tnAudioConverter_orb converter;
+        EXPECT_EQ(converter.Init(pcm(16, 48000, 2), target_of(code)), -1);
+        Inventory::GetSingleton().Remove(none.Get());
+    }
+}
+
+TEST(tnAudioConverter_orb, EachFailingStepOfABlockSilencesIt) {
+    for (const unsigned int code : {'afc ', 'asrc'}) {
+        for (const Failing where :
+             {Failing::kPut, Failing::kGet, Failing::kNoSample, Failing::kNoData}) {
+            SCOPED_TRACE(testing::Message() << code << ", " << static_cast<int>(where));
+            const RObject<FailingFactory> factory(new FailingFactory(code, where));
+            {
+                const auto converter = made(pcm(16, 48000, 2), target_of(code));
+                const auto failed = convert(*converter, {1, 2, 3, 4}, 64);
+                EXPECT_EQ(failed.fResult, -1);
+                EXPECT_EQ(failed.fOut, Samples(32, 0));
+                EXPECT_EQ(failed.fBytes, 4712u);
+                EXPECT_EQ(failed.fFrames, 4711u);
+            }
+            EXPECT_EQ(factory->fEnds, 1);
+            factory->Withdraw();
+        }
+    }
+}
+
+TEST(tnAudioConverter_orb, SampleSizeChangesBeforeTheRate) {
+    // The rate filter, here one that passes through, is handed 16-bit frames.
+    const RObject<FailingFactory> factory(new FailingFactory('asrc', Failing::kNowhere));
+    {
+        const auto converter = made(pcm(32, 44100, 2), pcm(16, 48000, 2));
+        const auto out = convert(*converter, as_samples({0.5f, -0.5f}), 4);
+        EXPECT_EQ(out.fResult, 0);
+        EXPECT_EQ(out.fOut, (Samples{16384, -16384}));
+    }
+    EXPECT_EQ(factory->fEnds, 1);
+    factory->Withdraw();
+}
+
+// The bridge that the writers share.
+
+TEST(tnOrbAudio, PropertiesDescribeLittleEndianPcm) {
+    RObject<CAudioProperties> properties;
+    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(16, 44100, 6), properties), 0);
+    ASSERT_TRUE(properties && properties->IsType('crap'));
+    EXPECT_EQ(properties->GetFormat(), 0x736F7774u);
+    EXPECT_EQ(properties->GetChannels(), 6);
+    EXPECT_EQ(properties->GetFramesPerPacket(), 1);
+    EXPECT_EQ(properties->GetBytesPerPacket(), 12);
+    EXPECT_EQ(properties->GetSampleRate(), 44100);
+    EXPECT_EQ(properties->GetBitsPerSample(), 16);
+    const RObject<CAudioProperties> before = properties;
+    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(32, 48000, 2), properties), 0);
+    EXPECT_NE(properties.Get(), before.Get());
+    EXPECT_EQ(properties->GetFormat(), 0x32336C66u);
+    EXPECT_EQ(properties->GetBytesPerPacket(), 8);
+    EXPECT_EQ(properties->GetBitsPerSample(), 32);
+}
+
+TEST(tnOrbAudio, OtherSampleSizesAreRefused) {
+    for (const int bits : {0, 8, 24, 64}) {
+        RObject<CAudioProperties> properties;
+        EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(bits, 48000, 2), properties), -1);
+        ASSERT_TRUE(properties);
+        EXPECT_EQ(properties->GetFormat(), 0u);
+    }
+    RObject<CAudioProperties> properties;
+    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(tnMediaRecord(TN_MEDIA_AUDIO), properties), -1);
+}
+
+TEST(tnOrbAudio, SampleBytesAreCopiedOrWrapped) {
+    unsigned char bytes[] = {1, 2, 3, 4};
+    for (const bool copy : {true, false}) {
+        const RObject<CAudioSample> sample(new CAudioSample(1));
+        bytes[0] = 1;
+        EXPECT_EQ(ORB_SetAudioSampleData(sample, bytes, 4, copy), 0);
+        bytes[0] = 9;
+        const RObject<CLockedDataReference> locked(sample->GetLockedDataReference(1));
+        ASSERT_TRUE(locked);
+        EXPECT_EQ(locked->GetLength(), 4);
+        EXPECT_EQ(locked->GetData()[0], copy ? 1 : 9);
+        EXPECT_EQ(locked->GetData() == bytes, !copy);
+    }
+}
+
+}  // namespace

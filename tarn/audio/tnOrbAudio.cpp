@@ -1,0 +1,34 @@
+#include "tarn/audio/tnOrbAudio.h"
+
+#include "orb/CAudioSample.h"
+#include "orb/CBufferDataReference.h"
+#include "orb/CByteArray.h"
+#include "orb/CContainerReaderAudioProperties.h"
+#include "tarn/foundation/tnMediaRecord.h"
+
+using namespace Quillon::Orb;
+
+int OrbAudioPropertiesFromMediaRecord(const tnMediaRecord& record,
+                                      RObject<CAudioProperties>& properties) {
+    properties = new CContainerReaderAudioProperties(nullptr);
+    const int bits = record.fBitsPerSample.AsInt32('mbps');
+    if (!properties || (bits != 16 && bits != 32)) {
+        return -1;
+    }
+    const int channels = record.fChannels.AsInt32(0);
+    properties->SetFormat(bits == 16 ? 'sowt' : CAudioProperties::kFloat32Little);
+    properties->SetChannels(channels);
+    properties->SetFramesPerPacket(1);
+    properties->SetBytesPerPacket(channels * (bits / 8));
+    properties->SetSampleRate(record.fSampleRate.AsInt32(0));
+    properties->SetBitsPerSample(bits);
+    return 0;
+}
+
+Result ORB_SetAudioSampleData(RObject<CAudioSample> sample, unsigned char* data, int length,
+                              bool copy) {
+    const RObject<CByteArray> bytes(copy ? new CByteArray(data, length)
+                                         : new CByteArray(length, data, nullptr));
+    const RObject<CBufferDataReference> reference(new CBufferDataReference(bytes.Get()));
+    return sample->SetDataReference(reference.Get());
+}
