@@ -27,7 +27,9 @@ inline constexpr PropertyName RateControlMethod{"CoreAudioCompressor::RateContro
 
 namespace VideoCompressor {
 inline constexpr PropertyName BitRate{"VideoCompressor::BitRate"};  ///< int, bits per second
-}
+/// int: threads of a compressor that has no property of its own for them; 0 lets it choose.
+inline constexpr PropertyName Threads{"VideoCompressor::Threads"};
+}  // namespace VideoCompressor
 
 namespace JpegCompressor {
 inline constexpr PropertyName Quality{"JpegCompressor::Quality"};  ///< int, 1 to 100
@@ -57,8 +59,10 @@ inline constexpr PropertyName MaximumBitrate{
 }  // namespace VideoToolboxCompressor
 
 namespace MainConceptMpeg2Compressor {
-inline constexpr PropertyName Profile{"MainConceptMpeg2Compressor::Profile"};  ///< int: 1 main
-inline constexpr PropertyName Level{"MainConceptMpeg2Compressor::Level"};      ///< int: 4 high
+/// int, as the stream spells it: 1 high, 4 main, 5 simple.
+inline constexpr PropertyName Profile{"MainConceptMpeg2Compressor::Profile"};
+/// int, as the stream spells it: 4 high, 6 high 1440, 8 main, 10 low.
+inline constexpr PropertyName Level{"MainConceptMpeg2Compressor::Level"};
 inline constexpr PropertyName M{
     "MainConceptMpeg2Compressor::M"};  ///< int: frames from anchor to anchor
 inline constexpr PropertyName N{
