@@ -10,12 +10,23 @@ namespace Quillon::Orb {
 void RegisterAudioFormatConverter();
 void RegisterAudioRateConverter();
 
+void RegisterX264();
+void RegisterPlatformCompressor();
+void RegisterNvenc();
+void RegisterMotionJpeg();
+void RegisterMpeg2();
+
 void RegisterBuiltInComponents() {
     MovieFileInventory::Add('mov ', MakeMovieFile);
     MovieFileInventory::Add('mp4 ', MakeMovieFile);
     MovieFileInventory::Add('ts  ', MakeAvMovieFile);
     RegisterAudioFormatConverter();
     RegisterAudioRateConverter();
+    RegisterX264();
+    RegisterPlatformCompressor();
+    RegisterNvenc();
+    RegisterMotionJpeg();
+    RegisterMpeg2();
 }
 
 }  // namespace Quillon::Orb

@@ -1,0 +1,287 @@
+#include "AvVideoEncoder.h"
+
+#include <gtest/gtest.h>
+
+#include "orb/BlockPool.h"
+
+#include "EncoderTestKit.h"
+
+namespace Quillon::Orb {
+namespace {
+
+using namespace TestKit;
+
+/// One way through each encoder.
+struct Road {
+    const char* name;
+    unsigned int code;
+    unsigned int output;
+    unsigned int input;
+    double psnr;  // dB that the luma keeps at least
+};
+
+const Road kRoads[] = {
+    {"x264", 'h264', 'h264', 'I420', 34},           {"x264FromNv12", 'h264', 'avc1', 'NV12', 34},
+    {"x264FromYv12", 'h264', 'h264', 'YV12', 34},   {"PlatformH264", 'vtbx', 'h264', 'NV12', 34},
+    {"ProResProxy", 'vtbx', 'apco', 'UYVY', 36},    {"ProResLt", 'vtbx', 'apcs', 'UYVY', 40},
+    {"ProRes", 'vtbx', 'apcn', 'YUYV', 43},         {"ProResHq", 'vtbx', 'apch', 'UYVY', 45},
+    {"ProResHqPlanar", 'vtbx', 'apch', 'I422', 45}, {"ProResHqFrom420", 'vtbx', 'apch', 'I420', 45},
+    {"ProRes4444", 'vtbx', 'ap4h', 'UYVY', 45},     {"MotionJpeg", 'mjpg', 'jpeg', 'I420', 38},
+    {"MotionJpeg422", 'mjpg', 'jpeg', 'I422', 38},  {"MotionJpegYv16", 'mjpg', 'jpeg', 'YV16', 38},
+    {"MotionJpegGrey", 'mjpg', 'jpeg', 'GREY', 38}, {"Mpeg2", 'mcm2', 'mp2v', 'I420', 34},
+    {"Mpeg2FromYv12", 'mcm2', 'mp2v', 'YV12', 34},
+};
+
+class VideoEncoders : public testing::TestWithParam<Road> {
+protected:
+    Source MakeSource() const {
+        Source source;
+        source.format = GetParam().input;
+        return source;
+    }
+    RObject<CVideoCompressor> Begun(const Source& source) const {
+        RObject<CVideoCompressor> compressor = MakeCompressor(GetParam().code);
+        if (!compressor) return compressor;
+        EXPECT_EQ(compressor->SetOutputFormat(GetParam().output), 0);
+        EXPECT_EQ(compressor->SetInputProperties(source.Properties().Get()), 0);
+        Result begun = compressor->Begin();
+        EXPECT_TRUE(begun.Succeeded()) << begun.GetMessage();
+        return compressor;
+    }
+    RObject<CVideoProperties> Output(CVideoCompressor& compressor) const {
+        return RObject<CVideoProperties>(compressor.GetOutputProperties(0));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Roads, VideoEncoders, testing::ValuesIn(kRoads),
+                         [](const auto& road) { return std::string(road.param.name); });
+
+TEST_P(VideoEncoders, WhatGoesInComesOutOnceAndLooksLikeIt) {
+    constexpr int kPictures = 40;
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    const Samples samples = Encode(*compressor, source, kPictures);
+    ASSERT_EQ(samples.size(), kPictures);
+    for (int i = 0; i < kPictures; ++i) {
+        EXPECT_EQ(samples[i]->GetTime(), i * source.frameDuration);
+        EXPECT_EQ(samples[i]->GetDuration(), source.frameDuration);
+    }
+    RObject<CVideoProperties> output = Output(*compressor);
+    EXPECT_EQ(output->GetFormat(), GetParam().output);
+    EXPECT_EQ(output->GetWidth(), source.width);
+    EXPECT_EQ(output->GetTimescale(), source.timescale);
+
+    const Decoded decoded = Decode(*output, samples);
+    EXPECT_TRUE(decoded.clean);
+    ASSERT_EQ(decoded.frames.size(), kPictures);
+    for (int i = 0; i < kPictures; ++i) {
+        EXPECT_GE(LumaPsnr(*decoded.frames[i], source, i), GetParam().psnr) << "picture " << i;
+    }
+    EXPECT_EQ(compressor->End(), 0);
+}
+
+TEST_P(VideoEncoders, EndLetsComeOutWhatIsInside) {
+    constexpr int kPictures = 25;
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    for (int i = 0; i < kPictures; ++i) {
+        ASSERT_EQ(compressor->PutSample(0, MakeSample(source, i).Get()), 0);
+    }
+    ASSERT_EQ(compressor->End(), 0);
+    int count = 0;
+    for (;;) {
+        RObject<CMediaSample> sample;
+        ASSERT_EQ(compressor->GetSample(0, sample), 0);
+        if (!sample) break;
+        EXPECT_EQ(sample->GetTime(), count * source.frameDuration);
+        ++count;
+    }
+    EXPECT_EQ(count, kPictures);
+    EXPECT_EQ(compressor->End(), 0);
+}
+
+TEST_P(VideoEncoders, BeginsAgainAfterEnd) {
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    EXPECT_TRUE(compressor->Begin().Failed());
+    const Samples first = Encode(*compressor, source, 5);
+    EXPECT_TRUE(compressor->ProcessSample(MakeSample(source, 5).Get()).Failed());
+    EXPECT_EQ(compressor->ProcessSample(nullptr), 0);
+    EXPECT_EQ(compressor->End(), 0);
+    EXPECT_TRUE(compressor->ProcessSample(MakeSample(source, 5).Get()).Failed());
+    ASSERT_EQ(compressor->Begin(), 0);
+    const Samples second = Encode(*compressor, source, 5);
+    ASSERT_EQ(first.size(), 5u);
+    ASSERT_EQ(second.size(), 5u);
+    EXPECT_EQ(second[0]->GetTime(), 0);
+}
+
+TEST_P(VideoEncoders, TimesMayJumpAndRepeat) {
+    const long long times[] = {1000, 1000, 5, 90000, 90001, -7, 8, 9, 10, 11};
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    Samples samples;
+    for (const long long time : times) {
+        ASSERT_EQ(compressor->ProcessSample(MakeSample(source, 1, time, time + 3).Get()), 0);
+        ASSERT_EQ(FetchReady(*compressor, samples), 0);
+    }
+    ASSERT_EQ(compressor->ProcessSample(nullptr), 0);
+    ASSERT_EQ(FetchReady(*compressor, samples), 0);
+    ASSERT_EQ(samples.size(), std::size(times));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        EXPECT_EQ(samples[i]->GetTime(), times[i]);
+        EXPECT_EQ(samples[i]->GetDuration(), times[i] + 3);
+    }
+}
+
+TEST_P(VideoEncoders, AHintMakesAKeyPicture) {
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    const Samples samples = Encode(*compressor, source, 14, {7});
+    ASSERT_EQ(samples.size(), 14u);
+    bool found = false;
+    for (const RObject<CVideoSample>& sample : samples) {
+        const long long shown = sample->GetTime() + sample->GetCompositionOffset();
+        if (shown == 7 * source.frameDuration) {
+            found = sample->GetPictureType() == CVideoSample::kKeyPicture;
+        }
+    }
+    EXPECT_TRUE(found);
+    const Decoded decoded = Decode(*Output(*compressor), samples);
+    ASSERT_EQ(decoded.frames.size(), 14u);
+    EXPECT_EQ(decoded.frames[7]->pict_type, AV_PICTURE_TYPE_I);
+    EXPECT_TRUE(decoded.frames[7]->key_frame);
+}
+
+TEST_P(VideoEncoders, WidePitchesAreReadInPlace) {
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(compressor->ProcessSample(MakeSample(source, i, i, 1, 64).Get()), 0);
+    }
+    ASSERT_EQ(compressor->ProcessSample(nullptr), 0);
+    Samples samples;
+    ASSERT_EQ(FetchReady(*compressor, samples), 0);
+    const Decoded decoded = Decode(*Output(*compressor), samples);
+    ASSERT_EQ(decoded.frames.size(), 3u);
+    EXPECT_GE(LumaPsnr(*decoded.frames[2], source, 2), GetParam().psnr);
+}
+
+TEST_P(VideoEncoders, WrongPicturesAreRefusedAndTheRestGoesOn) {
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    Source other = source;
+    other.width = 64;
+    RObject<CVideoSample> empty(new CVideoSample(nullptr));
+    RObject<CByteArray> bytes(new CByteArray(100, 1));
+    RObject<CPixelBufferDataReference> few(
+        new CPixelBufferDataReference(bytes.Get(), source.width, source.height, source.width * 2));
+    RObject<CVideoSample> small(new CVideoSample(nullptr));
+    small->SetDataReference(few.Get());
+    ASSERT_EQ(compressor->ProcessSample(MakeSample(source, 0).Get()), 0);
+    EXPECT_EQ(compressor->ProcessSample(MakeSample(other, 0).Get()), ResultInvalidArgument::kCode);
+    EXPECT_EQ(compressor->ProcessSample(empty.Get()), ResultInvalidArgument::kCode);
+    EXPECT_EQ(compressor->ProcessSample(small.Get()), ResultInvalidArgument::kCode);
+    ASSERT_EQ(compressor->ProcessSample(MakeSample(source, 1).Get()), 0);
+    ASSERT_EQ(compressor->ProcessSample(nullptr), 0);
+    Samples samples;
+    ASSERT_EQ(FetchReady(*compressor, samples), 0);
+    EXPECT_EQ(samples.size(), 2u);
+}
+
+TEST_P(VideoEncoders, ShapesWithoutSizeAreRefused) {
+    RObject<CVideoCompressor> compressor = MakeCompressor(GetParam().code);
+    ASSERT_TRUE(compressor);
+    ASSERT_EQ(compressor->SetOutputFormat(GetParam().output), 0);
+    EXPECT_EQ(compressor->Begin(), ResultInvalidArgument::kCode);
+    const int sizes[][2] = {{0, 240}, {320, 0}, {0, 0}, {100000, 240}, {320, 2000000000}};
+    for (const auto& size : sizes) {
+        Source source = MakeSource();
+        source.width = size[0];
+        source.height = size[1];
+        compressor->SetInputProperties(source.Properties().Get());
+        EXPECT_EQ(compressor->Begin(), ResultInvalidArgument::kCode) << size[0] << " x " << size[1];
+    }
+    Source source = MakeSource();
+    compressor->SetInputProperties(source.Properties().Get());
+    EXPECT_EQ(compressor->Begin(), 0);
+}
+
+TEST_P(VideoEncoders, TimeScaleAndRateMayBeAnything) {
+    const long long scales[][2] = {{10000000, 333667}, {0, 0},   {1, 1},          {1000, 33},
+                                   {1, 1000000},       {7, 100}, {4000000000, 7}, {90000, 3600}};
+    for (const auto& scale : scales) {
+        Source source = MakeSource();
+        source.timescale = scale[0];
+        source.frameDuration = scale[1];
+        RObject<CVideoProperties> properties = source.Properties();
+        if (scale[0] == 0) properties->SetFrameRate({30000, 0});
+        RObject<CVideoCompressor> compressor = MakeCompressor(GetParam().code);
+        compressor->SetOutputFormat(GetParam().output);
+        compressor->SetInputProperties(properties.Get());
+        Result begun = compressor->Begin();
+        ASSERT_EQ(begun, 0) << scale[0] << "/" << scale[1] << ": " << begun.GetMessage();
+        EXPECT_EQ(Encode(*compressor, source, 3).size(), 3u) << scale[0] << "/" << scale[1];
+    }
+}
+
+TEST_P(VideoEncoders, AFormatThatIsNotTakenMeansTheFirstThatIs) {
+    RObject<CVideoCompressor> compressor = MakeCompressor(GetParam().code);
+    ASSERT_TRUE(compressor);
+    compressor->SetOutputFormat(GetParam().output);
+    RObject<CValueList<unsigned int>> formats(compressor->GetInputFormats());
+    unsigned int first = 0;
+    ASSERT_EQ(formats->GetValue(0, first), 0);
+    Source source = MakeSource();
+    RObject<CVideoProperties> properties = source.Properties();
+    properties->SetFormat('RV24');
+    compressor->SetInputProperties(properties.Get());
+    ASSERT_EQ(compressor->Begin(), 0);
+    source.format = first;
+    const Samples samples = Encode(*compressor, source, 3);
+    const Decoded decoded = Decode(*Output(*compressor), samples);
+    ASSERT_EQ(decoded.frames.size(), 3u);
+    EXPECT_GE(LumaPsnr(*decoded.frames[2], source, 2), GetParam().psnr);
+}
+
+TEST_P(VideoEncoders, UnknownPropertiesAndFormatsAreRefused) {
+    RObject<CVideoCompressor> compressor = MakeCompressor(GetParam().code);
+    ASSERT_TRUE(compressor);
+    EXPECT_TRUE(compressor->SetProperty(PropertyName("No::Such"), 1).Failed());
+    EXPECT_TRUE(compressor->SetProperty(CodeBookProperty::AudioCompressor::BitRate, 1).Failed());
+    EXPECT_TRUE(
+        compressor->SetProperty(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, true)
+            .Failed());
+    EXPECT_TRUE(compressor->SetOutputFormat('VP90').Failed());
+}
+
+TEST_P(VideoEncoders, ASteadyStreamAsksForNoFreshBlocks) {
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    const auto run = [&](int from, int to) {
+        for (int i = from; i < to; ++i) {
+            // The same picture again and again, so that the encoded sizes repeat as well.
+            ASSERT_EQ(compressor->ProcessSample(MakeSample(source, 0, i, 1).Get()), 0);
+            for (;;) {
+                RObject<CVideoSample> sample;
+                ASSERT_EQ(compressor->ReceiveSample(sample), 0);
+                if (!sample) break;
+            }
+        }
+    };
+    run(0, 150);
+    const long long before = BlockPool::Shared().GetCounts().fresh;
+    run(150, 300);
+    EXPECT_LE(BlockPool::Shared().GetCounts().fresh - before, 3);
+}
+
+}  // namespace
+}  // namespace Quillon::Orb
