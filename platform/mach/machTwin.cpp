@@ -72,9 +72,10 @@ mach_timebase_info_data_t timebase() {
 
 void trace_refusal(int error) {
     if (gRefusalTraced.exchange(true)) return;
-    zTrace("mach: no real-time scheduling ({}); ticks go on at ordinary priority. Raise the user's "
-           "rtprio limit for precision\n",
-           std::strerror(error));
+    zTrace(
+        "mach: no real-time scheduling ({}); ticks go on at ordinary priority. Raise the user's "
+        "rtprio limit for precision\n",
+        std::strerror(error));
 }
 
 }  // namespace

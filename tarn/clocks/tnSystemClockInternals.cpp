@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "mach/machShallowSleep.h"
 #include "spar/zThread.h"
 #include "tarn/clocks/tnTimeSource.h"
 #if defined(__APPLE__)
@@ -44,6 +45,7 @@ void tnSystemClockInternals::StartTicking(long long startMediaTime, const char* 
                                           char priority) {
     fStartMediaTime.store(startMediaTime, std::memory_order_relaxed);
     fTicking.store(true, std::memory_order_relaxed);
+    fShallowSleep = std::make_unique<machShallowSleep>();
     fThread.reset(zThread::Factory(name ? name : "system clock", this, kThreadClass,
                                    priority ? priority : kDefaultPriority));
 }
@@ -53,6 +55,7 @@ void tnSystemClockInternals::StopTicking() {
     fTicking.store(false, std::memory_order_relaxed);
     fThread->Join();
     fThread.reset();
+    fShallowSleep.reset();
 }
 
 void tnSystemClockInternals::ChangeRate(double rate) {

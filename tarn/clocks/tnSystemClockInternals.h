@@ -8,6 +8,7 @@
 #include "spar/zThreadMain.h"
 #include "tarn/clocks/tnClock.h"
 
+class machShallowSleep;
 class tnTimeSource;
 
 /// The thread body of a system clock: the schedule, the media timeline, and the loop that ticks.
@@ -69,6 +70,7 @@ protected:
 
     // fixed while ticking; the thread that starts and stops
     std::unique_ptr<zThread> fThread;
+    std::unique_ptr<machShallowSleep> fShallowSleep;
     std::atomic<long long> fStartMediaTime{0};
 
     // any thread, no lock
