@@ -8,6 +8,7 @@
 
 #include "spar/zCriticalRW.h"
 #include "spar/zSignal.h"
+#include "spar/zTime.h"
 
 namespace {
 
@@ -132,28 +133,35 @@ TEST(zCriticalRW, TwoReadersAreInsideAtOnce) {
 }
 
 // Readers that overlap without a break would keep a writer out for ever if it did not go first.
-TEST(zCriticalRW, AStreamOfReadersDoesNotHoldOffAWriter) {
+// This thread reads and a writer comes; readers follow until one has been held off for 50 ms of
+// real time, which must happen once the writer waits. Ten seconds are the margin for it to get that
+// far.
+TEST(zCriticalRW, AWaitingWriterGoesBeforeReadersThatComeLater) {
     zCriticalRW lock;
     std::atomic<bool> written{false};
-    std::atomic<int> readersInside{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i)
-        readers.emplace_back([&] {
-            while (!written) {
-                zReadLock held(lock);
-                ++readersInside;
-                // Leaves when the other has come in, or when it cannot because a writer waits.
-                for (int spin = 0; spin < 1000 && readersInside < 2; ++spin)
-                    std::this_thread::yield();
-                --readersInside;
-            }
-        });
+    read(lock);
     std::thread writer([&] {
         zWriteLock held(lock);
         written = true;
     });
+    bool heldOff = false;
+    const long long begin = zTime::MicroNow();
+    while (!heldOff && zTime::MicroNow() < begin + 10000000) {
+        zSignal came;
+        std::thread reader([&] {
+            zReadLock held(lock);
+            came.Raise();
+        });
+        heldOff = came.WaitFor(50000) != 0;
+        if (heldOff) {
+            EXPECT_FALSE(written);
+            leave_read(lock);
+        }
+        reader.join();
+    }
+    EXPECT_TRUE(heldOff);
+    if (!heldOff) leave_read(lock);
     writer.join();
-    for (auto& reader : readers) reader.join();
     EXPECT_TRUE(written);
 }
 
