@@ -10,6 +10,7 @@
 #include "orb/CBufferDataReference.h"
 #include "orb/CByteArray.h"
 #include "orb/CLockedDataReference.h"
+#include "orb/CMemoryDataReference.h"
 #include "orb/filterSupport.h"
 
 // What the tests of the audio components share.

@@ -7,6 +7,7 @@ namespace Quillon::Orb {
 
 // One line a component: a declaration here and its call below. Each function stands beside its
 // component and adds the factory to the inventory of its kind.
+void RegisterAacCompressor();
 void RegisterAudioFormatConverter();
 void RegisterAudioRateConverter();
 
@@ -20,6 +21,7 @@ void RegisterBuiltInComponents() {
     MovieFileInventory::Add('mov ', MakeMovieFile);
     MovieFileInventory::Add('mp4 ', MakeMovieFile);
     MovieFileInventory::Add('ts  ', MakeAvMovieFile);
+    RegisterAacCompressor();
     RegisterAudioFormatConverter();
     RegisterAudioRateConverter();
     RegisterX264();
