@@ -49,11 +49,9 @@ Result CAssetAudioCompressor::Begin() {
     Result result = fCompressor->Begin();
     if (result.Failed()) return result;
     take_over_output();
-    result =
-        Pipe().Begin(describe_track(*Properties()), std::make_unique<AudioShaper>(*Properties()),
-                     std::make_unique<FilterCodec<CAudioCompressor>>(fCompressor), kQueueSize);
-    if (result.Failed()) fCompressor->End();
-    return result;
+    // A pipe that does not take the encoder ends it.
+    return Pipe().Begin(describe_track(*Properties()), std::make_unique<AudioShaper>(*Properties()),
+                        std::make_unique<FilterCodec<CAudioCompressor>>(fCompressor), kQueueSize);
 }
 
 // What the encoder knows of its stream goes into the file with the track's own description.

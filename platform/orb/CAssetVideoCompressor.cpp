@@ -52,11 +52,9 @@ Result CAssetVideoCompressor::Begin() {
     Result result = fCompressor->Begin();
     if (result.Failed()) return result;
     take_over_output();
-    result =
-        Pipe().Begin(describe_track(*Properties()), std::make_unique<VideoShaper>(*Properties()),
-                     std::make_unique<FilterCodec<CVideoCompressor>>(fCompressor), kQueueSize);
-    if (result.Failed()) fCompressor->End();
-    return result;
+    // A pipe that does not take the encoder ends it.
+    return Pipe().Begin(describe_track(*Properties()), std::make_unique<VideoShaper>(*Properties()),
+                        std::make_unique<FilterCodec<CVideoCompressor>>(fCompressor), kQueueSize);
 }
 
 // What the encoder knows of its stream goes into the file with the track's own description.

@@ -181,16 +181,12 @@ void MovieQueue::run() {
         zMutexLock held(fLock);
         tracks = fDescriptions;
     }
-    begin_file(tracks);
-    {
-        zMutexLock held(fLock);
-        if (fState != State::Running) return;
-    }
+    if (!begin_file(tracks)) return;
     write_samples();
     finish_file();
 }
 
-void MovieQueue::begin_file(const std::vector<MovieTrack>& tracks) {
+bool MovieQueue::begin_file(const std::vector<MovieTrack>& tracks) {
     Result result = 0;
     for (std::size_t i = 0; i < tracks.size() && result.Succeeded(); ++i) {
         const int index = fFile->AddTrack(tracks[i]);
@@ -203,8 +199,10 @@ void MovieQueue::begin_file(const std::vector<MovieTrack>& tracks) {
     if (result.Failed()) fFile.reset();
     zMutexLock held(fLock);
     if (result.Failed()) fail(std::move(result));
-    fState = fFailure.Failed() ? State::Done : State::Running;
+    const bool begun = fFailure.Succeeded();
+    fState = begun ? State::Running : State::Done;
     fRoom.WakeAll();
+    return begun;
 }
 
 int MovieQueue::earliest() const {

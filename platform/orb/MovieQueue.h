@@ -89,7 +89,7 @@ private:
 
     Result start_thread() SPAR_EXCLUDES(fLock);
     void run() SPAR_EXCLUDES(fLock);
-    void begin_file(const std::vector<MovieTrack>& tracks) SPAR_EXCLUDES(fLock);
+    bool begin_file(const std::vector<MovieTrack>& tracks) SPAR_EXCLUDES(fLock);
     void write_samples() SPAR_EXCLUDES(fLock);
     void write_one(int track, const Sample& sample) SPAR_EXCLUDES(fLock);
     void finish_file() SPAR_EXCLUDES(fLock);

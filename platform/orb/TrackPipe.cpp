@@ -131,7 +131,7 @@ bool TrackPipe::EndOrCutOff(long long patienceUs) {
     bool moved = true;
     {
         zMutexLock held(fLock);
-        while (moved && fState == State::Ending) {
+        while (moved && !fCutOff && fState == State::Ending) {
             const long long before = fProgress;
             while (fState == State::Ending && fProgress == before &&
                    fChanged.WaitFor(fLock, patienceUs)) {

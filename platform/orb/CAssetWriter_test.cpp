@@ -1,0 +1,742 @@
+#include "orb/CAssetWriter.h"
+
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+
+#include "orb/BlockPool.h"
+#include "orb/CAssetAudioCompressor.h"
+#include "orb/CAssetVideoCompressor.h"
+#include "orb/CContainerReaderAudioProperties.h"
+#include "orb/CMpeg4AvcDataReference.h"
+#include "orb/ContainerProperty.h"
+#include "orb/TrackPipe.h"
+#include "orb/testComponents.h"
+
+namespace Quillon::Orb {
+namespace {
+
+RObject<CVideoProperties> video_shape(unsigned int format = 'jpeg') {
+    RObject<CVideoProperties> p(new CVideoProperties(nullptr));
+    p->SetFormat(format);
+    p->SetWidth(64);
+    p->SetHeight(48);
+    p->SetTimescale(30000);
+    p->SetFrameDuration(1001);
+    p->SetColorSpace(ColorSpace::BT709);
+    return p;
+}
+
+RObject<CAudioProperties> audio_shape(unsigned int format, int channels) {
+    RObject<CAudioProperties> p(new CContainerReaderAudioProperties(nullptr));
+    p->SetFormat(format);
+    p->SetChannels(channels);
+    p->SetSampleRate(48000);
+    p->SetBitsPerSample(16);
+    p->SetBytesPerPacket(2 * channels);
+    p->SetFramesPerPacket(1);
+    return p;
+}
+
+/// A track whose inside can be reached.
+class OpenTrack : public CAssetVideoCompressor {
+public:
+    using CAssetVideoCompressor::CAssetVideoCompressor;
+    using CAssetVideoCompressor::Pipe;
+};
+
+/// A folder that goes with the test.
+class CAssetWriterTest : public testing::Test {
+protected:
+    CAssetWriterTest() {
+        char folder[] = "/tmp/orbXXXXXX";
+        fFolder = mkdtemp(folder);
+        asset = new CAssetWriter();
+    }
+    ~CAssetWriterTest() override {
+        asset.Clear();
+        std::string command = "rm -rf " + fFolder;
+        EXPECT_EQ(0, std::system(command.c_str()));
+    }
+    std::string Path(const char* name = "movie.mov") const { return fFolder + "/" + name; }
+    Result Create(unsigned int type = 'fake', const std::string& path = "") {
+        RObject<CString> text(new CString((path.empty() ? Path() : path).c_str()));
+        return asset->Create(type, text.Get());
+    }
+    /// A compressing video track that stands in the asset and has begun.
+    RObject<CAssetVideoCompressor> AddVideo() {
+        RObject<CAssetVideoCompressor> track(
+            new CAssetVideoCompressor(video_shape().Get(), 'fvid'));
+        EXPECT_EQ(0, track->SetInputFormat('UYVY'));
+        EXPECT_EQ(0, asset->AddVideoWriter(track.Get()));
+        EXPECT_EQ(0, track->Begin());
+        return track;
+    }
+    RObject<CAssetAudioWriter> AddSound(int channels = 2) {
+        RObject<CAssetAudioWriter> track(
+            new CAssetAudioWriter(audio_shape('sowt', channels).Get()));
+        EXPECT_EQ(0, track->SetInputFormat('sowt'));
+        EXPECT_EQ(0, asset->AddAudioWriter(track.Get()));
+        EXPECT_EQ(0, track->Begin());
+        return track;
+    }
+
+    FakeDiskInPlace place;
+    FakeDisk& disk = place.disk;
+    std::shared_ptr<FakePlan> plan = std::make_shared<FakePlan>();
+    FactoryInFront<CVideoCompressor> video{new FakeVideoFactory('fvid', plan)};
+    FactoryInFront<CAudioCompressor> audio{new FakeAudioFactory('faud', plan)};
+    RObject<CAssetWriter> asset;
+    std::string fFolder;
+};
+
+TEST_F(CAssetWriterTest, CreateTellsWhyNoFileCanBeWritten) {
+    std::ofstream(Path("plain")) << "x";
+    struct Case {
+        const char* what;
+        unsigned int type;
+        std::string path;
+        int code;
+    };
+    const Case cases[] = {
+        {"nobody writes containers of type 'wxyz'", 'wxyz', Path(), ResultNotSupported::kCode},
+        {"No such file", 'fake', Path("no/such/folder.mov"), ResultError::kCode},
+        {"Not a directory", 'fake', Path("plain/movie.mov"), ResultError::kCode},
+        {"it is a folder", 'fake', fFolder, ResultError::kCode},
+        {"it names no file", 'fake', Path("none/"), ResultError::kCode},
+    };
+    for (const Case& c : cases) {
+        TraceCatcher trace;
+        const Result result = Create(c.type, c.path);
+        EXPECT_EQ(c.code, result) << c.what;
+        EXPECT_EQ(1, trace.Count()) << c.what;
+        EXPECT_TRUE(trace.HasLineWith({c.path.c_str(), c.what})) << c.what;
+        EXPECT_EQ(nullptr, asset->GetContainerWriter());
+    }
+    TraceCatcher trace;
+    EXPECT_EQ(ResultNullPointer::kCode, asset->Create('fake', nullptr));
+    RObject<CString> empty(new CString(""));
+    EXPECT_EQ(ResultNullPointer::kCode, asset->Create('fake', empty.Get()));
+    EXPECT_EQ(2, trace.Count());
+}
+
+TEST_F(CAssetWriterTest, CreateTouchesNothing) {
+    EXPECT_EQ(0, Create());
+    struct stat status {};
+    EXPECT_NE(0, stat(Path().c_str(), &status));
+    std::ofstream(Path()) << "here before";
+    EXPECT_EQ(0, Create());
+    ASSERT_EQ(0, stat(Path().c_str(), &status));
+    EXPECT_EQ(11, status.st_size);
+    EXPECT_EQ(0, disk.begun);
+}
+
+TEST_F(CAssetWriterTest, SamplesOfTwoTracksReachTheFile) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> pictures = AddVideo();
+    RObject<CAssetAudioWriter> sound = AddSound();
+    RObject<CContainerWriter> container(pictures->GetContainerWriter());
+    RObject<CContainerWriter> same(asset->GetContainerWriter());
+    EXPECT_EQ(same, container);
+    EXPECT_EQ(0, container->SetQueueSize(128));
+    RObject<CMediaProperties> properties(sound->GetProperties());
+    properties->SetDuration(13 * properties->GetTimescale());
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_EQ(Path(), disk.path);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_TRUE(pictures->IsReady());
+        EXPECT_EQ(0, pictures->WriteSample(
+                         fake_picture(i * 1001, 1001, static_cast<unsigned char>(i), 100).Get()));
+        EXPECT_EQ(0,
+                  sound->WriteSample(fake_sound(std::vector<unsigned char>(6400, 7), 1600).Get()));
+    }
+    EXPECT_EQ(0, pictures->WriteSample(nullptr));
+    EXPECT_EQ(0, sound->WriteSample(nullptr));
+    EXPECT_EQ(0, pictures->End());
+    EXPECT_EQ(0, sound->End());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(500, pictures->GetBytesWritten());
+    EXPECT_EQ(5 * 6400, sound->GetBytesWritten());
+    ASSERT_EQ(2u, disk.tracks.size());
+    EXPECT_EQ(MovieTrack::Kind::Video, disk.tracks[0].kind);
+    EXPECT_EQ(static_cast<unsigned>('jpeg'), disk.tracks[0].format);
+    EXPECT_EQ(30000, disk.tracks[0].timescale);
+    EXPECT_EQ(64, disk.tracks[0].width);
+    EXPECT_EQ(1, disk.tracks[0].colour.matrix);
+    EXPECT_FALSE(disk.tracks[0].colour.fullRange);
+    EXPECT_FALSE(disk.tracks[0].reordered);
+    EXPECT_EQ(MovieTrack::Kind::Audio, disk.tracks[1].kind);
+    EXPECT_EQ(48000, disk.tracks[1].timescale);
+    EXPECT_EQ(4, disk.tracks[1].bytesPerPacket);
+    EXPECT_EQ(13 * 48000, disk.tracks[1].expectedDuration);
+    const auto frames = disk.Of(0);
+    ASSERT_EQ(5u, frames.size());
+    for (int i = 0; i < 5; ++i) {
+        const FakeDisk::Written& w = frames[static_cast<std::size_t>(i)];
+        EXPECT_EQ(i * 1001, w.sample.decodeTime);
+        EXPECT_EQ(1001, w.sample.duration);
+        EXPECT_TRUE(w.sample.key);
+        EXPECT_EQ(std::vector<unsigned char>(100, static_cast<unsigned char>(i)), w.bytes);
+    }
+    const auto blocks = disk.Of(1);
+    ASSERT_EQ(5u, blocks.size());
+    EXPECT_EQ(1600, blocks[3].sample.packets);
+    EXPECT_EQ(4800, blocks[3].sample.decodeTime);
+    EXPECT_EQ(1, disk.finished);
+}
+
+TEST_F(CAssetWriterTest, TracksKeepTheirOrderOfLife) {
+    TraceCatcher trace;
+    RObject<CAssetVideoCompressor> track(new CAssetVideoCompressor(video_shape().Get(), 'fvid'));
+    EXPECT_TRUE(asset->AddVideoWriter(track.Get()).Failed());
+    EXPECT_TRUE(asset->Begin().Failed());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(nullptr, track->GetContainerWriter());
+    ASSERT_EQ(0, Create());
+    EXPECT_EQ(ResultNullPointer::kCode, asset->AddVideoWriter(nullptr));
+    EXPECT_EQ(0, track->SetInputFormat('UYVY'));
+    EXPECT_TRUE(track->Begin().Failed());
+    EXPECT_EQ(1, plan->begun);
+    EXPECT_EQ(1, plan->ended);
+    EXPECT_EQ(0, asset->AddVideoWriter(track.Get()));
+    EXPECT_TRUE(asset->AddVideoWriter(track.Get()).Failed());
+    EXPECT_EQ(0, track->Begin());
+    EXPECT_TRUE(track->Begin().Failed());
+    EXPECT_TRUE(track->IsReady());
+    EXPECT_TRUE(track->WriteSample(fake_picture(0, 1).Get()).Failed());
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_TRUE(asset->Begin().Failed());
+    EXPECT_TRUE(Create().Failed());
+    RObject<CAssetAudioWriter> late(new CAssetAudioWriter(audio_shape('sowt', 1).Get()));
+    EXPECT_TRUE(asset->AddAudioWriter(late.Get()).Failed());
+    EXPECT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(ResultInvalidArgument::kCode, track->WriteSample(fake_sound({1, 2}, 1).Get()));
+    RObject<CVideoSample> bare(new CVideoSample(nullptr));
+    EXPECT_EQ(ResultNullPointer::kCode, track->WriteSample(bare.Get()));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_TRUE(track->WriteSample(fake_picture(1, 1).Get()).Failed());
+    EXPECT_TRUE(track->IsReady());
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(1, disk.CountWritten());
+    EXPECT_EQ(2, plan->ended);
+}
+
+TEST_F(CAssetWriterTest, EncoderThatIsNotThereOrRefuses) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> none(new CAssetVideoCompressor(video_shape().Get(), 'wxyz'));
+    EXPECT_TRUE(trace.HasLineWith({"'wxyz'", "no video compressor"}));
+    EXPECT_EQ(nullptr, none->GetCompressor());
+    EXPECT_EQ(nullptr, none->GetInputFormats());
+    EXPECT_EQ(ResultNotSupported::kCode, none->SetInputFormat('UYVY'));
+    EXPECT_EQ(ResultNotSupported::kCode, none->Begin());
+    RObject<CAssetAudioCompressor> mute(
+        new CAssetAudioCompressor(audio_shape('mp4a', 1).Get(), 'wxyz'));
+    EXPECT_EQ(nullptr, mute->GetInputFormats());
+    RObject<CAssetVideoCompressor> track(new CAssetVideoCompressor(video_shape().Get(), 'fvid'));
+    EXPECT_EQ(ResultNotSupported::kCode, track->SetInputFormat('BGRA'));
+    RObject<CAssetVideoCompressor> odd(
+        new CAssetVideoCompressor(video_shape('wxyz').Get(), 'fvid'));
+    EXPECT_EQ(ResultNotSupported::kCode, odd->SetInputFormat('UYVY'));
+    EXPECT_EQ(0, track->SetInputFormat('I420'));
+    EXPECT_EQ(0, asset->AddVideoWriter(track.Get()));
+    plan->failBegin = true;
+    EXPECT_STREQ("no device", track->Begin().GetMessage());
+    plan->failBegin = false;
+    EXPECT_EQ(0, track->Begin());
+    RObject<CVideoFilter> filter(track->GetCompressor());
+    RObject<CVideoProperties> input(filter->GetInputProperties(0));
+    EXPECT_EQ(static_cast<unsigned>('I420'), input->GetFormat());
+    EXPECT_EQ(64, input->GetWidth());
+}
+
+TEST_F(CAssetWriterTest, FullTrackIsNotReadyBlocksAndLosesNothing) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    plan->gate.Close();
+    // One stands in the encoder; behind it the queue fills until the track says so.
+    ASSERT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    plan->gate.WaitForArrivals(1);
+    int written = 1;
+    while (track->IsReady()) {
+        ASSERT_EQ(0, track->WriteSample(fake_picture(written, 1).Get()));
+        ASSERT_LT(++written, 100);
+    }
+    EXPECT_FALSE(asset->WaitForMedia(0));
+    EXPECT_FALSE(asset->WaitForMedia(1));
+    EXPECT_EQ(0, track->GetBytesWritten());
+    std::thread writer([&] {
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_EQ(0, track->WriteSample(fake_picture(written + i, 1).Get()));
+        }
+    });
+    std::thread opener([&] { plan->gate.Open(); });
+    EXPECT_TRUE(asset->WaitForMedia(60000));
+    opener.join();
+    writer.join();
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(written + 20, disk.CountWritten());
+}
+
+TEST_F(CAssetWriterTest, WaitForMediaWaitsForTheTrackThatIsFull) {
+    ASSERT_EQ(0, Create());
+    EXPECT_TRUE(asset->WaitForMedia(60000));
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    RObject<CAssetAudioWriter> sound = AddSound();
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_TRUE(asset->WaitForMedia(60000));
+    plan->gate.Close();
+    for (int i = 0; track->IsReady(); ++i) {
+        ASSERT_EQ(0, track->WriteSample(fake_picture(i, 1).Get()));
+        if (i == 0) plan->gate.WaitForArrivals(1);
+    }
+    // The other track is ready all the time; that is no reason to come back.
+    EXPECT_TRUE(sound->IsReady());
+    EXPECT_FALSE(asset->WaitForMedia(1));
+    plan->gate.Open();
+    EXPECT_TRUE(asset->WaitForMedia(60000));
+    EXPECT_EQ(0, asset->Finish());
+}
+
+TEST_F(CAssetWriterTest, NullEndsTheStreamAndDrainsTheEncoder) {
+    ASSERT_EQ(0, Create());
+    plan->delay = 3;
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 5; ++i) track->WriteSample(fake_picture(i * 10, 10).Get());
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(1, plan->drained);
+    EXPECT_EQ(1, plan->ended);
+    EXPECT_EQ(0, asset->Finish());
+    const auto frames = disk.Of(0);
+    ASSERT_EQ(5u, frames.size());
+    EXPECT_EQ(40, frames[4].sample.decodeTime);
+}
+
+TEST_F(CAssetWriterTest, FailingEncoderTellsTheNextWriterOnceAndGoesOn) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->failAt = 1;
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(0, track->WriteSample(fake_picture(i, 1).Get()));
+    while (trace.Count() == 0) std::this_thread::yield();
+    EXPECT_TRUE(track->IsReady());
+    EXPECT_STREQ("the picture is bad", track->WriteSample(fake_picture(2, 1).Get()).GetMessage());
+    EXPECT_EQ(0, track->WriteSample(fake_picture(3, 1).Get()));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    const auto frames = disk.Of(0);
+    ASSERT_EQ(2u, frames.size());
+    EXPECT_EQ(0, frames[0].sample.decodeTime);
+    EXPECT_EQ(3, frames[1].sample.decodeTime);
+    EXPECT_EQ(1, trace.Count());
+    EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "video", "the picture is bad"}));
+}
+
+TEST_F(CAssetWriterTest, FailureOfTheLastPicturesIsToldByEnd) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->failAt = 0;
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    ASSERT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_STREQ("the picture is bad", track->End().GetMessage());
+    EXPECT_EQ(0, asset->Finish());
+}
+
+TEST_F(CAssetWriterTest, FailureOfTheFileReachesWritersWithItsReason) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    disk.failAt = 2;
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    RObject<CAssetAudioWriter> sound = AddSound();
+    ASSERT_EQ(0, asset->Begin());
+    Result result = 0;
+    for (int i = 0; result.Succeeded(); ++i) result = track->WriteSample(fake_picture(i, 1).Get());
+    EXPECT_STREQ("no space left on device", result.GetMessage());
+    result = sound->WriteSample(fake_sound({1, 2, 3, 4}, 1).Get());
+    EXPECT_STREQ("no space left on device", result.GetMessage());
+    // Who polls is not held up by a track that can take nothing more.
+    EXPECT_TRUE(track->IsReady());
+    EXPECT_TRUE(sound->IsReady());
+    EXPECT_TRUE(asset->WaitForMedia(60000));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_STREQ("no space left on device", track->End().GetMessage());
+    EXPECT_STREQ("no space left on device", asset->Finish().GetMessage());
+    EXPECT_EQ(1, disk.finished);
+    EXPECT_EQ(32, track->GetBytesWritten());
+    EXPECT_EQ(1, trace.Count());
+}
+
+TEST_F(CAssetWriterTest, BeginThatFailedMayBeTriedAgainWithNewTracks) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    disk.failBegin = true;
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    EXPECT_STREQ("no such disk", asset->Begin().GetMessage());
+    disk.failBegin = false;
+    // The host makes its tracks anew; the old one gets no place in the file.
+    track = AddVideo();
+    EXPECT_EQ(0, asset->Begin());
+    EXPECT_EQ(1u, disk.tracks.size());
+    EXPECT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(1, disk.CountWritten());
+    track.Clear();
+    asset.Clear();
+    EXPECT_EQ(0, plan->living);
+    EXPECT_EQ(2, plan->ended);
+}
+
+TEST_F(CAssetWriterTest, TrackThatDidNotBeginGetsNoPlace) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetAudioWriter> idle(new CAssetAudioWriter(audio_shape('sowt', 1).Get()));
+    ASSERT_EQ(0, asset->AddAudioWriter(idle.Get()));
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_TRUE(disk.tracks.empty());
+    EXPECT_TRUE(idle->WriteSample(fake_sound({1, 2}, 1).Get()).Failed());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(1, disk.finished);
+}
+
+TEST_F(CAssetWriterTest, FinishEndsTracksThatNobodyEnded) {
+    ASSERT_EQ(0, Create());
+    plan->delay = 2;
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    RObject<CAssetAudioWriter> sound = AddSound();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 6; ++i) track->WriteSample(fake_picture(i, 1).Get());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(6, disk.CountWritten());
+    EXPECT_TRUE(track->WriteSample(fake_picture(7, 1).Get()).Failed());
+    EXPECT_TRUE(sound->WriteSample(fake_sound({1, 2, 3, 4}, 1).Get()).Failed());
+}
+
+TEST_F(CAssetWriterTest, EncoderThatHangsIsCutOff) {
+    ASSERT_EQ(0, Create());
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    plan->gate.Close();
+    ASSERT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    plan->gate.WaitForArrivals(1);
+    // Finish would wait some seconds for an encoder that does not move; here it is a millisecond.
+    EXPECT_FALSE(track->Pipe().EndOrCutOff(1000));
+    TraceCatcher trace;
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "cut off"}));
+    EXPECT_EQ(1, disk.finished);
+    plan->gate.Open();
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, disk.CountWritten());
+}
+
+TEST_F(CAssetWriterTest, ReleasedWithoutFinishStopsEverything) {
+    ASSERT_EQ(0, Create());
+    {
+        RObject<CAssetVideoCompressor> track = AddVideo();
+        RObject<CAssetAudioWriter> sound = AddSound();
+        ASSERT_EQ(0, asset->Begin());
+        for (int i = 0; i < 3; ++i) {
+            ASSERT_EQ(0, track->WriteSample(fake_picture(i, 1).Get()));
+            ASSERT_EQ(0, sound->WriteSample(fake_sound({1, 2, 3, 4}, 1).Get()));
+        }
+    }
+    asset.Clear();
+    EXPECT_EQ(0, disk.finished);
+    EXPECT_EQ(0, disk.living);
+    EXPECT_EQ(0, plan->living);
+    EXPECT_EQ(1, plan->ended);
+}
+
+TEST_F(CAssetWriterTest, TrackOutlivesItsAsset) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    asset = new CAssetWriter();
+    // The container lives as long as its track, and with it the road to the file.
+    EXPECT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->End());
+    track.Clear();
+    EXPECT_EQ(0, disk.living);
+    EXPECT_EQ(0, disk.finished);
+}
+
+TEST_F(CAssetWriterTest, TwoThreadsWriteTwoTracks) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    RObject<CAssetAudioWriter> sound = AddSound();
+    ASSERT_EQ(0, asset->Begin());
+    constexpr int kFrames = 600;
+    std::atomic<bool> done{false};
+    std::thread poller([&] {
+        // Readiness and counts are asked without any lock.
+        long long before = 0;
+        while (!done) {
+            track->IsReady();
+            sound->IsReady();
+            const long long bytes = track->GetBytesWritten();
+            EXPECT_GE(bytes, before);
+            before = bytes;
+            std::this_thread::yield();
+        }
+    });
+    std::thread pictures([&] {
+        for (int i = 0; i < kFrames; ++i) {
+            EXPECT_EQ(0, track->WriteSample(fake_picture(i * 500, 500).Get()));
+        }
+    });
+    std::thread sounds([&] {
+        for (int i = 0; i < kFrames; ++i) {
+            EXPECT_EQ(0,
+                      sound->WriteSample(fake_sound(std::vector<unsigned char>(3200), 800).Get()));
+        }
+    });
+    pictures.join();
+    sounds.join();
+    track->WriteSample(nullptr);
+    sound->WriteSample(nullptr);
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, sound->End());
+    done = true;
+    poller.join();
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(kFrames, static_cast<int>(disk.Of(0).size()));
+    EXPECT_EQ(kFrames, static_cast<int>(disk.Of(1).size()));
+    EXPECT_EQ(kFrames * 3200, sound->GetBytesWritten());
+    // The two lie beside each other in the file: never further apart than the queues allow.
+    double time[2] = {};
+    for (const FakeDisk::Written& w : disk.written) {
+        time[w.track] = static_cast<double>(w.sample.decodeTime) / (w.track == 0 ? 30000 : 48000);
+        if (w.sample.decodeTime > 0) {
+            EXPECT_LT(std::abs(time[0] - time[1]), 2.0);
+        }
+    }
+}
+
+TEST_F(CAssetWriterTest, CompressedSoundCarriesWhatItsEncoderKnows) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetAudioCompressor> track(
+        new CAssetAudioCompressor(audio_shape('mp4a', 1).Get(), 'faud'));
+    EXPECT_EQ(0, track->SetInputFormat('sowt'));
+    EXPECT_EQ(0, asset->AddAudioWriter(track.Get()));
+    RObject<CAudioFilter> filter(track->GetCompressor());
+    ASSERT_TRUE(filter);
+    EXPECT_EQ(0, track->Begin());
+    ASSERT_EQ(0, asset->Begin());
+    ASSERT_EQ(0, track->WriteSample(fake_sound(std::vector<unsigned char>(40), 20).Get()));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    const MovieTrack& described = disk.tracks[0];
+    EXPECT_EQ(static_cast<unsigned>('mp4a'), described.format);
+    EXPECT_EQ(8, described.framesPerPacket);
+    EXPECT_EQ(3, described.primingFrames);
+    EXPECT_EQ(64000, described.bitRate);
+    EXPECT_EQ(0, described.bytesPerPacket);
+    EXPECT_EQ((std::vector<unsigned char>{0x11, 0x90}), described.decoderConfiguration);
+    // 3 frames of priming and 20 of sound: two whole packets and one of seven.
+    const auto packets = disk.Of(0);
+    ASSERT_EQ(3u, packets.size());
+    EXPECT_EQ(16, packets[2].sample.decodeTime);
+    EXPECT_EQ(7, packets[2].sample.duration);
+    EXPECT_EQ(1, packets[2].sample.packets);
+}
+
+TEST_F(CAssetWriterTest, PcmBlocksMayBeCutAnywhere) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetAudioWriter> sound = AddSound(2);
+    ASSERT_EQ(0, asset->Begin());
+    std::vector<unsigned char> all(400);
+    for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<unsigned char>(i);
+    std::size_t at = 0;
+    for (const std::size_t size : {3, 0, 1, 5, 1, 2, 100, 88, 199, 1}) {
+        const std::vector<unsigned char> block(
+            all.begin() + static_cast<std::ptrdiff_t>(at),
+            all.begin() + static_cast<std::ptrdiff_t>(at + size));
+        EXPECT_EQ(0, sound->WriteSample(fake_sound(block, static_cast<long long>(size / 4)).Get()));
+        at += size;
+    }
+    ASSERT_EQ(all.size(), at);
+    RObject<CAudioSample> nothing(new CAudioSample(0));
+    EXPECT_EQ(0, sound->WriteSample(nothing.Get()));
+    RObject<CAudioSample> bare(new CAudioSample(5));
+    EXPECT_EQ(ResultNullPointer::kCode, sound->WriteSample(bare.Get()));
+    EXPECT_EQ(0, asset->Finish());
+    std::vector<unsigned char> written;
+    long long packets = 0;
+    for (const FakeDisk::Written& w : disk.Of(0)) {
+        EXPECT_EQ(packets, w.sample.decodeTime);
+        EXPECT_EQ(0u, w.bytes.size() % 4);
+        EXPECT_EQ(static_cast<long long>(w.bytes.size()) / 4, w.sample.packets);
+        packets += w.sample.packets;
+        written.insert(written.end(), w.bytes.begin(), w.bytes.end());
+    }
+    EXPECT_EQ(all, written);
+    EXPECT_EQ(100, packets);
+}
+
+TEST_F(CAssetWriterTest, PlainVideoStoresSamplesAsTheyCome) {
+    ASSERT_EQ(0, Create());
+    const unsigned char sets[] = {0, 0, 1, 0x67, 0x42, 0xC0, 0x1E, 0xDA, 0, 0, 1, 0x68, 0xCE, 0x80};
+    RObject<CMpeg4AvcDecoderConfiguration> configuration(new CMpeg4AvcDecoderConfiguration());
+    ASSERT_EQ(0, configuration->ParseAnnexB(sets, sizeof sets));
+    RObject<CMpeg4AvcProperties> avc(new CMpeg4AvcProperties(configuration.Get()));
+    RObject<CVideoProperties> shape = video_shape('h264');
+    shape->SetExtension('h264', avc.Get());
+    RObject<CAssetVideoWriter> track(new CAssetVideoWriter(shape.Get()));
+    EXPECT_EQ(ResultNotSupported::kCode, track->SetInputFormat('UYVY'));
+    EXPECT_EQ(0, track->SetInputFormat('h264'));
+    RObject<CValueList<unsigned int>> formats(track->GetInputFormats());
+    EXPECT_TRUE(formats->HasValue('h264'));
+    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+    ASSERT_EQ(0, track->Begin());
+    ASSERT_EQ(0, asset->Begin());
+    RObject<CMpeg4AvcAccessUnit> unit(new CMpeg4AvcAccessUnit());
+    ASSERT_EQ(0, unit->ParseAnnexB(bytes_of({0, 0, 1, 0x65, 9}).Get()));
+    RObject<CMpeg4AvcDataReference> reference(new CMpeg4AvcDataReference(unit.Get()));
+    RObject<CVideoSample> sample(new CVideoSample(CVideoSample::kKeyPicture, 1001, 0));
+    sample->SetTime(5005);
+    sample->SetCompositionOffset(2002);
+    sample->SetDataReference(reference.Get());
+    EXPECT_EQ(0, track->WriteSample(sample.Get()));
+    RObject<CVideoSample> second = fake_picture(6006, 1001, 3, 4);
+    second->SetPictureType(CVideoSample::kDisposablePicture);
+    second->SetCompositionOffset(-1001);
+    EXPECT_EQ(0, track->WriteSample(second.Get()));
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(static_cast<unsigned>('avc1'), disk.tracks[0].format);
+    EXPECT_TRUE(disk.tracks[0].reordered);
+    EXPECT_EQ(1, disk.tracks[0].decoderConfiguration[0]);
+    const auto written = disk.Of(0);
+    ASSERT_EQ(2u, written.size());
+    EXPECT_EQ((std::vector<unsigned char>{0, 0, 0, 2, 0x65, 9}), written[0].bytes);
+    EXPECT_EQ(5005, written[0].sample.decodeTime);
+    EXPECT_EQ(2002, written[0].sample.compositionOffset);
+    EXPECT_TRUE(written[0].sample.key);
+    EXPECT_EQ((std::vector<unsigned char>{3, 3, 3, 3}), written[1].bytes);
+    EXPECT_FALSE(written[1].sample.key);
+    EXPECT_EQ(-1001, written[1].sample.compositionOffset);
+}
+
+TEST_F(CAssetWriterTest, PicturesWithoutTimesLieEndToEnd) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (const long long duration : {1001, 2002, 1001, -5}) {
+        ASSERT_EQ(0, track->WriteSample(fake_picture(0, duration).Get()));
+    }
+    EXPECT_EQ(0, asset->Finish());
+    const long long times[] = {0, 1001, 3003, 4004};
+    const auto frames = disk.Of(0);
+    ASSERT_EQ(4u, frames.size());
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(times[i], frames[i].sample.decodeTime);
+    EXPECT_EQ(0, frames[3].sample.duration);
+}
+
+TEST_F(CAssetWriterTest, TimesThatAreToldGoIntoTheFileAsTheyCome) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    // start away from 0, a gap, twice the same time, and one back
+    const std::pair<long long, long long> told[] = {{9000, 1000},  {10000, 2000}, {12000, 0},
+                                                    {12000, -500}, {11500, 1500}, {13000, 1000}};
+    for (const auto& [time, duration] : told) {
+        ASSERT_EQ(0, track->WriteSample(fake_picture(time, duration).Get()));
+    }
+    EXPECT_EQ(0, asset->Finish());
+    const auto frames = disk.Of(0);
+    ASSERT_EQ(6u, frames.size());
+    for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(told[i].first, frames[i].sample.decodeTime);
+}
+
+TEST_F(CAssetWriterTest, SteadyRecordingTakesNoFreshBlocks) {
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoCompressor> track = AddVideo();
+    RObject<CAssetAudioWriter> sound = AddSound();
+    ASSERT_EQ(0, asset->Begin());
+    RObject<CVideoProperties> shape = video_shape('UYVY');
+    shape->SetWidth(1920);
+    shape->SetHeight(1080);
+    const auto write_frame = [&](int i) {
+        RObject<CVideoSample> picture;
+        ASSERT_EQ(0, CVideoFilter::CreateSample(shape.Get(), picture.Receive()));
+        picture->SetTime(i * 1001);
+        ASSERT_EQ(0, track->WriteSample(picture.Get()));
+        std::vector<unsigned char> block(6400);
+        ASSERT_EQ(0, sound->WriteSample(fake_sound(block, 1600).Get()));
+    };
+    // As many blocks as the queues can hold make the pool warm, however the threads run.
+    std::vector<RObject<CByteArray>> warm;
+    for (int i = 0; i < 80; ++i) {
+        warm.emplace_back(new CByteArray(shape->GetSampleLength(1), 1));
+        for (int n = 0; n < 3; ++n) warm.emplace_back(new CByteArray(6400, 1));
+    }
+    warm.clear();
+    const long long fresh = BlockPool::Shared().GetCounts().fresh;
+    const long long taken = BlockPool::Shared().GetCounts().taken;
+    for (int i = 0; i < 60; ++i) write_frame(i);
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(120, BlockPool::Shared().GetCounts().taken - taken);
+    EXPECT_EQ(fresh, BlockPool::Shared().GetCounts().fresh);
+    BlockPool::Shared().Trim();
+}
+
+TEST_F(CAssetWriterTest, ContainerTakesItsPropertiesOnlyWhereItHasThem) {
+    namespace Names = ContainerProperty::Mpeg4ContainerWriter;
+    FakeDiskInPlace movs('mov ');
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create('mov '));
+    RObject<CContainerWriter> writer(asset->GetContainerWriter());
+    bool flag = false;
+    EXPECT_EQ(0, writer->GetProperty(Names::FastStart, flag));
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(0, writer->SetProperty(Names::FastStart, false));
+    EXPECT_EQ(0, writer->SetProperty(Names::TrimAudio, false));
+    EXPECT_EQ(0, writer->SetProperty(Names::MoovRate, 7));
+    EXPECT_EQ(0, trace.Count());
+    EXPECT_EQ(ResultInvalidArgument::kCode, writer->SetProperty(Names::MoovRate, -1));
+    EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "MoovRate", "-1"}));
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_FALSE(movs.disk.options.fastStart);
+    EXPECT_FALSE(movs.disk.options.trimAudio);
+    EXPECT_EQ(7, movs.disk.options.checkpointSeconds);
+    EXPECT_EQ(static_cast<unsigned>('mov '), movs.disk.options.containerType);
+    EXPECT_EQ(0, asset->Finish());
+    gDisk = &disk;
+    RObject<CContainerWriter> other(new CContainerWriter('ts  ', "x.ts"));
+    EXPECT_EQ(ResultNotSupported::kCode, other->SetProperty(Names::FastStart, true));
+}
+
+TEST_F(CAssetWriterTest, QueueSizeAndExtensionAreChecked) {
+    RObject<CContainerWriter> writer(new CContainerWriter('mov ', "x.mov"));
+    EXPECT_EQ(CContainer::kDefaultQueueSize, writer->GetQueueSize());
+    EXPECT_EQ(0, writer->SetQueueSize(128));
+    EXPECT_EQ(ResultInvalidArgument::kCode, writer->SetQueueSize(0));
+    EXPECT_EQ(128, writer->GetQueueSize());
+    EXPECT_EQ(ResultNullPointer::kCode, writer->SetExtension(nullptr));
+    for (const char* bad : {"", "a/b", "a\n", "an extension of more than 32 bytes"}) {
+        RObject<CString> text(new CString(bad));
+        EXPECT_EQ(ResultInvalidArgument::kCode, writer->SetExtension(text.Get())) << bad;
+    }
+    EXPECT_EQ(nullptr, writer->GetExtension());
+    RObject<CString> text(new CString("mov"));
+    EXPECT_EQ(0, writer->SetExtension(text.Get()));
+    RObject<CString> kept(writer->GetExtension());
+    EXPECT_EQ(text, kept);
+}
+
+}  // namespace
+}  // namespace Quillon::Orb

@@ -1,0 +1,229 @@
+#include "orb/MovieQueue.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "orb/testComponents.h"
+
+namespace Quillon::Orb {
+namespace {
+
+MovieTrack track_of(long long timescale) {
+    MovieTrack track;
+    track.timescale = timescale;
+    return track;
+}
+
+MovieQueue::Sample sample_at(long long time, long long duration, unsigned char mark = 0) {
+    MovieQueue::Sample sample;
+    RObject<CByteArray> bytes = bytes_of({mark, mark, mark});
+    sample.data = new CMemoryDataReference(bytes.Get());
+    sample.description.decodeTime = time;
+    sample.description.duration = duration;
+    return sample;
+}
+
+class MovieQueueTest : public testing::Test {
+protected:
+    Result Begin(MovieQueue& queue, int size = 64) {
+        return queue.Begin(std::make_unique<FakeMovieFile>(disk), {track_of(100), track_of(1000)},
+                           size);
+    }
+    /// Track and decode time of each sample, in the order in which they were written.
+    std::vector<std::pair<int, long long>> Order() {
+        std::vector<std::pair<int, long long>> order;
+        for (const FakeDisk::Written& w : disk.written) {
+            order.emplace_back(w.track, w.sample.decodeTime);
+        }
+        return order;
+    }
+    FakeDisk disk;
+};
+
+// Track 0 counts hundredths, track 1 thousandths of a second:
+//
+//   track 0    0 ----- 10 ---- 20 ---- 30          (0, 0.1, 0.2, 0.3 s)
+//   track 1    0 -- 60 -- 120 -- 180 -- 240        (0, 0.06, ... 0.24 s)
+TEST_F(MovieQueueTest, WritesInTheOrderOfTime) {
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue));
+    for (const long long time : {0, 10, 20, 30}) {
+        EXPECT_EQ(0, queue.Push(0, sample_at(time, 10)));
+    }
+    for (const long long time : {0, 60, 120, 180, 240}) {
+        EXPECT_EQ(0, queue.Push(1, sample_at(time, 60)));
+    }
+    queue.EndTrack(0);
+    queue.EndTrack(1);
+    EXPECT_EQ(0, queue.Finish());
+    const std::vector<std::pair<int, long long>> expected = {
+        {0, 0}, {1, 0}, {1, 60}, {0, 10}, {1, 120}, {1, 180}, {0, 20}, {1, 240}, {0, 30}};
+    EXPECT_EQ(expected, Order());
+    EXPECT_EQ(1, disk.finished);
+    EXPECT_EQ(0, disk.living);
+    EXPECT_EQ(12, queue.GetBytesWritten(0));
+    EXPECT_EQ(15, queue.GetBytesWritten(1));
+}
+
+TEST_F(MovieQueueTest, FullQueueIsWrittenThoughTheOtherTrackIsSilent) {
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue, 4));
+    // Without bound or patience the fifth push would wait for ever.
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(0, queue.Push(0, sample_at(i, 1)));
+    EXPECT_EQ(0, queue.Finish());
+    EXPECT_EQ(40, disk.CountWritten());
+}
+
+TEST_F(MovieQueueTest, SampleDoesNotWaitForASilentTrackForEver) {
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue));
+    ASSERT_EQ(0, queue.Push(0, sample_at(0, 1)));
+    // Ends when the patience with track 1, half a second, is over.
+    disk.gate.WaitForArrivals(1);
+    EXPECT_EQ(0, queue.Finish());
+    EXPECT_EQ(1, disk.CountWritten());
+}
+
+TEST_F(MovieQueueTest, SampleGoesAtOnceWhenNoEarlierOneCanCome) {
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue));
+    // Track 1 has told everything up to 0.5 s and then stays silent without having ended.
+    ASSERT_EQ(0, queue.Push(1, sample_at(0, 500)));
+    for (int i = 0; i <= 50; ++i) ASSERT_EQ(0, queue.Push(0, sample_at(i, 1)));
+    disk.gate.WaitForArrivals(52);
+    EXPECT_EQ(0, queue.Finish());
+}
+
+TEST_F(MovieQueueTest, FullQueueBlocksAndDropsNothing) {
+    disk.gate.Close();
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue, 3));
+    queue.EndTrack(1);
+    // One is in the file's hands, three wait.
+    ASSERT_EQ(0, queue.Push(0, sample_at(0, 1)));
+    disk.gate.WaitForArrivals(1);
+    for (int i = 1; i <= 3; ++i) {
+        EXPECT_TRUE(queue.HasRoom(0));
+        ASSERT_EQ(0, queue.Push(0, sample_at(i, 1)));
+    }
+    EXPECT_FALSE(queue.HasRoom(0));
+    std::atomic<bool> pushed{false};
+    std::thread writer([&] {
+        EXPECT_EQ(0, queue.Push(0, sample_at(4, 1)));
+        pushed = true;
+    });
+    EXPECT_FALSE(pushed);
+    disk.gate.Open();
+    writer.join();
+    EXPECT_EQ(0, queue.Finish());
+    EXPECT_EQ(5, disk.CountWritten());
+}
+
+TEST_F(MovieQueueTest, FailureReachesEveryTrackWithItsReasonAndFreesWhoWaits) {
+    TraceCatcher trace;
+    disk.failAt = 1;
+    disk.gate.Close();
+    MovieQueue queue("'cam1.mov'");
+    ASSERT_EQ(0, Begin(queue, 2));
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(0, queue.Push(0, sample_at(i, 1)));
+    ASSERT_EQ(0, queue.Push(1, sample_at(0, 1)));
+    std::thread writer([&] {
+        // Some go before the second write fails, then none.
+        Result result = 0;
+        for (int i = 2; result.Succeeded(); ++i) result = queue.Push(0, sample_at(i, 1));
+        EXPECT_STREQ("no space left on device", result.GetMessage());
+    });
+    disk.gate.Open();
+    writer.join();
+    EXPECT_STREQ("no space left on device", queue.Push(1, sample_at(5, 1)).GetMessage());
+    EXPECT_TRUE(queue.HasRoom(0));
+    EXPECT_TRUE(queue.GetFailure().Failed());
+    EXPECT_STREQ("no space left on device", queue.Finish().GetMessage());
+    EXPECT_EQ(1, disk.finished);
+    EXPECT_EQ(1, disk.CountWritten());
+    EXPECT_EQ(1, trace.Count());
+    EXPECT_TRUE(trace.HasLineWith({"'cam1.mov'", "no space left on device", "1 samples kept"}));
+}
+
+TEST_F(MovieQueueTest, BeginFailsAsTheFileDoesAndMayBeTriedAgain) {
+    TraceCatcher trace;
+    MovieQueue queue("'test'");
+    disk.failBegin = true;
+    EXPECT_STREQ("no such disk", Begin(queue).GetMessage());
+    EXPECT_EQ(0, disk.living);
+    disk.failBegin = false;
+    disk.refuseTracks = true;
+    EXPECT_EQ(ResultNotSupported::kCode, Begin(queue));
+    EXPECT_TRUE(queue.Push(0, sample_at(0, 1)).Failed());
+    disk.refuseTracks = false;
+    EXPECT_EQ(0, Begin(queue));
+    EXPECT_TRUE(Begin(queue).Failed());
+    EXPECT_EQ(0, queue.Push(0, sample_at(0, 1)));
+    EXPECT_EQ(0, queue.Finish());
+    EXPECT_EQ(1, disk.CountWritten());
+    EXPECT_EQ(2, trace.Count());
+}
+
+TEST_F(MovieQueueTest, FailureOfTheEndIsToldByFinish) {
+    TraceCatcher trace;
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue));
+    disk.failFinish = true;
+    EXPECT_STREQ("the disk went away", queue.Finish().GetMessage());
+    EXPECT_EQ(1, trace.Count());
+}
+
+TEST_F(MovieQueueTest, DestroyedWithoutFinishLeavesTheFileAsItIs) {
+    {
+        MovieQueue queue("'test'");
+        ASSERT_EQ(0, Begin(queue));
+        queue.EndTrack(1);
+        ASSERT_EQ(0, queue.Push(0, sample_at(0, 1)));
+        disk.gate.WaitForArrivals(1);
+    }
+    EXPECT_EQ(0, disk.finished);
+    EXPECT_EQ(0, disk.living);
+}
+
+TEST_F(MovieQueueTest, PushesOutsideTheLifeOfATrackFail) {
+    MovieQueue queue("'test'");
+    EXPECT_TRUE(queue.Push(0, sample_at(0, 1)).Failed());
+    EXPECT_TRUE(queue.Finish().Failed());
+    EXPECT_TRUE(queue.HasRoom(0));
+    ASSERT_EQ(0, Begin(queue));
+    EXPECT_TRUE(queue.Push(-1, sample_at(0, 1)).Failed());
+    EXPECT_TRUE(queue.Push(2, sample_at(0, 1)).Failed());
+    queue.EndTrack(0);
+    EXPECT_TRUE(queue.Push(0, sample_at(0, 1)).Failed());
+    queue.EndTrack(7);
+    EXPECT_EQ(0, queue.GetBytesWritten(7));
+    EXPECT_EQ(0, queue.Finish());
+    EXPECT_TRUE(queue.Push(1, sample_at(0, 1)).Failed());
+    EXPECT_EQ(0, queue.Finish());
+}
+
+TEST_F(MovieQueueTest, SampleWithoutBytesIsAFailure) {
+    TraceCatcher trace;
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, Begin(queue));
+    MovieQueue::Sample empty;
+    ASSERT_EQ(0, queue.Push(0, std::move(empty)));
+    EXPECT_EQ(ResultNullPointer::kCode, queue.Finish());
+}
+
+TEST(ReadyBell, RingsForThoseWhoCountedBefore) {
+    ReadyBell bell;
+    const long long count = bell.GetCount();
+    bell.Ring();
+    bell.WaitBeyond(count, 60000000);
+    EXPECT_EQ(count + 1, bell.GetCount());
+    bell.WaitBeyond(count + 1, 0);
+    bell.WaitBeyond(count + 1, 1000);
+    std::thread ringer([&] { bell.Ring(); });
+    bell.WaitBeyond(count + 1, 60000000);
+    ringer.join();
+    EXPECT_EQ(count + 2, bell.GetCount());
+}
+
+}  // namespace
+}  // namespace Quillon::Orb
