@@ -1,0 +1,163 @@
+#include "ClockCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fmt/format.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ClockMeasure.h"
+#include "ClockPlot.h"
+#include "ProgressLine.h"
+#include "StopSignal.h"
+#include "TextUnits.h"
+
+namespace {
+
+constexpr double kHighestRate = 2000;
+
+struct ClockArguments {
+    ClockOptions options;
+    std::string rate = "60";
+    std::string accuracy = "scac";
+    std::string plot;
+    bool json = false;
+};
+
+/// "59.94" or "60000/1001"; empty, or what is wrong with it.
+std::string parse_rate(const std::string& text, double& rate) {
+    char* end = nullptr;
+    rate = std::strtod(text.c_str(), &end);
+    if (*end == '/') {
+        const double divisor = std::strtod(end + 1, &end);
+        rate /= divisor;
+    }
+    if (text.empty() || *end != '\0') return "not a rate; write 59.94 or 60000/1001";
+    if (!(rate > 0 && rate <= kHighestRate)) {
+        return fmt::format("a rate is above 0 and at most {:g} ticks a second", kHighestRate);
+    }
+    return {};
+}
+
+struct Row {
+    const char* name;
+    const char* key;
+    std::vector<long long> inOrder;
+};
+
+std::vector<Row> rows_of(const ClockFigures& figures) {
+    Row produced{"produced late", "producedLate", {}};
+    Row received{"received late", "receivedLate", {}};
+    Row intervals{"interval off its period", "intervalOff", {}};
+    for (const MeasuredTick& tick : figures.ticks) {
+        produced.inOrder.push_back(tick.producedLate);
+        received.inOrder.push_back(tick.receivedLate);
+    }
+    for (const long long error : figures.intervalErrors) {
+        intervals.inOrder.push_back(std::llabs(error));
+    }
+    std::vector<Row> rows = {std::move(produced), std::move(received), std::move(intervals)};
+    for (Row& row : rows) std::sort(row.inOrder.begin(), row.inOrder.end());
+    return rows;
+}
+
+std::string title_of(const ClockArguments& arguments, const ClockFigures& figures) {
+    return fmt::format("{} Hz, '{}', {} ticks{}{}", arguments.rate, arguments.accuracy,
+                       figures.ticks.size(),
+                       figures.lost > 0 ? fmt::format(", {} lost", figures.lost) : "",
+                       arguments.options.load ? ", all cores loaded" : "");
+}
+
+void print_text(const ClockArguments& arguments, const ClockFigures& figures) {
+    fmt::print("{}; microseconds\n", title_of(arguments, figures));
+    fmt::print("{:<24} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "", "p50", "p90", "p99", "p99.9", "max");
+    for (const Row& row : rows_of(figures)) {
+        fmt::print("{:<24} {:>8} {:>8} {:>8} {:>8} {:>8}\n", row.name,
+                   PercentileOf(row.inOrder, 0.5), PercentileOf(row.inOrder, 0.9),
+                   PercentileOf(row.inOrder, 0.99), PercentileOf(row.inOrder, 0.999),
+                   PercentileOf(row.inOrder, 1));
+    }
+}
+
+void print_json(const ClockArguments& arguments, const ClockFigures& figures) {
+    fmt::print(R"({{"event":"done","rate":{:.6f},"accuracy":"{}","load":{},"ticks":{},"lost":{})",
+               arguments.options.rate, arguments.accuracy, arguments.options.load,
+               figures.ticks.size(), figures.lost);
+    for (const Row& row : rows_of(figures)) {
+        fmt::print(R"(,"{}":{{"p50":{},"p90":{},"p99":{},"p99.9":{},"max":{}}})", row.key,
+                   PercentileOf(row.inOrder, 0.5), PercentileOf(row.inOrder, 0.9),
+                   PercentileOf(row.inOrder, 0.99), PercentileOf(row.inOrder, 0.999),
+                   PercentileOf(row.inOrder, 1));
+    }
+    fmt::print("}}\n");
+}
+
+bool write_plot(const std::string& path, const std::string& drawing) {
+    FILE* file = std::fopen(path.c_str(), "wb");
+    bool written = file != nullptr;
+    if (file) {
+        written = std::fwrite(drawing.data(), 1, drawing.size(), file) == drawing.size();
+        written = std::fclose(file) == 0 && written;
+    }
+    if (!written) {
+        fmt::print(stderr, "tarn clock: '{}': the plot cannot be written: {}\n", path,
+                   std::strerror(errno));
+    }
+    return written;
+}
+
+int run(ClockArguments& arguments) {
+    arguments.options.accuracy =
+        arguments.accuracy == "asnc" ? tnClock::clock_rate_asnc : tnClock::clock_rate_scac;
+    const std::atomic<bool>& stopped = WatchStopSignal();
+    ClockFigures figures;
+    {
+        ProgressLine progress;
+        figures = MeasureClock(arguments.options, [&](double share) {
+            progress.Show(ProgressBar(share) + " " +
+                          TextOfSeconds(share * arguments.options.seconds));
+            return stopped.load();
+        });
+    }
+    if (arguments.json) {
+        print_json(arguments, figures);
+    } else {
+        print_text(arguments, figures);
+    }
+    if (figures.ticks.empty()) {
+        fmt::print(stderr, "tarn clock: no ticks; measure for longer than three periods\n");
+        return EXIT_FAILURE;
+    }
+    if (arguments.plot.empty()) return EXIT_SUCCESS;
+    const std::string drawing = DrawClockFigures(title_of(arguments, figures), figures);
+    return write_plot(arguments.plot, drawing) ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace
+
+void AddClockCommand(CLI::App& app, int& exitCode) {
+    auto arguments = std::make_shared<ClockArguments>();
+    CLI::App* command =
+        app.add_subcommand("clock", "Measures how late a clock's ticks come, and draws it");
+    command
+        ->add_option("--rate", arguments->rate, "Ticks a second, such as 59.94 or 60000/1001 (60)")
+        ->check([arguments](const std::string& text) {
+            return parse_rate(text, arguments->options.rate);
+        });
+    command->add_option("--seconds", arguments->options.seconds, "How long to measure (10)")
+        ->check(CLI::Range(0.1, 3600.0));
+    command
+        ->add_option("--accuracy", arguments->accuracy,
+                     "How the clock waits: scac sleeps, asnc sleeps short and spins the rest")
+        ->check(CLI::IsMember({"scac", "asnc"}));
+    command->add_flag("--load", arguments->options.load, "Keep every core busy meanwhile");
+    command->add_option("--plot", arguments->plot, "Draw the measurement into this SVG file");
+    command->add_flag("--json", arguments->json, "One line of JSON in place of the table");
+    command->callback([arguments, &exitCode] { exitCode = run(*arguments); });
+}
