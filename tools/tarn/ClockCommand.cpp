@@ -145,11 +145,14 @@ void AddClockCommand(CLI::App& app, int& exitCode) {
     auto arguments = std::make_shared<ClockArguments>();
     CLI::App* command =
         app.add_subcommand("clock", "Measures how late a clock's ticks come, and draws it");
-    command
-        ->add_option("--rate", arguments->rate, "Ticks a second, such as 59.94 or 60000/1001 (60)")
-        ->check([arguments](const std::string& text) {
-            return parse_rate(text, arguments->options.rate);
-        });
+    command->add_option_function<std::string>(
+        "--rate",
+        [arguments](const std::string& text) {
+            arguments->rate = text;
+            const std::string error = parse_rate(text, arguments->options.rate);
+            if (!error.empty()) throw CLI::ValidationError("--rate", error);
+        },
+        "Ticks a second, such as 59.94 or 60000/1001 (60)");
     command->add_option("--seconds", arguments->options.seconds, "How long to measure (10)")
         ->check(CLI::Range(0.1, 3600.0));
     command

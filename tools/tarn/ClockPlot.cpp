@@ -14,6 +14,7 @@ constexpr double kHeight = 700;
 constexpr double kLeft = 70;
 constexpr double kRight = 970;
 constexpr int kBinsPerDecade = 12;
+constexpr double kTallestBar = 0.8;  // of the histogram's height; labels stand above
 
 constexpr const char* kProducedColour = "#2a7f62";
 constexpr const char* kReceivedColour = "#c2571a";
@@ -52,7 +53,9 @@ public:
 
     void Text(double x, double y, const char* anchor, const std::string& text, int size = 13,
               const char* colour = kInk) {
-        add(R"(<text x="{:.1f}" y="{:.1f}" text-anchor="{}" font-size="{}" fill="{}">{}</text>)"
+        // A white rim keeps it readable on bars and lines.
+        add(R"(<text x="{:.1f}" y="{:.1f}" text-anchor="{}" font-size="{}" fill="{}" )"
+            R"(paint-order="stroke" stroke="white" stroke-width="3">{}</text>)"
             "\n",
             x, y, anchor, size, colour, escaped(text));
     }
@@ -138,7 +141,7 @@ void draw_bars(Drawing& drawing, const std::map<int, int>& bins, int most, doubl
     for (const auto& [bin, count] : bins) {
         const double left = x_of_decade(static_cast<double>(bin) / kBinsPerDecade, shown);
         const double right = x_of_decade((bin + 1.0) / kBinsPerDecade, shown);
-        const double top = kHistogram.At(static_cast<double>(count) / most);
+        const double top = kHistogram.At(kTallestBar * count / most);
         fmt::format_to(std::back_inserter(outline), "M{:.1f} {:.1f}V{:.1f}H{:.1f}V{:.1f}", left,
                        kHistogram.bottom, top, right, kHistogram.bottom);
     }
@@ -182,7 +185,7 @@ void draw_histogram(Drawing& drawing, const ClockFigures& figures, double shown)
     draw_bars(drawing, received, most, shown, kReceivedColour, 0.2);
     draw_percentiles(drawing, figures, shown);
     drawing.Line(kLeft, kHistogram.bottom, kRight, kHistogram.bottom, kInk);
-    drawing.Text(kLeft - 8, kHistogram.top + 5, "end", fmt::format("{}", most));
+    drawing.Text(kLeft - 8, kHistogram.At(kTallestBar) + 5, "end", fmt::format("{}", most));
     drawing.Text(kLeft - 8, kHistogram.bottom + 5, "end", "0");
 }
 
@@ -201,6 +204,15 @@ std::string dots_of(const ClockFigures& figures, Series series, double shown, do
     return data;
 }
 
+/// A step of 1, 2 or 5 times a power of ten that divides `whole` into four to ten.
+double round_step(double whole) {
+    const double power = std::pow(10.0, std::floor(std::log10(whole / 4)));
+    for (const double factor : {5.0, 2.0}) {
+        if (whole / (factor * power) >= 4) return factor * power;
+    }
+    return power;
+}
+
 void draw_time_line(Drawing& drawing, const ClockFigures& figures, double shown) {
     const double micros =
         figures.ticks.empty() ? 1 : std::max(1.0, static_cast<double>(figures.ticks.back().due));
@@ -210,12 +222,12 @@ void draw_time_line(Drawing& drawing, const ClockFigures& figures, double shown)
         drawing.Line(kLeft, y, kRight, y, kGrid);
         drawing.Text(kLeft - 8, y + 4, "end", text_of_micros(std::pow(10.0, decade)));
     }
-    constexpr int kMarks = 5;
-    for (int mark = 0; mark <= kMarks; ++mark) {
-        const double share = static_cast<double>(mark) / kMarks;
-        const double x = kLeft + share * (kRight - kLeft);
-        drawing.Text(x, kTimeLine.bottom + 20, "middle",
-                     fmt::format("{:.3g} s", share * micros / 1e6));
+    const double seconds = micros / 1e6;
+    const double step = round_step(seconds);
+    for (double mark = 0; mark <= seconds; mark += step) {
+        const double x = kLeft + mark / seconds * (kRight - kLeft);
+        drawing.Line(x, kTimeLine.bottom, x, kTimeLine.bottom + 5, kInk);
+        drawing.Text(x, kTimeLine.bottom + 20, "middle", fmt::format("{:.4g} s", mark));
     }
     drawing.Dots(dots_of(figures, &MeasuredTick::receivedLate, shown, micros), kReceivedColour);
     drawing.Dots(dots_of(figures, &MeasuredTick::producedLate, shown, micros), kProducedColour);
