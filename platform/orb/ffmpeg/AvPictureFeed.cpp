@@ -97,7 +97,10 @@ Result AvPictureFeed::MakeFrame(const CVideoSample& sample, AVFrame& frame) {
     frame.height = fShape.height;
     frame.interlaced_frame = fShape.IsInterlaced();
     frame.top_field_first = fShape.IsTopFieldFirst();
-    frame.color_range = AVCOL_RANGE_UNSPECIFIED;
+    // Some encoders write what the frame says, and some what their context says.
+    frame.color_primaries = static_cast<AVColorPrimaries>(fShape.colour.GetPrimaries());
+    frame.color_trc = static_cast<AVColorTransferCharacteristic>(fShape.colour.GetTransfer());
+    frame.colorspace = static_cast<AVColorSpace>(fShape.colour.GetMatrix());
     return fPlan ? convert(sample, frame) : wrap(sample, frame);
 }
 

@@ -59,8 +59,8 @@ bool IsProRes(unsigned int format) {
 Result OpenProRes(const VideoShape& shape, unsigned int format, int threads,
                   AvOpenedEncoder& opened) {
     const int profile = profile_of(format);
-    if (profile != kProfile4444 && shape.width % 2 != 0) {
-        return ResultInvalidArgument("%d x %d: ProRes in 4:2:2 wants an even width", shape.width,
+    if (shape.width % 2 != 0) {
+        return ResultInvalidArgument("%d x %d: ProRes wants an even width", shape.width,
                                      shape.height);
     }
     const AVPixelFormat pixels =

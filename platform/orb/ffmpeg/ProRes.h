@@ -11,7 +11,7 @@ bool IsProRes(unsigned int format);
 ///
 /// It takes any raw format of the shape and makes 10 bits of it, 4:2:2 or for 'ap4h' 4:4:4. 4444 is
 /// written without its alpha plane: sources call colours without meaningful alpha by the same name.
-/// ResultInvalidArgument for an odd width in 4:2:2.
+/// ResultInvalidArgument for an odd width.
 Result OpenProRes(const VideoShape& shape, unsigned int format, int threads,
                   AvOpenedEncoder& opened);
 
