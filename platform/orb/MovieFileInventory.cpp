@@ -40,6 +40,12 @@ void MovieFileInventory::Add(unsigned int containerType, MovieFileMaker maker) {
     }
 }
 
+void MovieFileInventory::AddBehind(unsigned int containerType, MovieFileMaker maker) {
+    Makers& all = makers();
+    zMutexLock held(all.lock);
+    all.entries.insert(all.entries.begin(), {containerType, maker});
+}
+
 MovieFileMaker MovieFileInventory::Find(unsigned int containerType) {
     NeedBuiltInComponents();
     Makers& all = makers();

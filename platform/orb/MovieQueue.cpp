@@ -181,6 +181,7 @@ void MovieQueue::run() {
         zMutexLock held(fLock);
         tracks = fDescriptions;
     }
+    // Asked of the call and not of the state: a short recording may be finishing already.
     if (!begin_file(tracks)) return;
     write_samples();
     finish_file();

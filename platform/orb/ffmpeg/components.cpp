@@ -18,9 +18,9 @@ void RegisterMotionJpeg();
 void RegisterMpeg2();
 
 void RegisterBuiltInComponents() {
-    MovieFileInventory::Add('mov ', MakeMovieFile);
-    MovieFileInventory::Add('mp4 ', MakeMovieFile);
-    MovieFileInventory::Add('ts  ', MakeAvMovieFile);
+    MovieFileInventory::AddBehind('mov ', MakeMovieFile);
+    MovieFileInventory::AddBehind('mp4 ', MakeMovieFile);
+    MovieFileInventory::AddBehind('ts  ', MakeAvMovieFile);
     RegisterAacCompressor();
     RegisterAudioFormatConverter();
     RegisterAudioRateConverter();
