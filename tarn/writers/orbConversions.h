@@ -1,0 +1,51 @@
+#pragma once
+
+#include "orb/RObject.h"
+#include "orb/Result.h"
+#include "tarn/export.h"
+
+class tnMediaRecord;
+
+namespace Quillon::Orb {
+class CVideoProperties;
+class CVideoSample;
+}  // namespace Quillon::Orb
+
+// The bridge between records and the media library: one table decides which raster type means which
+// media format, and one place decides how a record's values turn into properties. No state; every
+// function may run on any thread.
+
+/// The media format in which frames of `rasterType` travel; 0 for a type that has none.
+TARN_API unsigned int RasterTypeToOrbVideoFormat(int rasterType);
+
+/// The raster type of a media format, 0 where there is none. Not the inverse of the above: several
+/// types share 'BGRA' and come back as 'rgba', 'IMC4' comes back as 'I420', and 'I422' not at all.
+TARN_API int OrbVideoFormatToRasterType(unsigned int format);
+
+/// Fills `properties` from the record with the format that its raster type means.
+TARN_API bool MediaRecordToVideoProperties(
+    const tnMediaRecord& record, Quillon::Orb::RObject<Quillon::Orb::CVideoProperties>& properties);
+
+/// The same with a given format, so that one record can describe both sides of an encoder.
+///
+/// An empty handle gets a new object; an object that is there is filled in place and keeps what the
+/// record does not say. False when a setter refuses a value: what was set before stays set.
+TARN_API bool MediaRecordToVideoProperties(
+    unsigned int format, const tnMediaRecord& record,
+    Quillon::Orb::RObject<Quillon::Orb::CVideoProperties>& properties);
+
+/// Fills `record` from properties, with the raster type that their format means (0 if none).
+TARN_API void VideoPropertiesToMediaRecord(const Quillon::Orb::CVideoProperties* properties,
+                                           tnMediaRecord& record);
+
+/// The same with a given raster type.
+TARN_API void VideoPropertiesToMediaRecord(int rasterType,
+                                           const Quillon::Orb::CVideoProperties* properties,
+                                           tnMediaRecord& record);
+
+/// Makes a sample of time 0 and duration 1 with an empty pixel buffer of that shape in main memory.
+///
+/// On failure `sample` stays as it was: null properties, a shape without size, exhausted memory.
+TARN_API Quillon::Orb::Result CreateCPUVideoSample(
+    Quillon::Orb::RObject<Quillon::Orb::CVideoSample>& sample,
+    const Quillon::Orb::CVideoProperties* properties);

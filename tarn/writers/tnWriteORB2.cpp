@@ -1,0 +1,213 @@
+#include "tarn/writers/tnWriteORB2.h"
+
+#include "orb/CAssetAudioWriter.h"
+#include "orb/CAssetVideoCompressor.h"
+#include "orb/CAssetWriter.h"
+#include "orb/CAudioProperties.h"
+#include "orb/CContainerWriter.h"
+#include "orb/CString.h"
+#include "orb/CVideoConverter.h"
+#include "orb/CVideoProperties.h"
+#include "orb/CVideoSample.h"
+#include "spar/zCritical.h"
+#include "spar/zFSPath.h"
+#include "spar/zFileStream.h"
+#include "spar/zPerfLog.h"
+#include "spar/zTime.h"
+#include "spar/zTraceManager.h"
+#include "tarn/audio/tnAudioConverter.h"
+#include "tarn/writers/writerErrors.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+constexpr unsigned char kModeWrite = 2;
+constexpr int kWaitMilliseconds = 100;
+constexpr long long kCloseTimeoutUs = 60'000'000;
+constexpr int kContainerQueue = 128;
+constexpr double kDefaultExpectedSeconds = 13.0 * 3600.0;
+
+void create_empty_file(const char* path) {
+    zFileStream file(path, kModeWrite, false);
+    if (file.Open() == 0) file.Close();
+}
+
+}  // namespace
+
+tnWriteORB2::tnWriteORB2()
+    : fAudioLock(zCritical::Factory(1)),
+      fVideoLock(zCritical::Factory(1)),
+      fInitLock(zCritical::Factory(1)),
+      fContainerType(0) {}
+
+tnWriteORB2::~tnWriteORB2() {
+    Close();
+    delete fAudioConverter;
+    delete[] fConvertBuffer;
+    if (fVideoConverter) {
+        fVideoConverter->End();
+        fVideoConverter.Clear();
+    }
+    delete fAudioLock;
+    delete fVideoLock;
+    delete fInitLock;
+}
+
+int tnWriteORB2::Open(const char* path, unsigned int containerType, int moovRate,
+                      double expectedSeconds) {
+    fMoovRate = moovRate;
+    fExpectedSeconds = expectedSeconds;
+
+    const RObject<CString> name(new CString(path));
+    fAssetWriter = RObject<CAssetWriter>(new CAssetWriter());
+    if (fAssetWriter->Create(containerType, name.Get()).Failed()) return kWriterNoFile;
+
+    const zString extension = zFSPath(path).GetExtension();
+    if (extension.Length() > 0) {
+        const RObject<CContainerWriter> container(fAssetWriter->GetContainerWriter());
+        const RObject<CString> text(new CString(extension.CString()));
+        if (!container || container->SetExtension(text.Get()).Failed()) return kWriterNoFile;
+    }
+
+    // The file stands at its place from now on, so that a host can show it before the first frame.
+    if (!zFileStream::Exists(path)) create_empty_file(path);
+    fContainerType = containerType;
+    return 0;
+}
+
+void tnWriteORB2::SetSourceVideoFormat(const tnMediaRecord& format) {
+    fSourceVideoFormat = format;
+}
+
+void tnWriteORB2::SetEncodedVideoFormat(const tnMediaRecord& format) {
+    fEncodedVideoFormat = format;
+}
+
+void tnWriteORB2::SetSourceAudioFormat(const tnMediaRecord& format) {
+    fSourceAudioFormat = format;
+}
+
+void tnWriteORB2::SetEncodedAudioFormat(const tnMediaRecord& format) {
+    fEncodedAudioFormat = format;
+}
+
+int tnWriteORB2::CompleteInitialization() {
+    const zCriticalLock init(*fInitLock);
+    if (!fAssetWriter) return kWriterNoFile;
+    if (fInitialized) return 0;
+    const zCriticalLock audio(*fAudioLock);
+    const zCriticalLock video(*fVideoLock);
+
+    const auto wanted = [](const tnMediaRecord& source, const tnMediaRecord& encoded) {
+        return !source.IsEmpty() && !encoded.IsEmpty() && encoded.AsBool('mena', false);
+    };
+    if (wanted(fSourceVideoFormat, fEncodedVideoFormat)) {
+        const int code = complete_initialization_for_video();
+        if (code != 0) return code;
+    }
+    if (wanted(fSourceAudioFormat, fEncodedAudioFormat)) {
+        const int code = complete_initialization_for_audio();
+        if (code != 0) return code;
+    }
+    if (fContainerType == 'mp4 ' || fContainerType == 'mov ') {
+        const int code = announce_duration();
+        if (code != 0) return code;
+    }
+    const RObject<CContainerWriter> container(fAssetWriter->GetContainerWriter());
+    if (container) container->SetQueueSize(kContainerQueue);
+    if (fAssetWriter->Begin().Failed()) return kWriterNoFile;
+
+    fSpare1 = 0;
+    fSpare2 = 0;
+    fHeldSample.Clear();
+    fInitialized = true;
+    return 0;
+}
+
+// Tells each track how long it will be, so that the container can make room for its index.
+int tnWriteORB2::announce_duration() {
+    if (fExpectedSeconds <= 0.0) fExpectedSeconds = kDefaultExpectedSeconds;
+    const auto announce = [this](auto& properties) {
+        const double ticks = fExpectedSeconds * static_cast<double>(properties.GetTimescale());
+        properties.SetDuration(static_cast<long long>(ticks));
+    };
+    if (fAudioWriter) {
+        const RObject<CMediaProperties> properties(fAudioWriter->GetProperties());
+        if (!properties) return kWriterFormat;
+        announce(*properties);
+    }
+    if (fVideoWriter) {
+        const RObject<CMediaProperties> properties(fVideoWriter->GetProperties());
+        announce(*properties);
+    }
+    return 0;
+}
+
+bool tnWriteORB2::IsVideoReady() {
+    return !fVideoWriter || fVideoWriter->IsReady();
+}
+
+bool tnWriteORB2::IsAudioReady() {
+    return !fAudioWriter || fAudioWriter->IsReady();
+}
+
+bool tnWriteORB2::IsAllMediaReady() {
+    return IsVideoReady() && IsAudioReady();
+}
+
+int tnWriteORB2::CloseStreams(long long timeoutMicroseconds) {
+    const zCriticalLock audio(*fAudioLock);
+    const zCriticalLock video(*fVideoLock);
+    const zCriticalLock init(*fInitLock);
+    if (!fInitialized || !fAssetWriter) return 0;
+
+    if (fVideoWriter && fHeldSample) {
+        fVideoWriter->WriteSample(fHeldSample.Get());
+        fHeldSample.Clear();
+    }
+    if (!fVideoWriter && !fAudioWriter) return 0;
+
+    static zPerfLog::Variable variable("tnWriteORB2_CloseStreams", 1, 50);
+    const zPerfLog timing(variable);
+    const int code = wait_for_tracks(timeoutMicroseconds);
+    if (code != 0) return code;
+    end_tracks();
+    return 0;
+}
+
+int tnWriteORB2::wait_for_tracks(long long timeoutMicroseconds) {
+    const long long start = zTime::MicroNow();
+    while (!IsAllMediaReady()) {
+        if (zTime::MicroNow() - start >= timeoutMicroseconds) {
+            if (zTraceManager* trace = zTraceManager::Default()) {
+                trace->TraceNote("tnWriteORB2::CloseStreams - timeout\n");
+            }
+            return kWriterTimeout;
+        }
+        fAssetWriter->WaitForMedia(kWaitMilliseconds);
+    }
+    return 0;
+}
+
+void tnWriteORB2::end_tracks() {
+    if (fVideoWriter) fVideoWriter->WriteSample(nullptr);
+    if (fAudioWriter) fAudioWriter->WriteSample(nullptr);
+    if (fVideoWriter) fVideoWriter->End();
+    if (fAudioWriter) fAudioWriter->End();
+    fVideoWriter.Clear();
+    fAudioWriter.Clear();
+}
+
+void tnWriteORB2::Close() {
+    // A close goes on after a timeout: the file is worth more than the frames that are stuck.
+    CloseStreams(kCloseTimeoutUs);
+    if (!fAssetWriter) return;
+
+    static zPerfLog::Variable variable("tnWriteORB2_Close", 1, 50);
+    const zPerfLog timing(variable);
+    const zCriticalLock init(*fInitLock);
+    fInitialized = false;
+    fAssetWriter->Finish();
+    fAssetWriter.Clear();
+}

@@ -1,0 +1,154 @@
+// The video side of a movie file writer's set-up: compressor, raw input format, converter,
+// timescale.
+
+#include <cmath>
+
+#include "orb/CAssetVideoCompressor.h"
+#include "orb/CAssetWriter.h"
+#include "orb/CComponentInventory.h"
+#include "orb/CContainerWriter.h"
+#include "orb/CValueList.h"
+#include "orb/CVideoCompressor.h"
+#include "orb/CVideoConverter.h"
+#include "orb/CVideoProperties.h"
+#include "orb/CVideoSample.h"
+#include "orb/CodeBookProperty.h"
+#include "orb/ContainerProperty.h"
+#include "orb/VideoFormat.h"
+#include "spar/zString.h"
+#include "tarn/writers/fileTimescale.h"
+#include "tarn/writers/orbConversions.h"
+#include "tarn/writers/tnWriteORB2.h"
+#include "tarn/writers/writerCodecs.h"
+#include "tarn/writers/writerErrors.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+constexpr int kRangeLimited = 1;
+constexpr long long kLargestMovTimescale = 60000;
+
+/// `code` when `result` failed, else 0.
+int code_if_failed(const Result& result, int code) {
+    return result.Failed() ? code : 0;
+}
+
+}  // namespace
+
+// Size, rate and colour of both sides come from the encoded record, the raw format alone from the
+// source record: the writer does not scale.
+int tnWriteORB2::complete_initialization_for_video() {
+    const unsigned int sourceFormat =
+        RasterTypeToOrbVideoFormat(fSourceVideoFormat.fColourspace.AsInt32(0));
+    RObject<CVideoProperties> source;
+    if (!MediaRecordToVideoProperties(sourceFormat, fEncodedVideoFormat, source)) {
+        return kWriterFormat;
+    }
+    ConfigureVideoTimescaleAdjustment(source.Get());
+    AdjustVideoPropertiesTimescale(source.Get());
+    fCopySamples = false;
+
+    int code = make_video_track(sourceFormat, source.Get());
+    if (code != 0) return code;
+    if (fAssetWriter->AddVideoWriter(fVideoWriter.Get()).Failed()) return kWriterTrackRefused;
+    code = tune_container();
+    if (code != 0) return code;
+    if (fVideoWriter->Begin().Failed()) return kWriterVideoBegin;
+    return check_hardware();
+}
+
+int tnWriteORB2::make_video_track(unsigned int sourceFormat, CVideoProperties* source) {
+    const WriterCodec codec = ResolveWriterCodec(fEncodedVideoFormat);
+    if (codec.trackFormat == 0) return kWriterFormat;
+    RObject<CVideoProperties> output;
+    if (!MediaRecordToVideoProperties(codec.trackFormat, fEncodedVideoFormat, output)) {
+        return kWriterFormat;
+    }
+    AdjustVideoPropertiesTimescale(output.Get());
+    // Players take ProRes as limited range whatever a file says, so the record has no voice here.
+    if (VideoFormat::GetCanonicalFormat(codec.trackFormat) == 'ap  ') {
+        output->SetVideoRange(kRangeLimited);
+    }
+
+    fVideoWriter = RObject<CAssetVideoCompressor>(
+        new CAssetVideoCompressor(output.Get(), codec.compressorCode));
+    if (!fVideoWriter) return kWriterNoVideoTrack;
+    const RObject<CValueList<unsigned int>> offered(fVideoWriter->GetInputFormats());
+    unsigned int first = 0;
+    if (!offered || offered->GetValue(0, first).Failed()) return kWriterFormat;
+
+    const unsigned int inputFormat = ChooseInputFormat(sourceFormat, *offered);
+    const RObject<CVideoFilter> compressor(fVideoWriter->GetCompressor());
+    if (fVideoWriter->SetInputFormat(inputFormat).Failed()) return kWriterTrackRefused;
+    if (inputFormat != source->GetFormat()) {
+        const int code = place_converter(inputFormat, source);
+        if (code != 0) return code;
+    }
+    return configure_output_properties_for_codec(fEncodedVideoFormat, compressor);
+}
+
+int tnWriteORB2::place_converter(unsigned int inputFormat, CVideoProperties* source) {
+    fVideoConverter = RObject<CVideoConverter>(
+        CComponentInventory<CComponentFactory<CVideoConverter>>::GetSingleton().CreateInstance(
+            'vfc '));
+    if (!fVideoConverter) return kWriterConverterBegin;
+    if (fVideoConverter->SetInputProperties(source).Failed()) return kWriterConverterInput;
+    if (fVideoConverter->SetOutputFormat(inputFormat).Failed()) return kWriterConverterOutput;
+    return code_if_failed(fVideoConverter->Begin(), kWriterConverterBegin);
+}
+
+int tnWriteORB2::tune_container() {
+    namespace Key = ContainerProperty::Mpeg4ContainerWriter;
+    if (fContainerType != 'mp4 ' && fContainerType != 'mov ') return 0;
+    const RObject<CContainerWriter> container(fVideoWriter->GetContainerWriter());
+    if (!container) return kWriterFormat;
+    if (container->SetProperty(Key::FastStart, true).Failed()) return kWriterFormat;
+    if (container->SetProperty(Key::TrimAudio, true).Failed()) return kWriterFormat;
+    if (fMoovRate == 0) return 0;
+    return code_if_failed(container->SetProperty(Key::MoovRate, fMoovRate), kWriterFormat);
+}
+
+// A codec name that promises hardware and ends up in software fails: a host that asked for it has
+// no processor time to spare for a fallback.
+int tnWriteORB2::check_hardware() {
+    const std::string name = fEncodedVideoFormat.AsString('mcon', "");
+    const bool toolbox = name == "Video Toolbox H.264";
+    if (!toolbox && name != "Intel QuickSync H.264") return 0;
+    bool inHardware = false;
+    const RObject<CVideoFilter> compressor(fVideoWriter->GetCompressor());
+    compressor->GetProperty(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, inHardware);
+    if (inHardware) return 0;
+    return toolbox ? kWriterToolboxInSoftware : kWriterQuickSyncInSoftware;
+}
+
+// Movie files get a round timescale derived from the nominal frame rate where the record's is that
+// of a clock: editing programs overflow on the large ones.
+bool tnWriteORB2::ConfigureVideoTimescaleAdjustment(const CVideoProperties* properties) {
+    const long long timescale = properties->GetTimescale();
+    fInputTimescale = timescale;
+    fFileTimescale = timescale;
+    if (timescale <= 0 || fContainerType != 'mov ') return false;
+    if (timescale <= kLargestMovTimescale) return true;
+    const long long duration = properties->GetFrameDuration();
+    if (duration <= 0) return false;
+
+    const double rate = std::round(static_cast<double>(timescale) / static_cast<double>(duration));
+    if (rate <= 1.0) {
+        fFileTimescale = 1000;
+    } else if (rate <= 60.0) {
+        fFileTimescale = static_cast<long long>(rate) * 1000;
+    } else {
+        fFileTimescale = static_cast<long long>(rate) * 100;
+    }
+    return true;
+}
+
+bool tnWriteORB2::AdjustVideoPropertiesTimescale(CVideoProperties* properties) {
+    if (fInputTimescale == fFileTimescale) return false;
+    const long long duration =
+        ToFileTimescale(properties->GetFrameDuration(), fInputTimescale, fFileTimescale);
+    properties->SetTimescale(fFileTimescale);
+    properties->SetFrameDuration(duration);
+    return true;
+}
