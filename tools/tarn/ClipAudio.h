@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tarn/foundation/tnMediaRecord.h"
+
+/// The sound of any clip that FFmpeg reads, as 16-bit PCM with one or two channels.
+///
+/// One thread at a time. Holes in the clip's time line come as silence, so that the n-th frame of
+/// the stream always belongs to n divided by the rate.
+class ClipAudio {
+public:
+    /// Opens the first sound track; null with one line in `error` when it cannot be decoded, null
+    /// with an empty line when the clip has no sound.
+    static std::unique_ptr<ClipAudio> Open(const std::string& path, std::string& error);
+    virtual ~ClipAudio() = default;
+
+    /// Type, sample format, rate, channels, bits, busses.
+    virtual const tnMediaRecord& Format() const = 0;
+    virtual int SampleRate() const = 0;
+    virtual int Channels() const = 0;
+    /// Puts frame 0 at `seconds` of the clip's own time line; before the first Next.
+    virtual void StartAt(double seconds) = 0;
+    /// Decodes some interleaved frames into `pcm`, replacing what it held; false at the end.
+    virtual bool Next(std::vector<short>& pcm) = 0;
+};

@@ -1,0 +1,262 @@
+#include "ClipVideo.h"
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include <fmt/format.h>
+
+#include "orb/CByteArray.h"
+#include "orb/CPixelBufferDataReference.h"
+#include "orb/CVideoProperties.h"
+#include "orb/CVideoSample.h"
+#include "tarn/foundation/tnRasterType.h"
+#include "tarn/writers/orbConversions.h"
+
+#include "avHandles.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+constexpr int kLargestSide = 16384;
+
+struct RawFormat {
+    AVPixelFormat av;
+    int raster;
+    bool fullRange;
+};
+
+// What travels as it is. Everything else is converted to the nearest of these.
+constexpr RawFormat kRawFormats[] = {
+    {AV_PIX_FMT_YUV420P, 'I420', false}, {AV_PIX_FMT_YUVJ420P, 'I420', true},
+    {AV_PIX_FMT_NV12, 'NV12', false},    {AV_PIX_FMT_UYVY422, '2vuy', false},
+    {AV_PIX_FMT_YUYV422, 'yuvs', false}, {AV_PIX_FMT_BGRA, 'rgba', true},
+};
+
+const RawFormat* raw_format_of(AVPixelFormat format) {
+    for (const RawFormat& known : kRawFormats) {
+        if (known.av == format) return &known;
+    }
+    return nullptr;
+}
+
+AVPixelFormat nearest_raw_format(AVPixelFormat format) {
+    if (raw_format_of(format)) return format;
+    const AVPixFmtDescriptor* shape = av_pix_fmt_desc_get(format);
+    if (!shape || (shape->flags & AV_PIX_FMT_FLAG_RGB)) return AV_PIX_FMT_BGRA;
+    const bool halfHeight = shape->log2_chroma_h > 0 || shape->nb_components < 3;
+    return halfHeight ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_UYVY422;
+}
+
+/// A decoded picture handed on where it lies; the decoder's buffer is held as long as this lives.
+class AvFramePixels final : public CPixelDataReference {
+public:
+    AvFramePixels(const AVFrame& frame, int length)
+        : fFrame(av_frame_clone(&frame)), fLength(length) {}
+
+    Result Lock(int) override { return ResultOK(nullptr); }
+    void Unlock() override {}
+    unsigned char* GetData() override { return fFrame->data[0]; }
+    int GetStride() override { return fFrame->linesize[0]; }
+    int GetLength() override { return fLength; }
+    int GetWidth() override { return fFrame->width; }
+    int GetHeight() override { return fFrame->height; }
+
+private:
+    AvHandle<AVFrame> fFrame;
+    int fLength;
+};
+
+/// Whether the planes lie one behind the other, chroma at half the pitch, as one buffer.
+bool lies_in_one_piece(const AVFrame& frame, int raster) {
+    const int pitch = frame.linesize[0];
+    if (pitch <= 0) return false;
+    if (raster == 'I420') {
+        const int half = pitch / 2;
+        const int chromaRows = (frame.height + 1) / 2;
+        return pitch % 2 == 0 && frame.height % 2 == 0 && frame.linesize[1] == half &&
+               frame.linesize[2] == half && frame.data[1] == frame.data[0] + pitch * frame.height &&
+               frame.data[2] == frame.data[1] + half * chromaRows;
+    }
+    if (raster == 'NV12') {
+        return frame.linesize[1] == pitch && frame.data[1] == frame.data[0] + pitch * frame.height;
+    }
+    return true;
+}
+
+class AvClipVideo final : public ClipVideo {
+public:
+    bool Open(const std::string& path, int width, int height, std::string& error);
+
+    const tnMediaRecord& Format() const override { return fFormat; }
+    double StartSeconds() const override { return fStartSeconds; }
+    double HeaderSeconds() const override {
+        return fTrack.file->duration > 0 ? static_cast<double>(fTrack.file->duration) / AV_TIME_BASE
+                                         : 0;
+    }
+    bool Next(ClipFrame& frame) override;
+
+private:
+    struct FreeScaler {
+        void operator()(SwsContext* context) const { sws_freeContext(context); }
+    };
+
+    void describe_time();
+    void describe_picture(int width, int height);
+    long long ticks_of(long long pts) const;
+    void fill_pixels(ClipFrame& frame);
+    void convert_pixels(ClipFrame& frame);
+
+    AvTrack fTrack;
+    AvHandle<AVFrame> fDecoded{av_frame_alloc()};
+    std::unique_ptr<SwsContext, FreeScaler> fScaler;
+    RObject<CVideoProperties> fProperties;
+    tnMediaRecord fFormat{TN_MEDIA_VIDEO};
+    AVPixelFormat fTarget = AV_PIX_FMT_NONE;
+    AVRational fTick{1, 1};  // seconds in one tick of what is handed on
+    long long fNominal = 1;  // ticks of a frame whose length nobody tells
+    double fStartSeconds = 0;
+    long long fFirstPts = AV_NOPTS_VALUE;
+    long long fNextPts = 0;
+};
+
+bool AvClipVideo::Open(const std::string& path, int width, int height, std::string& error) {
+    if (!fTrack.Open(path, AVMEDIA_TYPE_VIDEO, error)) {
+        if (error.empty()) error = fmt::format("'{}': has no picture; use --video none", path);
+        return false;
+    }
+    const AVCodecParameters& coded = *fTrack.stream->codecpar;
+    width = width > 0 ? width : coded.width;
+    height = height > 0 ? height : coded.height;
+    if (width < 2 || height < 2 || width > kLargestSide || height > kLargestSide) {
+        error = fmt::format(
+            "'{}': pictures of {}x{} are out of range; sides from 2 to {} can be recorded", path,
+            width, height, kLargestSide);
+        return false;
+    }
+    describe_time();
+    describe_picture(width, height);
+    if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
+        error = fmt::format("'{}': its picture format cannot be described", path);
+        return false;
+    }
+    return true;
+}
+
+// Ticks are those of the clip where its time base is one over a whole number, else of its frame
+// rate.
+void AvClipVideo::describe_time() {
+    const AVRational base = fTrack.stream->time_base;
+    AVRational rate = av_guess_frame_rate(fTrack.file.get(), fTrack.stream, nullptr);
+    if (rate.num <= 0 || rate.den <= 0) rate = {25, 1};
+    fTick = base.num == 1 ? base : AVRational{1, rate.num};
+    fNominal = std::max<long long>(1, av_rescale_q(1, av_inv_q(rate), fTick));
+    fFormat.SetInt64('tmsc', fTick.den, 0);
+    fFormat.SetUInt64('dura', static_cast<unsigned long long>(fNominal), 0);
+    fFormat.SetFloat('mfps', static_cast<float>(av_q2d(rate)), 0);
+}
+
+void AvClipVideo::describe_picture(int width, int height) {
+    const AVCodecParameters& coded = *fTrack.stream->codecpar;
+    const AVPixelFormat source = static_cast<AVPixelFormat>(coded.format);
+    fTarget = nearest_raw_format(source);
+    const RawFormat& raw = *raw_format_of(fTarget);
+
+    fFormat.fWidth.SetInt32(width);
+    fFormat.fHeight.SetInt32(height);
+    fFormat.fColourspace.SetInt32(raw.raster);
+    fFormat.SetBytesPerRowBasedOnFormat();
+    const bool bottomFirst = coded.field_order == AV_FIELD_BB || coded.field_order == AV_FIELD_TB;
+    const bool topFirst = coded.field_order == AV_FIELD_TT || coded.field_order == AV_FIELD_BT;
+    fFormat.fFieldOrder.SetInt32(bottomFirst ? 3 : topFirst ? 2 : 1);
+    const bool says601 =
+        coded.color_space == AVCOL_SPC_SMPTE170M || coded.color_space == AVCOL_SPC_BT470BG;
+    const bool says709 = coded.color_space == AVCOL_SPC_BT709;
+    const unsigned int guess = fFormat.GuessColorSpace();
+    fFormat.fColorSpace.SetInt32(static_cast<int>(says601 ? 'r601' : says709 ? 'r709' : guess));
+    const bool full = raw.fullRange || coded.color_range == AVCOL_RANGE_JPEG;
+    fFormat.fNominalRange.SetInt32(full ? 'full' : 'limt');
+
+    const AVRational aspect =
+        av_guess_sample_aspect_ratio(fTrack.file.get(), fTrack.stream, nullptr);
+    if (aspect.num > 0 && aspect.den > 0 && aspect.num != aspect.den && width == coded.width) {
+        fFormat.SetInt32('tnSQ', static_cast<int>(av_rescale(width, aspect.num, aspect.den)), 0);
+        fFormat.SetInt32('tnSH', height, 0);
+    }
+}
+
+long long AvClipVideo::ticks_of(long long pts) const {
+    return av_rescale_q(pts, fTrack.stream->time_base, fTick);
+}
+
+bool AvClipVideo::Next(ClipFrame& frame) {
+    if (!fTrack.Decode(*fDecoded)) return false;
+    long long pts = fDecoded->best_effort_timestamp;
+    if (pts == AV_NOPTS_VALUE) pts = fNextPts;
+    if (fFirstPts == AV_NOPTS_VALUE) {
+        fFirstPts = pts;
+        fStartSeconds = static_cast<double>(pts) * av_q2d(fTrack.stream->time_base);
+    }
+    const long long length = fDecoded->pkt_duration > 0
+                                 ? fDecoded->pkt_duration
+                                 : av_rescale_q(fNominal, fTick, fTrack.stream->time_base);
+    fNextPts = pts + length;
+    frame.time = ticks_of(pts - fFirstPts);
+    frame.duration = std::max<long long>(1, ticks_of(length));
+    fill_pixels(frame);
+    av_frame_unref(fDecoded.get());
+    return static_cast<bool>(frame.pixels);
+}
+
+void AvClipVideo::fill_pixels(ClipFrame& frame) {
+    const bool asItIs = fDecoded->format == fTarget &&
+                        fDecoded->width == fFormat.fWidth.AsInt32(0) &&
+                        fDecoded->height == fFormat.fHeight.AsInt32(0);
+    if (asItIs && lies_in_one_piece(*fDecoded, fFormat.fColourspace.AsInt32(0))) {
+        const int rows = tnRasterType::RowCount(fDecoded->height, fFormat.fColourspace.AsInt32(0));
+        frame.pixels = RObject<CPixelDataReference>(
+            new AvFramePixels(*fDecoded, fDecoded->linesize[0] * rows));
+        return;
+    }
+    convert_pixels(frame);
+}
+
+void AvClipVideo::convert_pixels(ClipFrame& frame) {
+    RObject<CVideoSample> sample;
+    if (CreateCPUVideoSample(sample, fProperties.Get()).Failed()) return;
+    RObject<CPixelDataReference> pixels(sample->GetDataReference<CPixelDataReference>());
+    const int width = fFormat.fWidth.AsInt32(0);
+    const int height = fFormat.fHeight.AsInt32(0);
+    const int raster = fFormat.fColourspace.AsInt32(0);
+
+    uint8_t* planes[4] = {static_cast<uint8_t*>(pixels->GetData()), nullptr, nullptr, nullptr};
+    int pitches[4] = {pixels->GetStride(), 0, 0, 0};
+    const int chromaRows = (height + 1) / 2;
+    if (raster == 'I420') {
+        pitches[1] = pitches[2] = pitches[0] / 2;
+        planes[1] = planes[0] + pitches[0] * height;
+        planes[2] = planes[1] + pitches[1] * chromaRows;
+    } else if (raster == 'NV12') {
+        pitches[1] = pitches[0];
+        planes[1] = planes[0] + pitches[0] * height;
+    }
+    fScaler.reset(sws_getCachedContext(fScaler.release(), fDecoded->width, fDecoded->height,
+                                       static_cast<AVPixelFormat>(fDecoded->format), width, height,
+                                       fTarget, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP,
+                                       nullptr, nullptr, nullptr));
+    if (!fScaler) return;
+    sws_scale(fScaler.get(), fDecoded->data, fDecoded->linesize, 0, fDecoded->height, planes,
+              pitches);
+    frame.pixels = pixels;
+}
+
+}  // namespace
+
+std::unique_ptr<ClipVideo> ClipVideo::Open(const std::string& path, int width, int height,
+                                           std::string& error) {
+    auto clip = std::make_unique<AvClipVideo>();
+    if (!clip->Open(path, width, height, error)) return nullptr;
+    return clip;
+}

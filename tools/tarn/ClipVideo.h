@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "orb/CPixelDataReference.h"
+#include "orb/RObject.h"
+#include "tarn/foundation/tnMediaRecord.h"
+
+/// One decoded picture of a clip.
+struct ClipFrame {
+    Quillon::Orb::RObject<Quillon::Orb::CPixelDataReference> pixels;
+    long long time = 0;      ///< ticks of the clip's timescale; the clip's first picture is at 0
+    long long duration = 0;  ///< ticks, the clip's own idea of it
+};
+
+/// The pictures of any clip that FFmpeg reads, as raw frames of one size and one raster type.
+///
+/// One thread at a time. Pictures whose planes already lie as the library lays them out are handed
+/// on where they are; the others are copied or converted once.
+class ClipVideo {
+public:
+    /// Opens the first picture track; null with one line in `error` when there is none to be had.
+    /// `width` and `height` scale the pictures; 0 keeps the clip's own.
+    static std::unique_ptr<ClipVideo> Open(const std::string& path, int width, int height,
+                                           std::string& error);
+    virtual ~ClipVideo() = default;
+
+    /// Type, size, raster type, colour, field order, pixel aspect, timescale, frame duration and
+    /// rate.
+    virtual const tnMediaRecord& Format() const = 0;
+    /// Where the first picture stands on the clip's own time line, in seconds. Valid after one
+    /// Next.
+    virtual double StartSeconds() const = 0;
+    /// The clip's length in seconds as its header tells it; 0 when it does not.
+    virtual double HeaderSeconds() const = 0;
+    /// Decodes one picture; false at the end. Damaged pictures come as the decoder repaired them.
+    virtual bool Next(ClipFrame& frame) = 0;
+};

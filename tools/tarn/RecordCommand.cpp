@@ -1,0 +1,188 @@
+#include "RecordCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "spar/zTime.h"
+
+#include "ProgressLine.h"
+#include "Recorder.h"
+#include "StopSignal.h"
+#include "TextUnits.h"
+
+namespace {
+
+constexpr double kMicro = 1e6;
+
+struct RecordArguments {
+    RecordOptions options;
+    std::string size;
+    bool json = false;
+};
+
+bool parse_size(const std::string& text, RecordOptions& options) {
+    if (text.empty()) return true;
+    char rest = 0;
+    return std::sscanf(text.c_str(), "%dx%d%c", &options.width, &options.height, &rest) == 2;
+}
+
+std::string progress_text(const Recorder& recorder, double elapsed) {
+    const RecordFigures& figures = recorder.Figures();
+    const double expected = recorder.ExpectedSeconds();
+    const double fps = static_cast<double>(figures.frames) / elapsed;
+    std::string text = fmt::format(
+        "{} {} frames  {:.1f} fps  {:.2f}x  {}  queue {}", TextOfSeconds(figures.seconds),
+        figures.frames.load(), fps, figures.seconds / elapsed,
+        TextOfBytes(figures.videoBytes + figures.audioBytes), figures.queued.load());
+    if (expected > 0) text = ProgressBar(figures.seconds / expected) + " " + text;
+    return text;
+}
+
+std::string progress_json(const Recorder& recorder, double elapsed) {
+    const RecordFigures& figures = recorder.Figures();
+    return fmt::format(
+        R"({{"event":"progress","seconds":{:.3f},"frames":{},"fps":{:.2f},"speed":{:.3f},"bytes":{},"queue":{}}})",
+        figures.seconds.load(), figures.frames.load(),
+        static_cast<double>(figures.frames) / elapsed, figures.seconds / elapsed,
+        figures.videoBytes + figures.audioBytes, figures.queued.load());
+}
+
+void print_summary(const RecordArguments& arguments, const Recorder& recorder, double elapsed,
+                   bool stopped) {
+    const RecordFigures& figures = recorder.Figures();
+    const RecordOptions& options = arguments.options;
+    std::error_code failed;
+    const auto onDisk = static_cast<long long>(std::filesystem::file_size(options.output, failed));
+    if (arguments.json) {
+        fmt::print(
+            R"({{"event":"done","path":{},"seconds":{:.3f},"frames":{},"audioFrames":{},"videoBytes":{},)"
+            R"("audioBytes":{},"fileBytes":{},"elapsed":{:.3f},"late":{:.3f},"stopped":{}}})"
+            "\n",
+            JsonString(options.output), figures.seconds.load(), figures.frames.load(),
+            figures.audioFrames.load(), figures.videoBytes.load(), figures.audioBytes.load(),
+            onDisk, elapsed, figures.lateSeconds.load(), stopped);
+        return;
+    }
+    fmt::print("{}: {} of {} video ({} frames) and {} audio, {}, written in {:.1f} s{}\n",
+               options.output, TextOfSeconds(figures.seconds), options.video, figures.frames.load(),
+               figures.audioFrames > 0 ? options.audio : std::string("no"), TextOfBytes(onDisk),
+               elapsed, stopped ? "; stopped on request" : "");
+    if (options.live && figures.lateSeconds > 0.001) {
+        fmt::print("the encoder fell behind the clip's pace by up to {:.0f} ms\n",
+                   figures.lateSeconds * 1000);
+    }
+}
+
+int report_failure(const RecordArguments& arguments, const std::string& line) {
+    if (arguments.json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
+    fmt::print(stderr, "tarn record: {}\n", line);
+    return 1;
+}
+
+/// Shows figures from a thread of its own until it is destroyed.
+class Reporter {
+public:
+    Reporter(const Recorder& recorder, bool json)
+        : fRecorder(recorder),
+          fJson(json),
+          fStart(zTime::MicroNow()),
+          fThread([this] { show_until_ended(); }) {}
+    ~Reporter() {
+        {
+            const std::lock_guard<std::mutex> lock(fMutex);
+            fEnded = true;
+        }
+        fWake.notify_all();
+        fThread.join();
+    }
+
+    double Elapsed() const {
+        return std::max(1e-6, static_cast<double>(zTime::MicroNow() - fStart) / kMicro);
+    }
+
+private:
+    void show_until_ended() {
+        ProgressLine line;
+        const auto pause = std::chrono::milliseconds(fJson ? 1000 : 200);
+        std::unique_lock<std::mutex> lock(fMutex);
+        while (!fWake.wait_for(lock, pause, [this] { return fEnded; })) {
+            if (fJson) {
+                fmt::print("{}\n", progress_json(fRecorder, Elapsed()));
+                std::fflush(stdout);
+            } else {
+                line.Show(progress_text(fRecorder, Elapsed()));
+            }
+        }
+    }
+
+    const Recorder& fRecorder;
+    const bool fJson;
+    const long long fStart;
+    std::mutex fMutex;
+    std::condition_variable fWake;
+    bool fEnded = false;
+    std::thread fThread;
+};
+
+int run_record(RecordArguments& arguments) {
+    if (!parse_size(arguments.size, arguments.options)) {
+        return report_failure(arguments,
+                              fmt::format("--size '{}': give it as WIDTHxHEIGHT", arguments.size));
+    }
+    const std::atomic<bool>& stop = WatchStopSignal();
+    Recorder recorder(arguments.options);
+    if (!recorder.Prepare()) return report_failure(arguments, recorder.Error());
+
+    bool done = false;
+    double elapsed = 0;
+    {
+        const Reporter reporter(recorder, arguments.json);
+        done = recorder.Run(stop);
+        elapsed = reporter.Elapsed();
+    }
+    if (!done) return report_failure(arguments, recorder.Error());
+    print_summary(arguments, recorder, elapsed, stop);
+    return 0;
+}
+
+}  // namespace
+
+void AddRecordCommand(CLI::App& app, int& exitCode) {
+    auto arguments = std::make_shared<RecordArguments>();
+    RecordOptions& options = arguments->options;
+    CLI::App* record = app.add_subcommand("record", "Record a clip to a movie file");
+    record->add_option("INPUT", options.input, "any clip that FFmpeg reads")->required();
+    record->add_option("OUTPUT", options.output, "a .mov or .mp4 file")->required();
+    record
+        ->add_option("--video", options.video,
+                     "encoder: x264, ProRes, MJPEG, Mpeg2, \"Video Toolbox H.264\", none")
+        ->check(CLI::IsMember({"x264", "ProRes", "MJPEG", "Mpeg2", "Video Toolbox H.264", "none"}))
+        ->capture_default_str();
+    record->add_option(
+        "--quality", options.quality,
+        "prores_422_proxy, _lt, prores_422, _hq, prores_4444; mjpeg_best, _high, _medium, _low");
+    record
+        ->add_option("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
+        ->check(CLI::Range(1, 2'000'000))
+        ->capture_default_str();
+    record->add_option("--key-frame-rate", options.keyFrameRate,
+                       "frames from one key frame to the next");
+    record->add_option("--audio", options.audio, "pcm, aac or none")
+        ->check(CLI::IsMember({"pcm", "aac", "none"}))
+        ->capture_default_str();
+    record->add_option("--audio-input", options.audioInput,
+                       "take the sound from this clip instead");
+    record->add_option("--size", arguments->size, "scale the picture to WIDTHxHEIGHT");
+    record->add_option("--moov-rate", options.moovRate,
+                       "seconds between two states of the file that survive a crash");
+    record->add_option("--limit", options.limit, "seconds to record")->check(CLI::PositiveNumber);
+    record->add_flag("--live", options.live, "at the clip's own pace");
+    record->add_flag("--json", arguments->json, "a JSON object a line, for machines");
+    record->callback([arguments, &exitCode] { exitCode = run_record(*arguments); });
+}

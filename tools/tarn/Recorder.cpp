@@ -1,0 +1,288 @@
+#include "Recorder.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <thread>
+#include <vector>
+
+#include "orb/CPixelDataReference.h"
+#include "spar/zThread.h"
+#include "spar/zTime.h"
+#include "tarn/writers/tnWriteORB2.h"
+
+#include "BoundedQueue.h"
+#include "ClipAudio.h"
+#include "ClipVideo.h"
+#include "writerText.h"
+
+namespace {
+
+constexpr int kPollUs = 500;
+constexpr std::size_t kDecodedAhead = 8;
+constexpr double kMicro = 1e6;
+
+class FrameBuffer final : public tnVideoCompressor2::EncodedBuffer {
+public:
+    FrameBuffer(const ClipFrame& frame, RecordFigures& figures)
+        : fFrame(frame), fFigures(figures) {}
+
+    void SetBytesWritten(int bytes) override { fFigures.videoBytes += bytes; }
+    EncodedBufferTiming GetTiming() override { return {1, fFrame.time, 1, fFrame.duration}; }
+    Quillon::Orb::CPixelDataReference* GetPixelData() override {
+        fFrame.pixels->Acquire();
+        return fFrame.pixels.Get();
+    }
+
+private:
+    const ClipFrame& fFrame;
+    RecordFigures& fFigures;
+};
+
+class SoundBuffer final : public tnAudioCompressor2::EncodedBuffer {
+public:
+    explicit SoundBuffer(RecordFigures& figures) : fFigures(figures) {}
+    void SetBytesWritten(int bytes) override { fFigures.audioBytes += bytes; }
+
+private:
+    RecordFigures& fFigures;
+};
+
+unsigned int container_of(const std::string& path) {
+    const std::string extension = std::filesystem::path(path).extension().string();
+    if (extension == ".mov") return 'mov ';
+    if (extension == ".mp4" || extension == ".m4v") return 'mp4 ';
+    return 0;
+}
+
+}  // namespace
+
+Recorder::Recorder(const RecordOptions& options) : fOptions(options) {}
+
+Recorder::~Recorder() {
+    if (fWriter) fWriter->Release();
+}
+
+void Recorder::fail(const std::string& line) {
+    if (fFailed.exchange(true)) return;
+    fError = line;
+}
+
+double Recorder::ExpectedSeconds() const {
+    const double whole = fVideo ? fVideo->HeaderSeconds() : 0;
+    if (fOptions.limit > 0) return whole > 0 ? std::min(whole, fOptions.limit) : fOptions.limit;
+    return whole;
+}
+
+bool Recorder::Prepare() {
+    fContainer = container_of(fOptions.output);
+    if (fContainer == 0) {
+        fail(fmt::format("'{}': unknown kind of file; end its name in .mov or .mp4",
+                         fOptions.output));
+        return false;
+    }
+    if (fOptions.video == "none" && fOptions.audio == "none") {
+        fail("--video none with --audio none leaves nothing to record");
+        return false;
+    }
+    std::error_code same;
+    if (std::filesystem::equivalent(fOptions.input, fOptions.output, same)) {
+        fail(fmt::format("'{}': is the input too; choose another output", fOptions.output));
+        return false;
+    }
+    return open_clips() && open_writer();
+}
+
+bool Recorder::open_clips() {
+    std::string error;
+    if (fOptions.video != "none") {
+        fVideo = ClipVideo::Open(fOptions.input, fOptions.width, fOptions.height, error);
+        if (!fVideo) {
+            fail(error);
+            return false;
+        }
+    }
+    if (fOptions.audio == "none") return true;
+    const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
+    fAudio = ClipAudio::Open(sound, error);
+    if (!error.empty()) {
+        fail(error);
+        return false;
+    }
+    if (!fAudio && (!fVideo || !fOptions.audioInput.empty())) {
+        fail(fmt::format("'{}': has no sound to record; use --audio none", sound));
+        return false;
+    }
+    return true;
+}
+
+tnMediaRecord Recorder::encoded_video() const {
+    tnMediaRecord record(fVideo->Format());
+    record.SetBool('mena', true, 0);
+    record.SetBool('momp', true, 0);
+    record.SetCString('mcon', fOptions.video.c_str(), 0);
+    record.SetInt32('mtbr', fOptions.bitRate, 0);
+    if (!fOptions.quality.empty()) record.SetCString("codec_quality", fOptions.quality.c_str(), 0);
+    if (fOptions.keyFrameRate > 0) record.SetInt32("key_frame_rate", fOptions.keyFrameRate, 0);
+    return record;
+}
+
+tnMediaRecord Recorder::encoded_audio() const {
+    tnMediaRecord record(fAudio->Format());
+    record.SetBool('mena', true, 0);
+    record.SetCString('mcon', fOptions.audio == "aac" ? "MPEG-4 Audio" : "PCM", 0);
+    return record;
+}
+
+bool Recorder::open_writer() {
+    const std::filesystem::path folder = std::filesystem::path(fOptions.output).parent_path();
+    if (!folder.empty() && !std::filesystem::is_directory(folder)) {
+        fail(fmt::format("'{}': there is no folder '{}'; make it first", fOptions.output,
+                         folder.string()));
+        return false;
+    }
+    fWriter = new tnWriteORB2();
+    int code =
+        fWriter->Open(fOptions.output.c_str(), fContainer, fOptions.moovRate, ExpectedSeconds());
+    if (code == 0) {
+        if (fVideo) {
+            fWriter->SetSourceVideoFormat(fVideo->Format());
+            fWriter->SetEncodedVideoFormat(encoded_video());
+        }
+        if (fAudio) {
+            fWriter->SetSourceAudioFormat(fAudio->Format());
+            fWriter->SetEncodedAudioFormat(encoded_audio());
+        }
+        code = fWriter->CompleteInitialization();
+    }
+    if (code != 0) fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
+    return code == 0;
+}
+
+bool Recorder::has_ended(const std::atomic<bool>& stop) const {
+    return stop || fFailed;
+}
+
+bool Recorder::Run(const std::atomic<bool>& stop) {
+    fStartUs = zTime::MicroNow();
+    if (!fVideo) fVideoStarted = true;
+    std::thread video;
+    std::thread audio;
+    if (fVideo) video = std::thread([&] { record_video(stop); });
+    if (fAudio) audio = std::thread([&] { record_audio(stop); });
+    if (video.joinable()) video.join();
+    if (audio.joinable()) audio.join();
+    fWriter->Close();
+    return !fFailed;
+}
+
+void Recorder::keep_pace(double seconds) {
+    if (!fOptions.live) return;
+    const long long due = fStartUs + static_cast<long long>(seconds * kMicro);
+    const long long late = zTime::MicroNow() - due;
+    if (late < 0) {
+        zThread::MicroSleepUntil(due, true);
+    } else {
+        fFigures.lateSeconds =
+            std::max(fFigures.lateSeconds.load(), static_cast<double>(late) / kMicro);
+    }
+}
+
+void Recorder::record_video(const std::atomic<bool>& stop) {
+    BoundedQueue<ClipFrame> decoded(kDecodedAhead);
+    std::thread decoding([&] {
+        ClipFrame frame;
+        while (!has_ended(stop) && fVideo->Next(frame)) {
+            fVideoStartSeconds = fVideo->StartSeconds();
+            fVideoStarted = true;
+            if (!decoded.Push(std::move(frame))) break;
+            frame = {};
+        }
+        fVideoStarted = true;
+        decoded.End();
+    });
+
+    const double tick = 1.0 / static_cast<double>(fVideo->Format().AsInt64('tmsc', 1));
+    ClipFrame frame;
+    while (!has_ended(stop) && decoded.Pop(frame)) {
+        const double at = static_cast<double>(frame.time) * tick;
+        if (fOptions.limit > 0 && at >= fOptions.limit) break;
+        keep_pace(at);
+        while (!fWriter->IsVideoReady() && !has_ended(stop)) zThread::MicroSleep(kPollUs);
+        FrameBuffer buffer(frame, fFigures);
+        const int code = fWriter->WriteVideo(buffer);
+        if (code != 0) {
+            fail(fmt::format("'{}': {}; {} frames were handed over before", fOptions.output,
+                             WriterText(code, fOptions.video), fFigures.frames.load()));
+            break;
+        }
+        ++fFigures.frames;
+        fFigures.queued = static_cast<long long>(decoded.Size());
+        fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
+    }
+    decoded.Close();
+    decoding.join();
+    fVideoEnded = true;
+}
+
+// Sound follows the picture and never leads it, so that the two are equally long wherever it ends.
+long long Recorder::audio_frames_due(bool& final) const {
+    constexpr long long kAll = 1LL << 62;
+    const double rate = fAudio->SampleRate();
+    if (!fVideo) {
+        final = false;
+        return fOptions.limit > 0 ? static_cast<long long>(fOptions.limit * rate) : kAll;
+    }
+    final = fVideoEnded;
+    return static_cast<long long>(fFigures.seconds * rate);
+}
+
+bool Recorder::write_audio(const short* pcm, std::size_t samples, const std::atomic<bool>& stop) {
+    while (!fWriter->IsAudioReady() && !has_ended(stop)) zThread::MicroSleep(kPollUs);
+    SoundBuffer buffer(fFigures);
+    const int bytes = static_cast<int>(samples * sizeof(short));
+    const int code = fWriter->WriteAudioPacket(&buffer, 0, 0,
+                                               reinterpret_cast<const unsigned char*>(pcm), bytes);
+    if (code != 0) {
+        fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, "sound")));
+        return false;
+    }
+    fFigures.audioFrames += static_cast<long long>(samples) / fAudio->Channels();
+    if (!fVideo)
+        fFigures.seconds = static_cast<double>(fFigures.audioFrames) / fAudio->SampleRate();
+    return true;
+}
+
+void Recorder::record_audio(const std::atomic<bool>& stop) {
+    while (!fVideoStarted && !has_ended(stop)) zThread::MicroSleep(kPollUs);
+    if (fVideo && fOptions.audioInput.empty()) fAudio->StartAt(fVideoStartSeconds);
+
+    const auto channels = static_cast<std::size_t>(fAudio->Channels());
+    const auto silence = static_cast<std::size_t>(fAudio->SampleRate() / 10) * channels;
+    std::vector<short> pcm;
+    std::size_t taken = 0;
+    bool clipEnded = false;
+    while (!fFailed && !(stop && !fVideo)) {
+        if (taken == pcm.size() && !clipEnded) {
+            taken = 0;
+            clipEnded = !fAudio->Next(pcm);
+            if (clipEnded && !fVideo) return;
+        }
+        if (clipEnded) {
+            pcm.assign(silence, 0);
+            taken = 0;
+        }
+        bool final = false;
+        const long long room = audio_frames_due(final) - fFigures.audioFrames;
+        if (room <= 0) {
+            if (final || !fVideo) return;
+            zThread::MicroSleep(kPollUs);
+            continue;
+        }
+        const std::size_t count =
+            std::min(pcm.size() - taken, static_cast<std::size_t>(room) * channels);
+        if (!fVideo) keep_pace(fFigures.seconds);
+        if (!write_audio(pcm.data() + taken, count, stop)) return;
+        taken += count;
+    }
+}

@@ -1,0 +1,44 @@
+#include "TextUnits.h"
+
+#include <cmath>
+#include <fmt/format.h>
+
+std::string TextOfBytes(long long bytes) {
+    constexpr const char* kUnits[] = {"kB", "MB", "GB", "TB"};
+    if (bytes < 1000) return fmt::format("{} bytes", bytes);
+    double value = static_cast<double>(bytes) / 1000;
+    int unit = 0;
+    while (value >= 999.5 && unit < 3) {
+        value /= 1000;
+        ++unit;
+    }
+    return value < 10 ? fmt::format("{:.1f} {}", value, kUnits[unit])
+                      : fmt::format("{:.0f} {}", value, kUnits[unit]);
+}
+
+std::string TextOfSeconds(double seconds) {
+    const long long tenths = std::llround(std::fabs(seconds) * 10);
+    const long long whole = tenths / 10;
+    const char* sign = seconds < 0 && tenths > 0 ? "-" : "";
+    if (whole >= 3600) {
+        return fmt::format("{}{}:{:02}:{:02}.{}", sign, whole / 3600, whole / 60 % 60, whole % 60,
+                           tenths % 10);
+    }
+    return fmt::format("{}{}:{:02}.{}", sign, whole / 60, whole % 60, tenths % 10);
+}
+
+std::string JsonString(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (byte < 0x20) {
+            out += fmt::format("\\u{:04x}", byte);
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+/// "1.2 GB", "34 kB": decimal units, as file managers show them.
+std::string TextOfBytes(long long bytes);
+
+/// "1:02:03.4", "0:07.5": hours only where there are any.
+std::string TextOfSeconds(double seconds);
+
+/// `text` as a JSON string, quotes included.
+std::string JsonString(const std::string& text);

@@ -1,0 +1,41 @@
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/avutil.h>
+}
+
+#include <memory>
+#include <string>
+
+// Owning handles over FFmpeg's objects, and the opening of one track of a clip.
+
+struct AvClose {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+
+template <typename T>
+using AvHandle = std::unique_ptr<T, AvClose>;
+
+/// FFmpeg's words for one of its codes.
+std::string AvErrorText(int code);
+
+/// One decodable track of a clip with its own reader, so that each track has its own thread.
+struct AvTrack {
+    AvHandle<AVFormatContext> file;
+    AvHandle<AVCodecContext> decoder;
+    AvHandle<AVPacket> packet;
+    AVStream* stream = nullptr;
+    bool drained = false;
+
+    /// Opens the best track of that kind. False with one line in `error`; the line stays empty when
+    /// the clip opens but has no such track.
+    bool Open(const std::string& path, AVMediaType kind, std::string& error);
+
+    /// Decodes into `frame`; false at the end of the track. Damaged packets are passed over.
+    bool Decode(AVFrame& frame);
+};

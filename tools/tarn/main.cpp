@@ -1,0 +1,12 @@
+#include <CLI/CLI.hpp>
+
+#include "RecordCommand.h"
+
+int main(int argc, char** argv) {
+    CLI::App app("Records, replays, paces and measures live video with libtarn");
+    app.require_subcommand(1);
+    int exitCode = 0;
+    AddRecordCommand(app, exitCode);
+    CLI11_PARSE(app, argc, argv);
+    return exitCode;
+}
