@@ -1,0 +1,327 @@
+// `tarn record` on real clips, checked with ffprobe, mediainfo, GStreamer and ffmpeg.
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Probe.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestFolder.h"
+
+using tests::BackgroundProcess;
+using tests::CountFrames;
+using tests::GstreamerReads;
+using tests::MediaInfo;
+using tests::PacketTime;
+using tests::ProbePackets;
+using tests::ProbeSeconds;
+using tests::ProbeStream;
+using tests::ProcessResult;
+using tests::Psnr;
+using tests::SoundHash;
+using tests::TestFolder;
+
+namespace {
+
+const std::string kTool = TARN_TOOL;
+const std::string kCup = TARN_CLIPS "/cup.mp4";
+const std::string kBox = TARN_CLIPS "/box.mp4";
+const std::string kPhoto = TARN_CLIPS "/photo_1080p60.mkv";
+
+ProcessResult Record(const std::string& input, const std::string& output,
+                     std::vector<std::string> options) {
+    options.insert(options.begin(), {kTool, "record", input, output});
+    return tests::Run(options);
+}
+
+struct Kind {
+    const char* name;
+    const char* extension;
+    std::vector<std::string> options;
+    const char* codec;
+    const char* tag;
+    const char* audioCodec;
+    double leastPsnr;
+};
+
+void PrintTo(const Kind& kind, std::ostream* out) {
+    *out << kind.name;
+}
+
+const Kind kKinds[] = {
+    {"ProResPcmMov",
+     ".mov",
+     {"--video", "ProRes", "--quality", "prores_422_hq", "--audio", "pcm"},
+     "prores",
+     "apch",
+     "pcm_s16le",
+     45},
+    {"MjpegPcmMov",
+     ".mov",
+     {"--video", "MJPEG", "--quality", "mjpeg_best", "--audio", "pcm"},
+     "mjpeg",
+     "jpeg",
+     "pcm_s16le",
+     38},
+    {"X264AacMov",
+     ".mov",
+     {"--video", "x264", "--bitrate", "10000", "--audio", "aac"},
+     "h264",
+     "avc1",
+     "aac",
+     35},
+    {"Mpeg2PcmMov",
+     ".mov",
+     {"--video", "Mpeg2", "--bitrate", "15000", "--audio", "pcm"},
+     "mpeg2video",
+     "mp2v",
+     "pcm_s16le",
+     33},
+    {"X264AacMp4",
+     ".mp4",
+     {"--video", "x264", "--bitrate", "10000", "--audio", "aac"},
+     "h264",
+     "avc1",
+     "aac",
+     35},
+};
+
+class RecordedKind : public testing::TestWithParam<Kind> {
+protected:
+    TestFolder fFolder;
+};
+
+// Frame n of the file lasts from frame n of the input to frame n + 1, to the tick of the file.
+void ExpectSameTimes(const std::string& file, const std::string& input) {
+    auto byTime = [](const PacketTime& a, const PacketTime& b) { return a.time < b.time; };
+    std::vector<PacketTime> want = ProbePackets(input, "v:0");
+    std::vector<PacketTime> have = ProbePackets(file, "v:0");
+    std::sort(want.begin(), want.end(), byTime);
+    std::sort(have.begin(), have.end(), byTime);
+    ASSERT_EQ(have.size(), want.size());
+    for (std::size_t i = 0; i + 1 < want.size(); ++i) {
+        ASSERT_NEAR(have[i].time - have[0].time, want[i].time - want[0].time, 0.0011)
+            << "frame " << i;
+        ASSERT_NEAR(have[i].duration, want[i + 1].time - want[i].time, 0.0011) << "frame " << i;
+    }
+}
+
+TEST_P(RecordedKind, HasTheInputsFramesTimesSoundAndLooks) {
+    const Kind& kind = GetParam();
+    const std::string file = fFolder.File(std::string("cup") + kind.extension);
+    const ProcessResult run = Record(kCup, file, kind.options);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+
+    EXPECT_EQ(ProbeStream(file, "v:0", "codec_name"), kind.codec);
+    EXPECT_EQ(ProbeStream(file, "v:0", "codec_tag_string"), kind.tag);
+    EXPECT_EQ(ProbeStream(file, "a:0", "codec_name"), kind.audioCodec);
+    EXPECT_EQ(ProbeStream(file, "v:0", "width"), "640");
+    EXPECT_EQ(ProbeStream(file, "v:0", "height"), "480");
+    EXPECT_EQ(ProbeStream(file, "v:0", "time_base"), "1/26777");
+    EXPECT_EQ(ProbeStream(file, "v:0", "color_space"), "smpte170m");
+    EXPECT_EQ(ProbeStream(file, "v:0", "field_order"), "progressive");
+    EXPECT_EQ(ProbeStream(file, "a:0", "sample_rate"), "48000");
+    EXPECT_EQ(CountFrames(file), CountFrames(kCup));
+    ExpectSameTimes(file, kCup);
+
+    const double frame = 1000.0 / 26777;
+    EXPECT_NEAR(std::atof(ProbeStream(file, "v:0", "duration").c_str()),
+                std::atof(ProbeStream(file, "a:0", "duration").c_str()), frame);
+    EXPECT_GE(Psnr(file, kCup), kind.leastPsnr);
+    EXPECT_EQ(MediaInfo(file, "General", "IsStreamable"), "Yes");
+    EXPECT_NE(MediaInfo(file, "Video", "Format"), "");
+    EXPECT_NEAR(std::atof(MediaInfo(file, "General", "Duration").c_str()), 8104, 60);
+    EXPECT_TRUE(GstreamerReads(file));
+}
+
+TEST_P(RecordedKind, SurvivesVariableTimesAndDamagedSlices) {
+    const Kind& kind = GetParam();
+    const std::string file = fFolder.File(std::string("box") + kind.extension);
+    const ProcessResult run = Record(kBox, file, kind.options);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(CountFrames(file), CountFrames(kBox));
+    ExpectSameTimes(file, kBox);
+    EXPECT_NEAR(std::atof(ProbeStream(file, "v:0", "duration").c_str()),
+                std::atof(ProbeStream(file, "a:0", "duration").c_str()), 0.034);
+    // A movie gets a round timescale, an mp4 keeps that of the clip.
+    EXPECT_EQ(ProbeStream(file, "v:0", "time_base"),
+              kind.extension == std::string(".mov") ? "1/30000" : "1/1000000");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RecordedKind, testing::ValuesIn(kKinds),
+                         [](const auto& kindInfo) { return std::string(kindInfo.param.name); });
+
+TEST(Record, KeepsEverySampleOfPcm) {
+    const TestFolder folder;
+    const std::string input = folder.File("tone.mov");
+    ASSERT_EQ(
+        tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=160x120:r=25:d=4",
+                    "-f", "lavfi", "-i", "anoisesrc=r=48000:d=4", "-ac", "2", "-c:v", "mjpeg",
+                    "-c:a", "pcm_s16le", input})
+            .exitCode,
+        0);
+    const std::string file = folder.File("out.mov");
+    ASSERT_EQ(Record(input, file, {"--video", "MJPEG", "--audio", "pcm"}).exitCode, 0);
+    EXPECT_EQ(SoundHash(file, 0), SoundHash(input, 0));
+}
+
+TEST(Record, ShowsAGapAsOneLongerFrame) {
+    const TestFolder folder;
+    const std::string input = folder.File("gap.mkv");
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                          "testsrc2=s=160x120:r=25:d=2", "-vf", "select='not(between(n,20,24))'",
+                          "-vsync", "passthrough", "-c:v", "ffv1", input})
+                  .exitCode,
+              0);
+    const std::string file = folder.File("out.mov");
+    ASSERT_EQ(Record(input, file, {"--video", "x264", "--audio", "none"}).exitCode, 0);
+    const std::vector<PacketTime> packets = ProbePackets(file, "v:0");
+    ASSERT_EQ(packets.size(), 45u);
+    EXPECT_NEAR(packets[19].duration, 6 * 0.04, 0.0011);
+    EXPECT_NEAR(packets[18].duration, 0.04, 0.0011);
+    EXPECT_NEAR(packets[20].duration, 0.04, 0.0011);
+}
+
+TEST(Record, HoldsPictureAndSoundTogetherForTenMinutes) {
+    const TestFolder folder;
+    const std::string input = folder.File("long.mkv");
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                          "testsrc=s=64x48:r=30000/1001:d=600", "-f", "lavfi", "-i",
+                          "sine=f=440:r=44100:d=600", "-c:v", "mpeg4", "-q:v", "8", "-c:a",
+                          "pcm_s16le", input})
+                  .exitCode,
+              0);
+    const std::string file = folder.File("out.mov");
+    ASSERT_EQ(Record(input, file, {"--video", "MJPEG", "--quality", "mjpeg_low", "--audio", "pcm"})
+                  .exitCode,
+              0);
+    const double video = ProbeSeconds(file, "v:0");
+    EXPECT_NEAR(video, ProbeSeconds(file, "a:0"), 1001.0 / 30000);
+    EXPECT_NEAR(video, ProbeSeconds(input, "a:0"), 1001.0 / 30000);
+}
+
+TEST(Record, MeetsThePictureQualityOf1080p) {
+    if (std::string(std::getenv("TARN_PRESET") ? std::getenv("TARN_PRESET") : "release") !=
+        "release") {
+        GTEST_SKIP() << "the optimised build alone encodes 1080p in reasonable time";
+    }
+    const TestFolder folder;
+    const std::string file = folder.File("photo.mp4");
+    ASSERT_EQ(Record(kPhoto, file,
+                     {"--video", "x264", "--bitrate", "10000", "--audio", "none", "--limit", "2"})
+                  .exitCode,
+              0);
+    const std::string cut = folder.File("cut.mkv");
+    ASSERT_EQ(
+        tests::Run({"ffmpeg", "-v", "error", "-i", kPhoto, "-t", "2", "-c", "copy", cut}).exitCode,
+        0);
+    EXPECT_EQ(CountFrames(file), 120);
+    EXPECT_GE(Psnr(file, cut), 35.0);
+    EXPECT_EQ(ProbeStream(file, "v:0", "color_space"), "bt709");
+    EXPECT_EQ(ProbeStream(file, "v:0", "color_range"), "tv");
+}
+
+TEST(Record, TakesSoundFromAnotherFileAndFillsUpWithSilence) {
+    const TestFolder folder;
+    const std::string file = folder.File("out.mov");
+    ASSERT_EQ(Record(kCup, file,
+                     {"--video", "MJPEG", "--audio", "pcm", "--audio-input",
+                      "/usr/share/sounds/alsa/Front_Center.wav", "--limit", "3"})
+                  .exitCode,
+              0);
+    EXPECT_NEAR(ProbeSeconds(file, "v:0"), ProbeSeconds(file, "a:0"), 0.0375);
+    EXPECT_EQ(SoundHash(file, 1.0), SoundHash("/usr/share/sounds/alsa/Front_Center.wav", 1.0));
+}
+
+TEST(Record, ScalesThePicture) {
+    const TestFolder folder;
+    const std::string file = folder.File("out.mp4");
+    ASSERT_EQ(Record(kCup, file, {"--size", "320x240", "--limit", "1"}).exitCode, 0);
+    EXPECT_EQ(ProbeStream(file, "v:0", "width"), "320");
+    EXPECT_EQ(ProbeStream(file, "v:0", "height"), "240");
+}
+
+TEST(Record, ClosesTheFileWhenInterrupted) {
+    const TestFolder folder;
+    const std::string file = folder.File("out.mov");
+    BackgroundProcess recording(
+        {kTool, "record", kCup, file, "--live", "--video", "MJPEG", "--audio", "pcm", "--json"});
+    // Real time passes here: two seconds of a clip of eight at its own pace.
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    recording.Signal(SIGINT);
+    const ProcessResult result = recording.Wait();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("\"stopped\":true"), std::string::npos) << result.out;
+    const double video = ProbeSeconds(file, "v:0");
+    EXPECT_GT(video, 0.3);
+    EXPECT_LT(video, 7.0);
+    EXPECT_NEAR(video, ProbeSeconds(file, "a:0"), 0.0375);
+}
+
+struct Refusal {
+    const char* name;
+    std::vector<std::string> words;
+    const char* says;
+};
+
+void PrintTo(const Refusal& refusal, std::ostream* out) {
+    *out << refusal.name;
+}
+
+class RefusedRecording : public testing::TestWithParam<Refusal> {};
+
+TEST_P(RefusedRecording, SaysWhyInOneLineAndFails) {
+    const TestFolder folder;
+    std::ofstream(folder.File("truncated.mp4")) << "no clip";
+    std::vector<std::string> words = {kTool, "record"};
+    for (std::string word : GetParam().words) {
+        const std::size_t at = word.find("FOLDER");
+        if (at != std::string::npos) word.replace(at, 6, folder.Path());
+        words.push_back(word);
+    }
+    const ProcessResult result = tests::Run(words);
+    EXPECT_GT(result.exitCode, 0);
+    EXPECT_LT(result.exitCode, 128) << "ended by a signal";
+    EXPECT_NE(result.err.find(GetParam().says), std::string::npos) << result.err;
+}
+
+const Refusal kRefusals[] = {
+    {"MissingInput", {"FOLDER/none.mp4", "FOLDER/out.mov"}, "none.mp4': cannot be read as a clip"},
+    {"NoClip",
+     {"FOLDER/truncated.mp4", "FOLDER/out.mov"},
+     "truncated.mp4': cannot be read as a clip"},
+    {"MissingFolder", {kCup, "FOLDER/none/out.mov"}, "there is no folder"},
+    {"UnwritablePlace", {kCup, "/proc/out.mov"}, "'/proc/out.mov'"},
+    {"UnknownContainer", {kCup, "FOLDER/out.ogg"}, "unknown kind of file"},
+    {"UnknownCodec", {kCup, "FOLDER/out.mov", "--video", "Cinepak"}, "Cinepak"},
+    {"HardwareThatIsNotThere",
+     {kCup, "FOLDER/out.mov", "--video", "Video Toolbox H.264"},
+     "needs hardware that is not here"},
+    {"NoPicture", {"/usr/share/sounds/alsa/Front_Center.wav", "FOLDER/out.mov"}, "has no picture"},
+    {"AbsurdSize", {kCup, "FOLDER/out.mov", "--size", "999999x2"}, "out of range"},
+    {"SizeThatIsNone", {kCup, "FOLDER/out.mov", "--size", "big"}, "WIDTHxHEIGHT"},
+    {"NothingToRecord",
+     {kCup, "FOLDER/out.mov", "--video", "none", "--audio", "none"},
+     "nothing to record"},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, RefusedRecording, testing::ValuesIn(kRefusals),
+                         [](const auto& kindInfo) { return std::string(kindInfo.param.name); });
+
+TEST(Record, RefusesToWriteOverItsInput) {
+    const TestFolder folder;
+    const std::string copy = folder.File("clip.mp4");
+    std::filesystem::copy_file(kCup, copy);
+    const ProcessResult result = Record(copy, copy, {});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("is the input too"), std::string::npos);
+    EXPECT_EQ(std::filesystem::file_size(copy), std::filesystem::file_size(kCup));
+}
+
+}  // namespace
