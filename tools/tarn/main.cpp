@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 
+#include "ClockCommand.h"
 #include "RecordCommand.h"
 
 int main(int argc, char** argv) {
@@ -7,6 +8,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     int exitCode = 0;
     AddRecordCommand(app, exitCode);
+    AddClockCommand(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }
