@@ -13,7 +13,7 @@ namespace Quillon::Orb {
 namespace {
 
 /// How long a sample waits for a track that is behind. A track that stands still costs the others
-/// this much delay and nothing else.
+/// this much once: until it brings something again nobody waits for it.
 constexpr long long kPatienceUs = 500000;
 
 long long steady_now() {
@@ -132,6 +132,7 @@ Result MovieQueue::Push(int track, Sample sample) {
     if (fState != State::Running) return ResultError("%s takes no samples now", fName.c_str());
     if (place.ended) return ResultError("the track has ended");
     place.started = true;
+    place.late = false;
     place.nextTime = sample.description.decodeTime + sample.description.duration;
     place.queue.push_back({std::move(sample), now});
     fWork.WakeAll();
@@ -223,24 +224,25 @@ int MovieQueue::earliest() const {
     return found;
 }
 
-bool MovieQueue::must_wait_for_others(int track) const {
-    if (fState == State::Finishing) return false;
-    const Track& first = fTracks[static_cast<std::size_t>(track)];
+/// Whether this track may still bring a sample that is earlier than the first of another.
+bool MovieQueue::may_bring_earlier(const Track& other, const Track& first) const {
+    if (other.ended || other.late || !other.queue.empty()) return false;
     const long long time = first.queue.front().sample.description.decodeTime;
-    bool behind = false;
+    return !other.started || is_before(other.nextTime, other.timescale, time, first.timescale);
+}
+
+bool MovieQueue::must_wait_for_others(const Track& first) const {
+    if (fState == State::Finishing) return false;
     for (const Track& other : fTracks) {
-        if (other.queue.size() >= fQueueSize) return false;
-        if (other.ended || !other.queue.empty()) continue;
-        behind |=
-            !other.started || is_before(other.nextTime, other.timescale, time, first.timescale);
+        if (may_bring_earlier(other, first)) return true;
     }
-    return behind;
+    return false;
 }
 
 /// Waits for the next sample to be written, in the order of time over all tracks.
 ///
-/// The earliest sample goes as soon as no other track can still bring an earlier one; when a queue
-/// is full, or it has waited long enough, it goes all the same.
+/// The earliest sample goes as soon as no other track can still bring an earlier one, or when it
+/// has waited long enough for those that could.
 int MovieQueue::next_to_write() {
     while (!fStop && fFailure.Succeeded()) {
         const int track = earliest();
@@ -249,11 +251,15 @@ int MovieQueue::next_to_write() {
             fWork.Wait(fLock);
             continue;
         }
-        if (!must_wait_for_others(track)) return track;
-        const Track& place = fTracks[static_cast<std::size_t>(track)];
-        const long long left = place.queue.front().since + kPatienceUs - steady_now();
-        if (left <= 0) return track;
-        fWork.WaitFor(fLock, left);
+        const Track& first = fTracks[static_cast<std::size_t>(track)];
+        if (!must_wait_for_others(first)) return track;
+        const long long left = first.queue.front().since + kPatienceUs - steady_now();
+        if (left > 0) {
+            fWork.WaitFor(fLock, left);
+            continue;
+        }
+        for (Track& other : fTracks) other.late |= may_bring_earlier(other, first);
+        return track;
     }
     return -1;
 }

@@ -82,6 +82,7 @@ private:
         std::deque<Waiting> queue;
         bool ended = false;
         bool started = false;    ///< a sample has come
+        bool late = false;       ///< the others no longer wait for its next sample
         long long nextTime = 0;  ///< end of the last sample that was queued, ticks
         long long bytes = 0;     ///< that the file has taken
     };
@@ -95,7 +96,8 @@ private:
     void finish_file() SPAR_EXCLUDES(fLock);
     void fail(Result failure) SPAR_REQUIRES(fLock);
     int earliest() const SPAR_REQUIRES(fLock);
-    bool must_wait_for_others(int track) const SPAR_REQUIRES(fLock);
+    bool may_bring_earlier(const Track& other, const Track& first) const SPAR_REQUIRES(fLock);
+    bool must_wait_for_others(const Track& first) const SPAR_REQUIRES(fLock);
     int next_to_write() SPAR_REQUIRES(fLock);
     bool is_track(int track) const SPAR_REQUIRES(fLock);
 
