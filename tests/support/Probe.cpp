@@ -40,6 +40,20 @@ std::vector<PacketTime> ProbePackets(const std::string& path, const std::string&
     return packets;
 }
 
+std::vector<double> ProbePictureTimes(const std::string& path) {
+    std::istringstream lines(
+        Run({"ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
+             "frame=best_effort_timestamp_time", "-of", "default=nk=1:nw=1", path})
+            .out);
+    std::vector<double> times;
+    for (std::string line; std::getline(lines, line);) {
+        char* end = nullptr;
+        const double time = std::strtod(line.c_str(), &end);
+        if (end != line.c_str()) times.push_back(time);
+    }
+    return times;
+}
+
 double ProbeSeconds(const std::string& path, const std::string& stream) {
     double seconds = 0;
     for (const PacketTime& packet : ProbePackets(path, stream)) seconds += packet.duration;

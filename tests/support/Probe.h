@@ -19,6 +19,9 @@ struct PacketTime {
 /// The packets of a stream in the order of the file.
 std::vector<PacketTime> ProbePackets(const std::string& path, const std::string& stream);
 
+/// Display times in seconds of the pictures that decode, in order.
+std::vector<double> ProbePictureTimes(const std::string& path);
+
 /// Sum of the packets' durations of a stream, in seconds.
 double ProbeSeconds(const std::string& path, const std::string& stream);
 

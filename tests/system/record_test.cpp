@@ -20,6 +20,7 @@ using tests::GstreamerReads;
 using tests::MediaInfo;
 using tests::PacketTime;
 using tests::ProbePackets;
+using tests::ProbePictureTimes;
 using tests::ProbeSeconds;
 using tests::ProbeStream;
 using tests::ProcessResult;
@@ -97,18 +98,16 @@ protected:
     TestFolder fFolder;
 };
 
-// Frame n of the file lasts from frame n of the input to frame n + 1, to the tick of the file.
+// Frame n of the file lasts from picture n of the input to picture n + 1, to the tick of the file.
 void ExpectSameTimes(const std::string& file, const std::string& input) {
-    auto byTime = [](const PacketTime& a, const PacketTime& b) { return a.time < b.time; };
-    std::vector<PacketTime> want = ProbePackets(input, "v:0");
+    const std::vector<double> want = ProbePictureTimes(input);
     std::vector<PacketTime> have = ProbePackets(file, "v:0");
-    std::sort(want.begin(), want.end(), byTime);
-    std::sort(have.begin(), have.end(), byTime);
+    std::sort(have.begin(), have.end(),
+              [](const PacketTime& a, const PacketTime& b) { return a.time < b.time; });
     ASSERT_EQ(have.size(), want.size());
     for (std::size_t i = 0; i + 1 < want.size(); ++i) {
-        ASSERT_NEAR(have[i].time - have[0].time, want[i].time - want[0].time, 0.0011)
-            << "frame " << i;
-        ASSERT_NEAR(have[i].duration, want[i + 1].time - want[i].time, 0.0011) << "frame " << i;
+        ASSERT_NEAR(have[i].time - have[0].time, want[i] - want[0], 0.0011) << "frame " << i;
+        ASSERT_NEAR(have[i].duration, want[i + 1] - want[i], 0.0011) << "frame " << i;
     }
 }
 
@@ -124,7 +123,9 @@ TEST_P(RecordedKind, HasTheInputsFramesTimesSoundAndLooks) {
     EXPECT_EQ(ProbeStream(file, "v:0", "width"), "640");
     EXPECT_EQ(ProbeStream(file, "v:0", "height"), "480");
     EXPECT_EQ(ProbeStream(file, "v:0", "time_base"), "1/26777");
-    EXPECT_EQ(ProbeStream(file, "v:0", "color_space"), "smpte170m");
+    // A JPEG decoder answers for the format, which has one matrix, and not for the file.
+    EXPECT_EQ(ProbeStream(file, "v:0", "color_space"),
+              kind.codec == std::string("mjpeg") ? "bt470bg" : "smpte170m");
     EXPECT_EQ(ProbeStream(file, "v:0", "field_order"), "progressive");
     EXPECT_EQ(ProbeStream(file, "a:0", "sample_rate"), "48000");
     EXPECT_EQ(CountFrames(file), CountFrames(kCup));
@@ -203,7 +204,7 @@ TEST(Record, HoldsPictureAndSoundTogetherForTenMinutes) {
               0);
     const double video = ProbeSeconds(file, "v:0");
     EXPECT_NEAR(video, ProbeSeconds(file, "a:0"), 1001.0 / 30000);
-    EXPECT_NEAR(video, ProbeSeconds(input, "a:0"), 1001.0 / 30000);
+    EXPECT_NEAR(video, 600.0, 2 * 1001.0 / 30000);
 }
 
 TEST(Record, MeetsThePictureQualityOf1080p) {
