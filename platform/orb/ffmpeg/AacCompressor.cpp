@@ -20,6 +20,7 @@ extern "C" {
 namespace Quillon::Orb {
 namespace {
 
+constexpr int kQuieter = 24;  // the encoder's own messages stay below what is printed
 constexpr int kDefaultBitRate = 128000;
 constexpr int kMostChannels = 8;
 
@@ -121,6 +122,7 @@ Result AacCompressor::open(Encoder& encoder, const CAudioProperties& input) {
     encoder.packet = av_packet_alloc();
     if (!context || !encoder.frame || !encoder.packet)
         return ResultOutOfMemory("'caac': no memory");
+    context->log_level_offset = kQuieter;
     context->sample_fmt = AV_SAMPLE_FMT_FLTP;
     context->sample_rate = input.GetSampleRate();
     context->time_base = {1, input.GetSampleRate()};
