@@ -5,8 +5,10 @@
 #include "spar/zPell.h"
 #include "spar/zStringID.h"
 #include "tarn/filters/tnFilterManager.h"
+#include "tarn/foundation/TCache.h"
 #include "tarn/foundation/tnOutputAccessor.h"
 #include "tarn/foundation/tnOutputAnnotations.h"
+#include "tarn/foundation/tnUtils.h"
 
 namespace {
 
@@ -70,11 +72,13 @@ void tnTarn::boot_Startup() {
     zBoot::Depends('pell', zPell::boot_Module);
     string_defines();
     zErrCodeManager::RegisterCodeRange(kErrorCode, kErrorCode, "tarn errors");
+    TCache<bool>::Singleton();
     tnFilterManager::Startup();
 }
 
 void tnTarn::boot_Shutdown() {
     tnFilterManager::Shutdown();
+    tnUtils::Shutdown();
 }
 
 void tnTarn::string_defines() {

@@ -7,6 +7,7 @@
 #include "spar/zErrCodeManager.h"
 #include "spar/zRecord.h"
 #include "spar/zStringID.h"
+#include "tarn/foundation/TCache.h"
 
 namespace {
 
@@ -96,7 +97,9 @@ TEST(tnTarn, BootStartsAndStopsTheModule) {
     EXPECT_STREQ(zErrCodeManager::RangeName(-1000), "tarn errors");
     EXPECT_STRNE(zErrCodeManager::RangeName(-1001), "tarn errors");
     EXPECT_STRNE(zErrCodeManager::RangeName(-999), "tarn errors");
+    EXPECT_TRUE(TCache<bool>::Exists());
     zBoot::StopAll();
+    EXPECT_FALSE(TCache<bool>::Exists());
     EXPECT_EQ(zBoot::StartAll(), 0);  // comes up again
     zBoot::StopAll();
 }
