@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "tests/support/filterDoubles.h"
 #include "tarn/movies/tnStreamBufferGroup.h"
+
+#include "tests/support/filterDoubles.h"
 
 using namespace filterDoubles;
 

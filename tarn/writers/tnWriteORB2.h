@@ -88,6 +88,9 @@ public:
     void Close();
 
 private:
+    friend struct tnWriteORB2TestPeer;  // reaches the copying of pictures, which no operation turns
+                                        // on
+
     template <typename T>
     using RObject = Quillon::Orb::RObject<T>;
 

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "orb/CAudioCompressor.h"
@@ -33,7 +35,8 @@ struct Script {
     bool failBegin = false;
     bool failSample = false;
     bool giveNothing = false;
-    std::set<std::string> refused;  ///< property names
+    std::atomic<bool> stuck{false};  ///< ProcessSample does not come back while this is set
+    std::set<std::string> refused;   ///< property names
 
     std::map<std::string, long long> numbers;  ///< properties that were set
     std::map<std::string, std::string> texts;
@@ -119,6 +122,7 @@ public:
     }
     Result ProcessSample(CVideoSample* sample) override {
         if (!sample) return 0;
+        while (this->fScript.stuck) std::this_thread::yield();
         if (this->fScript.failSample) return ResultError("told to fail");
         fSamples.push_back(RObject<CVideoSample>(made_from(sample)));
         return 0;
@@ -230,7 +234,9 @@ struct FileScript {
 
     // set by the test before the file begins
     bool failBegin = false;
-    int failAtSample = -1;  ///< the first sample that is refused
+    int failAtSample = -1;             ///< the first sample that is refused
+    std::atomic<bool> stuck{false};    ///< WriteSample does not come back while this is set
+    std::atomic<bool> entered{false};  ///< WriteSample was called
 
     // read by the test after the file has finished
     std::mutex lock;
@@ -257,6 +263,8 @@ public:
         return fScript.failBegin ? Result(ResultError("told to fail")) : Result(0);
     }
     Result WriteSample(int track, const MovieSample& sample) override {
+        fScript.entered = true;
+        while (fScript.stuck) std::this_thread::yield();
         const std::lock_guard<std::mutex> lock(fScript.lock);
         if (static_cast<int>(fScript.samples.size()) == fScript.failAtSample)
             return ResultError("told to fail");
