@@ -23,7 +23,8 @@ public:
     virtual int WriteAt(long long offset, const FileSpan* spans, int count) = 0;
     /// Puts the file under its path, in place of what stands there.
     virtual int Publish() = 0;
-    /// Returns when everything written before is on the disk; makes the name durable too, once.
+    /// Returns when everything written before is on the disk; after Publish
+    /// the name too.
     virtual int Sync() = 0;
     virtual int Truncate(long long size) = 0;
     /// Takes blocks for a range that will be written soon. A system that cannot is no failure.

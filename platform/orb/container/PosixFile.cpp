@@ -44,7 +44,7 @@ private:
     std::string fPath;
     std::string fTemporary;  // empty when the file stands at its path from the start
 
-    std::atomic<bool> fNameIsDurable{false};
+    std::atomic<bool> fNameToSync{false};
 };
 
 int PosixFile::Create(const char* path) {
@@ -76,9 +76,13 @@ int PosixFile::create_sibling() {
 }
 
 int PosixFile::Publish() {
-    if (fTemporary.empty()) return 0;
+    if (fTemporary.empty()) {
+        fNameToSync = true;
+        return 0;
+    }
     if (rename(fTemporary.c_str(), fPath.c_str()) != 0) return failure();
     fTemporary.clear();
+    fNameToSync = true;
     return 0;
 }
 
@@ -111,7 +115,7 @@ int PosixFile::WriteAt(long long offset, const FileSpan* spans, int count) {
 
 int PosixFile::Sync() {
     if (fdatasync(fFile) != 0) return failure();
-    if (fNameIsDurable.exchange(true)) return 0;
+    if (!fNameToSync.exchange(false)) return 0;
     const std::size_t slash = fPath.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : fPath.substr(0, slash + 1);
     const int directory = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -80,6 +80,8 @@ int WholeMovieFile::write_head() {
     if (const int error = fIndex->Begin(fOptions.fastStart ? announced_seconds() : 0, end))
         return error;
     fMedia->SetEnd(end);
+    // What shows under the name is a movie from the first moment on, after a power cut too.
+    if (const int error = fFile->Sync()) return error;
     return fFile->Publish();
 }
 
