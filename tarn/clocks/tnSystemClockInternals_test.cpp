@@ -88,7 +88,7 @@ protected:
     std::unique_ptr<tnSystemClockInternals> fLoop;
 };
 
-const Kind kKinds[] = {
+constexpr Kind kKinds[] = {
     {"scac", false, tnClock::clock_rate_scac, 1, 1},
     {"asnc", false, tnClock::clock_rate_asnc, 1, 1},
     {"mach", true, tnClock::clock_rate_scac, 1, 1},
