@@ -59,6 +59,19 @@ displayRefreshRate rate_of(const xcb_randr_mode_info_t& mode) {
     return displayRefreshRate::OfMode(pixelsPerSecond, pixels);
 }
 
+/// The connection is ours alone, so its common queue holds these; a special queue of their own
+/// would not be freed once the server has died.
+const xcb_present_complete_notify_event_t* as_complete_notify(xcb_connection_t* connection,
+                                                              const xcb_generic_event_t& event) {
+    if ((event.response_type & 0x7F) != XCB_GE_GENERIC) return nullptr;
+    const auto& generic = reinterpret_cast<const xcb_ge_generic_event_t&>(event);
+    const xcb_query_extension_reply_t* present =
+        xcb_get_extension_data(connection, &xcb_present_id);
+    if (!present || generic.extension != present->major_opcode) return nullptr;
+    if (generic.event_type != XCB_PRESENT_COMPLETE_NOTIFY) return nullptr;
+    return reinterpret_cast<const xcb_present_complete_notify_event_t*>(&event);
+}
+
 }  // namespace
 
 std::unique_ptr<displayRefreshSource> displayPresentSource::ForDefaultScreen() {
@@ -68,7 +81,6 @@ std::unique_ptr<displayRefreshSource> displayPresentSource::ForDefaultScreen() {
 }
 
 displayPresentSource::~displayPresentSource() {
-    if (fEvents) xcb_unregister_for_special_event(fConnection, fEvents);
     xcb_disconnect(fConnection);
     if (fInterrupt >= 0) close(fInterrupt);
 }
@@ -80,9 +92,8 @@ bool displayPresentSource::open() {
     if (fInterrupt < 0) return false;
     // The root window: it is there, and lies on the display that shows the screen's origin.
     fWindow = root_of(fConnection);
-    const uint32_t id = xcb_generate_id(fConnection);
-    fEvents = xcb_register_for_special_xge(fConnection, &xcb_present_id, id, nullptr);
-    xcb_present_select_input(fConnection, id, fWindow, XCB_PRESENT_EVENT_MASK_COMPLETE_NOTIFY);
+    xcb_present_select_input(fConnection, xcb_generate_id(fConnection), fWindow,
+                             XCB_PRESENT_EVENT_MASK_COMPLETE_NOTIFY);
     read_rate();
     // The counter as it stands tells that the server has one.
     Complete now{};
@@ -141,17 +152,16 @@ void displayPresentSource::ask(long long count) {
 
 bool displayPresentSource::next(Complete& complete) {
     for (;;) {
-        const Reply<xcb_present_complete_notify_event_t> event(
-            reinterpret_cast<xcb_present_complete_notify_event_t*>(
-                xcb_poll_for_special_event(fConnection, fEvents)));
+        const Reply<xcb_generic_event_t> event(xcb_poll_for_event(fConnection));
         if (!event) {
             if (xcb_connection_has_error(fConnection) || !wait_readable()) return false;
             continue;
         }
+        const auto* notify = as_complete_notify(fConnection, *event);
         // The answer to a wait that was interrupted comes late.
-        if (event->serial != fSerial) continue;
-        complete.realTime = static_cast<long long>(event->ust);
-        complete.count = static_cast<long long>(event->msc);
+        if (!notify || notify->serial != fSerial) continue;
+        complete.realTime = static_cast<long long>(notify->ust);
+        complete.count = static_cast<long long>(notify->msc);
         return true;
     }
 }

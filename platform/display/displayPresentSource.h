@@ -3,7 +3,6 @@
 #include "display/displayRefreshSource.h"
 
 struct xcb_connection_t;
-struct xcb_special_event;
 
 /// Refreshes by the frame counter of an X server's screen (its Present extension).
 class displayPresentSource : public displayRefreshSource {
@@ -34,7 +33,6 @@ private:
 
     // fixed after open
     xcb_connection_t* fConnection = nullptr;
-    xcb_special_event* fEvents = nullptr;
     unsigned int fWindow = 0;
     int fInterrupt = -1;
     displayRefreshRate fRate;

@@ -21,8 +21,8 @@ bool contains(const zList<tnClockWatcher*>& watchers, const tnClockWatcher* want
 }  // namespace
 
 tnClock::tnClock()
-    : fCritical(zCritical::Factory(kRecursive)),
-      fWatchers(std::make_unique<zList<tnClockWatcher*>>()),
+    : fWatchers(std::make_unique<zList<tnClockWatcher*>>()),
+      fCritical(zCritical::Factory(kRecursive)),
       fClockID(static_cast<unsigned int>(zIDGenerator::Generate(kClockIDKind))) {}
 
 tnClock::~tnClock() = default;

@@ -69,8 +69,8 @@ public:
 private:
     // Lock order: a system clock's time lock > fCritical > a watcher's lock. Taken a second time by
     // a watcher that adds another while it is served on the producer's thread.
-    std::unique_ptr<zCritical> fCritical;
     std::unique_ptr<zList<tnClockWatcher*>> fWatchers SPAR_PT_GUARDED_BY(*fCritical);
+    std::unique_ptr<zCritical> fCritical;
 
     // fixed
     unsigned int fClockID;

@@ -40,7 +40,7 @@ void tnClockWatcher::Start(char priority, const char* name, bool multipleTickRec
 }
 
 void tnClockWatcher::Stop() {
-    if (!fThread || !IsRunning()) return;
+    if (!fThread || !running()) return;
     // Cleared before the signal, so that the thread that it wakes sees it.
     fRunning.store(false, std::memory_order_relaxed);
     fSignal->Raise();
@@ -49,7 +49,7 @@ void tnClockWatcher::Stop() {
 }
 
 bool tnClockWatcher::IsRunning() const {
-    return fRunning.load(std::memory_order_relaxed);
+    return running();
 }
 
 int tnClockWatcher::GetDesiredTickRate(int*) const {
@@ -97,9 +97,9 @@ int tnClockWatcher::Main(int, const char**) {
 
 void tnClockWatcher::single_tick_receiver_run_loop() {
     long long lastSeq = kEmpty;
-    while (IsRunning()) {
+    while (running()) {
         fSignal->Wait();
-        if (!IsRunning()) break;
+        if (!running()) break;
         long long seq;
         tn_time_rec time;
         {
@@ -117,9 +117,9 @@ void tnClockWatcher::single_tick_receiver_run_loop() {
 // therefore one tick behind from then on; it catches up when a wake-up brings no tick of its own.
 void tnClockWatcher::multiple_tick_receiver_run_loop() {
     long long lastSeq = kEmpty;
-    while (IsRunning()) {
+    while (running()) {
         fSignal->Wait();
-        if (!IsRunning()) break;
+        if (!running()) break;
         long long seq;
         tn_time_rec time;
         {

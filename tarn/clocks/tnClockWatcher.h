@@ -63,6 +63,8 @@ public:
 private:
     friend struct tnClockWatcherPeek;
 
+    // Not IsRunning: what a derived class tells others is not what the thread goes by.
+    bool running() const { return fRunning.load(std::memory_order_relaxed); }
     void single_tick_receiver_run_loop();
     void multiple_tick_receiver_run_loop();
     void store_single(const tn_time_rec& time) SPAR_REQUIRES(*fCritical);

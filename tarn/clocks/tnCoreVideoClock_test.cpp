@@ -143,8 +143,8 @@ TEST(CoreVideoClock, RewindAndPauseHaveNoEffect) {
 
 TEST(CoreVideoClock, ALinkedClockThatTicksGivesTimeAndId) {
     ScriptedDisplay display(kRate);
-    NotingClock clock;
     HandClock source;
+    NotingClock clock;
     clock.LinkMediaTimeFromClock(source);
     for (long long count = 1; count <= 3; ++count) {
         source.fMedia = count * 500'000;
@@ -174,8 +174,8 @@ TEST(CoreVideoClock, ALinkedClockThatTicksGivesTimeAndId) {
 // The extrapolation of a silent refresh makes the next one see a difference.
 TEST(CoreVideoClock, ALinkedClockThatStandsStillSilencesTheRefresh) {
     ScriptedDisplay display({1, 50});
-    NotingClock clock;
     HandClock source;
+    NotingClock clock;
     source.fMedia = 100'000;
     clock.LinkMediaTimeFromClock(source);
 
@@ -196,8 +196,8 @@ TEST(CoreVideoClock, ALinkedClockThatStandsStillSilencesTheRefresh) {
 
 TEST(CoreVideoClock, TheLastVideoTimeMovesOnWhileNothingTicks) {
     ScriptedDisplay display({1, 50});
-    NotingClock clock;
     HandClock source;
+    NotingClock clock;
     clock.LinkMediaTimeFromClock(source);
     // Ours stands at 0 as the linked clock does: silent from the first refresh on.
     clock.RenderDisplay(1, 50, 5, 0);
