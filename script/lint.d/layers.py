@@ -34,6 +34,8 @@ MEETING = {
     ("tarn/movies", "tarn/filters"): {"tnFilter.h", "tnVideoCompressor.h", "tnAudioCompressor.h",
                                       "tnFilterManager.h", "tnEncodedBuffer.h"},
     ("tarn/filters", "tarn/movies"): {"tnStreamBuffer.h", "tnStreamBufferGroup.h"},
+    # Encoders and file writers read a record in one way: the conversions, and nothing else there.
+    ("tarn/filters", "tarn/writers"): {"orbConversions.h"},
 }
 # The module's boot starts each service, and so it alone in foundation knows them.
 BOOT = {"tarn/foundation/tnTarn.cpp", "tarn/foundation/tnTarn_test.cpp"}

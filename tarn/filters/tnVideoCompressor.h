@@ -60,8 +60,8 @@ public:
     /// Configures and starts the encoder: 0 or a negative code.
     virtual int SetInputFormat(const tnMediaRecord& input);
     /// Encodes one frame, of `time` ticks: 0 or a negative code. Owns one writing reference of
-    /// `buffer` and gives it back on every path. With a `callback`, finished buffers go to it
-    /// instead.
+    /// `buffer` and gives it back on every path. With a `callback`, finished buffers go to it,
+    /// too, after fOnEncodedBuffer.
     virtual int EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecord& format, long long time,
                             bool keyFrame,
                             int (*callback)(tnVideoCompressor::EncodedBuffer*, void*),

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "orb/CAudioCompressor.h"
+#include "orb/RObject.h"
+#include "tarn/filters/tnAudioCompressor.h"
+#include "tarn/foundation/tnMediaRecord.h"
+
+class tnAacAudioBuffer;
+class tnAudioConverter;
+
+/// AAC, two channels of it or as many as the output record says, at 'mtbr' ("target_bit_rate",
+/// kilobits per second, 128 if unset). One thread.
+///
+/// Blocks may have any length. Sound that fills no packet yet waits for the next block, so that the
+/// last packets of a run are not delivered.
+class TARN_API tnAacAudioCompressor : public tnAudioCompressor {
+public:
+    tnAacAudioCompressor();
+    ~tnAacAudioCompressor() override;
+
+    const tnMediaRecord& InputFormat() const override;
+    const tnMediaRecord& OutputFormat() const override;
+    void SetOutputFormat(const tnMediaRecord& format) override;
+    /// 0; or -1041 a format that cannot be described (16 or 32 bits per sample can), -1054 no
+    /// conversion between the formats, -1055 no AAC encoder, -1056 it did not begin, -1057 it
+    /// refused the bit rate.
+    int Create(const tnMediaRecord& input, const tnMediaRecord& output) override;
+    /// Encodes a block that begins at `timeMs`. 0 with null while no packet is full; -1 before a
+    /// Create that succeeded, -1058 when the block could not be converted, -1059 when the encoder
+    /// failed. A block that does not go on where the last one ended moves the times of the packets
+    /// that follow.
+    int EncodeFrame(EncodedBuffer** out, double timeMs, void* data, unsigned int count) override;
+    int FramesPerPacket() const override;
+    /// The AudioSpecificConfig: refers to the compressor's own bytes.
+    int GetDecoderDescription(zBuffer& out) override;
+
+private:
+    using AudioProperties = Quillon::Orb::CAudioProperties;
+
+    int open_encoder(const AudioProperties& input);
+    void read_output();
+    int convert(void*& data, unsigned int& count);
+    void follow_time(double timeMs, unsigned int frames);
+    int put(void* data, unsigned int count);
+    int take_packets(EncodedBuffer** out);
+
+    tnMediaRecord fInputFormat;
+    tnMediaRecord fOutputFormat;
+    std::unique_ptr<tnAudioConverter> fConverter;
+    std::vector<unsigned char> fConverted;
+    Quillon::Orb::RObject<Quillon::Orb::CAudioCompressor> fEncoder;  // null until Create succeeded
+    std::vector<unsigned char> fDescription;
+    double fRate = 0;              // frames a second
+    unsigned int fFrameBytes = 0;  // of a frame as it enters the encoder
+    int fFramesPerPacket = 0;
+    int fPrimingFrames = 0;
+    long long fFramesIn = 0;
+    double fOriginMs = 0;  // when frame 0 of the input is heard
+};

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "tarn/filters/tnAudioCompressor.h"
+#include "tarn/foundation/tnMediaRecord.h"
+
+class tnAudioConverter;
+class tnPcmAudioFilterBuffer;
+
+/// The audio compressor that compresses nothing: it frames blocks of PCM, so that outputs of plain
+/// sound take the same road as encoded ones. Blocks last a thirtieth of a second. One thread.
+class TARN_API tnPcmAudioFilter : public tnAudioCompressor {
+public:
+    tnPcmAudioFilter();
+    ~tnPcmAudioFilter() override;
+
+    const tnMediaRecord& InputFormat() const override;
+    const tnMediaRecord& OutputFormat() const override;
+    void SetOutputFormat(const tnMediaRecord& format) override;
+    /// 0, or what the converter says that the formats need.
+    int Create(const tnMediaRecord& input, const tnMediaRecord& output) override;
+    /// Copies the block of `bytes` into a buffer at `timeMs`; the caller releases it. Without a
+    /// converter -1 for any other length than four bytes a frame. With one, -1 for a block that
+    /// converted; see the source.
+    int EncodeFrame(EncodedBuffer** out, double timeMs, void* data, unsigned int bytes) override;
+    int FramesPerPacket() const override;
+
+private:
+    int copy_block(tnPcmAudioFilterBuffer& buffer, const void* data, unsigned int bytes) const;
+    int convert_block(tnPcmAudioFilterBuffer& buffer, void* data, unsigned int bytes);
+
+    tnAudioConverter* fConverter = nullptr;  // owned; null when no conversion is needed
+    tnMediaRecord fInputFormat;
+    tnMediaRecord fOutputFormat;
+    long long fTotalSamples = 0;  // sample frames given out
+};
