@@ -445,6 +445,27 @@ TEST(MachLoop, StoppedBeforeItsFirstTickItProducesNone) {
     EXPECT_TRUE(clock.Records().empty());
 }
 
+// Units so small that a few months of uptime need the top bit of a word.
+TEST(MachLoop, UnitsBeyondSixtyThreeBitsStayOnSchedule) {
+    constexpr long long kLongUp = 9'300'000'000'000;  // microseconds; a unit is a picosecond
+    constexpr long long kPeriod = 20'000;
+    ManualTime time(kLongUp);
+    machTwin::SetTimebase(1, 1000);
+    ASSERT_GT(mach_absolute_time(), uint64_t{1} << 63);
+    Recorder clock;
+    tnSystemClockInternals_mac loop(clock, 50, tnClock::clock_rate_scac);
+    loop.StartTicking(0, nullptr, 0);
+    time.Run(5);
+    time.StopWith([&] { loop.StopTicking(); }, [&] { return !loop.IsTicking(); });
+    const std::vector<tn_time_rec> records = clock.Records();
+    ASSERT_EQ(records.size(), 6u);
+    for (size_t i = 0; i < records.size(); ++i) {
+        const long long target = kLongUp + static_cast<long long>(i) * kPeriod;
+        // A double has 53 bits: the target may lose nanoseconds, and so a microsecond.
+        EXPECT_LE(std::llabs(records[i].real_time + 4 * kPeriod - target), 1) << i;
+    }
+}
+
 TEST(MachLoop, GivesBackItsPorts) {
     const int before = machTwin::LivePorts();
     ManualTime time(kStart);
