@@ -2,8 +2,8 @@
 
 #include <atomic>
 #include <climits>
-#include <memory>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <thread>
 #include <tuple>

@@ -35,9 +35,10 @@ public:
     static constexpr int kMaxDepth = 256;
     static constexpr unsigned long kMaxDocumentBytes = 64ul << 20;
     static constexpr unsigned long kMaxTagBytes = 16ul << 20;  ///< one tag with its attributes
-    static constexpr unsigned int kMaxElements = 1u << 20;
-    static constexpr unsigned int kMaxAttributes = 4096;   ///< of one element
-    static constexpr unsigned int kMaxNewKeys = 1u << 14;  ///< keys that no zStringID knew before
+    static constexpr unsigned int kMaxElements = 1u << 19;
+    static constexpr unsigned int kMaxVariables = 1u << 21;  ///< attributes of all elements
+    static constexpr unsigned int kMaxAttributes = 4096;     ///< of one element
+    static constexpr unsigned int kMaxNewKeys = 1u << 14;    ///< keys that no zStringID knew before
 
     /// Writes `record` with each element on lines of its own: `separator` ends the lines, `depth`
     /// is the indentation to begin with. Without a separator there is no indentation. A null child

@@ -58,6 +58,7 @@ private:
     std::vector<Open> fOpen;
     unsigned long fBytes = 0;
     unsigned int fElements = 0;
+    unsigned int fVariables = 0;
     unsigned int fNewKeys = 0;
     int fResult = 0;             // of a handler that stopped the parser
     std::exception_ptr fThrown;  // by a handler, held while the parser's C frames unwind
@@ -111,6 +112,7 @@ int Reader::open_record(zRecord*& record) {
 }
 
 int Reader::set_attribute(zRecord& record, const char* name, const char* value) {
+    if (++fVariables > zXML::kMaxVariables) return zXML::kTooBig;
     const auto id = id_from_xml(name);
     if (id) {
         set_from_xml(record, *id, value);

@@ -51,9 +51,21 @@ bool is_reserved(std::string_view name) {
            (name[2] | 32) == 'l';
 }
 
+bool is_hex(char c) {
+    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+/// Whether an underscore, with what follows it, would be taken for one of our own forms. Two digits
+/// are enough: a character that is escaped behind them would bring the closing underscore.
+bool looks_like_ours(std::string_view name, std::size_t at) {
+    const std::string_view rest = name.substr(at);
+    if (rest.size() >= 4 && rest[1] == 'x' && is_hex(rest[2]) && is_hex(rest[3])) return true;
+    return at == 0 && (rest == kEmptyName || rest == kUntagged || rest.starts_with(kIDPrefix));
+}
+
 bool fits_name(std::string_view name, std::size_t at) {
     const char c = name[at];
-    if (c == '_') return at + 1 == name.size() || name[at + 1] != 'x';
+    if (c == '_') return !looks_like_ours(name, at);
     if (is_letter(c)) return at > 0 || !is_reserved(name);
     // A colon would make the name a prefixed one, of a namespace that nobody declared.
     return at > 0 && (is_digit(c) || c == '.' || c == '-');

@@ -13,7 +13,7 @@
 inline constexpr std::string_view kUntagged = "_xrecord";
 
 /// Appends `name` as an XML name. Bytes that a name cannot hold become _xHH_, and so does an
-/// underscore before an x, which keeps _x for ourselves.
+/// underscore that begins what would be taken for such a form.
 void append_xml_name(std::string& out, std::string_view name);
 std::string name_from_xml(std::string_view name);
 

@@ -1,0 +1,89 @@
+#include "spar/zDirectory.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "spar/zFileStream.h"
+
+namespace {
+
+class Directory : public ::testing::Test {
+protected:
+    Directory() : fDirectory(zDirectory::Factory()) {
+        fRoot = ::testing::TempDir() + "/directory_test";
+        EXPECT_EQ(fDirectory->RemoveWithContent(fRoot.c_str()), 0);
+        EXPECT_EQ(fDirectory->Create((fRoot + "/inner/most").c_str()), 0);
+    }
+    ~Directory() override { fDirectory->RemoveWithContent(fRoot.c_str()); }
+
+    std::string Path(const char* name) const { return fRoot + "/" + name; }
+    void Touch(const char* name) {
+        zFileStream file(Path(name).c_str(), Z_FILE_WRITE, false);
+        ASSERT_EQ(file.Open(), 0);
+    }
+
+    std::string fRoot;
+    const std::unique_ptr<zDirectory> fDirectory;
+};
+
+TEST_F(Directory, MakesFoldersAndThoseAbove) {
+    EXPECT_TRUE(zDirectory::Exists(Path("inner/most").c_str()));
+    EXPECT_EQ(fDirectory->Create(Path("inner").c_str()), 0) << "it stands already";
+    Touch("file");
+    EXPECT_FALSE(zDirectory::Exists(Path("file").c_str()));
+    EXPECT_FALSE(zDirectory::Exists(Path("none").c_str()));
+    EXPECT_FALSE(zDirectory::Exists(nullptr));
+    EXPECT_NE(fDirectory->Create(Path("file").c_str()), 0);
+    EXPECT_NE(fDirectory->Create(Path("file/below").c_str()), 0);
+    EXPECT_NE(fDirectory->Create(nullptr), 0);
+}
+
+TEST_F(Directory, RemovesAnEmptyFolderOnly) {
+    EXPECT_EQ(fDirectory->Remove(Path("inner").c_str()), -5039) << "not empty";
+    EXPECT_TRUE(zDirectory::Exists(Path("inner/most").c_str()));
+    EXPECT_EQ(fDirectory->Remove(Path("inner/most").c_str()), 0);
+    EXPECT_FALSE(zDirectory::Exists(Path("inner/most").c_str()));
+    EXPECT_EQ(fDirectory->Remove(Path("inner/most").c_str()), 0) << "gone is gone";
+    Touch("file");
+    EXPECT_EQ(fDirectory->Remove(Path("file").c_str()), -5020) << "not a folder";
+    EXPECT_EQ(fDirectory->RemoveWithContent(Path("file").c_str()), -5020);
+    EXPECT_TRUE(zFileStream::Exists(Path("file").c_str()));
+    EXPECT_NE(fDirectory->Remove(nullptr), 0);
+    EXPECT_NE(fDirectory->RemoveWithContent(nullptr), 0);
+}
+
+TEST_F(Directory, RemovesAFolderWithItsContent) {
+    Touch("inner/file");
+    Touch("inner/most/file");
+    Touch("outside");
+    std::filesystem::create_symlink(Path("outside"), Path("inner/link"));
+    std::filesystem::create_directory(Path("kept"));
+    Touch("kept/file");
+    std::filesystem::create_directory_symlink(Path("kept"), Path("inner/most/folder_link"));
+    EXPECT_EQ(fDirectory->RemoveWithContent(Path("inner").c_str()), 0);
+    EXPECT_FALSE(zFileStream::Exists(Path("inner").c_str()));
+    EXPECT_TRUE(zFileStream::Exists(Path("outside").c_str()));
+    EXPECT_TRUE(zFileStream::Exists(Path("kept/file").c_str())) << "links are not followed";
+    EXPECT_EQ(fDirectory->RemoveWithContent(Path("inner").c_str()), 0);
+}
+
+TEST_F(Directory, ListsNamesInOrder) {
+    Touch("b");
+    Touch("a");
+    Touch(".hidden");
+    std::vector<std::string> names{"old"};
+    EXPECT_EQ(fDirectory->List(fRoot.c_str(), names), 0);
+    EXPECT_EQ(names, (std::vector<std::string>{".hidden", "a", "b", "inner"}));
+    EXPECT_EQ(fDirectory->List(Path("inner/most").c_str(), names), 0);
+    EXPECT_TRUE(names.empty());
+    names = {"old"};
+    EXPECT_EQ(fDirectory->List(Path("none").c_str(), names), -5002);
+    EXPECT_TRUE(names.empty());
+    EXPECT_EQ(fDirectory->List(Path("a").c_str(), names), -5020);
+    EXPECT_NE(fDirectory->List(nullptr, names), 0);
+}
+
+}  // namespace

@@ -1,0 +1,582 @@
+#include "spar/zXML.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fmt/format.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+
+#include "spar/zFileStream.h"
+#include "spar/zMemoryStream.h"
+#include "spar/zStringID.h"
+
+#include "tests/support/randomRecords.h"
+
+namespace {
+
+using records::Same;
+
+constexpr unsigned int kWrite = 5;
+constexpr unsigned int kRead = 1;
+
+std::string written(const zRecord& record, const char* separator = "\n", int depth = 0) {
+    zMemoryStream stream;
+    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &stream, separator, depth), 0);
+    return std::string(stream.Content());
+}
+
+int parse(const std::string& text, zRecord& record) {
+    return zXML::ParseMemory(kRead, &record, text.data(), text.size());
+}
+
+/// What XML looks like that describes the record, for comparing trees by eye.
+std::string parsed_as(const std::string& text) {
+    zRecord record;
+    const int result = parse(text, record);
+    return result != 0 ? std::to_string(result) : written(record, nullptr);
+}
+
+zRecord tagged(const char* tag) {
+    zRecord record;
+    record.SetCString('xTag', tag);
+    return record;
+}
+
+zRecord& add_child(zRecord& parent, const char* tag) {
+    auto* child = new zRecord(tagged(tag));
+    parent.AddChild(child, 0x7FFFFFFF);
+    return *child;
+}
+
+TEST(zXML, WritesARecordAsAnElement) {
+    zStringID::Default().Add('xtWi', "test_xml_width", false);
+    zRecord record = tagged("segment");
+    record.SetUInt32("id", 17);
+    record.SetInt64("start", 0);
+    record.SetInt64("stop", -9223372036854775807ll - 1);
+    record.SetInt32('xtWi', 1920);
+    record.SetCString("name", "camera <1> & \"2\"\n");
+    record.SetBool("on", true);
+    record.SetUInt64("big", 18446744073709551615ull);
+    record.SetFloat("fps", 29.97f);
+    record.SetDouble("ratio", 0.1);
+    record.SetInt32('guid', 5);
+    EXPECT_EQ(written(record),
+              "<segment id=\"uint32:17\" start=\"int64:0\" stop=\"int64:-9223372036854775808\""
+              " test_xml_width=\"int32:1920\""
+              " name=\"camera &lt;1&gt; &amp; &quot;2&quot;&#10;\" on=\"bool:true\""
+              " big=\"uint64:18446744073709551615\" fps=\"float:29.97\" ratio=\"double:0.1\""
+              " _xid_67756964=\"int32:5\"/>\n");
+}
+
+TEST(zXML, NestsChildren) {
+    zRecord record = tagged("movie");
+    add_child(record, "track").SetInt32("n", 1);
+    add_child(*record.Child(0), "below");
+    record.AddChild(nullptr, 0x7FFFFFFF);
+    add_child(record, "track").SetInt32("n", 2);
+    EXPECT_EQ(written(record),
+              "<movie>\n\t<track n=\"int32:1\">\n\t\t<below/>\n\t</track>\n"
+              "\t<track n=\"int32:2\"/>\n</movie>\n");
+    EXPECT_EQ(written(*record.Child(0), "\r\n", 2),
+              "\t\t<track n=\"int32:1\">\r\n\t\t\t<below/>\r\n\t\t</track>\r\n");
+    EXPECT_EQ(written(*record.Child(0), nullptr), "<track n=\"int32:1\"><below/></track>");
+    EXPECT_EQ(written(*record.Child(0), ""), "<track n=\"int32:1\"><below/></track>");
+}
+
+TEST(zXML, WritesADeclarationUnlessToldNotTo) {
+    zMemoryStream stream;
+    const zRecord record = tagged("a");
+    EXPECT_EQ(zXML::WriteStream(1, &record, &stream, "\n", 0), 0);
+    EXPECT_EQ(stream.Content(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a/>\n");
+    EXPECT_EQ(parsed_as(std::string(stream.Content())), "<a/>");
+}
+
+// Names that XML could not hold as they are, or would take for something of its own.
+TEST(zXML, EscapesNames) {
+    const std::pair<const char*, const char*> kCases[] = {
+        {"plain_name-1.2", "plain_name-1.2"},
+        {"tn:sq_pixel_width", "tn_x3A_sq_pixel_width"},
+        {"", "_x_"},
+        {"1st", "_x31_st"},
+        {"-a", "_x2D_a"},
+        {".a", "_x2E_a"},
+        {"a b", "a_x20_b"},
+        {"_x41_", "_x5F_x41_"},
+        {"_", "_"},
+        {"_y", "_y"},
+        {"_x", "_x"},
+        {"frame_xoffset", "frame_xoffset"},
+        {"_x4", "_x4"},
+        {"_x41", "_x5F_x41"},
+        {"_x41:", "_x5F_x41_x3A_"},
+        {"_x4:", "_x4_x3A_"},
+        {"_x:", "_x_x3A_"},
+        {"_x_", "_x5F_x_"},
+        {"a_x_", "a_x_"},
+        {"_xrecords", "_xrecords"},
+        {"a_xid_5", "a_xid_5"},
+        {"_xid_", "_x5F_xid_"},
+        {"_xid:", "_xid_x3A_"},
+        {"_xid_x41", "_x5F_xid_x5F_x41"},
+        {"xml", "_x78_ml"},
+        {"XMLns", "_x58_MLns"},
+        {"gr\xC3\xB6\xC3\x9F", "gr_xC3__xB6__xC3__x9F_"},
+        {"_xrecord", "_x5F_xrecord"},
+        {"_xid_5", "_x5F_xid_5"},
+    };
+    for (const auto& [name, xml] : kCases) {
+        EXPECT_EQ(written(tagged(name), nullptr), fmt::format("<{}/>", xml));
+        zRecord back;
+        EXPECT_EQ(parse(fmt::format("<{}/>", xml), back), 0);
+        EXPECT_TRUE(Same(back, tagged(name)));
+
+        zRecord record = tagged("a");
+        record.SetInt32(name, 5);
+        EXPECT_EQ(written(record, nullptr), fmt::format("<a {}=\"int32:5\"/>", xml));
+        EXPECT_EQ(parse(written(record), back), 0);
+        EXPECT_TRUE(Same(back, record)) << name;
+    }
+}
+
+TEST(zXML, AnUntaggedRecordStaysUntagged) {
+    zRecord record;
+    EXPECT_EQ(written(record, nullptr), "<_xrecord/>");
+    record.SetInt32('xTag', 5);  // a tag that is no text is a variable like others
+    EXPECT_EQ(written(record, nullptr), "<_xrecord _xid_78546167=\"int32:5\"/>");
+    zRecord back;
+    back.SetCString('xTag', "old");
+    EXPECT_EQ(parse(written(record), back), 0);
+    EXPECT_TRUE(Same(back, record));
+}
+
+TEST(zXML, AnAttributeWrittenByHandIsAString) {
+    zRecord record;
+    EXPECT_EQ(
+        parse("<segment id='17' start='4294967296' odd='int32:x' over='int32:4294967296' "
+              "half='50%' colon='http://host' real='float:1.5' hex='double:#zz' no='bool:1'/>",
+              record),
+        0);
+    EXPECT_EQ(record.FindVariable("id")->Kind(), ZV_STRING);
+    EXPECT_EQ(record.AsUInt32("id", 0), 17u);
+    EXPECT_EQ(record.AsInt64("start", 0), 4294967296ll);
+    EXPECT_EQ(record.AsString("odd", ""), "int32:x");
+    EXPECT_EQ(record.AsString("over", ""), "int32:4294967296");
+    EXPECT_EQ(record.AsString("half", ""), "50%");
+    EXPECT_EQ(record.AsString("colon", ""), "http://host");
+    EXPECT_EQ(record.AsString("hex", ""), "double:#zz");
+    EXPECT_EQ(record.AsString("no", ""), "bool:1");
+    EXPECT_EQ(record.FindVariable("real")->Kind(), ZV_FLOAT);
+    zRecord back;
+    EXPECT_EQ(parse(written(record), back), 0);
+    EXPECT_TRUE(Same(back, record));
+}
+
+TEST(zXML, PassesOverWhatIsNoElement) {
+    EXPECT_EQ(parsed_as("<?xml version='1.0'?><!-- a --><?b c?>\n"
+                        "<a>text &amp; <![CDATA[<x/>]]><b/><!-- <c/> --></a> <!-- d -->\n"),
+              "<a><b/></a>");
+    EXPECT_EQ(parsed_as("\xEF\xBB\xBF<a/>"), "<a/>") << "a byte order mark";
+}
+
+TEST(zXML, ReadsOtherEncodings) {
+    zRecord record;
+    const std::string utf16("\xFF\xFE<\0a\0 \0b\0=\0'\0\xF6\0'\0/\0>\0", 24);
+    EXPECT_EQ(parse(utf16, record), 0);
+    EXPECT_EQ(record.AsString("b", ""), "\xC3\xB6");
+    EXPECT_EQ(parse("<?xml version='1.0' encoding='ISO-8859-1'?><a b='\xF6'/>", record), 0);
+    EXPECT_EQ(record.AsString("b", ""), "\xC3\xB6");
+}
+
+TEST(zXML, EverythingComesBackUnchanged) {
+    records::Random random(3);
+    for (int round = 0; round < 2000; ++round) {
+        zRecord record;
+        records::FillRandom(record, random, 3);
+        zRecord back;
+        const std::string text = written(record, round % 2 ? "\n" : nullptr);
+        ASSERT_EQ(parse(text, back), 0) << text;
+        ASSERT_TRUE(Same(back, record)) << text;
+        ASSERT_EQ(written(back).size(), written(record).size());
+    }
+}
+
+TEST(zXML, RealsComeBackBitForBit) {
+    records::Random random(4);
+    for (int round = 0; round < 20000; ++round) {
+        zRecord record;
+        record.SetDouble("d", records::RandomReal(random));
+        record.SetFloat("f", std::bit_cast<float>(static_cast<std::uint32_t>(random())));
+        zRecord back;
+        ASSERT_EQ(parse(written(record), back), 0);
+        ASSERT_TRUE(Same(back, record)) << written(record);
+    }
+}
+
+TEST(zXML, EveryByteComesBackInATextAndInAKey) {
+    for (int byte = 0; byte < 256; ++byte) {
+        zRecord record;
+        record.SetString("value", std::string("a") + static_cast<char>(byte) + "b");
+        record.SetString('xTag', std::string("a") + static_cast<char>(byte) + "b");
+        if (byte != 0) record.SetInt32((std::string("k") + static_cast<char>(byte)).c_str(), byte);
+        zRecord back;
+        ASSERT_EQ(parse(written(record), back), 0) << byte;
+        ASSERT_TRUE(Same(back, record)) << byte;
+    }
+}
+
+TEST(zXML, ReadsOverWhatTheRecordHeld) {
+    zRecord record;
+    record.SetInt32("old", 1);
+    record.AddChild(new zRecord, 0x7FFFFFFF);
+    EXPECT_EQ(parse("<a new='1'/>", record), 0);
+    EXPECT_EQ(written(record, nullptr), "<a new=\"1\"/>");
+}
+
+// The number of the last column is how often an element of that name stands in what was read.
+TEST(zXML, ADocumentThatEndsTooEarlyGivesWhatStandsComplete) {
+    const std::pair<const char*, const char*> kCases[] = {
+        {"<m a='1'>", "<m a=\"1\"/>"},
+        {"<m a='1'", "-5202"},
+        {"<m><s/>", "<m><s/></m>"},
+        {"<m><s/", "<m/>"},
+        {"<m><s>", "<m/>"},
+        {"<m><s></s", "<m/>"},
+        {"<m><s></s>", "<m><s/></m>"},
+        {"<m><segments n='1'><s/><s/><s", "<m><segments n=\"1\"><s/><s/></segments></m>"},
+        {"<m><segments>", "<m/>"},
+        {"<m><f><v/></f><segments><s", "<m><f><v/></f></m>"},
+        {"<m><a><b><c/><d>", "<m><a><b><c/></b></a></m>"},
+        {"<m><a/><b><c><d>", "<m><a/></m>"},
+        {"<m><a/></m", "<m><a/></m>"},
+        {"<m><a/></m><!-- ", "<m><a/></m>"},
+        {"<m><a/><![CDATA[ x", "<m><a/></m>"},
+        {"<m><a/>&am", "<m><a/></m>"},
+        {"<m><a/>\xE2\x82", "<m><a/></m>"},
+        {"", "-5202"},
+        {"  \n", "-5202"},
+        {"<", "-5202"},
+        {"<?xml version='1.0'?>", "-5202"},
+    };
+    for (const auto& [text, expected] : kCases) EXPECT_EQ(parsed_as(text), expected) << text;
+}
+
+/// The elements of a document whose end tags stand in the first `size` bytes, by counting names
+/// with a reader of one's own: every element here has a number of its own.
+int complete_elements(const std::string& text, std::size_t size) {
+    int count = 0;
+    for (std::size_t at = 0; at < size; ++at) {
+        if (text[at] != '>') continue;
+        const std::size_t open = text.rfind('<', at);
+        if (text[at - 1] == '/' || text[open + 1] == '/') ++count;
+    }
+    return count;
+}
+
+int elements_in(const zRecord& record) {
+    int count = 1;
+    record.ForEachChild([&](zRecord* child) {
+        count += elements_in(*child);
+        return true;
+    });
+    return count;
+}
+
+/// Records of the whole tree whose number the cut one has, too, with the same variables.
+void expect_part_of(const zRecord& part, const zRecord& whole) {
+    whole.ForEachVariable([&](const zVariable& variable) {
+        const zVariable* other = part.FindVariable(variable.ID());
+        EXPECT_TRUE(other != nullptr && records::SameValue(variable, *other));
+        return true;
+    });
+    ASSERT_LE(part.ChildCount(), whole.ChildCount());
+    for (unsigned int i = 0; i < part.ChildCount(); ++i) {
+        expect_part_of(*part.Child(i), *whole.Child(i));
+    }
+}
+
+TEST(zXML, CutAtAnyByteEveryCompleteElementIsThere) {
+    records::Random random(6);
+    for (int round = 0; round < 60; ++round) {
+        zRecord record;
+        records::FillRandom(record, random, 3);
+        const std::string text = written(record);
+        const std::size_t rootEnd = text.find('>');
+        for (std::size_t size = 0; size < text.size(); ++size) {
+            const std::string cut = text.substr(0, size);
+            zRecord read;
+            const int result = parse(cut, read);
+            if (size <= rootEnd) {
+                ASSERT_EQ(result, zXML::kNoElement) << cut;
+                continue;
+            }
+            ASSERT_EQ(result, 0) << cut;
+            // Holders of complete elements are there beside these, and so is the root.
+            ASSERT_GE(elements_in(read), complete_elements(text, size)) << cut;
+            expect_part_of(read, record);
+            ASSERT_FALSE(::testing::Test::HasFailure()) << cut;
+        }
+    }
+}
+
+TEST(zXML, AManifestCutAnywhereGivesItsSegments) {
+    zRecord format = tagged("format");
+    format.SetInt32("tn_width", 1920);
+    std::string text = "<larkspur_replay_manifest>\n<formats>\n" + written(format) +
+                       written(format) + "</formats>\n<segments>\n";
+    const std::size_t begun = text.size();
+    for (int i = 1; i <= 20; ++i) {
+        zRecord segment = tagged("segment");
+        segment.SetUInt32("id", static_cast<unsigned int>(i));
+        segment.SetInt64("start", i * 1000);
+        segment.SetInt64("stop", (i + 1) * 1000);
+        text += written(segment);
+    }
+    const std::size_t last = text.size();
+    text += "</segments>\n</larkspur_replay_manifest>";
+    for (std::size_t size = begun; size <= text.size(); ++size) {
+        zRecord read;
+        ASSERT_EQ(parse(text.substr(0, size), read), 0);
+        ASSERT_EQ(read.AsString('xTag', ""), "larkspur_replay_manifest");
+        const zRecord* formats =
+            read.FindChildByStrVariable('xTag', "formats", true, 0xFFFFFFFF, Z_MATCH_EXACT);
+        ASSERT_NE(formats, nullptr);
+        ASSERT_EQ(formats->ChildCount(), 2u);
+        ASSERT_EQ(formats->Child(1)->AsInt32("tn_width", 0), 1920);
+        const zRecord* segments =
+            read.FindChildByStrVariable('xTag', "segments", true, 0xFFFFFFFF, Z_MATCH_EXACT);
+        const int complete = complete_elements(text.substr(begun, std::min(size, last) - begun),
+                                               std::min(size, last) - begun);
+        if (complete == 0) continue;
+        ASSERT_NE(segments, nullptr);
+        ASSERT_EQ(segments->ChildCount(), static_cast<unsigned int>(complete));
+        ASSERT_EQ(segments->Child(complete - 1)->AsInt64("stop", 0), (complete + 1) * 1000);
+    }
+}
+
+TEST(zXML, ZeroBytesAtTheEndCountAsCut) {
+    const std::string zeros(100000, '\0');  // more than one piece of reading
+    const std::string few(3, '\0');
+    EXPECT_EQ(parsed_as("<m><s/>" + zeros), "<m><s/></m>");
+    EXPECT_EQ(parsed_as("<m><s/><s a=\"" + few), "<m><s/></m>");
+    EXPECT_EQ(parsed_as("<m><s/></m>\n" + few), "<m><s/></m>");
+    EXPECT_EQ(parsed_as(few), "-5202");
+    EXPECT_EQ(parsed_as("<m><s/>" + few + "<s/></m>"), "-5201");
+    EXPECT_EQ(parsed_as("<m><s/>" + zeros + "<s/></m>"), "-5201");
+    EXPECT_EQ(parsed_as("<m><s/>\x01"), "-5201");
+}
+
+TEST(zXML, WhatIsWrongIsRefusedAndChangesNothing) {
+    const std::pair<std::string, int> kCases[] = {
+        {"<a></b>", zXML::kNotWellFormed},
+        {"<a b='1' b='2'/>", zXML::kNotWellFormed},
+        {"<a b=1/>", zXML::kNotWellFormed},
+        {"<a>&undeclared;</a>", zXML::kNotWellFormed},
+        {"<a b='\x80'/>", zXML::kNotWellFormed},
+        {"<a/><b/>", zXML::kNotWellFormed},
+        {"words", zXML::kNotWellFormed},
+        {"<?xml version='1.0' encoding='martian'?><a/>", zXML::kNotWellFormed},
+        {"<!DOCTYPE a><a/>", zXML::kDoctype},
+        {"<!DOCTYPE a [<!ENTITY x 'y'>]><a>&x;</a>", zXML::kDoctype},
+        {"<!DOCTYPE a SYSTEM 'http://host/a.dtd'><a/>", zXML::kDoctype},
+    };
+    for (const auto& [text, expected] : kCases) {
+        zRecord record = tagged("before");
+        add_child(record, "child");
+        const zRecord before(record);
+        EXPECT_EQ(parse(text, record), expected) << text;
+        EXPECT_TRUE(Same(record, before)) << text;
+    }
+}
+
+/// Kilobytes of a line of the process's status.
+long status_kilobytes(const std::string& name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word != name + ":") continue;
+        long value = 0;
+        status >> value;
+        return value;
+    }
+    return -1;
+}
+
+/// Reads `text` and tells how far the process's memory rose above what it was before, at its peak,
+/// in megabytes.
+long peak_rise(const std::string& text, int expected) {
+    std::ofstream("/proc/self/clear_refs") << "5";  // the peak counts from here
+    const long before = status_kilobytes("VmRSS");
+    zRecord record;
+    EXPECT_EQ(parse(text, record), expected);
+    const long rise = (status_kilobytes("VmHWM") - before) / 1024;
+    ::testing::Test::RecordProperty("peak_megabytes", static_cast<int>(rise));
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return 0;  // their own memory drowns ours
+#else
+    return rise;
+#endif
+}
+
+std::string repeated(const std::string& part, std::size_t count, const char* front = "") {
+    std::string text = front;
+    text.reserve(text.size() + part.size() * count);
+    for (std::size_t i = 0; i < count; ++i) text += part;
+    return text;
+}
+
+TEST(zXML, BombsAreRefusedBeforeTheyGoOff) {
+    std::string laughs = "<!DOCTYPE l [<!ENTITY a0 'ha'>";
+    for (int i = 1; i < 30; ++i) {
+        laughs += fmt::format("<!ENTITY a{} '&a{};&a{};'>", i, i - 1, i - 1);
+    }
+    laughs += "]><l>&a29;</l>";
+    EXPECT_LT(peak_rise(laughs, zXML::kDoctype), 20);
+}
+
+TEST(zXML, DepthIsBounded) {
+    const auto nested = [](int depth) {
+        const std::size_t count = static_cast<std::size_t>(depth);
+        return repeated("<a>", count) + repeated("</a>", count);
+    };
+    zRecord record;
+    EXPECT_EQ(parse(nested(zXML::kMaxDepth), record), 0);
+    EXPECT_EQ(parse(written(record), record), 0) << "what is read can be written";
+    EXPECT_EQ(parse(nested(zXML::kMaxDepth + 1), record), zXML::kTooDeep);
+    EXPECT_EQ(parse(repeated("<a>", zXML::kMaxDepth) + "<a/>", record), zXML::kTooDeep);
+    EXPECT_LT(peak_rise(repeated("<a>", 5000000), zXML::kTooDeep), 20);
+
+    zRecord outer;
+    outer.AddChild(new zRecord(record), 0x7FFFFFFF);  // a level more than is read
+    zMemoryStream stream;
+    EXPECT_EQ(zXML::WriteStream(kWrite, &outer, &stream, "\n", 0), zXML::kTooDeep);
+    EXPECT_TRUE(stream.Content().empty());
+}
+
+TEST(zXML, SizeIsBounded) {
+    const std::size_t tooMuch = zXML::kMaxDocumentBytes + 1;
+    EXPECT_LT(peak_rise("<a>" + std::string(tooMuch, ' '), zXML::kTooBig), 20) << "blanks";
+    EXPECT_LT(peak_rise("<a b='" + std::string(tooMuch, 'x'), zXML::kTooBig), 80) << "one text";
+    EXPECT_LT(peak_rise("<" + std::string(tooMuch, 'x'), zXML::kTooBig), 80) << "one name";
+    EXPECT_LT(peak_rise(repeated("<a/>", zXML::kMaxElements, "<a>"), zXML::kTooBig), 200)
+        << "elements";
+    std::string wide = "<e";
+    for (int i = 0; i < 1024; ++i) wide += fmt::format(" a{}=''", i);
+    wide += "/>";
+    const std::size_t fit = zXML::kMaxVariables / 1024;
+    EXPECT_LT(peak_rise(repeated(wide, fit + 1, "<a>"), zXML::kTooBig), 300) << "variables";
+    EXPECT_LT(peak_rise(repeated(wide, fit, "<a>"), 0), 300);
+}
+
+TEST(zXML, AttributesAndNewKeysAreBounded) {
+    const auto document = [](const std::string& stem, unsigned int elements, unsigned int each) {
+        std::string text = "<a>";
+        unsigned int number = 0;
+        for (unsigned int element = 0; element < elements; ++element) {
+            text += "<e";
+            for (unsigned int i = 0; i < each; ++i) {
+                text += fmt::format(" {}{}=''", stem, number++);
+            }
+            text += "/>";
+        }
+        return text + "</a>";
+    };
+    zRecord record;
+    EXPECT_EQ(parse(document("most", 1, zXML::kMaxAttributes), record), 0);
+    EXPECT_EQ(record.Child(0)->VariableCount(), zXML::kMaxAttributes + 1) << "and the tag";
+    EXPECT_EQ(parse(document("more", 1, zXML::kMaxAttributes + 1), record), zXML::kTooBig);
+    const unsigned int each = 1024;
+    EXPECT_EQ(parse(document("keys", zXML::kMaxNewKeys / each, each), record), 0);
+    EXPECT_EQ(parse(document("kezs", zXML::kMaxNewKeys / each + 1, each), record), zXML::kTooBig);
+    EXPECT_EQ(parse(document("keys", zXML::kMaxNewKeys / each, each), record), 0)
+        << "keys that are known by now";
+
+    zRecord wide;
+    for (unsigned int i = 0; i <= zXML::kMaxAttributes; ++i) wide.SetInt32(1 + i, 0);
+    zMemoryStream stream;
+    EXPECT_EQ(zXML::WriteStream(kWrite, &wide, &stream, "\n", 0), zXML::kTooBig);
+    wide.RemoveID(1);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &wide, &stream, "\n", 0), 0);
+    zRecord back;
+    EXPECT_EQ(parse(std::string(stream.Content()), back), 0);
+    EXPECT_TRUE(Same(back, wide));
+}
+
+TEST(zXML, LongTextsComeBack) {
+    zRecord record = tagged("long");
+    record.SetString("text", std::string(12u << 20, 'x'));
+    zRecord back;
+    EXPECT_EQ(parse(written(record), back), 0);
+    EXPECT_TRUE(Same(back, record));
+    record.SetString("text", std::string(zXML::kMaxTagBytes, 'x'));
+    zMemoryStream stream;
+    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &stream, "\n", 0), zXML::kTooBig)
+        << "what could not be read is not written";
+}
+
+TEST(zXML, RefusesWhatItCannotWorkOn) {
+    zRecord record;
+    zMemoryStream stream;
+    EXPECT_EQ(zXML::WriteStream(kWrite, nullptr, &stream, "\n", 0), -22);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &record, nullptr, "\n", 0), -22);
+    EXPECT_EQ(zXML::ParseStream(kRead, nullptr, &stream), -22);
+    EXPECT_EQ(zXML::ParseStream(kRead, &record, nullptr), -22);
+    EXPECT_EQ(zXML::ParseFile(kRead, &record, nullptr), -22);
+    EXPECT_EQ(zXML::ParseFile(kRead, nullptr, "x"), -22);
+    EXPECT_EQ(zXML::ParseMemory(kRead, &record, nullptr, 5), -22);
+    EXPECT_EQ(zXML::ParseMemory(kRead, &record, nullptr, 0), zXML::kNoElement);
+    for (const unsigned int format : {0u, 2u, 3u, 4u, 9u}) {
+        EXPECT_EQ(zXML::WriteStream(format, &record, &stream, "\n", 0), -22) << format;
+        EXPECT_EQ(zXML::ParseStream(format, &record, &stream), -22) << format;
+    }
+}
+
+/// Takes so many bytes, then fails like a full disk.
+class FullStream : public zMemoryStream {
+public:
+    explicit FullStream(unsigned long room) : fRoom(room) {}
+    int Write(const void* data, unsigned long size) override {
+        if (size > fRoom) return -5028;
+        fRoom -= size;
+        return zMemoryStream::Write(data, size);
+    }
+    int Read(void*, unsigned long, unsigned long*) override { return -5005; }
+
+private:
+    unsigned long fRoom;
+};
+
+TEST(zXML, TheStreamsFailureIsTheResult) {
+    zRecord record = tagged("a");
+    for (int i = 0; i < 5000; ++i) add_child(record, "with_a_long_name_for_several_pieces");
+    const std::size_t size = written(record).size();
+    for (const std::size_t room : {std::size_t{0}, std::size_t{100000}, size - 1}) {
+        FullStream stream(room);
+        EXPECT_EQ(zXML::WriteStream(kWrite, &record, &stream, "\n", 0), -5028);
+    }
+    FullStream stream(size);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &stream, "\n", 0), 0);
+    const zRecord before(record);
+    EXPECT_EQ(zXML::ParseStream(kRead, &record, &stream), -5005);
+    EXPECT_TRUE(Same(record, before));
+}
+
+TEST(zXML, ReadsAFile) {
+    const std::string path = ::testing::TempDir() + "/xml_test.xml";
+    zRecord record = tagged("a");
+    for (int i = 0; i < 3000; ++i) add_child(record, "child").SetInt32("n", i);
+    zFileStream file(path.c_str(), Z_FILE_WRITE, false);
+    ASSERT_EQ(file.Open(), 0);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &file, "\n", 0), 0);
+    EXPECT_EQ(file.Close(), 0);
+    zRecord back;
+    EXPECT_EQ(zXML::ParseFile(kRead, &back, path.c_str()), 0);
+    EXPECT_TRUE(Same(back, record));
+    EXPECT_EQ(zFileStream::RemoveFile(path.c_str()), 0);
+    EXPECT_EQ(zXML::ParseFile(kRead, &back, path.c_str()), -5002) << "no such file";
+    EXPECT_EQ(zXML::ParseFile(kRead, &back, ::testing::TempDir().c_str()), -5021) << "a folder";
+    EXPECT_TRUE(Same(back, record));
+}
+
+}  // namespace
