@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include "tests/movies/MovieCheck.h"
+#include "tests/movies/MovieFolder.h"
 #include "tests/movies/Readers.h"
 #include "tests/movies/Recorder.h"
-#include "tests/movies/MovieFolder.h"
 
 using namespace Quillon::Orb;
 

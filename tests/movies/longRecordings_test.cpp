@@ -1,0 +1,127 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "tests/movies/LongRecording.h"
+#include "tests/movies/MovieFolder.h"
+#include "tests/movies/Readers.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+int count_boxes(const BoxFile& file, unsigned int type) {
+    int count = 0;
+    for (const Box& box : file.boxes) count += box.type == type;
+    return count;
+}
+
+struct Length {
+    const char* name;
+    LongShape shape;
+    int mediaBoxes;  // a roll behind the media data adds one
+};
+
+class LongRecording : public testing::TestWithParam<Length> {};
+
+/// Hours of tiny pictures in a few seconds: the tables are right, the times at the end are exact,
+/// and what other programs read lasts as long as what was written.
+TEST_P(LongRecording, OpensAndIsExactAtItsEnd) {
+    const Length& length = GetParam();
+    const std::string path = MovieFolder() + "/long.mov";
+    const Result result = RecordLong(path, length.shape, MakeUnsyncedFile());
+    ASSERT_EQ(result, 0) << result.GetMessage();
+    const BoxFile file = ParseBoxFile(path);
+    ASSERT_EQ(file.Complaints(), "") << file.Text();
+    const auto seconds = static_cast<long long>(length.shape.seconds);
+    const BoxTrack& video = file.tracks[0];
+    ASSERT_EQ(static_cast<long long>(video.samples.size()), seconds * 60);
+    EXPECT_EQ(video.duration, seconds * video.timescale);
+    EXPECT_EQ(video.samples.back().time, seconds * video.timescale - video.timescale / 60);
+    const BoxTrack& sound = file.tracks[1];
+    EXPECT_EQ(sound.samples.back().time, static_cast<long long>(sound.samples.size() - 1) * 1024);
+    EXPECT_EQ(count_boxes(file, 'mdat'), length.mediaBoxes) << file.Text();
+    for (const auto& opinion : {Ffprobe(path), GstDiscoverer(path)}) {
+        EXPECT_EQ(opinion.complaints, "");
+        EXPECT_NEAR(opinion.seconds, length.shape.seconds, 0.1);
+    }
+    std::filesystem::remove(path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lengths, LongRecording,
+    testing::Values(Length{"TwelveHours",
+                           {.seconds = 43200, .announcedSeconds = 46800, .checkpointSeconds = 60},
+                           1},
+                    Length{"AnHourReordered",
+                           {.seconds = 3600, .announcedSeconds = 3600, .reordered = true},
+                           1},
+                    Length{"BeyondTheAnnounced", {.seconds = 3600, .announcedSeconds = 60}, 6},
+                    Length{"IndexNotInFront",
+                           {.seconds = 3600, .announcedSeconds = 7200, .fastStart = false},
+                           6}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+/// The index that shows is not much larger than what it holds: readers take it in whole.
+TEST(LongRecording, IndexIsNoLargerThanTwiceItsContents) {
+    const std::string path = MovieFolder() + "/compact.mov";
+    ASSERT_EQ(RecordLong(path, {.seconds = 1200, .announcedSeconds = 46800}, MakeUnsyncedFile(),
+                         [&path](double seconds) {
+                             const BoxFile file = ParseBoxFile(path);
+                             const double entries = 60 * 4 + 48000 / 1024.0 * 4 + 4 * 20;
+                             ASSERT_LE(static_cast<double>(file.Find("moov")->size),
+                                       2.3 * entries * seconds + 100000);
+                         }),
+              0);
+}
+
+/// Beyond 4 GiB, on a file that is a hole but for its index.
+class HollowFile final : public FileLayer {
+public:
+    int Create(const char* path) override { return fFile->Create(path); }
+    int WriteAt(long long offset, const FileSpan* spans, int count) override {
+        constexpr std::size_t kLarge = 1 << 20;
+        if (spans[count - 1].size < kLarge) return fFile->WriteAt(offset, spans, count);
+        long long end = offset;
+        for (int i = 0; i < count; i++) end += static_cast<long long>(spans[i].size);
+        return fFile->Truncate(end);
+    }
+    int Publish() override { return fFile->Publish(); }
+    int Sync() override { return 0; }
+    int Truncate(long long size) override { return fFile->Truncate(size); }
+    int Reserve(long long offset, long long size) override { return fFile->Reserve(offset, size); }
+    int Release(long long offset, long long size) override { return fFile->Release(offset, size); }
+    int Close() override { return fFile->Close(); }
+
+private:
+    const std::unique_ptr<FileLayer> fFile = MakePosixFile();
+};
+
+TEST(LargeFile, BeyondFourGigabytesIsAddressedRightly) {
+    const std::string path = MovieFolder() + "/large.mov";
+    MediaClip clip = MakeUpClip({.seconds = 0, .videoFormat = 'apch', .sounds = {}});
+    const std::vector<unsigned char> picture(40 << 20);
+    WholeMovieFile file(path.c_str(), FileOptions({}), std::make_unique<HollowFile>(),
+                        WholeMovieFile::Checkpoints::ByHand);
+    file.AddTrack(clip.tracks[0]);
+    ASSERT_EQ(file.Begin(), 0);
+    for (int i = 0; i < 150; i++) {
+        MovieSample sample;
+        sample.data = picture.data();
+        sample.size = picture.size();
+        sample.decodeTime = i * 512;
+        sample.duration = 512;
+        ASSERT_EQ(file.WriteSample(0, sample), 0);
+        if (i == 120) {
+            ASSERT_EQ(file.Checkpoint(), 0);
+            EXPECT_EQ(ParseBoxFile(path).Complaints(), "");
+        }
+    }
+    ASSERT_EQ(file.Finish(), 0);
+    const BoxFile boxes = ParseBoxFile(path);
+    EXPECT_EQ(boxes.Complaints(), "");
+    EXPECT_EQ(boxes.tracks[0].samples.size(), 150U);
+    EXPECT_GT(boxes.tracks[0].samples.back().position, 149LL * (40 << 20));
+    EXPECT_EQ(Ffprobe(path, true).seconds, 6);
+}
+
+}  // namespace
