@@ -19,7 +19,7 @@
 namespace {
 
 constexpr int kPollUs = 500;
-constexpr std::size_t kDecodedAhead = 8;
+constexpr std::size_t kDecodedAhead = 2;
 constexpr double kMicro = 1e6;
 
 class FrameBuffer final : public tnVideoCompressor2::EncodedBuffer {

@@ -21,6 +21,9 @@ struct AvClose {
 template <typename T>
 using AvHandle = std::unique_ptr<T, AvClose>;
 
+/// Keeps FFmpeg from writing to the terminal by itself: what matters comes as our own lines.
+void QuietenAv();
+
 /// FFmpeg's words for one of its codes.
 std::string AvErrorText(int code);
 

@@ -2,8 +2,10 @@
 
 #include "ClockCommand.h"
 #include "RecordCommand.h"
+#include "avHandles.h"
 
 int main(int argc, char** argv) {
+    QuietenAv();
     CLI::App app("Records, replays, paces and measures live video with libtarn");
     app.require_subcommand(1);
     int exitCode = 0;
