@@ -39,8 +39,8 @@ struct MovieTrack {
     int cleanHeight = 0;
     MovieColour colour;
     bool reordered = false;  ///< samples may carry composition offsets
-    /// Frames by which decoding runs ahead of display at most; -1 is unknown. Offsets count from the
-    /// decode time and so may be negative by as many frames.
+    /// Frames by which decoding runs ahead of display at most; -1 is unknown. Offsets count from
+    /// the decode time and so may be negative by as many frames.
     int reorderDepth = -1;
 
     // audio
