@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <pthread.h>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -169,8 +170,12 @@ long long MovieQueue::GetBytesWritten(int track) const {
 
 void MovieQueue::fail(Result failure) {
     if (fFailure.Failed()) return;
-    zTrace("{}: {}; writing stopped, {} samples kept\n", fName,
-           *failure.GetMessage() ? failure.GetMessage() : "it cannot be written", fSamplesWritten);
+    const char* reason = *failure.GetMessage() ? failure.GetMessage() : "it cannot be written";
+    // Most reasons name the file themselves.
+    const std::string_view path(fName.c_str() + 1, fName.size() - 2);
+    const bool named = std::string_view(reason).find(path) != std::string_view::npos;
+    zTrace("{}{}; writing stopped, {} samples kept\n", named ? "" : fName + ": ", reason,
+           fSamplesWritten);
     fFailure = std::move(failure);
     for (Track& track : fTracks) track.queue.clear();
 }

@@ -43,7 +43,7 @@ public:
         MovieSample description;  ///< without bytes; times in ticks of the track
     };
 
-    /// `name` stands in trace lines.
+    /// `name`, a path in quotes, stands in trace lines.
     explicit MovieQueue(std::string name);
     /// Stops; a file that was not finished stays as it is.
     ~MovieQueue();

@@ -102,7 +102,8 @@ class AvMovieFile : public MovieFile {
 public:
     AvMovieFile(const char* path, const MovieFileOptions& options, const char* format)
         : fPath(path), fOptions(options), fFormat(format) {
-        avformat_alloc_output_context2(&fContext, nullptr, format, nullptr);
+        // The scheme keeps a name such as "a:b.mov" from being taken for an address.
+        avformat_alloc_output_context2(&fContext, nullptr, format, ("file:" + fPath).c_str());
         fPacket = av_packet_alloc();
     }
     ~AvMovieFile() override {
@@ -173,8 +174,7 @@ int AvMovieFile::AddTrack(const MovieTrack& track) {
 
 Result AvMovieFile::Begin() {
     if (!fContext || !fPacket) return ResultOutOfMemory();
-    // The scheme keeps a name such as "a:b.mov" from being taken for an address.
-    const int code = avio_open(&fContext->pb, ("file:" + fPath).c_str(), AVIO_FLAG_WRITE);
+    const int code = avio_open(&fContext->pb, fContext->url, AVIO_FLAG_WRITE);
     if (code < 0) return failure_of(fPath, "cannot create", code);
     // A file without tracks has no head to write; it stays empty.
     return fTracks.empty() ? Result(0) : begin_tracks();

@@ -6,8 +6,9 @@
 
 namespace Quillon::Orb {
 
-/// A movie file that libavformat writes, of any container type in its table: 'mov ', 'mp4 ', 'ts '.
-/// Its index is written at the end: a file that is not finished cannot be opened.
+/// A movie file that libavformat writes: MPEG-TS, for which we have no writer of our own, and for
+/// comparison mov and mp4, whose index comes at the end and is missing where nobody finished.
+/// Null for any other container type.
 std::unique_ptr<MovieFile> MakeAvMovieFile(const char* path, const MovieFileOptions& options);
 
 }  // namespace Quillon::Orb
