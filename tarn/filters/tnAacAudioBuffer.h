@@ -6,7 +6,7 @@
 #include "orb/RObject.h"
 #include "tarn/filters/tnAudioCompressor.h"
 
-/// AAC packets in the order of time. An index out of range answers 0, null or -1 milliseconds.
+/// AAC packets in the order of time. An index out of range answers 0, null, or a time of -1.
 class TARN_API tnAacAudioBuffer : public tnAudioCompressor::EncodedBuffer {
 public:
     static constexpr int kCodecType = 'mp4a';
@@ -35,7 +35,6 @@ private:
         unsigned int size;  // bytes
         double timeMs;      // of its first frame
         double durationMs;
-        unsigned int frames;
     };
 
     void add(Quillon::Orb::RObject<Quillon::Orb::CAudioSample> sample, double timeMs,

@@ -29,34 +29,32 @@ public:
     /// refused the bit rate.
     int Create(const tnMediaRecord& input, const tnMediaRecord& output) override;
     /// Encodes a block that begins at `timeMs`. 0 with null while no packet is full; -1 before a
-    /// Create that succeeded, -1058 when the block could not be converted, -1059 when the encoder
-    /// failed. A block that does not go on where the last one ended moves the times of the packets
-    /// that follow.
+    /// Create that succeeded, -1058 when the block gave no sound in the output's format (a change
+    /// of rate holds the first ones back), -1059 when the encoder failed. A block that does not go
+    /// on where the last one ended moves the times of the packets that follow.
     int EncodeFrame(EncodedBuffer** out, double timeMs, void* data, unsigned int count) override;
     int FramesPerPacket() const override;
     /// The AudioSpecificConfig: refers to the compressor's own bytes.
     int GetDecoderDescription(zBuffer& out) override;
 
 private:
-    using AudioProperties = Quillon::Orb::CAudioProperties;
-
-    int open_encoder(const AudioProperties& input);
+    int open_encoder();
     void read_output();
-    int convert(void*& data, unsigned int& count);
-    void follow_time(double timeMs, unsigned int frames);
-    int put(void* data, unsigned int count);
+    void follow_time(double timeMs, unsigned int bytes);
+    int convert(void*& data, unsigned int& bytes);
+    int put(void* data, unsigned int bytes);
     int take_packets(EncodedBuffer** out);
 
     tnMediaRecord fInputFormat;
     tnMediaRecord fOutputFormat;
-    std::unique_ptr<tnAudioConverter> fConverter;
+    std::unique_ptr<tnAudioConverter> fConverter;  // null when none is needed
     std::vector<unsigned char> fConverted;
     Quillon::Orb::RObject<Quillon::Orb::CAudioCompressor> fEncoder;  // null until Create succeeded
     std::vector<unsigned char> fDescription;
-    double fRate = 0;              // frames a second
-    unsigned int fFrameBytes = 0;  // of a frame as it enters the encoder
     int fFramesPerPacket = 0;
     int fPrimingFrames = 0;
-    long long fFramesIn = 0;
-    double fOriginMs = 0;  // when frame 0 of the input is heard
+
+    bool fStarted = false;
+    double fNextMs = 0;    // when the next block is due
+    double fOriginMs = 0;  // when the first frame of all would be heard, had no block been missing
 };

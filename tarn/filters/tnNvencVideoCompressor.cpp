@@ -1,0 +1,5 @@
+#include "tarn/filters/tnNvencVideoCompressor.h"
+
+tnNvencVideoCompressor::tnNvencVideoCompressor() : tnPlatformVideoCompressor('nven') {}
+
+tnNvencVideoCompressor::~tnNvencVideoCompressor() = default;
