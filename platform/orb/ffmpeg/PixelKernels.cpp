@@ -17,7 +17,9 @@ const PixelKernels* Avx2PixelKernels() {
 }
 
 const PixelKernels* Avx512PixelKernels() {
-    const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    // The first processors with AVX-512 lack the last, and slow down when they use the rest.
+    const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                     __builtin_cpu_supports("avx512vnni");
     return has ? &kAvx512PixelTable : nullptr;
 }
 

@@ -67,13 +67,16 @@ struct PixelKernels {
     void (*bgraToRgb2)(const PixelByte* from, PixelByte* to, int n);
     void (*mapBgra)(const PixelMap& map, const PixelByte* from, PixelByte* to, int n);
 
-    // shuffles of 8-bit 4:2:2 and 4:2:0
-    void (*unpackUyvy)(const PixelByte* from, PixelByte* y, PixelByte* u, PixelByte* v, int n);
-    void (*unpackYuyv)(const PixelByte* from, PixelByte* y, PixelByte* u, PixelByte* v, int n);
-    void (*packUyvy)(const PixelByte* y, const PixelByte* u, const PixelByte* v, PixelByte* to,
-                     int n);
-    void (*packYuyv)(const PixelByte* y, const PixelByte* u, const PixelByte* v, PixelByte* to,
-                     int n);
+    // shuffles of 8-bit 4:2:2 and 4:2:0; packed [0] as 'UYVY', [1] as 'YUYV'
+    void (*unpack[2])(const PixelByte* from, PixelByte* y, PixelByte* u, PixelByte* v, int n);
+    void (*unpackLuma[2])(const PixelByte* from, PixelByte* y, int n);
+    /// Two rows at once, their chroma mixed.
+    void (*unpackTo420[2])(PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                           PixelByte* y0, PixelByte* y1, PixelByte* u, PixelByte* v, int n);
+    void (*unpackToNv12[2])(PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                            PixelByte* y0, PixelByte* y1, PixelByte* uv, int n);
+    void (*pack[2])(const PixelByte* y, const PixelByte* u, const PixelByte* v, PixelByte* to,
+                    int n);
     void (*swapBytes)(const PixelByte* from, PixelByte* to, int n);  ///< n pairs of bytes
     void (*splitUv)(const PixelByte* uv, PixelByte* u, PixelByte* v, int n);
     void (*mergeUv)(const PixelByte* u, const PixelByte* v, PixelByte* uv, int n);
@@ -94,6 +97,8 @@ struct PixelKernels {
     // between the families; luma [0] 8 bits, [1] 10 bits
     void (*toBgraHalf[2])(const PixelToRgb& rgb, const void* y, const PixelWord* u,
                           const PixelWord* v, PixelByte* to, int n);
+    void (*toRv16Half[2])(const PixelToRgb& rgb, const void* y, const PixelWord* u,
+                          const PixelWord* v, PixelByte* to, int n);
     void (*toBgraFull)(const PixelToRgb& rgb, const PixelWord* y, const PixelWord* u,
                        const PixelWord* v, PixelByte* to, int n);  ///< luma of 10 bits
     void (*bgraToLuma)(const PixelFromRgb& yuv, const PixelByte* from, PixelByte* y, int n);
@@ -101,10 +106,12 @@ struct PixelKernels {
                          int n);
     void (*bgraTo444)(const PixelFromRgb& yuv, const PixelByte* from, PixelWord* y, PixelWord* u,
                       PixelWord* v, int n);  ///< 10 bits
-    /// Two rows at once; weights of `mix` must be even. `y1` null: there is one row, given twice.
+    /// Two rows at once; weights of `mix` must be even. Where there is one row, it is given twice.
     void (*bgraTo420)(const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0,
                       const PixelByte* row1, PixelByte* y0, PixelByte* y1, PixelByte* u,
                       PixelByte* v, int n);
+    void (*bgraToNv12)(const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0,
+                       const PixelByte* row1, PixelByte* y0, PixelByte* y1, PixelByte* uv, int n);
 };
 
 inline constexpr int kWidePadding = 64;

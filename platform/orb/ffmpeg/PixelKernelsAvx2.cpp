@@ -68,6 +68,9 @@ inline V max_signed16(V a, V b) {
 inline V min_unsigned16(V a, V b) {
     return _mm256_min_epu16(a, b);
 }
+inline V average8(V a, V b) {
+    return _mm256_avg_epu8(a, b);
+}
 inline V average16(V a, V b) {
     return _mm256_avg_epu16(a, b);
 }
@@ -127,9 +130,6 @@ inline V lanes(PixelByte a, PixelByte b, PixelByte c, PixelByte d, PixelByte e, 
 inline V set64(short a, short b, short c, short d) {
     return _mm256_broadcastsi128_si256(_mm_setr_epi16(a, b, c, d, a, b, c, d));
 }
-inline V set128(int a, int b, int c, int d) {
-    return _mm256_broadcastsi128_si256(_mm_setr_epi32(a, b, c, d));
-}
 
 struct Pair {
     V lo, hi;
@@ -169,18 +169,48 @@ inline V repeat_first_pixel(V pixels) {
     return _mm256_permutevar8x32_epi32(pixels, _mm256_setr_epi32(0, 0, 1, 2, 3, 4, 5, 6));
 }
 
-// [u0+u1 u2+u3 v0+v1 v2+v3] in each lane
-inline V add_pairs32(V u, V v) {
-    const __m256 a = _mm256_castsi256_ps(u), b = _mm256_castsi256_ps(v);
-    return _mm256_add_epi32(_mm256_castps_si256(_mm256_shuffle_ps(a, b, 0x88)),
-                            _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xdd)));
+// Even and odd pixels of two vectors, lane by lane.
+inline V even_pixels(V a, V b) {
+    return _mm256_castps_si256(
+        _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0x88));
 }
-// From [uu vv uu vv] words in each lane to the us, then the vs.
-inline V split_pairs32(V words) {
-    return _mm256_permutevar8x32_epi32(words, _mm256_setr_epi32(0, 4, 2, 6, 1, 5, 3, 7));
+inline V odd_pixels(V a, V b) {
+    return _mm256_castps_si256(
+        _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0xdd));
 }
-inline V join_split(V a, V b) {
-    return _mm256_packus_epi16(a, b);
+// `current` moved on by one pixel, with the last one of `previous` in front.
+inline V shift_in_pixel(V previous, V current) {
+    return _mm256_alignr_epi8(current, _mm256_permute2x128_si256(previous, current, 0x21), 12);
+}
+// What even_pixels of four vectors leaves of them after packing, back in the order of pixels: pairs
+// of words; and in bytes, half a vector of U and half of V.
+inline V order_pairs32(V words) {
+    return _mm256_permutevar8x32_epi32(words, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+inline V join_chroma(V packed) {
+    const __m128i a = _mm256_castsi256_si128(packed), b = _mm256_extracti128_si256(packed, 1);
+    return _mm256_set_m128i(_mm_unpackhi_epi16(a, b), _mm_unpacklo_epi16(a, b));
+}
+inline V accumulate16(V sum, V a, V b) {
+    return _mm256_add_epi32(sum, _mm256_madd_epi16(a, b));
+}
+
+// Three of four double words, each lane's three at its start.
+inline V load_three_quarters(const PixelByte* from) {
+    const V mask = _mm256_setr_epi32(-1, -1, -1, -1, -1, -1, 0, 0);
+    const V six = _mm256_maskload_epi32(reinterpret_cast<const int*>(from), mask);
+    return _mm256_permutevar8x32_epi32(six, _mm256_setr_epi32(0, 1, 2, 2, 3, 4, 5, 5));
+}
+inline void store_three_quarters(PixelByte* to, V value) {
+    const V six = _mm256_permutevar8x32_epi32(value, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 7, 7));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(six));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), _mm256_extracti128_si256(six, 1));
+}
+
+// The halves of a vector, byte by byte in turn.
+inline V merge_joined(V both) {
+    const __m128i a = _mm256_castsi256_si128(both), b = _mm256_extracti128_si256(both, 1);
+    return _mm256_set_m128i(_mm_unpackhi_epi8(a, b), _mm_unpacklo_epi8(a, b));
 }
 
 #include "PixelKernelsBody.h"

@@ -12,9 +12,10 @@
 
 // From here to the end of the file: the operations are templates, and compilers make those last.
 #if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx512f,avx512bw"))), apply_to = function)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vnni"))), \
+                             apply_to = function)
 #else
-#pragma GCC target("avx512f,avx512bw")
+#pragma GCC target("avx512f,avx512bw,avx512vnni")
 #endif
 
 namespace Quillon::Orb {
@@ -74,6 +75,9 @@ inline V max_signed16(V a, V b) {
 inline V min_unsigned16(V a, V b) {
     return _mm512_min_epu16(a, b);
 }
+inline V average8(V a, V b) {
+    return _mm512_avg_epu8(a, b);
+}
 inline V average16(V a, V b) {
     return _mm512_avg_epu16(a, b);
 }
@@ -132,9 +136,6 @@ inline V lanes(PixelByte a, PixelByte b, PixelByte c, PixelByte d, PixelByte e, 
 inline V set64(short a, short b, short c, short d) {
     return _mm512_broadcast_i32x4(_mm_setr_epi16(a, b, c, d, a, b, c, d));
 }
-inline V set128(int a, int b, int c, int d) {
-    return _mm512_broadcast_i32x4(_mm_setr_epi32(a, b, c, d));
-}
 
 struct Pair {
     V lo, hi;
@@ -181,19 +182,51 @@ inline V repeat_first_pixel(V pixels) {
         _mm512_setr_epi32(0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14), pixels);
 }
 
-// [u0+u1 u2+u3 v0+v1 v2+v3] in each lane
-inline V add_pairs32(V u, V v) {
-    const __m512 a = _mm512_castsi512_ps(u), b = _mm512_castsi512_ps(v);
-    return _mm512_add_epi32(_mm512_castps_si512(_mm512_shuffle_ps(a, b, 0x88)),
-                            _mm512_castps_si512(_mm512_shuffle_ps(a, b, 0xdd)));
+// Even and odd pixels of two vectors, lane by lane.
+inline V even_pixels(V a, V b) {
+    return _mm512_castps_si512(
+        _mm512_shuffle_ps(_mm512_castsi512_ps(a), _mm512_castsi512_ps(b), 0x88));
 }
-// From [uu vv uu vv] words in each lane to the us, then the vs.
-inline V split_pairs32(V words) {
+inline V odd_pixels(V a, V b) {
+    return _mm512_castps_si512(
+        _mm512_shuffle_ps(_mm512_castsi512_ps(a), _mm512_castsi512_ps(b), 0xdd));
+}
+// `current` moved on by one pixel, with the last one of `previous` in front.
+inline V shift_in_pixel(V previous, V current) {
+    return _mm512_alignr_epi32(current, previous, 15);
+}
+// What even_pixels of four vectors leaves of them after packing, back in the order of pixels: pairs
+// of words; and in bytes, half a vector of U and half of V.
+inline V order_pairs32(V words) {
     return _mm512_permutexvar_epi32(
-        _mm512_setr_epi32(0, 4, 8, 12, 2, 6, 10, 14, 1, 5, 9, 13, 3, 7, 11, 15), words);
+        _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15), words);
 }
-inline V join_split(V a, V b) {
-    return _mm512_permutex_epi64(_mm512_packus_epi16(a, b), _MM_SHUFFLE(3, 1, 2, 0));
+inline V join_chroma(V packed) {
+    const V order = _mm512_set_epi16(31, 23, 15, 7, 30, 22, 14, 6, 29, 21, 13, 5, 28, 20, 12, 4, 27,
+                                     19, 11, 3, 26, 18, 10, 2, 25, 17, 9, 1, 24, 16, 8, 0);
+    return _mm512_permutexvar_epi16(order, packed);
+}
+inline V accumulate16(V sum, V a, V b) {
+    return _mm512_dpwssd_epi32(sum, a, b);
+}
+
+// Three of four double words, each lane's three at its start.
+inline V load_three_quarters(const PixelByte* from) {
+    const V twelve = _mm512_maskz_loadu_epi32(0x0fff, from);
+    return _mm512_permutexvar_epi32(
+        _mm512_setr_epi32(0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11), twelve);
+}
+inline void store_three_quarters(PixelByte* to, V value) {
+    const V twelve = _mm512_permutexvar_epi32(
+        _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15), value);
+    _mm512_mask_storeu_epi32(to, 0x0fff, twelve);
+}
+
+// The halves of a vector, byte by byte in turn.
+inline V merge_joined(V both) {
+    const V a = _mm512_cvtepu8_epi16(_mm512_castsi512_si256(both));
+    const V b = _mm512_cvtepu8_epi16(_mm512_extracti64x4_epi64(both, 1));
+    return _mm512_or_si512(a, _mm512_slli_epi16(b, 8));
 }
 
 #include "PixelKernelsBody.h"

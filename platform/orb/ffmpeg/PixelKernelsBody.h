@@ -91,23 +91,14 @@ struct Rv24ToBgraRow {
     PixelByte* to;
 
     void Block(int x) const {
-        for (int i = 0; i < kBytes; i += 16) sixteen(from + 3 * (x + i), to + 4 * (x + i));
-    }
-    void Tail(int x, int n) const { Plain::Rv24ToBgra(from, to, x, n); }
-
-    static void sixteen(const PixelByte* from, PixelByte* to) {
-        const __m128i spread = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
-        const __m128i alpha = _mm_set1_epi32(static_cast<int>(0xff000000u));
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 16));
-        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 32));
-        const __m128i parts[4] = {a, _mm_alignr_epi8(b, a, 12), _mm_alignr_epi8(c, b, 8),
-                                  _mm_srli_si128(c, 4)};
+        constexpr unsigned char kNone = 0x80;
+        const V spread = lanes(0, 1, 2, kNone, 3, 4, 5, kNone, 6, 7, 8, kNone, 9, 10, 11, kNone);
         for (int i = 0; i < 4; ++i) {
-            const __m128i pixels = _mm_or_si128(_mm_shuffle_epi8(parts[i], spread), alpha);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 16 * i), pixels);
+            const V three = load_three_quarters(from + 3 * x + i * (kBytes / 4 * 3));
+            store(to + 4 * x + i * kBytes, or_(shuffle8(three, spread), set32(0xff000000u)));
         }
     }
+    void Tail(int x, int n) const { Plain::Rv24ToBgra(from, to, x, n); }
 };
 
 struct BgraToRv24Row {
@@ -115,24 +106,13 @@ struct BgraToRv24Row {
     PixelByte* to;
 
     void Block(int x) const {
-        for (int i = 0; i < kBytes; i += 16) sixteen(from + 4 * (x + i), to + 3 * (x + i));
+        const V close = lanes(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0, 0, 0, 0);
+        for (int i = 0; i < 4; ++i) {
+            const V four = shuffle8(load(from + 4 * x + i * kBytes), close);
+            store_three_quarters(to + 3 * x + i * (kBytes / 4 * 3), four);
+        }
     }
     void Tail(int x, int n) const { Plain::BgraToRv24(from, to, x, n); }
-
-    static void sixteen(const PixelByte* from, PixelByte* to) {
-        const __m128i close = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
-        __m128i part[4];
-        for (int i = 0; i < 4; ++i) {
-            const auto* p = reinterpret_cast<const __m128i*>(from + 16 * i);
-            part[i] = _mm_shuffle_epi8(_mm_loadu_si128(p), close);
-        }
-        const __m128i a = _mm_or_si128(part[0], _mm_slli_si128(part[1], 12));
-        const __m128i b = _mm_or_si128(_mm_srli_si128(part[1], 4), _mm_slli_si128(part[2], 8));
-        const __m128i c = _mm_or_si128(_mm_srli_si128(part[2], 8), _mm_slli_si128(part[3], 4));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), a);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 16), b);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 32), c);
-    }
 };
 
 struct Rv16ToBgraRow {
@@ -141,16 +121,15 @@ struct Rv16ToBgraRow {
 
     void Block(int x) const {
         const Pair p = to_lanes(load(from + 2 * x), load(from + 2 * x + kBytes));
-        const V b = pack_unsigned16(five(and_(p.lo, set16(31))), five(and_(p.hi, set16(31))));
+        const V b = pack_unsigned16(five(shift_left16<7>(p.lo)), five(shift_left16<7>(p.hi)));
         const V g = pack_unsigned16(six(p.lo), six(p.hi));
-        const V r = pack_unsigned16(five(shift_right16<11>(p.lo)), five(shift_right16<11>(p.hi)));
+        const V r = pack_unsigned16(five(shift_right16<4>(p.lo)), five(shift_right16<4>(p.hi)));
         store_bgra(to + 4 * x, b, g, r, set16(-1));
     }
     void Tail(int x, int n) const { Plain::Rv16ToBgra(from, to, x, n); }
 
-    static V five(V code) {
-        return shift_right16<6>(add16(multiply_low16(code, set16(527)), set16(23)));
-    }
+    /// Five bits that stand at bit 7: times 255 / 31, rounded.
+    static V five(V shifted) { return multiply_high16(and_(shifted, set16(31 << 7)), set16(2106)); }
     static V six(V pixel) {
         const V code = and_(shift_right16<5>(pixel), set16(63));
         return shift_right16<6>(add16(multiply_low16(code, set16(259)), set16(33)));
@@ -266,6 +245,14 @@ inline Pair split_bytes(const PixelByte* from) {
     return {order_packed_words(even), order_packed_words(odd)};
 }
 
+/// A vector of U and V in turn as half a vector of each.
+inline void store_split(PixelByte* u, PixelByte* v, V uv) {
+    const V both =
+        order_packed_words(pack_unsigned16(and_(uv, set16(0x00ff)), shift_right16<8>(uv)));
+    store_half_lo(u, both);
+    store_half_hi(v, both);
+}
+
 /// The opposite: bytes of `a` and `b` in turn, in the order of memory.
 inline Pair merge_bytes(V a, V b) {
     return to_linear({unpack_lo8(a, b), unpack_hi8(a, b)});
@@ -279,14 +266,65 @@ struct UnpackRow {
     void Block(int x) const {
         const Pair p = split_bytes(from + 2 * x);
         store(y + x, kLuma ? p.hi : p.lo);
-        const V chroma = kLuma ? p.lo : p.hi;
-        const V cu = and_(chroma, set16(0x00ff));
-        const V cv = shift_right16<8>(chroma);
-        const V both = order_packed_words(pack_unsigned16(cu, cv));
-        store_half_lo(u + x / 2, both);
-        store_half_hi(v + x / 2, both);
+        store_split(u + x / 2, v + x / 2, kLuma ? p.lo : p.hi);
     }
     void Tail(int x, int n) const { Plain::Unpack(kLuma, from, y, u, v, x, n); }
+};
+
+template <int kLuma>
+struct UnpackLumaRow {
+    const PixelByte* from;
+    PixelByte* y;
+
+    void Block(int x) const {
+        const V a = load(from + 2 * x), b = load(from + 2 * x + kBytes);
+        store(y + x, order_packed_words(pack_unsigned16(luma(a), luma(b))));
+    }
+    void Tail(int x, int n) const { Plain::UnpackLuma(kLuma, from, y, x, n); }
+
+    static V luma(V pairs) { return kLuma ? shift_right16<8>(pairs) : and_(pairs, set16(0x00ff)); }
+};
+
+/// Rows of bytes in the shares of a PixelMix; even shares need no arithmetic of words.
+template <bool kEven>
+struct Mixer {
+    const V weights;
+
+    explicit Mixer(PixelMix mix) : weights(set16(static_cast<short>(mix.near | mix.far << 8))) {}
+
+    V Mix(V near, V far) const {
+        if (kEven) return average8(near, far);
+        const V lo = add16(multiply_add8(unpack_lo8(near, far), weights), set16(4));
+        const V hi = add16(multiply_add8(unpack_hi8(near, far), weights), set16(4));
+        return pack_unsigned16(shift_right16<3>(lo), shift_right16<3>(hi));
+    }
+};
+
+template <int kLuma, bool kEven, bool kInterleaved>
+struct UnpackTo420Row {
+    PixelMix mix;
+    const PixelByte *row0, *row1;
+    PixelByte *y0, *y1, *u, *v;
+    const Mixer<kEven> mixer{mix};
+
+    void Block(int x) const {
+        const Pair p = split_bytes(row0 + 2 * x), q = split_bytes(row1 + 2 * x);
+        store(y0 + x, kLuma ? p.hi : p.lo);
+        store(y1 + x, kLuma ? q.hi : q.lo);
+        const V chroma = mixer.Mix(kLuma ? p.lo : p.hi, kLuma ? q.lo : q.hi);
+        if (kInterleaved) {
+            store(u + x, chroma);
+        } else {
+            store_split(u + x / 2, v + x / 2, chroma);
+        }
+    }
+    void Tail(int x, int n) const {
+        if (kInterleaved) {
+            Plain::UnpackToNv12(kLuma, mix, row0, row1, y0, y1, u, x, n);
+        } else {
+            Plain::UnpackTo420(kLuma, mix, row0, row1, y0, y1, u, v, x, n);
+        }
+    }
 };
 
 template <int kLuma>
@@ -343,18 +381,14 @@ struct MergeUvRow {
 
 // ---- rows of one component
 
+template <bool kEven>
 struct MixBytesRow {
     PixelMix mix;
     const PixelByte *near, *far;
     PixelByte* to;
+    const Mixer<kEven> mixer{mix};
 
-    void Block(int x) const {
-        const V a = load(near + x), b = load(far + x);
-        const V weights = set16(static_cast<short>(mix.near | mix.far << 8));
-        const V lo = add16(multiply_add8(unpack_lo8(a, b), weights), set16(4));
-        const V hi = add16(multiply_add8(unpack_hi8(a, b), weights), set16(4));
-        store(to + x, pack_unsigned16(shift_right16<3>(lo), shift_right16<3>(hi)));
-    }
+    void Block(int x) const { store(to + x, mixer.Mix(load(near + x), load(far + x))); }
     void Tail(int x, int n) const { Plain::MixBytes(mix, near, far, to, x, n); }
 };
 

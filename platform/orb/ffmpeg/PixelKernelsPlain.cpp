@@ -80,6 +80,29 @@ int average(int a, int b) {
     return (a + b + 1) >> 1;
 }
 
+PixelByte mixed(PixelMix mix, int near, int far) {
+    return static_cast<PixelByte>((near * mix.near + far * mix.far + 4) >> 3);
+}
+
+/// Wide chroma at column x of a row that has it at every column or at the even ones.
+template <bool kHalf>
+int chroma_at(const PixelWord* row, int x) {
+    if (!kHalf) return row[x];
+    return x % 2 ? average(row[x / 2], row[x / 2 + 1]) : row[x / 2];
+}
+
+/// Blue, green and red in units of 1/32 code, with half a code added, not clamped.
+template <class Luma, bool kHalf>
+void rgb_of(const PixelToRgb& rgb, const Luma* y, const PixelWord* u, const PixelWord* v, int x,
+            int (&sum)[3]) {
+    const int cu = chroma_at<kHalf>(u, x);
+    const int cv = chroma_at<kHalf>(v, x);
+    const int luma = scaled(wide(y[x]), rgb.y);
+    sum[0] = luma + scaled(cu, rgb.ub) + rgb.addB;
+    sum[1] = luma + scaled(cu, rgb.ug) + scaled(cv, rgb.vg) + rgb.addG;
+    sum[2] = luma + scaled(cv, rgb.vr) + rgb.addR;
+}
+
 }  // namespace
 
 void Rv24ToBgra(const PixelByte* from, PixelByte* to, int first, int n) {
@@ -155,6 +178,31 @@ void Unpack(int luma, const PixelByte* from, PixelByte* y, PixelByte* u, PixelBy
     }
 }
 
+void UnpackLuma(int luma, const PixelByte* from, PixelByte* y, int first, int n) {
+    for (int x = first; x < n; ++x) y[x] = from[2 * x + luma];
+}
+
+void UnpackTo420(int luma, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                 PixelByte* y0, PixelByte* y1, PixelByte* u, PixelByte* v, int first, int n) {
+    UnpackLuma(luma, row0, y0, first, n);
+    UnpackLuma(luma, row1, y1, first, n);
+    for (int x = first; x < n; x += 2) {
+        const int at = 2 * x + 1 - luma;
+        u[x / 2] = mixed(mix, row0[at], row1[at]);
+        v[x / 2] = mixed(mix, row0[at + 2], row1[at + 2]);
+    }
+}
+
+void UnpackToNv12(int luma, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                  PixelByte* y0, PixelByte* y1, PixelByte* uv, int first, int n) {
+    UnpackLuma(luma, row0, y0, first, n);
+    UnpackLuma(luma, row1, y1, first, n);
+    for (int x = first; x < ((n + 1) & ~1); ++x) {
+        const int at = 2 * x + 1 - luma;
+        uv[x] = mixed(mix, row0[at], row1[at]);
+    }
+}
+
 void Pack(int luma, const PixelByte* y, const PixelByte* u, const PixelByte* v, PixelByte* to,
           int first, int n) {
     for (int x = first; x < n; x += 2) {
@@ -190,7 +238,7 @@ void MergeUv(const PixelByte* u, const PixelByte* v, PixelByte* uv, int first, i
 void MixBytes(PixelMix mix, const PixelByte* near, const PixelByte* far, PixelByte* to, int first,
               int n) {
     for (int x = first; x < n; ++x) {
-        to[x] = static_cast<PixelByte>((near[x] * mix.near + far[x] * mix.far + 4) >> 3);
+        to[x] = mixed(mix, near[x], far[x]);
     }
 }
 
@@ -256,16 +304,26 @@ template <class Luma, bool kHalf>
 void ToBgra(const PixelToRgb& rgb, const Luma* y, const PixelWord* u, const PixelWord* v,
             PixelByte* to, int first, int n) {
     for (int x = first; x < n; ++x) {
-        int cu = u[kHalf ? x / 2 : x];
-        int cv = v[kHalf ? x / 2 : x];
-        if (kHalf && x % 2) {
-            cu = average(cu, u[x / 2 + 1]);
-            cv = average(cv, v[x / 2 + 1]);
-        }
-        const int luma = scaled(wide(y[x]), rgb.y);
-        put_bgra(to, x, (luma + scaled(cu, rgb.ub) + rgb.addB) >> 5,
-                 (luma + scaled(cu, rgb.ug) + scaled(cv, rgb.vg) + rgb.addG) >> 5,
-                 (luma + scaled(cv, rgb.vr) + rgb.addR) >> 5);
+        int sum[3];
+        rgb_of<Luma, kHalf>(rgb, y, u, v, x, sum);
+        put_bgra(to, x, sum[0] >> 5, sum[1] >> 5, sum[2] >> 5);
+    }
+}
+
+// From sums straight to 5 and 6 bits: 31 / 255 and 63 / 255 of a code, with 6 bits behind the
+// point; 28 and 24 are half a step less the half code that the sums have in them.
+template <class Luma>
+void ToRv16(const PixelToRgb& rgb, const Luma* y, const PixelWord* u, const PixelWord* v,
+            PixelByte* to, int first, int n) {
+    for (int x = first; x < n; ++x) {
+        int sum[3];
+        rgb_of<Luma, true>(rgb, y, u, v, x, sum);
+        const int b = std::clamp((scaled(sum[0], 7967) + 28) >> 6, 0, 31);
+        const int g = std::clamp((scaled(sum[1], 16192) + 24) >> 6, 0, 63);
+        const int r = std::clamp((scaled(sum[2], 7967) + 28) >> 6, 0, 31);
+        const int pixel = b | g << 5 | r << 11;
+        to[2 * x] = static_cast<PixelByte>(pixel);
+        to[2 * x + 1] = static_cast<PixelByte>(pixel >> 8);
     }
 }
 
@@ -298,12 +356,24 @@ void BgraTo444(const PixelFromRgb& yuv, const PixelByte* from, PixelWord* y, Pix
 void BgraTo420(const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
                PixelByte* y0, PixelByte* y1, PixelByte* u, PixelByte* v, int first, int n) {
     BgraToLuma(yuv, row0, y0, first, n);
-    if (y1) BgraToLuma(yuv, row1, y1, first, n);
+    BgraToLuma(yuv, row1, y1, first, n);
     for (int x = first; x < n; x += 2) {
         int sum[3] = {};
         add_neighbours(row0, x, n, mix.near / 2, sum);
         add_neighbours(row1, x, n, mix.far / 2, sum);
         chroma_of(yuv, sum, u[x / 2], v[x / 2]);
+    }
+}
+
+void BgraToNv12(const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                PixelByte* y0, PixelByte* y1, PixelByte* uv, int first, int n) {
+    BgraToLuma(yuv, row0, y0, first, n);
+    BgraToLuma(yuv, row1, y1, first, n);
+    for (int x = first; x < n; x += 2) {
+        int sum[3] = {};
+        add_neighbours(row0, x, n, mix.near / 2, sum);
+        add_neighbours(row1, x, n, mix.far / 2, sum);
+        chroma_of(yuv, sum, uv[x], uv[x + 1]);
     }
 }
 
@@ -329,6 +399,10 @@ template void ToBgra<PixelWord, true>(const PixelToRgb&, const PixelWord*, const
                                       const PixelWord*, PixelByte*, int, int);
 template void ToBgra<PixelWord, false>(const PixelToRgb&, const PixelWord*, const PixelWord*,
                                        const PixelWord*, PixelByte*, int, int);
+template void ToRv16(const PixelToRgb&, const PixelByte*, const PixelWord*, const PixelWord*,
+                     PixelByte*, int, int);
+template void ToRv16(const PixelToRgb&, const PixelWord*, const PixelWord*, const PixelWord*,
+                     PixelByte*, int, int);
 template void BgraToLuma(const PixelFromRgb&, const PixelByte*, PixelByte*, int, int);
 template void BgraTo422(const PixelFromRgb&, const PixelByte*, PixelByte*, PixelByte*, PixelByte*,
                         int, int);
@@ -349,6 +423,23 @@ void whole_row(const PixelByte* from, PixelByte* to, int n) {
 template <int kLuma>
 void whole_unpack(const PixelByte* from, PixelByte* y, PixelByte* u, PixelByte* v, int n) {
     Plain::Unpack(kLuma, from, y, u, v, 0, n);
+}
+
+template <int kLuma>
+void whole_unpack_luma(const PixelByte* from, PixelByte* y, int n) {
+    Plain::UnpackLuma(kLuma, from, y, 0, n);
+}
+
+template <int kLuma>
+void whole_unpack_to_420(PixelMix mix, const PixelByte* row0, const PixelByte* row1, PixelByte* y0,
+                         PixelByte* y1, PixelByte* u, PixelByte* v, int n) {
+    Plain::UnpackTo420(kLuma, mix, row0, row1, y0, y1, u, v, 0, n);
+}
+
+template <int kLuma>
+void whole_unpack_to_nv12(PixelMix mix, const PixelByte* row0, const PixelByte* row1, PixelByte* y0,
+                          PixelByte* y1, PixelByte* uv, int n) {
+    Plain::UnpackToNv12(kLuma, mix, row0, row1, y0, y1, uv, 0, n);
 }
 
 template <int kLuma>
@@ -397,6 +488,12 @@ void whole_bgra_to_422(const PixelFromRgb& yuv, const PixelByte* from, void* y, 
                      n);
 }
 
+template <class Luma>
+void whole_to_rv16(const PixelToRgb& rgb, const void* y, const PixelWord* u, const PixelWord* v,
+                   PixelByte* to, int n) {
+    Plain::ToRv16(rgb, static_cast<const Luma*>(y), u, v, to, 0, n);
+}
+
 constexpr PixelKernels kPlain = {
     .name = "plain",
     .rv24ToBgra = whole_row<Plain::Rv24ToBgra>,
@@ -408,10 +505,11 @@ constexpr PixelKernels kPlain = {
     .bgraToRgb2 = whole_row<Plain::BgraToRgb2>,
     .mapBgra = [](const PixelMap& map, const PixelByte* from, PixelByte* to,
                   int n) { Plain::MapBgra(map, from, to, 0, n); },
-    .unpackUyvy = whole_unpack<1>,
-    .unpackYuyv = whole_unpack<0>,
-    .packUyvy = whole_pack<1>,
-    .packYuyv = whole_pack<0>,
+    .unpack = {whole_unpack<1>, whole_unpack<0>},
+    .unpackLuma = {whole_unpack_luma<1>, whole_unpack_luma<0>},
+    .unpackTo420 = {whole_unpack_to_420<1>, whole_unpack_to_420<0>},
+    .unpackToNv12 = {whole_unpack_to_nv12<1>, whole_unpack_to_nv12<0>},
+    .pack = {whole_pack<1>, whole_pack<0>},
     .swapBytes = whole_row<Plain::SwapBytes>,
     .splitUv = [](const PixelByte* uv, PixelByte* u, PixelByte* v,
                   int n) { Plain::SplitUv(uv, u, v, 0, n); },
@@ -430,6 +528,7 @@ constexpr PixelKernels kPlain = {
     .halveWide = [](const PixelWord* full, PixelWord* half,
                     int n) { Plain::HalveWide(full, half, 0, n); },
     .toBgraHalf = {whole_to_bgra<PixelByte>, whole_to_bgra<PixelWord>},
+    .toRv16Half = {whole_to_rv16<PixelByte>, whole_to_rv16<PixelWord>},
     .toBgraFull = [](const PixelToRgb& rgb, const PixelWord* y, const PixelWord* u,
                      const PixelWord* v, PixelByte* to,
                      int n) { Plain::ToBgra<PixelWord, false>(rgb, y, u, v, to, 0, n); },
@@ -441,6 +540,9 @@ constexpr PixelKernels kPlain = {
     .bgraTo420 = [](const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0,
                     const PixelByte* row1, PixelByte* y0, PixelByte* y1, PixelByte* u, PixelByte* v,
                     int n) { Plain::BgraTo420(yuv, mix, row0, row1, y0, y1, u, v, 0, n); },
+    .bgraToNv12 = [](const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0,
+                     const PixelByte* row1, PixelByte* y0, PixelByte* y1, PixelByte* uv,
+                     int n) { Plain::BgraToNv12(yuv, mix, row0, row1, y0, y1, uv, 0, n); },
 };
 
 }  // namespace

@@ -26,6 +26,11 @@ void MapBgra(const PixelMap& map, const PixelByte* from, PixelByte* to, int firs
 /// `luma` is the byte of a pair where luma stands: 1 for 'UYVY', 0 for 'YUYV'.
 void Unpack(int luma, const PixelByte* from, PixelByte* y, PixelByte* u, PixelByte* v, int first,
             int n);
+void UnpackLuma(int luma, const PixelByte* from, PixelByte* y, int first, int n);
+void UnpackTo420(int luma, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                 PixelByte* y0, PixelByte* y1, PixelByte* u, PixelByte* v, int first, int n);
+void UnpackToNv12(int luma, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                  PixelByte* y0, PixelByte* y1, PixelByte* uv, int first, int n);
 void Pack(int luma, const PixelByte* y, const PixelByte* u, const PixelByte* v, PixelByte* to,
           int first, int n);
 void SwapBytes(const PixelByte* from, PixelByte* to, int first, int n);
@@ -52,6 +57,9 @@ void HalveWide(const PixelWord* full, PixelWord* half, int first, int n);
 template <class Luma, bool kHalf>
 void ToBgra(const PixelToRgb& rgb, const Luma* y, const PixelWord* u, const PixelWord* v,
             PixelByte* to, int first, int n);
+template <class Luma>
+void ToRv16(const PixelToRgb& rgb, const Luma* y, const PixelWord* u, const PixelWord* v,
+            PixelByte* to, int first, int n);
 template <class To>
 void BgraToLuma(const PixelFromRgb& yuv, const PixelByte* from, To* y, int first, int n);
 template <class To>
@@ -61,6 +69,8 @@ void BgraTo444(const PixelFromRgb& yuv, const PixelByte* from, PixelWord* y, Pix
                PixelWord* v, int first, int n);
 void BgraTo420(const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
                PixelByte* y0, PixelByte* y1, PixelByte* u, PixelByte* v, int first, int n);
+void BgraToNv12(const PixelFromRgb& yuv, PixelMix mix, const PixelByte* row0, const PixelByte* row1,
+                PixelByte* y0, PixelByte* y1, PixelByte* uv, int first, int n);
 
 }  // namespace Plain
 

@@ -68,6 +68,9 @@ inline V max_signed16(V a, V b) {
 inline V min_unsigned16(V a, V b) {
     return _mm_min_epu16(a, b);
 }
+inline V average8(V a, V b) {
+    return _mm_avg_epu8(a, b);
+}
 inline V average16(V a, V b) {
     return _mm_avg_epu16(a, b);
 }
@@ -126,9 +129,6 @@ inline V lanes(PixelByte a, PixelByte b, PixelByte c, PixelByte d, PixelByte e, 
 inline V set64(short a, short b, short c, short d) {
     return _mm_setr_epi16(a, b, c, d, a, b, c, d);
 }
-inline V set128(int a, int b, int c, int d) {
-    return _mm_setr_epi32(a, b, c, d);
-}
 
 // One lane: lane order is the order of memory.
 struct Pair {
@@ -168,16 +168,45 @@ inline V repeat_first_pixel(V pixels) {
     return _mm_shuffle_epi32(pixels, _MM_SHUFFLE(2, 1, 0, 0));
 }
 
-// [u0+u1 u2+u3 v0+v1 v2+v3]
-inline V add_pairs32(V u, V v) {
-    return _mm_hadd_epi32(u, v);
+// Even and odd pixels of two vectors, lane by lane.
+inline V even_pixels(V a, V b) {
+    return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), 0x88));
 }
-// From [uu vv uu vv] words to the us, then the vs.
-inline V split_pairs32(V words) {
-    return _mm_shuffle_epi32(words, _MM_SHUFFLE(3, 1, 2, 0));
+inline V odd_pixels(V a, V b) {
+    return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), 0xdd));
 }
-inline V join_split(V a, V b) {
-    return _mm_shuffle_epi32(_mm_packus_epi16(a, b), _MM_SHUFFLE(3, 1, 2, 0));
+// `current` moved on by one pixel, with the last one of `previous` in front.
+inline V shift_in_pixel(V previous, V current) {
+    return _mm_alignr_epi8(current, previous, 12);
+}
+// What even_pixels of four vectors leaves of them after packing, back in the order of pixels: pairs
+// of words; and in bytes, half a vector of U and half of V.
+inline V order_pairs32(V words) {
+    return words;
+}
+inline V join_chroma(V packed) {
+    return packed;
+}
+inline V accumulate16(V sum, V a, V b) {
+    return _mm_add_epi32(sum, _mm_madd_epi16(a, b));
+}
+
+// Three of four double words, each lane's three at its start.
+inline V load_three_quarters(const PixelByte* from) {
+    const V low = _mm_loadl_epi64(reinterpret_cast<const V*>(from));
+    int high;
+    __builtin_memcpy(&high, from + 8, sizeof high);
+    return _mm_insert_epi32(low, high, 2);
+}
+inline void store_three_quarters(PixelByte* to, V value) {
+    _mm_storel_epi64(reinterpret_cast<V*>(to), value);
+    const int high = _mm_extract_epi32(value, 2);
+    __builtin_memcpy(to + 8, &high, sizeof high);
+}
+
+// The halves of a vector, byte by byte in turn.
+inline V merge_joined(V both) {
+    return _mm_unpacklo_epi8(both, _mm_unpackhi_epi64(both, both));
 }
 
 #include "PixelKernelsBody.h"

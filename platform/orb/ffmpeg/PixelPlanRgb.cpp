@@ -69,7 +69,7 @@ private:
         fSource.Start(from);
         fSink.Start(to);
         if (fTo.shiftY) {
-            for (int k = 0; k < to.chromaRows; ++k) convert_pair(k, from);
+            for (int k = 0; k < to.chromaRows; ++k) convert_pair(k, from, to);
             // A bottom field may have one luma row more than its chroma rows stand for.
             for (int y = 2 * to.chromaRows; y < from.rows; ++y) convert_luma(y);
         } else {
@@ -77,16 +77,18 @@ private:
         }
     }
 
-    void convert_pair(int k, const PixelView& from) {
+    void convert_pair(int k, const PixelView& from, const PixelView& to) {
         const PixelTap tap = TapAtChromaRow(k, from.rows, from.lines);
-        const bool single = tap.near == tap.far;
         const PixelByte* row0 = fSource.Bgra(tap.near, 0);
-        const PixelByte* row1 = single ? row0 : fSource.Bgra(tap.far, 1);
-        PixelByte* y1 = single ? nullptr : static_cast<PixelByte*>(fSink.Luma(tap.far));
-        fKernels.bgraTo420(fYuv, tap.mix, row0, row1, static_cast<PixelByte*>(fSink.Luma(tap.near)),
-                           y1, static_cast<PixelByte*>(fSink.U(k)),
-                           static_cast<PixelByte*>(fSink.V(k)), fWidth);
-        fSink.EndChroma(k);
+        const PixelByte* row1 = tap.near == tap.far ? row0 : fSource.Bgra(tap.far, 1);
+        PixelByte* y0 = to.Row(0, tap.near);
+        PixelByte* y1 = to.Row(0, tap.far);
+        if (fSink.IsSemiPlanar()) {
+            fKernels.bgraToNv12(fYuv, tap.mix, row0, row1, y0, y1, to.Row(1, k), fWidth);
+        } else {
+            fKernels.bgraTo420(fYuv, tap.mix, row0, row1, y0, y1, to.Row(1, k), to.Row(2, k),
+                               fWidth);
+        }
     }
 
     void convert_row(int y) {
@@ -122,6 +124,7 @@ public:
           fSink(fTo, fWidth, kernels),
           fRgb(
               MakeToRgb(YuvToRgbTransform(request.fromColour, fFrom.bits, request.toColour.range))),
+          fIsRv16(fTo.code == 'RV16' && fFrom.shiftX),
           fWide(2, fWidth),
           fGrey(1, fWidth) {
         const ColourTransform luma =
@@ -134,13 +137,13 @@ private:
     void convert_view(const PixelView& from, const PixelView& to) override {
         fSource.Start(from);
         fSink.Start(to);
+        fTarget = to;
         for (int y = 0; y < from.rows; ++y) {
             if (fFrom.HasChroma()) {
                 convert_row(y, from);
             } else {
                 convert_grey(y);
             }
-            fSink.EndRow(y);
         }
     }
 
@@ -150,13 +153,19 @@ private:
         const PixelTap tap =
             fFrom.shiftY ? TapAtLumaRow(y, from.chromaRows, from.lines) : PixelTap{y, y, kNoMix};
         const int depth = DepthIndex(fFrom);
+        const void* luma = fSource.Luma(y);
         WidenChroma(fKernels, depth, fSource, tap, u, v, fFrom.ChromaWidth(fWidth));
-        if (fFrom.shiftX) {
-            fKernels.toBgraHalf[depth](fRgb, fSource.Luma(y), u, v, fSink.Bgra(y), fWidth);
-        } else {
-            fKernels.toBgraFull(fRgb, static_cast<const PixelWord*>(fSource.Luma(y)), u, v,
-                                fSink.Bgra(y), fWidth);
+        if (fIsRv16) {
+            fKernels.toRv16Half[depth](fRgb, luma, u, v, fTarget.Row(0, y), fWidth);
+            return;
         }
+        if (fFrom.shiftX) {
+            fKernels.toBgraHalf[depth](fRgb, luma, u, v, fSink.Bgra(y), fWidth);
+        } else {
+            fKernels.toBgraFull(fRgb, static_cast<const PixelWord*>(luma), u, v, fSink.Bgra(y),
+                                fWidth);
+        }
+        fSink.EndRow(y);
     }
 
     void convert_grey(int y) {
@@ -166,11 +175,14 @@ private:
             grey = fGrey.Row<PixelByte>(0);
         }
         fKernels.greyToBgra(grey, fSink.Bgra(y), fWidth);
+        fSink.EndRow(y);
     }
 
     PixelYuvSource fSource;
     PixelRgbSink fSink;
+    PixelView fTarget;
     const PixelToRgb fRgb;
+    const bool fIsRv16;  ///< and chroma of halved width: there is a way that leaves BGRA out
     PixelMap fGreyMap{};
     PixelScratch fWide;
     PixelScratch fGrey;

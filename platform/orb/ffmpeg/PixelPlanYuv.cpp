@@ -21,8 +21,7 @@ public:
           fSource(fFrom, fWidth, kernels),
           fSink(fTo, fWidth, kernels),
           fChromaWidth(fTo.ChromaWidth(fWidth)),
-          fNeutral(1, fWidth / 2 + 1),
-          fRows(4, fWidth / 2 + 1) {
+          fNeutral(1, fWidth / 2 + 1) {
         std::memset(fNeutral.Row<PixelByte>(0), 128, fWidth);
     }
 
@@ -44,8 +43,8 @@ private:
 
     void copy_luma(int y) {
         if (fSource.IsPacked()) {
-            fSource.Unpack(y, static_cast<PixelByte*>(fSink.Luma(y)), fRows.Row<PixelByte>(0),
-                           fRows.Row<PixelByte>(1));
+            fKernels.unpackLuma[fFrom.swapped](fSource.View().Row(0, y), bytes(fSink.Luma(y)),
+                                               fWidth);
         } else {
             std::memcpy(fSink.Luma(y), fSource.Luma(y), fWidth);
         }
@@ -94,18 +93,19 @@ private:
     }
 
     void convert_packed_to_420(const PixelView& from, const PixelView& to) {
-        PixelByte* u[2] = {fRows.Row<PixelByte>(0), fRows.Row<PixelByte>(2)};
-        PixelByte* v[2] = {fRows.Row<PixelByte>(1), fRows.Row<PixelByte>(3)};
         for (int k = 0; k < to.chromaRows; ++k) {
-            const int count = rows_of_pair(k, from.rows);
-            for (int i = 0; i < count; ++i) {
-                fSource.Unpack(2 * k + i, bytes(fSink.Luma(2 * k + i)), u[i], v[i]);
+            const PixelTap tap = TapAtChromaRow(k, from.rows, from.lines);
+            const PixelByte* row0 = from.Row(0, tap.near);
+            const PixelByte* row1 = from.Row(0, tap.far);
+            PixelByte* y0 = to.Row(0, tap.near);
+            PixelByte* y1 = to.Row(0, tap.far);
+            if (fSink.IsSemiPlanar()) {
+                fKernels.unpackToNv12[fFrom.swapped](tap.mix, row0, row1, y0, y1, to.Row(1, k),
+                                                     fWidth);
+            } else {
+                fKernels.unpackTo420[fFrom.swapped](tap.mix, row0, row1, y0, y1, to.Row(1, k),
+                                                    to.Row(2, k), fWidth);
             }
-            const int far = count - 1;
-            const PixelMix mix = TapAtChromaRow(k, from.rows, from.lines).mix;
-            fKernels.mixBytes(mix, u[0], u[far], bytes(fSink.U(k)), fChromaWidth);
-            fKernels.mixBytes(mix, v[0], v[far], bytes(fSink.V(k)), fChromaWidth);
-            fSink.EndChroma(k);
         }
         for (int y = 2 * to.chromaRows; y < from.rows; ++y) copy_luma(y);
     }
@@ -137,7 +137,6 @@ private:
     PixelYuvSink fSink;
     const int fChromaWidth;
     PixelScratch fNeutral;
-    PixelScratch fRows;
 };
 
 /// Y, U and V of one meaning or depth to another, over wide words where anything is interpolated.

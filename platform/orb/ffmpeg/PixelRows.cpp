@@ -98,8 +98,7 @@ PixelYuvSource::Chroma PixelYuvSource::ChromaRow(int row) {
 }
 
 void PixelYuvSource::Unpack(int y, PixelByte* luma, PixelByte* u, PixelByte* v) const {
-    const auto unpack = fFormat.swapped ? fKernels.unpackYuyv : fKernels.unpackUyvy;
-    unpack(fView.Row(0, y), luma, u, v, fWidth);
+    fKernels.unpack[fFormat.swapped](fView.Row(0, y), luma, u, v, fWidth);
 }
 
 void PixelYuvSource::Split(int row, PixelByte* u, PixelByte* v) const {
@@ -150,8 +149,7 @@ void PixelYuvSink::EndChroma(int row) const {
 
 void PixelYuvSink::Pack(int y, const PixelByte* luma, const PixelByte* u,
                         const PixelByte* v) const {
-    const auto pack = fFormat.swapped ? fKernels.packYuyv : fKernels.packUyvy;
-    pack(luma, u, v, fView.Row(0, y), fWidth);
+    fKernels.pack[fFormat.swapped](luma, u, v, fView.Row(0, y), fWidth);
 }
 
 void PixelYuvSink::Merge(int row, const PixelByte* u, const PixelByte* v) const {
