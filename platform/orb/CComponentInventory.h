@@ -49,10 +49,10 @@ private:
     RObject<CList<Factory>> fFactories SPAR_GUARDED_BY(fLock);
 };
 
-extern template class CComponentInventory<CComponentFactory<CVideoConverter>>;
-extern template class CComponentInventory<CComponentFactory<CVideoCompressor>>;
-extern template class CComponentInventory<CComponentFactory<CAudioConverter>>;
-extern template class CComponentInventory<CComponentFactory<CAudioCompressor>>;
+extern template class ORB_API CComponentInventory<CComponentFactory<CVideoConverter>>;
+extern template class ORB_API CComponentInventory<CComponentFactory<CVideoCompressor>>;
+extern template class ORB_API CComponentInventory<CComponentFactory<CAudioConverter>>;
+extern template class ORB_API CComponentInventory<CComponentFactory<CAudioCompressor>>;
 
 /// Adds the library's own components and container types; it stands in the ffmpeg folder.
 void RegisterBuiltInComponents();
