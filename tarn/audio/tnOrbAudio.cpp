@@ -25,6 +25,8 @@ int OrbAudioPropertiesFromMediaRecord(const tnMediaRecord& record,
     return 0;
 }
 
+// By value: the sample is kept alive by a reference of this call's own.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 Result ORB_SetAudioSampleData(RObject<CAudioSample> sample, unsigned char* data, int length,
                               bool copy) {
     const RObject<CByteArray> bytes(copy ? new CByteArray(data, length)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tarn/export.h"
+
 namespace Quillon::Orb {
 template <class T>
 class RObject;
@@ -16,11 +18,11 @@ class tnMediaRecord;
 /// Replaces `properties` by the description of `record`'s PCM, little-endian as it stands in
 /// memory: 16 bits are integers, 32 bits are floats. 0; or -1 for any other sample size, with
 /// `properties` then empty of all settings.
-int OrbAudioPropertiesFromMediaRecord(
+TARN_API int OrbAudioPropertiesFromMediaRecord(
     const tnMediaRecord& record, Quillon::Orb::RObject<Quillon::Orb::CAudioProperties>& properties);
 
 /// Gives `sample` the audio bytes. With `copy` they are free again on return; without it the caller
 /// keeps `data` alive as long as the sample lives. The result is that of the sample's setter.
-Quillon::Orb::Result ORB_SetAudioSampleData(
+TARN_API Quillon::Orb::Result ORB_SetAudioSampleData(
     Quillon::Orb::RObject<Quillon::Orb::CAudioSample> sample, unsigned char* data, int length,
     bool copy);
