@@ -21,8 +21,13 @@ using Inventory = CComponentInventory<CComponentFactory<CVideoCompressor>>;
 
 CAssetVideoCompressor::CAssetVideoCompressor(CVideoProperties* output, unsigned int compressorCode)
     : CAssetVideoWriter(kType, output), fCompressor(Inventory::CreateInstance(compressorCode)) {
-    if (fCompressor) return;
-    zTrace("no video compressor {} in this process\n", four_text(compressorCode));
+    if (!fCompressor) {
+        zTrace("no video compressor {} in this process\n", four_text(compressorCode));
+        return;
+    }
+    // What a compressor takes may hang on what it shall give. A refusal comes back, and is
+    // answered for, in SetInputFormat.
+    if (Properties()->GetFormat()) fCompressor->SetOutputFormat(Properties()->GetFormat());
 }
 
 CValueList<unsigned int>* CAssetVideoCompressor::GetInputFormats() {

@@ -1,6 +1,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
+#include "orb/CAssetVideoCompressor.h"
+
 #include "EncoderTestKit.h"
 
 namespace Quillon::Orb {
@@ -106,6 +108,22 @@ TEST(PlatformCompressor, FormatsFollowTheOutput) {
     unsigned int first = 0;
     forProRes->GetValue(0, first);
     EXPECT_EQ(first, static_cast<unsigned int>('UYVY'));
+}
+
+TEST(PlatformCompressor, ATrackListsWhatItsOwnOutputWants) {
+    struct {
+        unsigned int output, first;
+    } const table[] = {{'apch', 'UYVY'}, {'avc1', 'NV12'}};
+    for (const auto& row : table) {
+        Source source;
+        RObject<CVideoProperties> output = source.Properties();
+        output->SetFormat(row.output);
+        RObject<CAssetVideoCompressor> track(new CAssetVideoCompressor(output.Get(), 'vtbx'));
+        RObject<CValueList<unsigned int>> formats(track->GetInputFormats());
+        unsigned int first = 0;
+        ASSERT_EQ(formats->GetValue(0, first), 0);
+        EXPECT_EQ(first, row.first);
+    }
 }
 
 TEST(PlatformCompressor, H264ProfilesAreSeenInTheStream) {
