@@ -66,6 +66,7 @@ Result AvVideoEncoder::describe_output(unsigned int format) {
     if (!output) return ResultOutOfMemory();
     output->SetFormat(format);
     if (fEncoder.limitedOnly) output->SetVideoRange(CVideoProperties::kLimitedRange);
+    output->SetReorderDepth(fEncoder.context->has_b_frames);
     fAvc = VideoFormat::GetCanonicalFormat(format) == 'h264';
     if (fAvc) {
         RObject<CMpeg4AvcDecoderConfiguration> configuration(new CMpeg4AvcDecoderConfiguration());

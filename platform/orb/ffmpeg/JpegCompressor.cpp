@@ -59,6 +59,7 @@ Result JpegCompressor::begin() {
     RObject<CVideoProperties> output(new CVideoProperties(Input()));
     if (!output) return ResultOutOfMemory();
     output->SetFormat('jpeg');
+    output->SetReorderDepth(0);
     UpdateOutputProperties(output.Detach());
     fQuality = GetInt(Quality);
     const int threads = ThreadCount(GetInt(Threads), kMostChosenThreads);

@@ -188,6 +188,7 @@ TEST(Mpeg2Compressor, OffsetsLeadToTheOrderOfDisplay) {
     const Stream run = encode(source, 30);
     const Decoded decoded = Decode(*run.output, run.samples);
     ASSERT_EQ(decoded.frames.size(), 30u);
+    EXPECT_EQ(run.output->GetReorderDepth(), 1);
     for (int i = 0; i < 30; ++i) {
         EXPECT_EQ(decoded.frames[i]->pts, i * source.frameDuration);
         EXPECT_GE(LumaPsnr(*decoded.frames[i], source, i), 34);

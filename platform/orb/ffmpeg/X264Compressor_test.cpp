@@ -202,6 +202,25 @@ TEST(X264Compressor, OffsetsLeadToTheOrderOfDisplay) {
     EXPECT_LT(disposable, bFrames);
 }
 
+TEST(X264Compressor, DepthOfReorderingIsKnownAndNotExceeded) {
+    struct {
+        int bFrames, pyramid, depth;
+    } const table[] = {{0, 0, 0}, {1, 0, 1}, {3, 0, 1}, {3, 2, 2}};
+    for (const auto& row : table) {
+        const Source source;
+        const Stream stream = encode(source, 60, [&](CVideoCompressor& compressor) {
+            compressor.SetProperty(H264::NumBFrames, row.bFrames);
+            compressor.SetProperty(H264::BFramePyramid, row.pyramid);
+        });
+        EXPECT_EQ(stream.output->GetReorderDepth(), row.depth);
+        long long smallest = 0;
+        for (const RObject<CVideoSample>& sample : stream.samples) {
+            smallest = std::min(smallest, sample->GetCompositionOffset());
+        }
+        EXPECT_GE(smallest, -row.depth * source.frameDuration);
+    }
+}
+
 TEST(X264Compressor, DisposablePicturesCanReallyBeDropped) {
     const Source source;
     Stream stream = encode(source, 40, [](CVideoCompressor& compressor) {
