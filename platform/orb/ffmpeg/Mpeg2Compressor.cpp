@@ -127,7 +127,12 @@ private:
         context.bit_rate = static_cast<long long>(std::min<double>(rate, kHighestBitRate));
         context.rc_max_rate = context.bit_rate;
         context.rc_buffer_size = buffer_of(context.level);
-        context.bit_rate_tolerance = static_cast<int>(context.bit_rate);
+        // Low rates want a control that reacts sooner than the usual one; but a tolerance below
+        // what one picture takes is an error.
+        const int bitsOfPicture = static_cast<int>(rate / av_q2d(context.framerate));
+        context.bit_rate_tolerance =
+            std::max(std::min(context.bit_rate_tolerance, static_cast<int>(context.bit_rate)),
+                     2 * bitsOfPicture);
         if (GetInt(Mpeg2::ClosedGopInterval) == 1) {
             context.flags |= AV_CODEC_FLAG_CLOSED_GOP;
             // A group that may end anywhere could not be closed.
