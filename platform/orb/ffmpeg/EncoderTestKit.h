@@ -224,6 +224,7 @@ inline Decoded Decode(const CVideoProperties& properties, const Samples& samples
     const AVCodec* codec = avcodec_find_decoder(CodecOf(properties.GetFormat()));
     decoded.context.reset(avcodec_alloc_context3(codec));
     AVCodecContext& context = *decoded.context;
+    context.log_level_offset = 24;
     context.err_recognition = AV_EF_EXPLODE | AV_EF_BITSTREAM;
     context.thread_count = 1;
     context.codec_tag = __builtin_bswap32(properties.GetFormat());
