@@ -516,8 +516,8 @@ TEST_F(Writer, ClosedStreamsCloseAgainAtOnce) {
     EXPECT_EQ(fWriter->CloseStreams(1'000'000), 0);
     EXPECT_EQ(fWriter->CloseStreams(0), 0);
     EXPECT_EQ(fWriter->WriteVideo(frame), -1006) << "the tracks are gone";
-    EXPECT_EQ(fFile.samples.size(), 1u) << "the held frame left with the close";
     fWriter->Close();
+    EXPECT_EQ(fFile.samples.size(), 1u) << "the held frame left with the close";
 }
 
 }  // namespace
