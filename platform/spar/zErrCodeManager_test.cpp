@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "spar/zXML.h"
+
 namespace {
 
 TEST(zErrCodeManager, NamesTheRangeOfACode) {
@@ -15,6 +17,11 @@ TEST(zErrCodeManager, NamesTheRangeOfACode) {
     EXPECT_STREQ(zErrCodeManager::RangeName(-900200), "hundred");
     EXPECT_STREQ(zErrCodeManager::RangeName(-900299), "hundred");
     EXPECT_STREQ(zErrCodeManager::RangeName(-900350), "turned round");
+}
+
+TEST(zErrCodeManager, KnowsTheBaseLibrarysCodes) {
+    EXPECT_STREQ(zErrCodeManager::RangeName(-5028), "file errors");
+    EXPECT_STREQ(zErrCodeManager::RangeName(zXML::kNoElement), "XML errors");
 }
 
 TEST(zErrCodeManager, TheNarrowestRangeNamesACode) {

@@ -116,12 +116,12 @@ static std::ptrdiff_t offset_in(const zRecord* record, const zVariable* variable
 bool zRecord::Layout::Fits(unsigned int wantedClass, const zRecord* record,
                            zVariable* const* variables, unsigned int wantedCount) const {
     if (classID != wantedClass || count != wantedCount) return false;
+    unsigned long long difference = 0;  // gathered without a branch: it is none but for a mistake
     for (unsigned int i = 0; i < count; ++i) {
-        if (offsets[i] != offset_in(record, variables[i]) || ids[i] != variables[i]->ID()) {
-            return false;
-        }
+        difference |= static_cast<unsigned long long>(offsets[i] ^ offset_in(record, variables[i]));
+        difference |= ids[i] ^ variables[i]->ID();
     }
-    return true;
+    return difference == 0;
 }
 
 const zRecord::Layout* zRecord::Layout::FindFrom(const Layout* first, unsigned int classID,

@@ -4,6 +4,7 @@
 #include <random>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -42,8 +43,8 @@ std::vector<Item> make_items(int count) {
         items.push_back({id, "bench_key_" + std::to_string(id % 9973) + std::to_string(i),
                          kinds[random() % std::size(kinds)]});
     }
-    items[count / 3].value = std::string("x264");
-    items[count / 2].value = std::string("/media/replay/camera_1/17.mov");
+    items[count / 2].value = std::string("x264");
+    items[count - 1].value = std::string("/media/replay/camera_1/17.mov");
     for (const Item& item : items) {
         zStringID::Default().Add(item.id, item.key.c_str(), false);
     }
@@ -63,7 +64,8 @@ std::vector<Item> shuffled(std::vector<Item> items) {
 
 // One shape for all: Put by id and key, Find gives an int.
 
-class Record {
+template <class Kind>
+class RecordOf {
 public:
     void Put(const Item& item) {
         std::visit([&](const auto& value) { Set(item.id, value); }, item.value);
@@ -81,8 +83,35 @@ private:
     void Set(unsigned long long id, double value) { fRecord.SetDouble(id, value); }
     void Set(unsigned long long id, const std::string& value) { fRecord.SetString(id, value); }
 
-    zRecord fRecord;
+    Kind fRecord;
 };
+
+using Record = RecordOf<zRecord>;
+
+const std::vector<Item> gItems = make_items(30);
+
+/// A record whose first thirteen variables are registered members, as formats have them.
+class Members : public zRecord {
+public:
+    Members() : Members(std::make_index_sequence<kCount>()) {}
+    Members(const Members& source) : Members() { Copy(source, true, true, {}); }
+    Members& operator=(const Members& source) {
+        Copy(source, true, true, {});
+        return *this;
+    }
+
+private:
+    static constexpr std::size_t kCount = 13;
+
+    template <std::size_t... Index>
+    explicit Members(std::index_sequence<Index...>) : fMembers{zVariable(gItems[Index].id)...} {
+        zVariable* pointers[] = {&fMembers[Index]...};
+        RegisterVariables('bnMb', pointers, kCount);
+    }
+    zVariable fMembers[kCount];
+};
+
+using Format = RecordOf<Members>;
 
 /// The number of a value that the rivals find: of an int as it is, of another number converted.
 int number_of(const Value& value) {
@@ -206,6 +235,9 @@ void FindByKey(benchmark::State& state) {
     BENCHMARK_TEMPLATE(function, HashMap)->Arg(5)->Arg(30)->Arg(100);    \
     BENCHMARK_TEMPLATE(function, Map)->Arg(5)->Arg(30)->Arg(100)
 
+BENCHMARK_TEMPLATE(Copy, Format)->Arg(30);
+BENCHMARK_TEMPLATE(Assign, Format)->Arg(30);
+BENCHMARK_TEMPLATE(FindByID, Format)->Arg(30);
 RECORD_BENCH(Copy);
 RECORD_BENCH(Assign);
 RECORD_BENCH(FindByID);

@@ -101,22 +101,19 @@ zStringID::Entry* zStringID::find_entry(unsigned long long id) const {
     }
 }
 
-void zStringID::insert(std::atomic<Table*>& table, Entry* entry, std::size_t hash,
-                       unsigned long long id) {
+/// A table with a free slot for one entry more. Taken before anything changes: memory may be short.
+zStringID::Table& zStringID::room_in(std::atomic<Table*>& table) {
     Table* current = table.load(std::memory_order_relaxed);
-    if (current == nullptr || current->used * 2 >= current->size) {
-        const std::size_t size = current == nullptr ? kFirstTableSize : current->size * 2;
-        Table* grown = new Table(size, current);
-        for (std::size_t i = 0; current != nullptr && i < current->size; ++i) {
-            Entry* moved = current->slots[i].entry.load(std::memory_order_relaxed);
-            const unsigned long long movedID = current->slots[i].id.load(std::memory_order_relaxed);
-            if (moved == nullptr) continue;
-            place(*grown, moved, id == 0 ? moved->hash : hash_of(movedID), movedID);
-        }
-        table.store(grown, std::memory_order_release);
-        current = grown;
+    if (current != nullptr && current->used * 2 < current->size) return *current;
+    const std::size_t size = current == nullptr ? kFirstTableSize : current->size * 2;
+    Table* grown = new Table(size, current);
+    for (std::size_t i = 0; current != nullptr && i < current->size; ++i) {
+        Entry* moved = current->slots[i].entry.load(std::memory_order_relaxed);
+        const unsigned long long id = current->slots[i].id.load(std::memory_order_relaxed);
+        if (moved != nullptr) place(*grown, moved, id == 0 ? moved->hash : hash_of(id), id);
     }
-    place(*current, entry, hash, id);
+    table.store(grown, std::memory_order_release);
+    return *grown;
 }
 
 void zStringID::place(Table& table, Entry* entry, std::size_t hash, unsigned long long id) {
@@ -142,17 +139,20 @@ int zStringID::Add(unsigned long long id, const char* key, bool /*reserved*/) {
     }
     const unsigned long long made = entry->id.load(std::memory_order_relaxed);
     if ((made & kMadeBit) == 0) return -1;
+    Table& byID = room_in(fByID);
     entry->madeID.store(made, std::memory_order_relaxed);
     entry->id.store(id, std::memory_order_release);
-    insert(fByID, entry, hash_of(id), id);
+    place(byID, entry, hash_of(id), id);
     fTwins.fetch_add(1, std::memory_order_release);
     return 0;
 }
 
 void zStringID::make_entry(std::string_view key, std::size_t hash, unsigned long long id) {
+    Table& byID = room_in(fByID);
+    Table& byKey = room_in(fByKey);
     Entry* entry = new Entry{hash, std::string(key), id};
-    insert(fByID, entry, hash_of(id), id);
-    insert(fByKey, entry, hash, 0);
+    place(byID, entry, hash_of(id), id);
+    place(byKey, entry, hash, 0);
 }
 
 unsigned long long zStringID::Find(std::string_view key) const {

@@ -52,9 +52,8 @@ private:
     Entry* find_entry(unsigned long long id) const;
     void make_entry(std::string_view key, std::size_t hash, unsigned long long id)
         SPAR_REQUIRES(fLock);
+    static Table& room_in(std::atomic<Table*>& table);
     // `id` is 0 in the table by key.
-    static void insert(std::atomic<Table*>& table, Entry* entry, std::size_t hash,
-                       unsigned long long id);
     static void place(Table& table, Entry* entry, std::size_t hash, unsigned long long id);
 
     // any thread
