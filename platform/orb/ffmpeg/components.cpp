@@ -10,6 +10,7 @@ namespace Quillon::Orb {
 void RegisterAacCompressor();
 void RegisterAudioFormatConverter();
 void RegisterAudioRateConverter();
+void RegisterPixelConverter();
 
 void RegisterX264();
 void RegisterPlatformCompressor();
@@ -24,6 +25,7 @@ void RegisterBuiltInComponents() {
     RegisterAacCompressor();
     RegisterAudioFormatConverter();
     RegisterAudioRateConverter();
+    RegisterPixelConverter();
     RegisterX264();
     RegisterPlatformCompressor();
     RegisterNvenc();
