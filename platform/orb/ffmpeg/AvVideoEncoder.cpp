@@ -34,7 +34,7 @@ CValueList<unsigned int>* AvVideoEncoder::GetInputFormats() {
 }
 
 Result AvVideoEncoder::Begin() {
-    return say(begin());
+    return fFailures.OfSetUp(begin());
 }
 
 Result AvVideoEncoder::begin() {
@@ -42,6 +42,7 @@ Result AvVideoEncoder::begin() {
     fReady.clear();
     fTimes = FrameTimes();
     fDrained = false;
+    UpdateFlag(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, false);
     const Formats formats = InputFormats();
     Result result = ReadVideoShape(Input(), formats.codes, formats.count, fShape);
     if (result.Failed()) return result;
@@ -72,7 +73,10 @@ Result AvVideoEncoder::describe_output(unsigned int format) {
         RObject<CMpeg4AvcDecoderConfiguration> configuration(new CMpeg4AvcDecoderConfiguration());
         if (!configuration) return ResultOutOfMemory();
         const AVCodecContext& context = *fEncoder.context;
-        Result result = configuration->ParseAnnexB(context.extradata, context.extradata_size);
+        const std::vector<unsigned char>& sets = fEncoder.parameterSets;
+        Result result =
+            sets.empty() ? configuration->ParseAnnexB(context.extradata, context.extradata_size)
+                         : configuration->ParseAnnexB(sets.data(), static_cast<int>(sets.size()));
         if (result.Failed()) {
             return ResultError("%s gives no parameter sets in advance", context.codec->name);
         }
@@ -95,7 +99,7 @@ Result AvVideoEncoder::End() {
     Result result = fDrained ? Result(0) : ProcessSample(nullptr);
     if (result.Succeeded()) result = fetch_ready();
     fEncoder = {};
-    return say(std::move(result));
+    return fFailures.OfSetUp(std::move(result));
 }
 
 Result AvVideoEncoder::check_begun(const CVideoSample* sample) const {
@@ -106,21 +110,21 @@ Result AvVideoEncoder::check_begun(const CVideoSample* sample) const {
 
 Result AvVideoEncoder::ProcessSample(CVideoSample* sample) {
     Result result = check_begun(sample);
-    if (result.Failed()) return say(std::move(result));
+    if (result.Failed()) return fFailures.OfInput(std::move(result));
     if (!sample) {
         if (fDrained) return 0;
         fDrained = true;
-        return say(send(nullptr));
+        return fFailures.OfInput(send(nullptr));
     }
     AvFrame frame(av_frame_alloc());
-    if (!frame) return say(ResultOutOfMemory());
+    if (!frame) return fFailures.OfInput(ResultOutOfMemory());
     result = make_frame(*sample, *frame);
-    if (result.Failed()) return say(std::move(result));
+    if (result.Failed()) return fFailures.OfInput(std::move(result));
     frame->pts = fTimes.Push(sample->GetTime(), sample->GetDuration());
     if (sample->GetHint() & CMediaSample::kHintKeyFrame) frame->pict_type = AV_PICTURE_TYPE_I;
     result = send(frame.get());
     if (result.Failed()) fTimes.Unpush();
-    return say(std::move(result));
+    return fFailures.OfInput(std::move(result));
 }
 
 Result AvVideoEncoder::make_frame(const CVideoSample& sample, AVFrame& frame) {
@@ -166,7 +170,7 @@ Result AvVideoEncoder::ReceiveSample(RObject<CVideoSample>& sample) {
         fReady.pop_front();
         return 0;
     }
-    return fEncoder.context ? say(receive(sample)) : Result(0);
+    return fEncoder.context ? fFailures.OfOutput(receive(sample)) : Result(0);
 }
 
 Result AvVideoEncoder::receive(RObject<CVideoSample>& sample) {
@@ -207,10 +211,6 @@ Result AvVideoEncoder::make_sample(const AVPacket& packet, RObject<CVideoSample>
     made->SetDataReference(reference.Get());
     sample = std::move(made);
     return 0;
-}
-
-Result AvVideoEncoder::say(Result result) {
-    return fFailures.Say(GetOwnerName(), std::move(result));
 }
 
 }  // namespace Quillon::Orb

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <vector>
 
 #include "orb/CByteArray.h"
 #include "orb/CVideoCompressor.h"
@@ -17,6 +18,8 @@ struct AvOpenedEncoder {
     AvContext context;
     AVPixelFormat pixels = AV_PIX_FMT_NONE;  ///< in which frames are handed over in main memory
     bool limitedOnly = false;                ///< the codec cannot say full range
+    /// H.264 behind start codes, where the context has no extradata.
+    std::vector<unsigned char> parameterSets;
     AvBuffer upload;  ///< frames of a device into which pictures are copied; null for none
     bool hardware = false;
 };
@@ -64,7 +67,6 @@ private:
     Result receive(RObject<CVideoSample>& sample);
     Result make_sample(const AVPacket& packet, RObject<CVideoSample>& sample);
     Result describe_output(unsigned int format);
-    Result say(Result result);
 
     AvOpenedEncoder fEncoder;
     AvPictureFeed fFeed;
@@ -74,7 +76,7 @@ private:
     VideoShape fShape;
     bool fAvc = false;      // samples are access units
     bool fDrained = false;  // no more pictures come
-    FailureTrace fFailures;
+    FailureTrace fFailures{*this};
 };
 
 /// The bytes of a packet as an array: its own where the block pool has them, else a copy.

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "orb/BlockPool.h"
+#include "orb/filterSupport.h"
+#include "orb/testSupport.h"
 
 #include "EncoderTestKit.h"
 
@@ -260,6 +262,28 @@ TEST_P(VideoEncoders, UnknownPropertiesAndFormatsAreRefused) {
         compressor->SetProperty(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, true)
             .Failed());
     EXPECT_TRUE(compressor->SetOutputFormat('VP90').Failed());
+}
+
+TEST_P(VideoEncoders, FailuresAreSaidAndARowOfThemOnce) {
+    const Source source = MakeSource();
+    RObject<CVideoCompressor> compressor = Begun(source);
+    ASSERT_TRUE(compressor);
+    RObject<CVideoSample> empty(new CVideoSample(nullptr));
+    TraceCatcher trace;
+    const auto fail = [&] {
+        EXPECT_TRUE(compressor->ProcessSample(empty.Get()).Failed());
+        RObject<CVideoSample> out;
+        EXPECT_EQ(compressor->ReceiveSample(out), 0);
+    };
+    for (int i = 0; i < 5; ++i) fail();
+    EXPECT_EQ(trace.Count(), 1);
+    EXPECT_TRUE(trace.HasLineWith({four_text(GetParam().code).c_str(), "without pixels\n"}));
+    ASSERT_EQ(compressor->ProcessSample(MakeSample(source, 0).Get()), 0);
+    fail();
+    EXPECT_EQ(trace.Count(), 2);
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(compressor->Begin().Failed());
+    EXPECT_EQ(trace.Count(), 5);
+    EXPECT_TRUE(trace.HasLineWith({four_text(GetParam().code).c_str(), "begun already\n"}));
 }
 
 TEST_P(VideoEncoders, ASteadyStreamAsksForNoFreshBlocks) {

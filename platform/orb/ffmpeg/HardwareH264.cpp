@@ -1,6 +1,7 @@
 #include "HardwareH264.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -73,20 +74,13 @@ const char* profile_name(const Family& family, int profile) {
     return profile == 77 ? "main" : "high";
 }
 
-Result open_family(const Family& family, const VideoShape& shape,
-                   const HardwareH264Settings& settings, AvOpenedEncoder& result) {
-    std::string node;
-    if (family.nodes) node = find_node(family);
-    if (family.nodes && node.empty()) return ResultNotSupported("no device %s*", family.nodes);
-    if (shape.IsInterlaced() && !family.interlaced) {
-        return ResultNotSupported("%s takes no interlaced pictures", family.encoder);
-    }
+/// Opens the family's encoder on the node that it needs.
+Result open_encoder(const Family& family, const std::string& node, const VideoShape& shape,
+                    const HardwareH264Settings& settings, AvOpenedEncoder& opened) {
     const bool uploads = family.device != AV_HWDEVICE_TYPE_NONE;
-    AvOpenedEncoder opened;
     Result made = MakeEncoderContext(family.encoder, shape,
                                      uploads ? AV_PIX_FMT_VAAPI : AV_PIX_FMT_NV12, opened.context);
-    if (made.Failed()) return made;
-    if (uploads) made = make_upload_frames(family, node, opened);
+    if (made.Succeeded() && uploads) made = make_upload_frames(family, node, opened);
     if (made.Failed()) return made;
 
     AVCodecContext& context = *opened.context;
@@ -102,18 +96,73 @@ Result open_family(const Family& family, const VideoShape& shape,
     // Each family has its own name for "a forced key picture is an IDR picture".
     options.Set("forced-idr", 1);
     options.Set("forced_idr", 1);
-    made = OpenEncoderContext(context, options);
-    if (made.Failed()) return made;
-    if (context.extradata_size < 1) {
-        return ResultNotSupported("%s gives no parameter sets in advance", family.encoder);
-    }
     opened.pixels = AV_PIX_FMT_NV12;
     opened.hardware = true;
-    result = std::move(opened);
+    return OpenEncoderContext(context, options);
+}
+
+Result open_family(const Family& family, const VideoShape& shape,
+                   const HardwareH264Settings& settings, AvOpenedEncoder& result) {
+    std::string node;
+    if (family.nodes) node = find_node(family);
+    if (family.nodes && node.empty()) return ResultNotSupported("no device %s*", family.nodes);
+    if (shape.IsInterlaced() && !family.interlaced) {
+        return ResultNotSupported("%s takes no interlaced pictures", family.encoder);
+    }
+    AvOpenedEncoder opened;
+    Result made = open_encoder(family, node, shape, settings, opened);
+    if (made.Succeeded() && opened.context->extradata_size < 1) {
+        std::vector<unsigned char> sets;
+        made = LearnParameterSets(opened, sets);
+        opened = {};  // some devices open once at a time
+        if (made.Succeeded()) made = open_encoder(family, node, shape, settings, opened);
+        opened.parameterSets = std::move(sets);
+    }
+    if (made.Succeeded()) result = std::move(opened);
+    return made;
+}
+
+/// A grey picture, on the device where the encoder reads from one.
+Result make_grey_frame(const AvOpenedEncoder& encoder, AvFrame& frame) {
+    AvFrame grey(av_frame_alloc());
+    frame.reset(av_frame_alloc());
+    if (!grey || !frame) return ResultOutOfMemory();
+    grey->format = encoder.pixels;
+    grey->width = encoder.context->width;
+    grey->height = encoder.context->height;
+    if (av_frame_get_buffer(grey.get(), 0) < 0) return ResultOutOfMemory();
+    for (int i = 0; i < AV_NUM_DATA_POINTERS && grey->buf[i]; ++i) {
+        std::memset(grey->buf[i]->data, 128, grey->buf[i]->size);
+    }
+    if (!encoder.upload) {
+        frame = std::move(grey);
+        return 0;
+    }
+    int code = av_hwframe_get_buffer(encoder.upload.get(), frame.get(), 0);
+    if (code >= 0) code = av_hwframe_transfer_data(frame.get(), grey.get(), 0);
+    if (code < 0) return ResultNotSupported("no upload: %s", AvErrorText(code).c_str());
     return 0;
 }
 
 }  // namespace
+
+Result LearnParameterSets(AvOpenedEncoder& encoder, std::vector<unsigned char>& sets) {
+    AvFrame frame;
+    Result made = make_grey_frame(encoder, frame);
+    if (made.Failed()) return made;
+    frame->pts = 0;
+    AVCodecContext* context = encoder.context.get();
+    AvPacket packet(av_packet_alloc());
+    if (!packet) return ResultOutOfMemory();
+    avcodec_send_frame(context, frame.get());
+    avcodec_send_frame(context, nullptr);
+    while (avcodec_receive_packet(context, packet.get()) >= 0) {
+        sets.insert(sets.end(), packet->data, packet->data + packet->size);
+        av_packet_unref(packet.get());
+    }
+    if (sets.empty()) return ResultNotSupported("%s gives nothing", context->codec->name);
+    return 0;
+}
 
 Result OpenHardwareH264(const VideoShape& shape, const HardwareH264Settings& settings,
                         AvOpenedEncoder& opened) {

@@ -24,4 +24,8 @@ Result OpenHardwareH264(const VideoShape& shape, const HardwareH264Settings& set
 Result OpenNvencH264(const VideoShape& shape, const HardwareH264Settings& settings,
                      AvOpenedEncoder& opened);
 
+/// For encoders that tell their parameter sets only within the stream: encodes one grey picture,
+/// which uses the encoder up, and keeps what comes out. ResultNotSupported where nothing does.
+Result LearnParameterSets(AvOpenedEncoder& encoder, std::vector<unsigned char>& sets);
+
 }  // namespace Quillon::Orb

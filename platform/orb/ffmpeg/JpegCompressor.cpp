@@ -42,7 +42,7 @@ CValueList<unsigned int>* JpegCompressor::GetOutputFormats() {
 }
 
 Result JpegCompressor::Begin() {
-    return fFailures.Say(GetOwnerName(), begin());
+    return fFailures.OfSetUp(begin());
 }
 
 Result JpegCompressor::begin() {
@@ -84,7 +84,7 @@ Result JpegCompressor::End() {
 }
 
 Result JpegCompressor::ProcessSample(CVideoSample* sample) {
-    return fFailures.Say(GetOwnerName(), process(sample));
+    return fFailures.OfInput(process(sample));
 }
 
 Result JpegCompressor::process(CVideoSample* sample) {
@@ -137,7 +137,7 @@ Result JpegCompressor::ReceiveSample(RObject<CVideoSample>& sample) {
         fJobs.pop_front();
         if (fTaken > 0) --fTaken;
     }
-    return fFailures.Say(GetOwnerName(), std::move(result));
+    return fFailures.OfOutput(std::move(result));
 }
 
 int JpegCompressor::Main(int, const char**) {

@@ -62,7 +62,7 @@ private:
     // the caller's thread only
     bool fBegun = false;
     bool fDrained = false;
-    FailureTrace fFailures;
+    FailureTrace fFailures{*this};
 
     zMutex fLock;
     zCondition fWork;  // there is a job to take, or fStop

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "orb/filterSupport.h"
 #include "spar/trace.h"
 
 namespace Quillon::Orb {
@@ -12,10 +13,27 @@ int ThreadCount(int wanted, int most) {
     return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, most);
 }
 
-Result FailureTrace::Say(const std::string& owner, Result result) {
-    if (result.Failed() && !fFailing) zTrace("{}: {}\n", owner, result.GetMessage());
+Result FailureTrace::OfSetUp(Result result) {
+    fFailing = false;
+    if (result.Failed()) say(result);
+    return result;
+}
+
+Result FailureTrace::OfInput(Result result) {
+    if (result.Failed() && !fFailing) say(result);
     fFailing = result.Failed();
     return result;
+}
+
+Result FailureTrace::OfOutput(Result result) {
+    if (result.Failed() && !fFailing) say(result);
+    fFailing = fFailing || result.Failed();
+    return result;
+}
+
+void FailureTrace::say(const Result& result) const {
+    const char* message = result.GetMessage();
+    zTrace("{}: {}\n", four_text(fOwner.GetType()), *message ? message : "out of memory");
 }
 
 }  // namespace Quillon::Orb

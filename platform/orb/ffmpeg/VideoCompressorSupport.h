@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include "orb/CComponentInventory.h"
 #include "orb/CVideoCompressor.h"
 
@@ -21,14 +19,21 @@ void AddVideoCompressor() {
 /// processors, at most `most`.
 int ThreadCount(int wanted, int most);
 
-/// Says why a component failed. A source that goes wrong goes wrong for every picture, so that only
-/// the first failure of a row is traced.
+/// Says why a component failed. A source that goes wrong goes wrong for every picture, so that of
+/// pictures that fail in a row only the first is traced.
 class FailureTrace {
 public:
-    /// Gives the result back. A ResultFalse and every other success ends the row.
-    Result Say(const std::string& owner, Result result);
+    explicit FailureTrace(const CVideoCompressor& owner) : fOwner(owner) {}
+
+    // All give the result back.
+    Result OfSetUp(Result result);  ///< always traced; ends the row
+    Result OfInput(Result result);  ///< a picture that went in ends the row
+    Result OfOutput(Result result);
 
 private:
+    void say(const Result& result) const;
+
+    const CVideoCompressor& fOwner;
     bool fFailing = false;
 };
 
