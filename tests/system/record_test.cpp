@@ -98,17 +98,23 @@ protected:
     TestFolder fFolder;
 };
 
-// Frame n of the file lasts from picture n of the input to picture n + 1, to the tick of the file.
-void ExpectSameTimes(const std::string& file, const std::string& input) {
+// Frame n of the file is shown when picture n of the input is, to the tick of the file, and lasts
+// until picture n + 1. Of a codec that reorders, durations belong to decoding and times alone to
+// the show. The damaged clip steps back in time at its very end, where no file can follow.
+void ExpectSameTimes(const std::string& file, const std::string& input, bool reorders) {
     const std::vector<double> want = ProbePictureTimes(input);
     std::vector<PacketTime> have = ProbePackets(file, "v:0");
     std::sort(have.begin(), have.end(),
               [](const PacketTime& a, const PacketTime& b) { return a.time < b.time; });
     ASSERT_EQ(have.size(), want.size());
-    for (std::size_t i = 0; i + 1 < want.size(); ++i) {
+    std::size_t compared = 0;
+    for (; compared + 1 < want.size() && want[compared + 1] > want[compared]; ++compared) {
+        const std::size_t i = compared;
         ASSERT_NEAR(have[i].time - have[0].time, want[i] - want[0], 0.0011) << "frame " << i;
+        if (reorders) continue;
         ASSERT_NEAR(have[i].duration, want[i + 1] - want[i], 0.0011) << "frame " << i;
     }
+    EXPECT_GE(compared + 3, want.size());
 }
 
 TEST_P(RecordedKind, HasTheInputsFramesTimesSoundAndLooks) {
@@ -129,7 +135,7 @@ TEST_P(RecordedKind, HasTheInputsFramesTimesSoundAndLooks) {
     EXPECT_EQ(ProbeStream(file, "v:0", "field_order"), "progressive");
     EXPECT_EQ(ProbeStream(file, "a:0", "sample_rate"), "48000");
     EXPECT_EQ(CountFrames(file), CountFrames(kCup));
-    ExpectSameTimes(file, kCup);
+    ExpectSameTimes(file, kCup, kind.codec == std::string("mpeg2video"));
 
     const double frame = 1000.0 / 26777;
     EXPECT_NEAR(std::atof(ProbeStream(file, "v:0", "duration").c_str()),
@@ -147,7 +153,7 @@ TEST_P(RecordedKind, SurvivesVariableTimesAndDamagedSlices) {
     const ProcessResult run = Record(kBox, file, kind.options);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(CountFrames(file), CountFrames(kBox));
-    ExpectSameTimes(file, kBox);
+    ExpectSameTimes(file, kBox, kind.codec == std::string("mpeg2video"));
     EXPECT_NEAR(std::atof(ProbeStream(file, "v:0", "duration").c_str()),
                 std::atof(ProbeStream(file, "a:0", "duration").c_str()), 0.034);
     // A movie gets a round timescale, an mp4 keeps that of the clip.
