@@ -218,7 +218,7 @@ inline V merge_joined(V both) {
 
 }  // namespace
 
-const PixelKernels kAvx2PixelTable = kTable;
+const PixelKernels gAvx2PixelTable = kTable;
 
 }  // namespace Quillon::Orb
 

@@ -234,7 +234,7 @@ inline V merge_joined(V both) {
 
 }  // namespace
 
-const PixelKernels kAvx512PixelTable = kTable;
+const PixelKernels gAvx512PixelTable = kTable;
 
 }  // namespace Quillon::Orb
 

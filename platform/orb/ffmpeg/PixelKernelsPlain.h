@@ -6,9 +6,9 @@ namespace Quillon::Orb {
 
 // The vectorised tables, where the target has them; whether the processor can run them is for
 // PixelKernels.cpp to ask.
-extern const PixelKernels kSse41PixelTable;
-extern const PixelKernels kAvx2PixelTable;
-extern const PixelKernels kAvx512PixelTable;
+extern const PixelKernels gSse41PixelTable;
+extern const PixelKernels gAvx2PixelTable;
+extern const PixelKernels gAvx512PixelTable;
 
 // The plain row operations with a first pixel: the vectorised sets let them finish what is left of
 // a row, so the neighbours to the left of `first` are real ones. `first` is always even.

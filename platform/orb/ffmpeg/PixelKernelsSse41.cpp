@@ -214,7 +214,7 @@ inline V merge_joined(V both) {
 
 }  // namespace
 
-const PixelKernels kSse41PixelTable = kTable;
+const PixelKernels gSse41PixelTable = kTable;
 
 }  // namespace Quillon::Orb
 

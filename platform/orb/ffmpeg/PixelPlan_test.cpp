@@ -74,24 +74,27 @@ struct Shape {
 
 /// Both odd and even, below and above the widest vector, with rests of every kind.
 constexpr Shape kShapes[] = {
-    {1, 1, PixelScan::Progressive},   {2, 2, PixelScan::Interlaced},
-    {3, 3, PixelScan::Interlaced},    {67, 5, PixelScan::Progressive},
+    {67, 5, PixelScan::Progressive},  {65, 7, PixelScan::Interlaced},
+    {34, 5, PixelScan::TopField},     {33, 4, PixelScan::BottomField},
     {130, 4, PixelScan::Progressive}, {38, 6, PixelScan::Interlaced},
-    {65, 7, PixelScan::Interlaced},   {34, 5, PixelScan::TopField},
-    {33, 4, PixelScan::BottomField},
+    {1, 1, PixelScan::Progressive},   {2, 2, PixelScan::Interlaced},
+    {3, 3, PixelScan::Interlaced},
 };
+constexpr int kAllShapes = sizeof kShapes / sizeof kShapes[0];
+constexpr int kFewShapes = 2;  // of pictures that say nothing new about sizes
 
 class EveryPair : public testing::TestWithParam<unsigned int> {};
 
-/// All targets of one source.
-void check_all(unsigned int from, Fill fill) {
+/// All targets of one source, in the first `shapes` shapes.
+void check_all(unsigned int from, Fill fill, int shapes) {
     int count = 0;
     const unsigned int* codes = AllPixelFormats(count);
     unsigned int seed = 0;
     for (int i = 0; i < count; ++i) {
         for (const PixelColour& fromColour : kColours) {
             for (const PixelColour& toColour : kColours) {
-                for (const Shape& shape : kShapes) {
+                for (int s = 0; s < shapes; ++s) {
+                    const Shape& shape = kShapes[s];
                     const PixelRequest request{from,       codes[i], shape.width, shape.height,
                                                fromColour, toColour, shape.scan};
                     const std::string complaint = complaint_about(request, fill, ++seed);
@@ -103,19 +106,19 @@ void check_all(unsigned int from, Fill fill) {
 }
 
 TEST_P(EveryPair, IsWithinOneCodeOnLegalInput) {
-    check_all(GetParam(), Fill::Legal);
+    check_all(GetParam(), Fill::Legal, kAllShapes);
 }
 
 TEST_P(EveryPair, IsWithinOneCodeOnAnyBytesAndClamps) {
-    check_all(GetParam(), Fill::Random);
+    check_all(GetParam(), Fill::Random, kAllShapes);
 }
 
 TEST_P(EveryPair, IsWithinOneCodeOnRamps) {
-    check_all(GetParam(), Fill::Ramp);
+    check_all(GetParam(), Fill::Ramp, kFewShapes);
 }
 
 TEST_P(EveryPair, ClampsTheExtremes) {
-    check_all(GetParam(), Fill::Extremes);
+    check_all(GetParam(), Fill::Extremes, kFewShapes);
 }
 
 std::vector<unsigned int> all_formats() {

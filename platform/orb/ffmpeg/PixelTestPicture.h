@@ -20,7 +20,7 @@ public:
 
     /// `padding` bytes (or words of 10 bits) behind each row.
     TestPicture(unsigned int code, int width, int height, int padding = 0)
-        : fFormat(*FindPixelFormat(code)), fWidth(width), fHeight(height) {
+        : fFormat(*FindPixelFormat(code)) {
         const int planes = !fFormat.HasChroma() || fFormat.shape == PixelShape::Packed ? 1
                            : fFormat.shape == PixelShape::SemiPlanar                   ? 2
                                                                                        : 3;
@@ -121,8 +121,6 @@ private:
     }
 
     const PixelFormat& fFormat;
-    const int fWidth;
-    const int fHeight;
     std::vector<Plane> fPlanes;
 };
 
