@@ -64,6 +64,8 @@ Result CAssetWriter::Create(unsigned int containerType, CString* path) {
         return ResultError("'%s' cannot be written: %s", path->GetText(), obstacle.c_str());
     }
     fContainer = new CContainerWriter(containerType, path->GetText());
+    // Tracks of a file that was created before stand in that one for good.
+    fTracks.clear();
     return fContainer ? Result(0) : Result(ResultOutOfMemory());
 }
 

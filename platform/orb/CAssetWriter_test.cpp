@@ -67,8 +67,8 @@ TEST_F(CAssetWriterTest, SamplesOfTwoTracksReachTheFile) {
     properties->SetDuration(13 * properties->GetTimescale());
     ASSERT_EQ(0, asset->Begin());
     EXPECT_EQ(Path(), disk.path);
+    EXPECT_TRUE(pictures->IsReady());
     for (int i = 0; i < 5; ++i) {
-        EXPECT_TRUE(pictures->IsReady());
         EXPECT_EQ(0, pictures->WriteSample(
                          fake_picture(i * 1001, 1001, static_cast<unsigned char>(i), 100).Get()));
         EXPECT_EQ(0,
@@ -320,6 +320,26 @@ TEST_F(CAssetWriterTest, BeginThatFailedMayBeTriedAgainWithNewTracks) {
     asset.Clear();
     EXPECT_EQ(0, plan->living);
     EXPECT_EQ(2, plan->ended);
+}
+
+TEST_F(CAssetWriterTest, CreatedAnewItHasNoTracks) {
+    ASSERT_EQ(0, Create());
+    RObject<OpenTrack> old = AddVideo();
+    ASSERT_EQ(0, Create());
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_EQ(1u, disk.tracks.size());
+    EXPECT_TRUE(old->WriteSample(fake_picture(0, 1).Get()).Failed());
+    EXPECT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(1, disk.CountWritten());
+    // And a finished asset can write another file.
+    ASSERT_EQ(0, Create());
+    RObject<OpenTrack> second = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_EQ(0, second->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(2, disk.finished);
 }
 
 TEST_F(CAssetWriterTest, TrackThatDidNotBeginGetsNoPlace) {

@@ -121,7 +121,6 @@ bool MovieQueue::is_track(int track) const {
 }
 
 Result MovieQueue::Push(int track, Sample sample) {
-    const long long now = steady_now();
     zMutexLock held(fLock);
     if (!is_track(track)) return ResultError("the track has no place in %s", fName.c_str());
     Track& place = fTracks[static_cast<std::size_t>(track)];
@@ -135,7 +134,7 @@ Result MovieQueue::Push(int track, Sample sample) {
     place.started = true;
     place.late = false;
     place.nextTime = sample.description.decodeTime + sample.description.duration;
-    place.queue.push_back({std::move(sample), now});
+    place.queue.push_back({std::move(sample), steady_now()});
     fWork.WakeAll();
     return 0;
 }

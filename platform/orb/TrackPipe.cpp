@@ -246,14 +246,14 @@ Result TrackPipe::pass_on_what_is_ready() {
 }
 
 void TrackPipe::note_failure(Result failure) {
-    zTrace("{}: the {} encoder failed: {}\n", queue()->GetName(),
-           fSampleKind == 'vsmp' ? "video" : "audio",
-           *failure.GetMessage() ? failure.GetMessage() : "no reason given");
+    const std::string reason = *failure.GetMessage() ? failure.GetMessage() : "no reason given";
     {
         zMutexLock held(fLock);
         fFailure = std::move(failure);
         fChanged.WakeAll();
     }
+    zTrace("{}: the {} encoder failed: {}\n", queue()->GetName(),
+           fSampleKind == 'vsmp' ? "video" : "audio", reason);
     queue()->Bell().Ring();
 }
 
