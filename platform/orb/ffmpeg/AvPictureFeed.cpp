@@ -4,14 +4,13 @@
 
 #include "orb/BlockPool.h"
 
+#include "PixelConverter.h"
 #include "RawPicture.h"
 
 namespace Quillon::Orb {
 
 namespace {
 
-constexpr int kFirstHdHeight = 720;
-constexpr int kMatrixBt709 = 1;
 constexpr int kRowAlignment = 128;  // so that rows of halved chroma keep 64 bytes
 
 /// What libavcodec calls a raw format; none for those that it has no planes for.
@@ -58,15 +57,28 @@ void set_planes(const PixelImage& image, AVFrame& frame) {
     }
 }
 
-}  // namespace
+/// What the numbers mean on both sides of a conversion. Y, U and V keep their matrix, whichever it
+/// is; only colours of screens need one that can be computed.
+Result read_colours(const VideoShape& shape, bool limitedOnly, PixelRequest& request) {
+    RObject<CVideoProperties> yuv(new CVideoProperties(nullptr));
+    if (!yuv) return ResultOutOfMemory();
+    yuv->SetFormat('I420');
+    yuv->SetHeight(shape.height);
+    yuv->SetColorSpace(shape.colour);
+    PixelColour colour;
+    Result known = ReadPixelColour(*yuv, colour);
 
-PixelColour PixelColourOf(const VideoShape& shape) {
-    const int matrix = shape.colour.GetMatrix();
-    const bool hd = matrix == ColorSpace::kUnspecified ? shape.height >= kFirstHdHeight
-                                                       : matrix == kMatrixBt709;
-    return {hd ? PixelMatrix::Bt709 : PixelMatrix::Bt601,
-            shape.fullRange ? PixelRange::Full : PixelRange::Limited};
+    const PixelFormat* from = FindPixelFormat(shape.format);
+    const bool isRgb = from && from->family == PixelFamily::Rgb;
+    const bool fullTo = shape.fullRange && !limitedOnly;
+    request.fromColour.matrix = colour.matrix;
+    request.toColour.matrix = colour.matrix;
+    request.fromColour.range = isRgb || shape.fullRange ? PixelRange::Full : PixelRange::Limited;
+    request.toColour.range = fullTo ? PixelRange::Full : PixelRange::Limited;
+    return isRgb ? known : Result(0);
 }
+
+}  // namespace
 
 Result AvPictureFeed::Begin(const VideoShape& shape, AVPixelFormat pixels, bool limitedOnly) {
     fShape = shape;
@@ -79,11 +91,8 @@ Result AvPictureFeed::Begin(const VideoShape& shape, AVPixelFormat pixels, bool 
     request.to = target_of(pixels);
     request.width = shape.width;
     request.height = shape.height;
-    request.fromColour = PixelColourOf(shape);
-    request.toColour = request.fromColour;
-    if (limitedOnly) request.toColour.range = PixelRange::Limited;
-    // Colours for screens always use all of their codes; the range speaks of Y, U and V.
-    if (shape.format == 'BGRA') request.fromColour.range = PixelRange::Full;
+    Result result = read_colours(shape, limitedOnly, request);
+    if (result.Failed()) return result;
     request.scan = shape.IsInterlaced() ? PixelScan::Interlaced : PixelScan::Progressive;
     fTarget = FindPixelFormat(request.to);
     fPlan = PixelPlan::Make(request);

@@ -34,8 +34,4 @@ private:
     const PixelFormat* fTarget = nullptr;
 };
 
-/// What the numbers of a picture mean to a conversion. A colour space that says nothing counts as
-/// what pictures of that size usually have: BT.709 from 720 lines up, else BT.601.
-PixelColour PixelColourOf(const VideoShape& shape);
-
 }  // namespace Quillon::Orb

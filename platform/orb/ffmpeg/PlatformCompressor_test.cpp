@@ -275,6 +275,24 @@ TEST(PlatformCompressor, ColoursOfAScreenArriveIn4444) {
     for (const double total : sum) EXPECT_LT(total / (source.width * source.height), 1.0);
 }
 
+TEST(PlatformCompressor, MatricesThatNobodyHereComputesGoThroughUntouchedOrNotAtAll) {
+    constexpr unsigned char kBt2020 = 9;
+    const ColorSpace wide(kBt2020, 1, kBt2020);
+    Source source = source_of('UYVY');
+    source.colour = wide;
+    const Stream stream = encode(source, 'apch', 2);
+    const Decoded decoded = Decode(*stream.output, stream.samples);
+    ASSERT_EQ(decoded.frames.size(), 2u);
+    EXPECT_EQ(decoded.frames[1]->colorspace, kBt2020);
+    EXPECT_GE(LumaPsnr(*decoded.frames[1], source, 1), 45);
+
+    source.format = 'BGRA';
+    RObject<CVideoCompressor> compressor = MakeCompressor('vtbx');
+    compressor->SetOutputFormat('apch');
+    compressor->SetInputProperties(source.Properties().Get());
+    EXPECT_EQ(compressor->Begin(), ResultNotSupported::kCode);
+}
+
 TEST(PlatformCompressor, ChromaOfFieldsStaysInItsField) {
     // Every second line of a picture in 4:2:0 belongs to another moment: chroma that strayed to the
     // other field would be far off, where the fields have opposite colours.

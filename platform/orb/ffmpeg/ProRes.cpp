@@ -43,11 +43,11 @@ int aspect_code(const AVCodecContext& context) {
     if (pixel.num == pixel.den) return 1;
     const long long across = static_cast<long long>(context.width) * pixel.num;
     const long long down = static_cast<long long>(context.height) * pixel.den;
-    const auto is_about = [&](int x, int y) {
+    const auto isAbout = [&](int x, int y) {
         return std::llabs(across * y - down * x) * 33 <= down * x;
     };
-    if (is_about(4, 3)) return 2;
-    return is_about(16, 9) ? 3 : 0;
+    if (isAbout(4, 3)) return 2;
+    return isAbout(16, 9) ? 3 : 0;
 }
 
 }  // namespace
