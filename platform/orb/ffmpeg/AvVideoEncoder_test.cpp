@@ -23,14 +23,25 @@ struct Road {
 };
 
 const Road kRoads[] = {
-    {"x264", 'h264', 'h264', 'I420', 34},           {"x264FromNv12", 'h264', 'avc1', 'NV12', 34},
-    {"x264FromYv12", 'h264', 'h264', 'YV12', 34},   {"PlatformH264", 'vtbx', 'h264', 'NV12', 34},
-    {"ProResProxy", 'vtbx', 'apco', 'UYVY', 36},    {"ProResLt", 'vtbx', 'apcs', 'UYVY', 40},
-    {"ProRes", 'vtbx', 'apcn', 'YUYV', 43},         {"ProResHq", 'vtbx', 'apch', 'UYVY', 45},
-    {"ProResHqPlanar", 'vtbx', 'apch', 'I422', 45}, {"ProResHqFrom420", 'vtbx', 'apch', 'I420', 45},
-    {"ProRes4444", 'vtbx', 'ap4h', 'UYVY', 45},     {"MotionJpeg", 'mjpg', 'jpeg', 'I420', 38},
-    {"MotionJpeg422", 'mjpg', 'jpeg', 'I422', 38},  {"MotionJpegYv16", 'mjpg', 'jpeg', 'YV16', 38},
-    {"MotionJpegGrey", 'mjpg', 'jpeg', 'GREY', 38}, {"Mpeg2", 'mcm2', 'mp2v', 'I420', 34},
+    {"x264", 'h264', 'h264', 'I420', 34},
+    {"x264FromNv12", 'h264', 'avc1', 'NV12', 34},
+    {"x264FromYv12", 'h264', 'h264', 'YV12', 34},
+    {"PlatformH264", 'vtbx', 'h264', 'NV12', 34},
+    {"PlatformH264FromUyvy", 'vtbx', 'avc1', 'UYVY', 34},
+    {"PlatformH264FromI420", 'vtbx', 'h264', 'I420', 34},
+    {"PlatformH264FromYv16", 'vtbx', 'h264', 'YV16', 34},
+    {"ProResProxy", 'vtbx', 'apco', 'UYVY', 36},
+    {"ProResLt", 'vtbx', 'apcs', 'UYVY', 40},
+    {"ProRes", 'vtbx', 'apcn', 'YUYV', 43},
+    {"ProResHq", 'vtbx', 'apch', 'UYVY', 45},
+    {"ProResHqPlanar", 'vtbx', 'apch', 'I422', 45},
+    {"ProResHqFrom420", 'vtbx', 'apch', 'I420', 45},
+    {"ProRes4444", 'vtbx', 'ap4h', 'UYVY', 45},
+    {"MotionJpeg", 'mjpg', 'jpeg', 'I420', 38},
+    {"MotionJpeg422", 'mjpg', 'jpeg', 'I422', 38},
+    {"MotionJpegYv16", 'mjpg', 'jpeg', 'YV16', 38},
+    {"MotionJpegGrey", 'mjpg', 'jpeg', 'GREY', 38},
+    {"Mpeg2", 'mcm2', 'mp2v', 'I420', 34},
     {"Mpeg2FromYv12", 'mcm2', 'mp2v', 'YV12', 34},
 };
 

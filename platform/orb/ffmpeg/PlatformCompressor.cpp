@@ -13,8 +13,13 @@ namespace Toolbox = CodeBookProperty::VideoToolboxCompressor;
 using CodeBookProperty::VideoCompressor::BitRate;
 using CodeBookProperty::VideoCompressor::Threads;
 
-// One format for H.264, since hardware takes no other without a copy.
-constexpr unsigned int kH264Formats[] = {kHardwareFormat};
+// The same formats for all outputs, in another order: hosts ask what goes in before they say for
+// the last time what shall come out.
+//
+// Hardware reads NV12 alone. What else comes is worked over once in here, which costs what the
+// converter in front would.
+constexpr unsigned int kH264Formats[] = {kHardwareFormat, 'I420', 'YV12', 'UYVY',
+                                         'YUYV',          'I422', 'YV16', 'BGRA'};
 // ProRes wants 10 bits, so that every format is worked over once: packed 4:2:2 has the least to do,
 // and what has its chroma computed gets two more bits of it than by way of an 8-bit format.
 constexpr unsigned int kProResFormats[] = {'UYVY', 'YUYV', 'I422', 'YV16',
@@ -58,7 +63,7 @@ protected:
 
     Formats InputFormats() const override {
         if (IsProRes(GetOutputFormat())) return {kProResFormats, 8};
-        return {kH264Formats, 1};
+        return {kH264Formats, 8};
     }
     unsigned int DefaultOutputFormat() const override { return 'h264'; }
 

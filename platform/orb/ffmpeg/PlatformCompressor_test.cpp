@@ -97,15 +97,17 @@ TEST(PlatformCompressor, FormatsFollowTheOutput) {
     for (const unsigned int format : {'h264', 'avc1', 'apco', 'apcs', 'apcn', 'apch', 'ap4h'}) {
         EXPECT_TRUE(outputs->HasValue(format));
     }
+    unsigned int first = 0;
     RObject<CValueList<unsigned int>> forH264(compressor->GetInputFormats());
-    EXPECT_TRUE(forH264->HasValue('NV12'));
+    forH264->GetValue(0, first);
+    EXPECT_EQ(first, static_cast<unsigned int>('NV12'));
     compressor->SetOutputFormat('apch');
     RObject<CValueList<unsigned int>> forProRes(compressor->GetInputFormats());
     for (const unsigned int format :
          {'UYVY', 'YUYV', 'I422', 'YV16', 'I420', 'YV12', 'NV12', 'BGRA'}) {
         EXPECT_TRUE(forProRes->HasValue(format));
+        EXPECT_TRUE(forH264->HasValue(format));
     }
-    unsigned int first = 0;
     forProRes->GetValue(0, first);
     EXPECT_EQ(first, static_cast<unsigned int>('UYVY'));
 }
@@ -124,6 +126,18 @@ TEST(PlatformCompressor, ATrackListsWhatItsOwnOutputWants) {
         ASSERT_EQ(formats->GetValue(0, first), 0);
         EXPECT_EQ(first, row.first);
     }
+}
+
+TEST(PlatformCompressor, TheOutputMayChangeAfterTheInputWasChosen) {
+    const Source source = source_of('YUYV');
+    RObject<CVideoCompressor> compressor = MakeCompressor('vtbx');
+    ASSERT_EQ(compressor->SetOutputFormat('apcn'), 0);
+    RObject<CValueList<unsigned int>> formats(compressor->GetInputFormats());
+    ASSERT_TRUE(formats->HasValue(source.format));
+    const Stream stream = encode(*compressor, source, 'avc1', 3);
+    const Decoded decoded = Decode(*stream.output, stream.samples);
+    ASSERT_EQ(decoded.frames.size(), 3u);
+    EXPECT_GE(LumaPsnr(*decoded.frames[2], source, 2), 34);
 }
 
 TEST(PlatformCompressor, H264ProfilesAreSeenInTheStream) {

@@ -30,7 +30,8 @@ Result check(const VideoShape& shape, const X264Settings& settings) {
 Result OpenX264(const VideoShape& shape, const X264Settings& settings, AvOpenedEncoder& opened) {
     Result result = check(shape, settings);
     if (result.Failed()) return result;
-    const AVPixelFormat pixels = shape.format == 'NV12' ? AV_PIX_FMT_NV12 : AV_PIX_FMT_YUV420P;
+    const bool isPlanar = shape.format == 'I420' || shape.format == 'YV12';
+    const AVPixelFormat pixels = isPlanar ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_NV12;
     result = MakeEncoderContext("libx264", shape, pixels, opened.context);
     if (result.Failed()) return result;
     opened.pixels = pixels;

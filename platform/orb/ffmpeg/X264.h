@@ -16,7 +16,7 @@ struct X264Settings {
     int keyFrameInterval = 60;
 };
 
-/// Opens libx264 for pictures of the shape's own format.
+/// Opens libx264: for planar 4:2:0 as it comes, else for NV12.
 ///
 /// A rate is kept over any second: the buffer that a decoder fills at the maximum rate holds one
 /// second, which is what a live line and the padding of strict rates want. Parameter sets stand in
