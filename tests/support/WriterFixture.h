@@ -29,7 +29,7 @@ public:
     EncodedBufferTiming GetTiming() override { return fTiming; }
     CPixelDataReference* GetPixelData() override {
         if (!hasPixels) return nullptr;
-        const RObject<CByteArray> bytes(new CByteArray(kWidth * 2 * kHeight, 1));
+        const RObject<CByteArray> bytes(new CByteArray(kWidth * 2 * kHeight * 2, 1));
         std::memset(bytes->GetData(), 128, static_cast<std::size_t>(bytes->GetLength()));
         return new CPixelBufferDataReference(bytes.Get(), kWidth, kHeight, kWidth * 2);
     }
