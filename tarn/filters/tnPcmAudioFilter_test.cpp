@@ -1,0 +1,164 @@
+#include "tarn/filters/tnPcmAudioFilter.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <numeric>
+#include <vector>
+
+#include "tarn/filters/tnPcmAudioFilterBuffer.h"
+
+namespace {
+
+using Buffer = tnAudioCompressor::EncodedBuffer;
+
+constexpr double kThirtieth = 33.333333333333336;
+
+tnMediaRecord format_of(int rate, int channels = 2, int bits = 16) {
+    tnMediaRecord record(TN_MEDIA_AUDIO);
+    record.MakeDefaultAudioFormat();
+    record.fSampleRate.SetInt32(rate);
+    record.fChannels.SetInt32(channels);
+    record.fBitsPerSample.SetInt32(bits);
+    return record;
+}
+
+struct Outcome {
+    int result = 0;
+    std::shared_ptr<Buffer> buffer;
+};
+
+Outcome encode(tnPcmAudioFilter& filter, std::vector<unsigned char> block, double time = 12.5) {
+    // Not null, so that a failure that leaves it alone is seen.
+    tnPcmAudioFilterBuffer stale(0, 0);
+    Buffer* out = &stale;
+    const int result =
+        filter.EncodeFrame(&out, time, block.data(), static_cast<unsigned int>(block.size()));
+    EXPECT_NE(out, &stale);
+    return {result, std::shared_ptr<Buffer>(out, [](Buffer* made) {
+                if (made) made->Release();
+            })};
+}
+
+TEST(PcmAudioFilterBuffer, HasOnePacketThatAnswersToEveryIndex) {
+    tnPcmAudioFilterBuffer buffer(41.5, 10);
+    EXPECT_EQ(buffer.CodecType(), 0);
+    EXPECT_EQ(buffer.PacketCount(), 1);
+    for (const int packet : {-1, 0, 1, 3}) {
+        EXPECT_EQ(buffer.PacketSize(packet), 40u);
+        EXPECT_EQ(buffer.PacketData(packet), buffer.PacketData(0));
+        EXPECT_EQ(buffer.Timestamp(packet), 41.5);
+        EXPECT_EQ(buffer.DurationMilli(packet), kThirtieth);
+        EXPECT_EQ(buffer.SampleCount(packet), 10u);
+        EXPECT_EQ(buffer.AudioSample(packet), nullptr);
+    }
+    EXPECT_EQ(buffer.fTimestamps, std::vector<long long>(32, -1));
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(buffer.PacketData(0)[i], 0);
+}
+
+TEST(PcmAudioFilter, StartsEmptyAndHasNoDescription) {
+    tnPcmAudioFilter filter;
+    EXPECT_EQ(filter.InputFormat().fSampleRate.AsInt32(-1), -1);
+    EXPECT_EQ(filter.FramesPerPacket(), 0);
+    EXPECT_EQ(filter.DecoderInfo(), nullptr);
+    filter.SetOutputFormat(format_of(48000));
+    EXPECT_EQ(filter.OutputFormat().fSampleRate.AsInt32(0), 48000);
+}
+
+// A block is a thirtieth of a second in whole frames of four bytes, and nothing else.
+TEST(PcmAudioFilter, TakesBlocksOfExactlyAThirtiethOfASecond) {
+    const struct {
+        int rate;
+        unsigned int bytes;
+        int result;
+        unsigned int frames;
+    } rows[] = {
+        {48000, 6400, 0, 1600}, {48000, 6396, -1, 0},   {48000, 6404, -1, 0}, {48000, 0, -1, 0},
+        {44100, 5880, 0, 1470}, {32000, 4264, 0, 1066}, {32000, 4268, -1, 0}, {29, 0, 0, 0},
+        {29, 4, -1, 0},         {30, 4, 0, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.rate << " Hz, " << row.bytes << " bytes");
+        tnPcmAudioFilter filter;
+        filter.SetOutputFormat(format_of(row.rate));
+        ASSERT_TRUE(filter.CreateFilter(format_of(row.rate)));
+        std::vector<unsigned char> block(row.bytes);
+        std::iota(block.begin(), block.end(), static_cast<unsigned char>(1));
+        const Outcome outcome = encode(filter, block);
+        EXPECT_EQ(outcome.result, row.result);
+        ASSERT_EQ(outcome.buffer != nullptr, row.result == 0);
+        if (row.result != 0) continue;
+        EXPECT_EQ(outcome.buffer->SampleCount(0), row.frames);
+        EXPECT_EQ(outcome.buffer->PacketSize(0), row.bytes);
+        EXPECT_EQ(outcome.buffer->Timestamp(0), 12.5);
+        EXPECT_EQ(outcome.buffer->DurationMilli(0), kThirtieth);
+        const unsigned char* data = outcome.buffer->PacketData(0);
+        EXPECT_TRUE(std::equal(block.begin(), block.end(), data));
+    }
+}
+
+TEST(PcmAudioFilter, ADifferenceThatNeedsNoConversionPassesThrough) {
+    tnMediaRecord output = format_of(48000);
+    output.SetCString('mcon', "PCM");
+    output.SetInt32('mtbr', 1);
+    tnPcmAudioFilter filter;
+    EXPECT_EQ(filter.Create(format_of(48000), output), 0);
+    EXPECT_EQ(encode(filter, std::vector<unsigned char>(6400)).result, 0);
+}
+
+// At equal rates there is room for 30 frames of four bytes, 120 bytes, whatever the block holds.
+//
+//     in      stereo, 240 bytes = 60 frames      60 frames of mono, 120 bytes: they fit
+//     in      stereo, 244 bytes = 61 frames      122 bytes: they do not
+TEST(PcmAudioFilter, ABlockThatConvertsIsDroppedAndOneThatFailsGoesOnInSilence) {
+    const struct {
+        int rate;
+        unsigned int bytes;
+        int result;
+    } rows[] = {
+        {48000, 240, -1},
+        {48000, 244, 0},
+        {48000, 6400, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes);
+        tnPcmAudioFilter filter;
+        ASSERT_EQ(filter.Create(format_of(row.rate), format_of(row.rate, 1)), 0);
+        const Outcome outcome = encode(filter, std::vector<unsigned char>(row.bytes, 0x11));
+        EXPECT_EQ(outcome.result, row.result);
+        ASSERT_EQ(outcome.buffer != nullptr, row.result == 0);
+        if (row.result != 0) continue;
+        EXPECT_EQ(outcome.buffer->SampleCount(0), 0u) << "the converter reports none";
+        EXPECT_EQ(outcome.buffer->PacketSize(0), 0u);
+        EXPECT_EQ(outcome.buffer->PacketCount(), 1);
+        EXPECT_EQ(outcome.buffer->DurationMilli(0), kThirtieth);
+        for (int i = 0; i < 120; ++i) EXPECT_EQ(outcome.buffer->PacketData(0)[i], 0);
+    }
+}
+
+TEST(PcmAudioFilter, AConverterThatCannotDoTheFormatsFailsTheCreationAndStays) {
+    tnPcmAudioFilter filter;
+    filter.SetOutputFormat(format_of(48000, 2, 16));
+    EXPECT_FALSE(filter.CreateFilter(format_of(48000, 2, 24)));
+    EXPECT_EQ(filter.InputFormat().fBitsPerSample.AsInt32(0), 24);
+    // It goes on as any converter that fails.
+    EXPECT_EQ(encode(filter, std::vector<unsigned char>(9600)).result, 0);
+}
+
+TEST(PcmAudioFilter, CreatingAgainWithEqualFormatsTakesTheConverterAway) {
+    tnPcmAudioFilter filter;
+    ASSERT_EQ(filter.Create(format_of(48000), format_of(48000, 1)), 0);
+    ASSERT_EQ(filter.Create(format_of(48000), format_of(44100)), 0);
+    ASSERT_EQ(filter.Create(format_of(48000), format_of(48000)), 0);
+    EXPECT_EQ(encode(filter, std::vector<unsigned char>(6400)).result, 0);
+}
+
+TEST(PcmAudioFilter, AnInputWithoutARateMakesEmptyBlocks) {
+    // An input without a rate has no ratio: no room, and no division by nothing.
+    tnPcmAudioFilter filter;
+    filter.Create(format_of(0), format_of(48000));
+    const Outcome outcome = encode(filter, std::vector<unsigned char>(400));
+    ASSERT_NE(outcome.buffer, nullptr);
+    EXPECT_EQ(outcome.buffer->PacketSize(0), 0u);
+}
+
+}  // namespace
