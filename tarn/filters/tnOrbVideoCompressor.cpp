@@ -132,11 +132,9 @@ OrbVideoBuffer* tnOrbVideoCompressor::create_compressed_buffer(
 unsigned int tnOrbVideoCompressor::encoder_input_format_for_colorspace(unsigned int wanted) {
     const RObject<CValueList<unsigned int>> formats(fEncoder->GetInputFormats());
     if (!formats) return 0;
-    unsigned int format = 0;
-    for (int i = 0; formats->GetValue(i, format).Succeeded(); ++i) {
-        if (format == wanted) return wanted;
-    }
-    return formats->GetValue(0, format).Succeeded() ? format : 0;
+    if (formats->HasValue(wanted)) return wanted;
+    unsigned int first = 0;
+    return formats->GetValue(0, first).Succeeded() ? first : 0;
 }
 
 unsigned int tnOrbVideoCompressor::encoder_output_format() {
@@ -258,7 +256,11 @@ void tnOrbVideoCompressor::offer_defaults(const Properties& input) {
     if (output) output->SetFormat(format);
     fEncoder->CTransformFilterT<CVideoFilter>::SetInputProperties(&input);
     fEncoder->SetProperties(output.Get());
-    fEncoder->SetOutputFormat(format);
+    const RObject<CValueList<unsigned int>> given(fEncoder->GetOutputFormats());
+    // One that lists others would refuse, and trace it, which nobody needs to read.
+    if (!given || given->GetCount() == 0 || given->HasValue(format)) {
+        fEncoder->SetOutputFormat(format);
+    }
 }
 
 void tnOrbVideoCompressor::trace_configuration(const tnMediaRecord& input,
