@@ -15,6 +15,7 @@
 #include "tarn/filters/tnOrbProResVideoCompressor.h"
 #include "tarn/filters/tnPcmAudioFilter.h"
 #include "tarn/filters/tnX264VideoCompressor.h"
+#include "tarn/foundation/tnRasterType.h"
 
 #include "tests/support/AvCodecs.h"
 #include "tests/support/filterDoubles.h"
@@ -39,7 +40,7 @@ tnMediaRecord video_of(unsigned int raster) {
     record.fWidth.SetInt32(kWidth);
     record.fHeight.SetInt32(kHeight);
     record.fColourspace.SetInt32(static_cast<int>(raster));
-    record.fBytesPerRow.SetInt32(raster == '2vuy' ? kWidth * 2 : kWidth);
+    record.fBytesPerRow.SetInt32(tnRasterType::ActiveBytesPerRow(kWidth, static_cast<int>(raster)));
     record.SetInt64('tmsc', 30000);
     record.SetUInt64('dura', 1001);
     record.SetFloat('mfps', 29.97f);
@@ -476,8 +477,16 @@ class RealCodecs : public testing::TestWithParam<RealCodec> {};
 std::string name_of(const testing::TestParamInfo<RealCodec>& row) {
     std::string name = row.param.name;
     std::erase_if(name, [](char c) { return !std::isalnum(c); });
-    const unsigned int raster = row.param.raster;
-    return name + (raster == '2vuy' ? "From422" : raster == 'NV12' ? "FromNv12" : "From420");
+    switch (row.param.raster) {
+        case '2vuy':
+            return name + "From422";
+        case 'rgb ':
+            return name + "FromRgb";
+        case 'NV12':
+            return name + "FromNv12";
+        default:
+            return name + "From420";
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Straight, RealCodecs,
@@ -490,11 +499,20 @@ INSTANTIATE_TEST_SUITE_P(Straight, RealCodecs,
                                          RealCodec{"ProRes", 'I420', AV_CODEC_ID_PRORES, false}),
                          name_of);
 
+INSTANTIATE_TEST_SUITE_P(Converted, RealCodecs,
+                         testing::Values(RealCodec{"x264", '2vuy', AV_CODEC_ID_H264, true},
+                                         RealCodec{"x264", 'rgb ', AV_CODEC_ID_H264, true},
+                                         RealCodec{"Video Toolbox H.264", 'I420', AV_CODEC_ID_H264,
+                                                   true},
+                                         RealCodec{"MJPEG", '2vuy', AV_CODEC_ID_MJPEG, false}),
+                         name_of);
+
 TEST_P(RealCodecs, DecodeFrameByFrame) {
     constexpr int kPictures = 50;
     Road road(request_of(GetParam().name), GetParam().raster);
-    const std::size_t size =
-        GetParam().raster == '2vuy' ? kWidth * kHeight * 2 : kWidth * kHeight * 3 / 2;
+    const int raster = static_cast<int>(GetParam().raster);
+    const auto size = static_cast<std::size_t>(tnRasterType::ActiveBytesPerRow(kWidth, raster) *
+                                               tnRasterType::RowCount(kHeight, raster));
     for (int i = 0; i < kPictures; ++i) {
         std::vector<unsigned char> picture = avCodecs::MovingI420(kWidth, kHeight, i);
         picture.resize(size, 128);
