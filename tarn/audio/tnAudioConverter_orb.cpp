@@ -6,6 +6,7 @@
 #include "orb/CAudioConverter.h"
 #include "orb/CComponentInventory.h"
 #include "orb/CodeBookProperty.h"
+#include "spar/zMemory.h"
 #include "tarn/audio/tnOrbAudio.h"
 
 using namespace Quillon::Orb;
@@ -162,7 +163,7 @@ int tnAudioConverter_orb::Convert(void* in, void* out, unsigned int inBytes, uns
         result = deliver_mixed(in, out, inBytes, mixBytes, outCapacity, outFrames, outBytes);
     }
     if (result != 0) {
-        std::memset(out, 0, outCapacity);  // a caller never hears stale audio
+        zZeroMemory(out, outCapacity);  // a caller never hears stale audio
         return -1;
     }
     return 0;
