@@ -18,8 +18,8 @@ namespace Quillon::Orb {
 /// far, with a switch of its own. Showing that one turns the old switch into the head of an mdat
 /// box, in which the old index, the old media data and its head are payload that nothing points to.
 ///
-/// The caller orders the writes: Prepare, sync, Show, sync, Shown. Prepare and Shown under the lock
-/// that guards the movie's tables; Show and the syncs without it.
+/// One thread at a time uses it, and orders the writes: Prepare, sync, Show, sync, Shown. Prepare
+/// reads the movie's tables, under the lock that guards them; the others do not need it.
 class MovieIndex {
 public:
     static constexpr long long kAlignment = 4096;
@@ -36,7 +36,8 @@ public:
     int Prepare(long long& end);
     /// Lets the prepared state show.
     int Show();
-    /// The shown state is durable: gives back what the one before it held alone.
+    /// The shown state is durable: gives back what the one before it held alone. May take as long
+    /// as the file system needs for that.
     int Shown();
 
     /// Gives the media data, which ends at `end`, its size. The last state has been shown.

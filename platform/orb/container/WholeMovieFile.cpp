@@ -171,12 +171,14 @@ int WholeMovieFile::show(MovieIndex& index) {
     int error = fFile->Sync();
     if (error == 0) error = index.Show();
     if (error == 0) error = fFile->Sync();
-    zMutexLock held(fLock);
-    if (error != 0) {
-        fFrozen = true;
-        return error;
+    {
+        zMutexLock held(fLock);
+        if (error != 0) {
+            fFrozen = true;
+            return error;
+        }
+        fSecondsShown = fSecondsPrepared;
     }
-    fSecondsShown = fSecondsPrepared;
     return index.Shown();
 }
 
