@@ -11,7 +11,7 @@ namespace Quillon::Orb {
 /// to the media data.
 ///
 /// A slot is only written while it is hidden. What an earlier turn wrote stays: a turn adds the
-/// entries that are new, and writes the small boxes again.
+/// entries that are new, and of the small boxes those that have changed.
 class IndexSlot {
 public:
     /// `dataHeader` is where the media data's box starts, to which the free box reaches.
@@ -21,9 +21,6 @@ public:
     const IndexLayout& Layout() const { return fLayout; }
     /// Bytes of the moov box, once Update has run.
     long long MoovSize() const { return fMoovSize; }
-    /// True when the last Update wrote all that there was.
-    bool IsUpToDate() const { return fUpToDate; }
-
     /// Brings the slot up to date with `movie`, which it must hold, writing at most `budget` old
     /// and new entries. 0 or a negative errno; after a failure the next turn writes the rest.
     int Update(FileLayer& file, const Movie& movie, long long& budget);
@@ -33,20 +30,27 @@ private:
                     long long& budget);
     int write_room(FileLayer& file, const BoxWriter::Gap& gap);
     int write_boxes(FileLayer& file, const BoxWriter& moov);
-    int reserve(FileLayer& file, const BoxWriter::Gap& gap, long long end);
 
-    struct Progress {
-        long long written = 0;   // entries that stand in the file for good
-        long long reserved = 0;  // up to here, in the file, the table's blocks are taken
+    /// What of one table stands in the file.
+    struct Written {
+        long long entries = 0;  // for good
+        bool isRoom = false;    // a free box in its place
+        bool ended = false;     // with the header and tail below
+        int tailSize = 0;
+        unsigned char header[TableView::kLargestHeader];
+        unsigned char tail[TableView::kLargestTail];
+
+        void SetEnd(const TableView& view);
+        bool HasEnd(const TableView& view) const;
     };
 
     const long long fPosition;
     const long long fDataHeader;
     const IndexLayout fLayout;
-    std::vector<Progress> fProgress;
-    std::vector<FileSpan> fSpans;  // kept for its memory
+    std::vector<Written> fWritten;
+    std::vector<unsigned char> fBoxes;  // as written last, without the tables
+    std::vector<FileSpan> fSpans;       // kept for its memory
     long long fMoovSize = 0;
-    bool fUpToDate = false;
 };
 
 }  // namespace Quillon::Orb

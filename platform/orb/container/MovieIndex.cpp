@@ -82,6 +82,9 @@ std::unique_ptr<MovieIndex::Pair> MovieIndex::make_pair_at(const Region& region,
     pair->slotSize = slotSize;
     pair->slots[0] = std::make_unique<IndexSlot>(position, region.data, layout);
     pair->slots[1] = std::make_unique<IndexSlot>(position + slotSize, region.data, layout);
+    // With blocks of its own a pair takes a last checkpoint on a disk that media data has filled,
+    // and they lie side by side. Where there are none for it now there may be later.
+    (void)!fFile.Reserve(position, 2 * slotSize);
     return pair;
 }
 

@@ -26,8 +26,8 @@ struct TableView {
     const TableBytes* entries = nullptr;
     int headerSize = 0;
     int tailSize = 0;  ///< bytes
-    unsigned char header[kLargestHeader];
-    unsigned char tail[kLargestTail];
+    unsigned char header[kLargestHeader] = {};
+    unsigned char tail[kLargestTail] = {};
 
     long long EntriesWithTail() const { return entries->Count() + tailSize / entries->EntrySize(); }
 };
