@@ -9,6 +9,7 @@
 #include "tarn/foundation/tnOutputAccessor.h"
 #include "tarn/foundation/tnOutputAnnotations.h"
 #include "tarn/foundation/tnUtils.h"
+#include "tarn/replay/tnReplayManifest.h"
 
 namespace {
 
@@ -73,11 +74,13 @@ void tnTarn::boot_Startup() {
     string_defines();
     zErrCodeManager::RegisterCodeRange(kErrorCode, kErrorCode, "tarn errors");
     TCache<bool>::Singleton();
+    tnReplayManifest::Startup();
     tnFilterManager::Startup();
 }
 
 void tnTarn::boot_Shutdown() {
     tnFilterManager::Shutdown();
+    tnReplayManifest::Shutdown();
     tnUtils::Shutdown();
 }
 

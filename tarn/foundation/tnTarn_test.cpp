@@ -8,6 +8,7 @@
 #include "spar/zRecord.h"
 #include "spar/zStringID.h"
 #include "tarn/foundation/TCache.h"
+#include "tarn/replay/tnReplayManifest.h"
 
 namespace {
 
@@ -98,8 +99,12 @@ TEST(tnTarn, BootStartsAndStopsTheModule) {
     EXPECT_STRNE(zErrCodeManager::RangeName(-1001), "tarn errors");
     EXPECT_STRNE(zErrCodeManager::RangeName(-999), "tarn errors");
     EXPECT_TRUE(TCache<bool>::Exists());
+    EXPECT_NE(tnReplayManifest::fManifests, nullptr);
+    EXPECT_NE(tnReplayManifest::fManifestsCritical, nullptr);
     zBoot::StopAll();
     EXPECT_FALSE(TCache<bool>::Exists());
+    EXPECT_EQ(tnReplayManifest::fManifests, nullptr);
+    EXPECT_EQ(tnReplayManifest::fManifestsCritical, nullptr);
     EXPECT_EQ(zBoot::StartAll(), 0);  // comes up again
     zBoot::StopAll();
 }
