@@ -15,14 +15,17 @@ function(tarn_shared name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "FOLDERS;LINKS")
     add_library(${name} SHARED)
     set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION}
-                                             SOVERSION ${PROJECT_VERSION_MAJOR})
+                                             SOVERSION ${PROJECT_VERSION_MAJOR}
+                                             # An installed tree finds its own libraries wherever it is put.
+                                             INSTALL_RPATH "$ORIGIN")
     target_link_libraries(${name} PRIVATE ${arg_FOLDERS} PUBLIC ${arg_LINKS})
     # The raw -Wl keeps an unresolved symbol from surviving until load time.
     if(NOT TARN_SANITIZE)
         target_link_options(${name} PRIVATE "LINKER:--no-undefined")
     endif()
     target_include_directories(${name} INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform>"
-                               "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>" "$<INSTALL_INTERFACE:include>")
+                               "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>"
+                               "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
 endfunction()
 
 function(tarn_test name)
