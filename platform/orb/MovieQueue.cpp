@@ -68,7 +68,6 @@ Result MovieQueue::Begin(std::unique_ptr<MovieFile> file, const std::vector<Movi
         zMutexLock held(fLock);
         if (fState != State::Idle) return ResultError("%s has begun already", fName.c_str());
         fFailure = 0;
-        fSamplesWritten = 0;
         fQueueSize = static_cast<std::size_t>(queueSize);
         fTracks.clear();
         fDescriptions = tracks;
@@ -170,11 +169,13 @@ long long MovieQueue::GetBytesWritten(int track) const {
 void MovieQueue::fail(Result failure) {
     if (fFailure.Failed()) return;
     const char* reason = *failure.GetMessage() ? failure.GetMessage() : "it cannot be written";
-    // Most reasons name the file themselves.
+    // A file's own reasons name it and say what it keeps: of that only the file knows.
     const std::string_view path(fName.c_str() + 1, fName.size() - 2);
     const bool named = std::string_view(reason).find(path) != std::string_view::npos;
-    zTrace("{}{}; writing stopped, {} samples kept\n", named ? "" : fName + ": ", reason,
-           fSamplesWritten);
+    if (named)
+        zTrace("{}\n", reason);
+    else
+        zTrace("{}: {}; writing stopped\n", fName, reason);
     fFailure = std::move(failure);
     for (Track& track : fTracks) track.queue.clear();
 }
@@ -303,7 +304,6 @@ void MovieQueue::write_one(int track, const Sample& sample) {
         if (result.Succeeded()) {
             fTracks[static_cast<std::size_t>(track)].bytes +=
                 static_cast<long long>(described.size);
-            ++fSamplesWritten;
         } else {
             fail(std::move(result));
             fRoom.WakeAll();

@@ -115,7 +115,6 @@ private:
     bool fStop SPAR_GUARDED_BY(fLock) = false;
     Result fFailure SPAR_GUARDED_BY(fLock);
     std::size_t fQueueSize SPAR_GUARDED_BY(fLock) = 1;
-    long long fSamplesWritten SPAR_GUARDED_BY(fLock) = 0;
 
     // file thread only, once it runs
     std::unique_ptr<MovieFile> fFile;

@@ -147,7 +147,7 @@ TEST_F(MovieQueueTest, FailureReachesEveryTrackWithItsReasonAndFreesWhoWaits) {
     EXPECT_EQ(1, disk.finished);
     EXPECT_EQ(1, disk.CountWritten());
     EXPECT_EQ(1, trace.Count());
-    EXPECT_TRUE(trace.HasLineWith({"'cam1.mov'", "no space left on device", "1 samples kept"}));
+    EXPECT_TRUE(trace.HasLineWith({"'cam1.mov'", "no space left on device; writing stopped"}));
 }
 
 TEST_F(MovieQueueTest, BeginFailsAsTheFileDoesAndMayBeTriedAgain) {

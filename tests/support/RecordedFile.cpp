@@ -83,6 +83,7 @@ private:
         const std::lock_guard<std::mutex> held(fRecord->lock);
         const int error = counted();
         if (error != 0) {
+            fRecord->failedSync |= operation.kind == Operation::Kind::Sync;
             if (!fRecord->half || operation.kind != Operation::Kind::Write) return error;
             // A system breaks a write off between blocks, not within one.
             const auto half = operation.offset + static_cast<long long>(operation.bytes.size() / 2);

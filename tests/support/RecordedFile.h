@@ -29,6 +29,7 @@ struct FileRecord {
     int calls = 0;
     bool published = false;
     bool closed = false;
+    bool failedSync = false;  // one of the failures was a sync's
     std::vector<Operation> log;
     std::vector<unsigned char> image;
 

@@ -99,8 +99,9 @@ public:
     virtual Result Begin() = 0;
     /// Takes a copy of the bytes or writes them; `sample.data` is the caller's again on return.
     ///
-    /// Never waits for the disk to settle. Once the file has failed, every call answers with the
-    /// reason, which names the path, the error and the seconds that stand in the file.
+    /// Does not wait for the disk to settle, but for the call that finds the file broken: it saves
+    /// what stands there. Its reason, which every later call gives again, names the path, the error
+    /// and the seconds that the file keeps.
     virtual Result WriteSample(int track, const MovieSample& sample) = 0;
     /// Completes and closes the file; no other call may follow. When it succeeds the movie is on
     /// the disk. After a failed WriteSample it gives that failure again.

@@ -183,13 +183,15 @@ int MovieIndex::Show() {
     return fFile.WriteAt(fShownRegion.start, head.bytes, sizeof head.bytes);
 }
 
-int MovieIndex::Shown() {
+void MovieIndex::Shown() {
     const Region before = fShownRegion;
     fShownRegion = fPair->region;
-    if (!fRetired) return 0;
+    if (!fRetired) return;
     const std::unique_ptr<Pair> retired = std::move(fRetired);
-    if (before.start == fShownRegion.start) return release(retired->Start(), retired->End());
-    return release(before.room, before.data);
+    if (before.start == fShownRegion.start)
+        release(retired->Start(), retired->End());
+    else
+        release(before.room, before.data);
 }
 
 int MovieIndex::Finish(long long end) {
@@ -198,22 +200,20 @@ int MovieIndex::Finish(long long end) {
     return fFile.WriteAt(data, head.bytes, sizeof head.bytes);
 }
 
-int MovieIndex::ReleaseHidden() {
+void MovieIndex::ReleaseHidden() {
     const IndexSlot& shown = *fPair->slots[fPair->shown];
     const Region& region = fPair->region;
-    if (fNext && fNext->region.start != region.start) {
-        if (const int error = release(fNext->region.start, fNext->region.data + kDataHeader))
-            return error;
-    }
-    if (const int error = release(region.room, shown.Position())) return error;
-    return release(shown.Position() + shown.MoovSize() + kTrailer, region.data);
+    if (fNext && fNext->region.start != region.start)
+        release(fNext->region.start, fNext->region.data + kDataHeader);
+    release(region.room, shown.Position());
+    release(shown.Position() + shown.MoovSize() + kTrailer, region.data);
 }
 
-int MovieIndex::release(long long from, long long to) {
+void MovieIndex::release(long long from, long long to) {
     // Whole blocks only: what stands beside them in the same block is not ours to clear.
     from = align(from);
     to = to / kAlignment * kAlignment;
-    return to > from ? fFile.Release(from, to - from) : 0;
+    if (to > from) (void)!fFile.Release(from, to - from);
 }
 
 }  // namespace Quillon::Orb

@@ -36,14 +36,14 @@ public:
     int Prepare(long long& end);
     /// Lets the prepared state show.
     int Show();
-    /// The shown state is durable: gives back what the one before it held alone. May take as long
-    /// as the file system needs for that.
-    int Shown();
+    /// The shown state is durable: gives back the blocks that the one before it held alone. May
+    /// take as long as the file system needs for that; what it keeps is room, and no failure.
+    void Shown();
 
     /// Gives the media data, which ends at `end`, its size. The last state has been shown.
     int Finish(long long end);
-    /// Gives back the blocks of everything but the state that shows.
-    int ReleaseHidden();
+    /// Gives back the blocks of everything but the state that shows, as Shown does.
+    void ReleaseHidden();
 
     /// Where the state that shows stands.
     long long ShownPosition() const { return fPair->slots[fPair->shown]->Position(); }
@@ -74,7 +74,7 @@ private:
     int build_next(long long budget);
     int move_to_next(long long& end);
     int begin_region(const Pair& pair);
-    int release(long long from, long long to);
+    void release(long long from, long long to);
     long long entries() const;
 
     FileLayer& fFile;

@@ -100,15 +100,26 @@ int WholeMovieFile::check_sample(int track, const MovieSample& sample) {
 }
 
 Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
-    zMutexLock held(fLock);
-    if (fState != State::Open) return ResultError("'%s': not open", fPath.c_str());
-    if (fFailure.Failed()) return fFailure;
-    if (const int refused = check_sample(track, sample)) {
-        // The contract's codes have names; the text says which file it was.
-        Result result = ResultInvalidArgument("'%s': a sample of track %d contradicts the track",
-                                              fPath.c_str(), track);
-        return refused == ResultInvalidArgument::kCode ? result : Result(refused);
+    {
+        zMutexLock held(fLock);
+        if (fState != State::Open) return ResultError("'%s': not open", fPath.c_str());
+        if (fFailure.Failed()) return fFailure;
+        if (const int refused = check_sample(track, sample)) {
+            // The contract's codes have names; the text says which file it was.
+            Result result = ResultInvalidArgument(
+                "'%s': a sample of track %d contradicts the track", fPath.c_str(), track);
+            return refused == ResultInvalidArgument::kCode ? result : Result(refused);
+        }
+        if (fBroken == 0) {
+            const int error = add_sample(track, sample);
+            if (error == 0) return ResultOK();
+            fBroken = error;
+        }
     }
+    return stop();
+}
+
+int WholeMovieFile::add_sample(int track, const MovieSample& sample) {
     const auto number = static_cast<std::size_t>(track);
     const TrackIndex& index = *fMovie.tracks[number];
     const std::size_t size =
@@ -116,7 +127,7 @@ Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
             ? static_cast<std::size_t>(sample.packets * index.Description().bytesPerPacket)
             : sample.size;
     // An empty picture or packet is nothing to show: the one before it stays that much longer.
-    if (size == 0) return ResultOK();
+    if (size == 0) return 0;
     StoredSample stored;
     stored.size = static_cast<unsigned int>(size);
     stored.offset = static_cast<int>(sample.compositionOffset);
@@ -125,8 +136,37 @@ Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
     stored.duration = sample.duration;
     stored.packets = index.IsPlain() ? sample.packets : 1;
     fChanged = true;
-    const int error = fMedia->Add(number, stored, sample.data, size);
-    return error == 0 ? Result(0) : fail(error);
+    return fMedia->Add(number, stored, sample.data, size);
+}
+
+/// The file is broken: gives the failure once what stands in the file is safe. Container thread.
+Result WholeMovieFile::stop() {
+    // When it was the file's own thread that met the error, the failure is there after this.
+    fThread.Stop();
+    {
+        zMutexLock held(fLock);
+        if (fFailure.Failed()) return fFailure;
+    }
+    save_what_stands();
+    zMutexLock held(fLock);
+    return fail(fBroken);
+}
+
+/// A last checkpoint of all that could be written, so that the seconds which are told to be kept
+/// are those that the file has in the end.
+int WholeMovieFile::save_what_stands() {
+    MovieIndex* index;
+    int error;
+    {
+        zMutexLock held(fLock);
+        if (fFrozen) return 0;
+        // A write that failed half-way has left bytes that belong to nothing.
+        error = fFile->Truncate(fMedia->End());
+        if (error == 0) error = prepare();
+        fFrozen = error != 0;
+        index = fIndex.get();
+    }
+    return error == 0 ? show(*index) : error;
 }
 
 /// Keeps the first reason. Whoever owns the file tells people: it knows what else goes on.
@@ -142,17 +182,41 @@ void WholeMovieFile::OnCheckpoint() {
 }
 
 Result WholeMovieFile::Checkpoint() {
-    MovieIndex* index;
     {
         zMutexLock held(fLock);
         if (fState != State::Open || fFailure.Failed()) return fFailure;
-        if (!fChanged) return ResultOK();
-        if (const int error = prepare()) return fail(error);
+        if (fBroken != 0) return ResultError();  // and the container thread sees to it
+    }
+    if (checkpoint() == 0) return ResultOK();
+    zMutexLock held(fLock);
+    return fFailure.Failed() ? fFailure : Result(ResultError());
+}
+
+/// Shows what is new. An error that nobody has met before is told, and what stands is saved.
+int WholeMovieFile::checkpoint() {
+    MovieIndex* index;
+    int error;
+    bool first;
+    {
+        zMutexLock held(fLock);
+        if (!fChanged) return 0;
+        error = prepare();
+        first = fBroken == 0;
+        if (first) fBroken = error;
         index = fIndex.get();
     }
-    const int error = show(*index);
+    if (error == 0) {
+        error = show(*index);
+        if (error == 0) return 0;
+        zMutexLock held(fLock);
+        first = fBroken == 0;
+        if (first) fBroken = error;
+    }
+    if (!first) return error;
+    save_what_stands();
     zMutexLock held(fLock);
-    return error == 0 ? Result(0) : fail(error);
+    fail(error);
+    return error;
 }
 
 int WholeMovieFile::prepare() {
@@ -173,13 +237,13 @@ int WholeMovieFile::show(MovieIndex& index) {
     if (error == 0) error = fFile->Sync();
     {
         zMutexLock held(fLock);
-        if (error != 0) {
-            fFrozen = true;
-            return error;
-        }
+        // After a sync that failed nobody knows what is on the disk.
+        fFrozen = fFrozen || error != 0;
+        if (error != 0) return error;
         fSecondsShown = fSecondsPrepared;
     }
-    return index.Shown();
+    index.Shown();
+    return 0;
 }
 
 Result WholeMovieFile::Finish() {
@@ -199,32 +263,20 @@ Result WholeMovieFile::Finish() {
     return error == 0 ? fFailure : fail(error);
 }
 
-/// A last checkpoint with what could be written, and the media data gets its size. Each step leaves
-/// a whole file, so that one which fails is the last.
+/// A last checkpoint, and the media data gets its size. Each step leaves a whole file.
 int WholeMovieFile::close_whole() {
-    MovieIndex* index;
-    bool prepared = false;
+    bool broken;
     {
         zMutexLock held(fLock);
-        if (fFrozen) return 0;
-        index = fIndex.get();
-        if (const int error = fMedia->Flush()) fail(error);
-        // A write that failed half-way has left bytes that belong to nothing.
-        if (fFailure.Failed()) {
-            if (const int error = fFile->Truncate(fMedia->End())) return error;
-        }
-        if (fChanged) {
-            if (const int error = prepare()) return error;
-            prepared = true;
-        }
+        broken = fBroken != 0;
     }
-    if (prepared) {
-        if (const int error = show(*index)) return error;
-    }
+    if (!broken) checkpoint();
     zMutexLock held(fLock);
-    if (const int error = index->Finish(fMedia->End())) return error;
-    if (const int error = index->ReleaseHidden()) return error;
-    return fFile->Sync();
+    if (fFrozen) return 0;
+    if (const int error = fIndex->Finish(fMedia->End())) return error;
+    if (const int error = fFile->Sync()) return error;
+    fIndex->ReleaseHidden();
+    return 0;
 }
 
 }  // namespace Quillon::Orb

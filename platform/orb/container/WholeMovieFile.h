@@ -45,8 +45,12 @@ private:
     int prepare() SPAR_REQUIRES(fLock);
     int show(MovieIndex& index) SPAR_EXCLUDES(fLock);
     int check_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
-    Result fail(int error) SPAR_REQUIRES(fLock);
+    int add_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
+    int checkpoint() SPAR_EXCLUDES(fLock);
+    int save_what_stands() SPAR_EXCLUDES(fLock);
     int close_whole() SPAR_EXCLUDES(fLock);
+    Result stop() SPAR_EXCLUDES(fLock);
+    Result fail(int error) SPAR_REQUIRES(fLock);
 
     // fixed from the start
     const std::string fPath;
@@ -55,17 +59,19 @@ private:
     const std::unique_ptr<FileLayer> fFile;  // the container thread and the checkpoint thread
     CheckpointThread fThread;
 
-    // Held while samples are entered and while a state is prepared, never during a sync.
+    // Held while samples are entered and while a state is prepared, never during a sync. Whoever
+    // turns fBroken from 0 saves what stands and then tells the failure.
     zMutex fLock;
     State fState SPAR_GUARDED_BY(fLock) = State::Described;
     Movie fMovie SPAR_GUARDED_BY(fLock);
     std::unique_ptr<MediaWriter> fMedia SPAR_GUARDED_BY(fLock);
     std::unique_ptr<MovieIndex> fIndex SPAR_GUARDED_BY(fLock);
     bool fChanged SPAR_GUARDED_BY(fLock) = true;  // since the last checkpoint
-    bool fFrozen SPAR_GUARDED_BY(fLock) = false;  // a sync failed: nobody knows what is on the disk
+    int fBroken SPAR_GUARDED_BY(fLock) = 0;       // the first error, a negative errno
+    bool fFrozen SPAR_GUARDED_BY(fLock) = false;  // what shows stays as it is: more might harm it
     double fSecondsPrepared SPAR_GUARDED_BY(fLock) = 0;
     double fSecondsShown SPAR_GUARDED_BY(fLock) = 0;
-    Result fFailure SPAR_GUARDED_BY(fLock);
+    Result fFailure SPAR_GUARDED_BY(fLock);  // told to everyone from here on
 };
 
 }  // namespace Quillon::Orb
