@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "ClockCommand.h"
+#include "LiveCommand.h"
 #include "RecordCommand.h"
 #include "avHandles.h"
 
@@ -11,6 +12,7 @@ int main(int argc, char** argv) {
     int exitCode = 0;
     AddRecordCommand(app, exitCode);
     AddClockCommand(app, exitCode);
+    AddLiveCommand(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }

@@ -1,0 +1,229 @@
+#include "LiveCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+
+#include "spar/jigManager.h"
+#include "spar/zBoot.h"
+#include "spar/zTime.h"
+#include "tarn/filters/tnCodecFilters.h"
+#include "tarn/filters/tnFilterManager.h"
+#include "tarn/foundation/tnTarn.h"
+#include "tarn/movies/tnFiles.h"
+
+#include "StopSignal.h"
+#include "TextUnits.h"
+#include "live/CommandInput.h"
+#include "live/LiveCommands.h"
+#include "live/LiveReport.h"
+#include "live/LiveShow.h"
+#include "live/LiveTrace.h"
+#include "live/LiveView.h"
+
+namespace {
+
+constexpr int kPollMs = 50;
+constexpr long long kViewUs = 200'000;
+constexpr long long kJsonUs = 1'000'000;
+
+struct LiveArguments {
+    std::string show;
+    std::string addons;
+    double seconds = 0;
+    double speed = 1;
+    bool json = false;
+    bool trace = false;
+};
+
+/// Where the output add-ons are: beside this program in a build, under lib once installed.
+std::string addons_folder(const LiveArguments& arguments) {
+    if (!arguments.addons.empty()) return arguments.addons;
+    std::error_code failed;
+    const auto here = std::filesystem::read_symlink("/proc/self/exe", failed).parent_path();
+    const auto installed = here.parent_path() / "lib" / "tarn" / "addons";
+    const auto built = here / "addons";
+    return std::filesystem::is_directory(built, failed) ? built.string() : installed.string();
+}
+
+/// The library while the command runs.
+class Library {
+public:
+    Library() {
+        zBoot::StartAll();
+        tnCodecFilters::Register(*tnFilterManager::Default());
+        tnFiles::LoadAddons(fAddons);
+    }
+    ~Library() { zBoot::StopAll(); }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    bool Load(const LiveArguments& arguments, std::string& error) {
+        const std::string folder = addons_folder(arguments);
+        if (fAddons.LoadFolder(folder) >= 0) return true;
+        // Outputs of other kinds need no add-on; those that do will say what is missing.
+        if (arguments.addons.empty()) return true;
+        error = fmt::format("--addons '{}': there is no such folder", folder);
+        return false;
+    }
+
+private:
+    jigManager fAddons;
+};
+
+/// One run of the command: input, show, and what is told of it.
+class LiveRun {
+public:
+    explicit LiveRun(const LiveArguments& arguments)
+        : fArguments(arguments), fShow(arguments.speed) {
+        fShow.SetObserver([this](const LiveOutputEntry& entry) { tell_change(entry); });
+    }
+
+    bool Run(std::string& error);
+    bool HasFailed() const { return fShow.HasFailed(); }
+
+private:
+    void loop(const std::atomic<bool>& stop);
+    bool obey(const std::string& line);
+    bool is_over(const std::atomic<bool>& stop) const;
+    void tell(long long now);
+    void tell_change(const LiveOutputEntry& entry);
+    void tell_answer(const std::string& line, const LiveAnswer& answer);
+    void print(const std::string& line) const;
+
+    const LiveArguments& fArguments;
+    LiveShow fShow;
+    LiveView fView;
+    CommandInput fInput;
+    long long fTold = 0;
+};
+
+void LiveRun::print(const std::string& line) const {
+    fmt::print("{}\n", line);
+    std::fflush(stdout);
+}
+
+bool LiveRun::Run(std::string& error) {
+    const std::atomic<bool>& stop = WatchStopSignal();
+    Show show;
+    if (!ReadShow(fArguments.show, show, error) || !fShow.Prepare(show, error)) return false;
+    fShow.Start();
+    loop(stop);
+    fShow.Stop();
+    if (fArguments.json) {
+        print(JsonOfEnd(fShow));
+    } else {
+        fView.Show("");
+        fmt::print("{}", TextOfShow(fShow));
+    }
+    return true;
+}
+
+void LiveRun::loop(const std::atomic<bool>& stop) {
+    std::string line;
+    while (!is_over(stop)) {
+        const bool typed = fInput.WaitForLine(kPollMs, line);
+        fShow.Poll();
+        if (typed && !obey(line)) return;
+        tell(zTime::MicroNow());
+    }
+}
+
+bool LiveRun::is_over(const std::atomic<bool>& stop) const {
+    const bool timeIsUp = fArguments.seconds > 0 && fShow.Seconds() >= fArguments.seconds;
+    return stop || timeIsUp || fShow.HasEnded();
+}
+
+bool LiveRun::obey(const std::string& line) {
+    const LiveAnswer answer = ObeyLiveCommand(line, fShow);
+    tell_answer(line, answer);
+    return !answer.quit;
+}
+
+void LiveRun::tell_answer(const std::string& line, const LiveAnswer& answer) {
+    if (fArguments.json) {
+        if (answer.stats) print(JsonOfStats(fShow));
+        print(fmt::format(R"({{"event":"answer","command":{},"ok":{},"message":{}}})",
+                          JsonString(line), answer.ok, JsonString(answer.message)));
+    } else if (fView.OnTerminal()) {
+        fView.Say(answer.message);
+    } else if (!answer.ok) {
+        fmt::print(stderr, "tarn live: {}\n", answer.message);
+    } else if (answer.stats) {
+        fmt::print("{}", TextOfShow(fShow));
+        std::fflush(stdout);
+    }
+}
+
+void LiveRun::tell_change(const LiveOutputEntry& entry) {
+    if (fArguments.json) {
+        print(JsonOfOutput(entry));
+    } else if (entry.state == LiveState::kFailed) {
+        const std::string line =
+            fmt::format("output '{}' has stopped: {}; {} frames kept", entry.description.name,
+                        entry.figures.text, entry.figures.frames);
+        if (fView.OnTerminal()) {
+            fView.Say(line);
+        } else {
+            fmt::print(stderr, "tarn live: {}\n", line);
+        }
+    }
+}
+
+void LiveRun::tell(long long now) {
+    if (now - fTold < (fArguments.json ? kJsonUs : kViewUs)) return;
+    fTold = now;
+    if (fArguments.json) {
+        print(JsonOfStats(fShow));
+    } else if (fView.OnTerminal()) {
+        fView.Show(TextOfShow(fShow));
+    }
+}
+
+int run_live(const LiveArguments& arguments) {
+    std::string error;
+    bool ran = false;
+    bool failed = false;
+    LiveTrace::Install(arguments.trace);
+    {
+        Library library;
+        if (library.Load(arguments, error)) {
+            LiveRun run(arguments);
+            ran = run.Run(error);
+            failed = run.HasFailed();
+        }
+    }
+    LiveTrace::Remove();
+    if (ran) return failed ? 1 : 0;
+    if (arguments.json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
+    fmt::print(stderr, "tarn live: {}\n", error);
+    return 1;
+}
+
+}  // namespace
+
+void AddLiveCommand(CLI::App& app, int& exitCode) {
+    auto arguments = std::make_shared<LiveArguments>();
+    CLI::App* live =
+        app.add_subcommand("live", "Run a show: sources at their pace, several outputs");
+    live->add_option("SHOW", arguments->show, "what runs, an XML file; see docs/live.md")
+        ->required();
+    live->add_option("--seconds", arguments->seconds, "end by itself after that long")
+        ->check(CLI::PositiveNumber);
+    live->add_option("--speed", arguments->speed, "pace beside real time: 0.5 takes twice as long")
+        ->check(CLI::Range(0.001, 100.0))
+        ->capture_default_str();
+    live->add_option("--addons", arguments->addons, "folder of the output add-ons");
+    live->add_flag("--json", arguments->json, "a JSON object a line, for machines");
+    live->add_flag("--trace", arguments->trace, "print what the library notes to standard error");
+    live->footer(
+        "Commands on standard input while it runs:\n"
+        "  add <output .../>   a further output (or source), or the name of a file that holds it\n"
+        "  remove NAME         end an output and forget it\n"
+        "  enable NAME on|off  switch an output\n"
+        "  stats               figures now\n"
+        "  quit                end the show");
+    live->callback([arguments, &exitCode] { exitCode = run_live(*arguments); });
+}

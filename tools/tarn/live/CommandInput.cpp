@@ -1,0 +1,37 @@
+#include "CommandInput.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "spar/zThread.h"
+
+bool CommandInput::take_line(std::string& line) {
+    const std::size_t end = fPending.find('\n');
+    if (end == std::string::npos) {
+        if (!fEnded || fPending.empty()) return false;
+        line = std::move(fPending);
+        fPending.clear();
+        return true;
+    }
+    line = fPending.substr(0, end);
+    fPending.erase(0, end + 1);
+    return true;
+}
+
+bool CommandInput::WaitForLine(int milliseconds, std::string& line) {
+    if (take_line(line)) return true;
+    if (fEnded) {
+        zThread::MicroSleep(static_cast<unsigned int>(milliseconds) * 1000);
+        return false;
+    }
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    if (poll(&input, 1, milliseconds) <= 0) return false;
+    char block[4096];
+    const ssize_t got = read(STDIN_FILENO, block, sizeof block);
+    if (got <= 0) {
+        fEnded = true;
+    } else {
+        fPending.append(block, static_cast<std::size_t>(got));
+    }
+    return take_line(line);
+}

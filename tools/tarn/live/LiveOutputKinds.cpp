@@ -1,0 +1,30 @@
+#include "LiveOutput.h"
+#include "MovieOutput.h"
+
+namespace {
+
+std::vector<LiveOutputKind>& kinds() {
+    static std::vector<LiveOutputKind> known = {
+        {"movie", MakeMovieOutput, CheckMovieOutput},
+    };
+    return known;
+}
+
+}  // namespace
+
+void LiveOutputKinds::Add(const LiveOutputKind& kind) {
+    kinds().insert(kinds().begin(), kind);
+}
+
+const LiveOutputKind* LiveOutputKinds::Find(const std::string& name) {
+    for (const LiveOutputKind& kind : kinds()) {
+        if (kind.name == name) return &kind;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> LiveOutputKinds::Names() {
+    std::vector<std::string> names;
+    for (const LiveOutputKind& kind : kinds()) names.push_back(kind.name);
+    return names;
+}

@@ -1,0 +1,3 @@
+#include "LivePoints.h"
+
+void LiveAtPoint(LivePoint) {}

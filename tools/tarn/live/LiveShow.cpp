@@ -1,0 +1,247 @@
+#include "LiveShow.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "spar/zTime.h"
+#include "tarn/clocks/tnSystemClock.h"
+
+#include "LiveSource.h"
+
+namespace {
+
+constexpr double kMicro = 1e6;
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
+bool check_output(const ShowOutput& output, const Show& show, std::string& error) {
+    const LiveOutputKind* const kind = LiveOutputKinds::Find(output.kind);
+    if (!kind) {
+        error = fmt::format("output '{}': unknown kind '{}'; there are: {}", output.name,
+                            output.kind, joined(LiveOutputKinds::Names()));
+        return false;
+    }
+    return !kind->check || kind->check(output, show, error);
+}
+
+}  // namespace
+
+const char* TextOf(LiveState state) {
+    switch (state) {
+        case LiveState::kOff:
+            return "off";
+        case LiveState::kRunning:
+            return "running";
+        case LiveState::kFailed:
+            return "failed";
+        case LiveState::kEnded:
+            return "ended";
+        case LiveState::kRemoved:
+            return "removed";
+    }
+    return "";
+}
+
+void LiveShow::ReleaseClock::operator()(tnSystemClock* clock) const {
+    clock->Release();
+}
+
+LiveShow::LiveShow(double speed) : fSpeed(speed) {}
+
+LiveShow::~LiveShow() {
+    Stop();
+}
+
+bool LiveShow::Prepare(const Show& show, std::string& error) {
+    fShow.sources.clear();
+    for (const ShowSource& source : show.sources) {
+        if (!open_source(source, error)) return false;
+    }
+    fShow = show;
+    for (const ShowOutput& output : show.outputs) {
+        if (!check_output(output, fShow, error)) return false;
+    }
+    fShow.outputs.clear();
+    return std::all_of(show.outputs.begin(), show.outputs.end(),
+                       [&](const ShowOutput& output) { return add_output(output, error); });
+}
+
+bool LiveShow::open_source(const ShowSource& source, std::string& error) {
+    std::unique_ptr<LiveSource> opened = LiveSource::Open(source, error);
+    if (!opened) return false;
+    fSources.push_back(std::move(opened));
+    fShow.sources.push_back(source);
+    return true;
+}
+
+bool LiveShow::add_output(const ShowOutput& output, std::string& error) {
+    const LiveOutputKind* const kind = LiveOutputKinds::Find(output.kind);
+    LiveOutputEntry entry;
+    entry.description = output;
+    entry.output = kind->make(output, *find_source(output.source), error);
+    if (!entry.output) return false;
+    entry.location = entry.output->Location();
+    if (output.Enabled() && !start_output(entry, error)) return false;
+    if (!output.Enabled() && fObserver) fObserver(entry);
+    fOutputs.push_back(std::move(entry));
+    fShow.outputs.push_back(output);
+    return true;
+}
+
+bool LiveShow::start_output(LiveOutputEntry& entry, std::string& error) {
+    if (!entry.output->Start(error)) return false;
+    entry.figures = {};
+    entry.location = entry.output->Location();
+    set_state(entry, LiveState::kRunning);
+    return true;
+}
+
+void LiveShow::stop_output(LiveOutputEntry& entry, LiveState state) {
+    if (entry.state == LiveState::kRunning) {
+        entry.output->Stop();
+        const LiveFigures last = entry.output->Figures();
+        if (state != LiveState::kFailed || last.status != 0) entry.figures = last;
+        // What only the closing has shown is a failure all the same.
+        if (entry.figures.status != 0) state = LiveState::kFailed;
+        if (state == LiveState::kFailed) ++fFailures;
+    }
+    set_state(entry, state);
+}
+
+void LiveShow::set_state(LiveOutputEntry& entry, LiveState state) {
+    if (entry.state == state) return;
+    entry.state = state;
+    if (fObserver) fObserver(entry);
+}
+
+void LiveShow::Start() {
+    fStartUs = zTime::MicroNow();
+    for (const std::unique_ptr<LiveSource>& source : fSources) run_source(*source);
+    for (const auto& [rate, clock] : fClocks) clock->StartTicking(0, nullptr, 0);
+}
+
+void LiveShow::run_source(LiveSource& source) {
+    const double rate = source.FramesPerSecond() * fSpeed;
+    auto& clock = fClocks[rate];
+    if (!clock) clock.reset(new tnSystemClock(rate, tnClock::clock_rate_scac));
+    source.Start(0, nullptr, false);
+    clock->AddWatcher(&source);
+}
+
+void LiveShow::Stop() {
+    for (const auto& [rate, clock] : fClocks) {
+        clock->StopTicking();
+        for (const std::unique_ptr<LiveSource>& source : fSources) {
+            clock->RemoveWatcher(source.get());
+        }
+    }
+    for (const std::unique_ptr<LiveSource>& source : fSources) source->Stop();
+    for (LiveOutputEntry& entry : fOutputs) {
+        if (entry.state == LiveState::kRunning) stop_output(entry, LiveState::kEnded);
+    }
+}
+
+LiveSource* LiveShow::find_source(const std::string& name) {
+    for (const std::unique_ptr<LiveSource>& source : fSources) {
+        if (source->Name() == name) return source.get();
+    }
+    return nullptr;
+}
+
+LiveOutputEntry* LiveShow::find_output(const std::string& name) {
+    for (LiveOutputEntry& entry : fOutputs) {
+        if (entry.description.name == name) return &entry;
+    }
+    return nullptr;
+}
+
+bool LiveShow::Add(const std::string& text, std::string& error) {
+    if (text.find("<source") != std::string::npos) return add_source(text, error);
+    ShowOutput output;
+    if (!ReadShowOutput(text, fShow, output, error)) return false;
+    Show with = fShow;
+    with.outputs.push_back(output);
+    return check_output(output, with, error) && add_output(output, error);
+}
+
+bool LiveShow::add_source(const std::string& text, std::string& error) {
+    ShowSource source;
+    if (!ReadShowSource(text, fShow, source, error) || !open_source(source, error)) return false;
+    LiveSource& opened = *fSources.back();
+    const double rate = opened.FramesPerSecond() * fSpeed;
+    const bool newClock = fClocks.count(rate) == 0;
+    run_source(opened);
+    if (newClock) fClocks[rate]->StartTicking(0, nullptr, 0);
+    return true;
+}
+
+bool LiveShow::Remove(const std::string& name, std::string& error) {
+    LiveOutputEntry* const entry = find_output(name);
+    if (!entry) return remove_source(name, error);
+    stop_output(*entry, LiveState::kRemoved);
+    std::erase_if(fShow.outputs, [&](const ShowOutput& output) { return output.name == name; });
+    fOutputs.erase(fOutputs.begin() + (entry - fOutputs.data()));
+    return true;
+}
+
+bool LiveShow::remove_source(const std::string& name, std::string& error) {
+    LiveSource* const source = find_source(name);
+    if (!source) {
+        error = fmt::format("there is no output or source '{}'", name);
+        return false;
+    }
+    for (const ShowOutput& output : fShow.outputs) {
+        if (output.source != name) continue;
+        error = fmt::format("source '{}' still serves output '{}'; remove that first", name,
+                            output.name);
+        return false;
+    }
+    fClocks[source->FramesPerSecond() * fSpeed]->RemoveWatcher(source);
+    source->Stop();
+    std::erase_if(fShow.sources, [&](const ShowSource& other) { return other.name == name; });
+    std::erase_if(fSources, [&](const auto& other) { return other.get() == source; });
+    return true;
+}
+
+bool LiveShow::Enable(const std::string& name, bool on, std::string& error) {
+    LiveOutputEntry* const entry = find_output(name);
+    if (!entry) {
+        error = fmt::format("there is no output '{}'", name);
+        return false;
+    }
+    const bool running = entry->state == LiveState::kRunning;
+    if (running == on) return true;
+    if (!on) {
+        stop_output(*entry, LiveState::kOff);
+        return true;
+    }
+    if (!check_output(entry->description, fShow, error)) return false;
+    return start_output(*entry, error);
+}
+
+void LiveShow::Poll() {
+    for (LiveOutputEntry& entry : fOutputs) {
+        if (entry.state != LiveState::kRunning) continue;
+        entry.figures = entry.output->Figures();
+        entry.location = entry.output->Location();
+        if (entry.figures.status != 0) {
+            stop_output(entry, LiveState::kFailed);
+        } else if (find_source(entry.description.source)->Figures().ended) {
+            stop_output(entry, LiveState::kEnded);
+        }
+    }
+}
+
+bool LiveShow::HasEnded() const {
+    return std::all_of(fSources.begin(), fSources.end(),
+                       [](const auto& source) { return source->Figures().ended.load(); });
+}
+
+double LiveShow::Seconds() const {
+    if (fStartUs < 0) return 0;
+    return static_cast<double>(zTime::MicroNow() - fStartUs) / kMicro;
+}

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "LiveOutput.h"
+#include "Show.h"
+
+class LiveSource;
+class tnSystemClock;
+
+enum class LiveState {
+    kOff,      ///< not started, or switched off
+    kRunning,  ///< takes what its source gives
+    kFailed,   ///< stopped by itself; the figures say why
+    kEnded,    ///< its source is over
+    kRemoved,  ///< about to go from the list
+};
+const char* TextOf(LiveState state);
+
+/// One output of a running show.
+struct LiveOutputEntry {
+    ShowOutput description;
+    std::unique_ptr<LiveOutput> output;
+    LiveState state = LiveState::kOff;
+    LiveFigures figures;
+    std::string location;
+};
+
+/// A running show: its sources on their clocks, and its outputs.
+///
+/// One thread, the control thread, calls everything here. What goes wrong with one output is told
+/// and stops that output alone.
+class LiveShow {
+public:
+    /// `speed` stretches the clocks alone, not the times of frames: 0.5 plays at half the pace.
+    explicit LiveShow(double speed);
+    ~LiveShow();
+
+    /// Opens the sources, checks every output, and starts those that are enabled. False with one
+    /// line in `error`.
+    bool Prepare(const Show& show, std::string& error);
+    /// Lets the clocks tick.
+    void Start();
+    /// Ends everything; outputs are closed when it returns.
+    void Stop();
+
+    // While it runs. False with one line in `error`, and nothing changed.
+    /// `text` is one <output> or <source> element.
+    bool Add(const std::string& text, std::string& error);
+    bool Remove(const std::string& name, std::string& error);
+    bool Enable(const std::string& name, bool on, std::string& error);
+
+    /// Takes the outputs' figures, and stops what has failed or whose source is over.
+    void Poll();
+    /// Whether every source is over.
+    bool HasEnded() const;
+    bool HasFailed() const { return fFailures > 0; }
+    /// Since Start, on the clock on the wall.
+    double Seconds() const;
+
+    const std::vector<std::unique_ptr<LiveSource>>& Sources() const { return fSources; }
+    const std::vector<LiveOutputEntry>& Outputs() const { return fOutputs; }
+    /// Called with every output whose state has changed.
+    void SetObserver(std::function<void(const LiveOutputEntry&)> observer) {
+        fObserver = std::move(observer);
+    }
+
+private:
+    struct ReleaseClock {
+        void operator()(tnSystemClock* clock) const;
+    };
+
+    bool open_source(const ShowSource& source, std::string& error);
+    bool add_output(const ShowOutput& output, std::string& error);
+    bool add_source(const std::string& text, std::string& error);
+    bool start_output(LiveOutputEntry& entry, std::string& error);
+    void stop_output(LiveOutputEntry& entry, LiveState state);
+    void set_state(LiveOutputEntry& entry, LiveState state);
+    bool remove_source(const std::string& name, std::string& error);
+    void run_source(LiveSource& source);
+    LiveSource* find_source(const std::string& name);
+    LiveOutputEntry* find_output(const std::string& name);
+
+    const double fSpeed;
+    Show fShow;  // as it stands now
+    std::vector<std::unique_ptr<LiveSource>> fSources;
+    std::map<double, std::unique_ptr<tnSystemClock, ReleaseClock>> fClocks;  // by rate
+    std::vector<LiveOutputEntry> fOutputs;  // they go before the sources
+    std::function<void(const LiveOutputEntry&)> fObserver;
+    long long fStartUs = -1;
+    int fFailures = 0;
+};

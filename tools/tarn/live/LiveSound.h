@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "tarn/foundation/tnMediaRecord.h"
+
+#include "Show.h"
+
+/// The sound of a source as 16-bit PCM without an end: silence after a clip that is over. One
+/// thread at a time.
+class LiveSound {
+public:
+    /// Null with an empty `error` for a source without sound, with one line when it is broken.
+    static std::unique_ptr<LiveSound> Open(const ShowSource& source, std::string& error);
+    virtual ~LiveSound() = default;
+
+    virtual const tnMediaRecord& Format() const = 0;
+    /// Fills `frames` interleaved sample frames.
+    virtual void Next(short* pcm, long long frames) = 0;
+    /// A clip begins anew, `seconds` after its last beginning: what is left of the old round is cut
+    /// or drawn out with silence to that length.
+    virtual void BeginRound(double seconds) = 0;
+};

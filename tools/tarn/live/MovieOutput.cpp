@@ -1,0 +1,238 @@
+#include "MovieOutput.h"
+
+#include <filesystem>
+#include <fmt/format.h>
+
+#include "spar/zString.h"
+#include "tarn/foundation/tnOutputAccessor.h"
+#include "tarn/movies/tnFiles.h"
+#include "tarn/movies/tnFormatsIterator.h"
+#include "tarn/movies/tnMovie.h"
+#include "tarn/movies/tnStream.h"
+#include "tarn/movies/tnXIMovieFile.h"
+
+#include "LiveSource.h"
+#include "LiveTrace.h"
+#include "movieText.h"
+
+namespace {
+
+constexpr tnMediaType kTypes[] = {TN_MEDIA_VIDEO, TN_MEDIA_AUDIO};
+
+struct ReleaseObject {
+    template <typename Interface>
+    void operator()(Interface* object) const {
+        object->Release();
+    }
+};
+using MovieHandle = std::unique_ptr<tnMovie, ReleaseObject>;
+using StreamHandle = std::unique_ptr<tnStream, ReleaseObject>;
+
+bool is_address(const std::string& location) {
+    return location.find("://") != std::string::npos;
+}
+
+/// What the show says, else what the location looks like.
+tn_output type_of(const ShowOutput& output) {
+    const tn_output type = tnOutputAccessor(output.record).OutputType();
+    if (type != 0) return type;
+    return is_address(output.Location()) ? TN_OUTPUT_STREAMING : TN_OUTPUT_DEFAULT;
+}
+
+class MovieOutput final : public LiveOutput {
+public:
+    MovieOutput(const ShowOutput& output, LiveSource& source)
+        : fOutput(output), fSource(source), fRecord(output.record) {
+        tnOutputAccessor accessor(fRecord);
+        accessor.SetOutputType(type_of(output));
+    }
+    ~MovieOutput() override { drop_movie(); }
+
+    bool Start(std::string& error) override;
+    void Stop() override;
+    LiveFigures Figures() override;
+    std::string Location() const override { return fOutput.Location(); }
+
+private:
+    bool make_movie(std::string& error);
+    bool begin(std::string& error);
+    int switch_to(bool on);
+    void collect(LiveFigures& figures);
+    void drop_movie();
+    std::string reason(int code) const;
+
+    const ShowOutput fOutput;
+    LiveSource& fSource;
+    zRecord fRecord;
+    MovieHandle fMovie;
+    LiveFigures fFigures;
+    bool fBegun = false;    // the movie knows the output
+    bool fRunning = false;  // it uses the source
+};
+
+std::string MovieOutput::reason(int code) const {
+    const std::string traced = LiveTrace::LastAbout(fOutput.Location());
+    return traced.empty() ? MovieErrorText(code, fOutput.Location()) : traced;
+}
+
+bool MovieOutput::make_movie(std::string& error) {
+    tnMovie* made = nullptr;
+    int code = tnFiles::CreateMovieWithName(&made, fOutput.format, type_of(fOutput));
+    fMovie.reset(made);
+    if (code != 0) {
+        error = fmt::format("output '{}': no movie of format '{}' (code {})", fOutput.name,
+                            fOutput.format, code);
+        return false;
+    }
+    zRecord tracks;
+    for (const tnMediaRecord& track : fOutput.tracks) {
+        const bool video = track.fType.AsInt32(0) == TN_MEDIA_VIDEO;
+        if (!video && !fSource.AudioFormat()) {
+            error = fmt::format(
+                "output '{}': source '{}' has no sound; take its <audio> out, or give generated "
+                "pictures a tone",
+                fOutput.name, fSource.Name());
+            return false;
+        }
+        tracks.AddChild(
+            new tnMediaRecord(video ? fSource.VideoTrack(track) : fSource.AudioTrack(track)), -1);
+    }
+    code = fMovie->CreateStreams(tracks, 0, 0);
+    if (code != 0) {
+        error = fmt::format("output '{}': {}", fOutput.name, reason(code));
+        return false;
+    }
+    return true;
+}
+
+bool MovieOutput::begin(std::string& error) {
+    tnOutputAccessor(fRecord).SetOutputEnabled(true);
+    zRecord outputs;
+    outputs.AddChild(new zRecord(fRecord), -1);
+    zRecord result;
+    const int code = fMovie->BeginWritingFromDestination(outputs, nullptr, result);
+    if (code != 0) {
+        error = fmt::format("output '{}': {}", fOutput.name, reason(code));
+        return false;
+    }
+    fBegun = true;
+    return true;
+}
+
+int MovieOutput::switch_to(bool on) {
+    tnOutputAccessor accessor(fRecord);
+    accessor.SetOutputEnabled(on);
+    zRecord result;
+    return fMovie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_ENABLE);
+}
+
+bool MovieOutput::Start(std::string& error) {
+    LiveTrace::Forget(fOutput.Location());
+    if (fFigures.status != 0) drop_movie();
+    fFigures = {};
+    if (!fBegun) {
+        if ((!fMovie && !make_movie(error)) || !begin(error)) {
+            drop_movie();
+            return false;
+        }
+    } else if (const int code = switch_to(true); code != 0) {
+        error = fmt::format("output '{}': {}", fOutput.name, reason(code));
+        return false;
+    }
+    fSource.BeginUse(fOutput.Track(TN_MEDIA_VIDEO), fOutput.Track(TN_MEDIA_AUDIO));
+    fRunning = true;
+    return true;
+}
+
+void MovieOutput::Stop() {
+    if (!fRunning) return;
+    fSource.EndUse(fOutput.Track(TN_MEDIA_VIDEO), fOutput.Track(TN_MEDIA_AUDIO));
+    fRunning = false;
+    switch_to(false);
+    collect(fFigures);
+}
+
+void MovieOutput::drop_movie() {
+    Stop();
+    if (fMovie && fBegun) {
+        zRecord result;
+        fMovie->UpdateOutput(tnOutputAccessor(fRecord), nullptr, result, TN_OUTPUT_UPDATE_REMOVE);
+    }
+    fBegun = false;
+    fMovie.reset();
+}
+
+void MovieOutput::collect(LiveFigures& figures) {
+    if (!fMovie) return;
+    zRecord request;
+    zRecord answer;
+    fMovie->StatisticsControl(request, answer);
+    figures.frames = answer.AsInt64("frames", figures.frames);
+    figures.bytes = answer.AsInt64("bytes", figures.bytes);
+    for (const tnMediaType type : kTypes) {
+        tnStream* found = nullptr;
+        if (fMovie->GetWriteStreamForType(type, &found) != 0) continue;
+        const StreamHandle stream(found);
+        tn_output_statistics statistics;
+        if (stream->GetOutputStatistics(statistics) != 0 || statistics.fStatus == 0) continue;
+        figures.status = statistics.fStatus;
+        figures.statusValue = statistics.fStatusValue;
+        figures.text = reason(statistics.fStatus);
+        return;
+    }
+}
+
+LiveFigures MovieOutput::Figures() {
+    if (fRunning) collect(fFigures);
+    return fFigures;
+}
+
+std::string known_formats() {
+    std::string names;
+    tnFormatsIterator* const formats = tnFiles::CreateFormatIterator();
+    for (formats->Init(); !formats->Done(); formats->Next()) {
+        tnFormatsIterator::tn_format format;
+        formats->Current(format);
+        if (!format.name) continue;
+        if (!names.empty()) names += ", ";
+        names += format.name;
+    }
+    formats->Delete();
+    return names.empty() ? "none; are the add-ons installed, or is --addons right?" : names;
+}
+
+}  // namespace
+
+bool CheckMovieOutput(const ShowOutput& output, const Show&, std::string& error) {
+    tnXIMovieFile* found = nullptr;
+    if (tnFiles::GetMovieFileInterface(output.format, &found) != 0) {
+        error = fmt::format("output '{}': unknown format_name '{}'; there are: {}", output.name,
+                            output.format, known_formats());
+        return false;
+    }
+    const std::unique_ptr<tnXIMovieFile, ReleaseObject> format(found);
+    const std::string location = output.Location();
+    if (location.empty()) {
+        error = fmt::format("output '{}': has no output_url; say where it goes", output.name);
+        return false;
+    }
+    if (!format->SupportsOutput(type_of(output))) {
+        error = fmt::format("output '{}': '{}' does not write to '{}'; use another format_name",
+                            output.name, output.format, location);
+        return false;
+    }
+    if (type_of(output) != TN_OUTPUT_DEFAULT) return true;
+    const std::filesystem::path folder = std::filesystem::path(location).parent_path();
+    std::error_code failed;
+    if (!folder.empty() && !std::filesystem::is_directory(folder, failed)) {
+        error = fmt::format("output '{}': there is no folder '{}'; make it first", output.name,
+                            folder.string());
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<LiveOutput> MakeMovieOutput(const ShowOutput& output, LiveSource& source,
+                                            std::string&) {
+    return std::make_unique<MovieOutput>(output, source);
+}

@@ -1,0 +1,365 @@
+#include "Show.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fmt/format.h>
+
+#include "spar/zXML.h"
+#include "tarn/foundation/tnOutputAccessor.h"
+
+namespace {
+
+constexpr double kFastestRate = 1000;
+constexpr int kLargestSide = 16384;
+constexpr int kDefaultWidth = 640;
+constexpr int kDefaultHeight = 360;
+
+std::string tag_of(const zRecord& record) {
+    return record.AsString('xTag', "");
+}
+
+std::string xml_trouble(int code) {
+    switch (code) {
+        case zXML::kNoElement:
+            return "holds no XML element";
+        case zXML::kDoctype:
+            return "has a document type, which is not read; take the DOCTYPE out";
+        case zXML::kTooDeep:
+        case zXML::kTooBig:
+            return "is too deep or too big for a show";
+        default:
+            return "is not well-formed XML; check its tags and quotes (xmllint shows the line)";
+    }
+}
+
+// The reader takes what stands complete before a break, which is too kind to a file that people
+// write: a show that lost its end has lost outputs.
+bool is_closed(const std::string& text, const std::string& root, const zRecord& record) {
+    if (text.rfind("</" + root) != std::string::npos) return true;
+    const std::size_t last = text.find_last_not_of(" \t\r\n");
+    return !record.HasChildren() && last > 0 && text.compare(last - 1, 2, "/>") == 0;
+}
+
+bool parse_xml(const std::string& text, const std::string& where, const std::string& root,
+               zRecord& record, std::string& error) {
+    const int code = zXML::ParseMemory(zXML::kAttributes, &record, text.data(), text.size());
+    if (code != 0) {
+        error = fmt::format("{}: {}", where, xml_trouble(code));
+        return false;
+    }
+    if (tag_of(record) != root) {
+        error =
+            fmt::format("{}: begins with <{}>; it has to be a <{}>", where, tag_of(record), root);
+        return false;
+    }
+    if (!is_closed(text, root, record)) {
+        error = fmt::format("{}: ends before </{}>; close its tags", where, root);
+        return false;
+    }
+    return true;
+}
+
+/// A number of the element, in its own words: what is not one at all must not pass as a default.
+bool read_number(const zRecord& record, const char* key, double least, double most, double& value,
+                 const std::string& where, std::string& error) {
+    if (!record.ExistsKey(key)) return true;
+    char scratch[64] = {};
+    const std::string text = record.AsCString(key, "", &scratch);
+    char* end = nullptr;
+    const double read = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != 0 || !std::isfinite(read) || read < least || read > most) {
+        error = fmt::format("{}: {}=\"{}\" is no number from {:g} to {:g}", where, key, text, least,
+                            most);
+        return false;
+    }
+    value = read;
+    return true;
+}
+
+bool read_side(const zRecord& record, const char* key, int& side, const std::string& where,
+               std::string& error) {
+    double value = side;
+    if (!read_number(record, key, 2, kLargestSide, value, where, error)) return false;
+    side = static_cast<int>(value);
+    if (value != side || side % 2 != 0) {
+        error = fmt::format("{}: {}=\"{:g}\" has to be even", where, key, value);
+        return false;
+    }
+    return true;
+}
+
+bool read_rate(const zRecord& record, ShowSource& source, const std::string& where,
+               std::string& error) {
+    if (!record.ExistsKey("fps")) return true;
+    char scratch[64] = {};
+    const std::string text = record.AsCString("fps", "", &scratch);
+    if (!ParseShowRate(text, source.rate)) {
+        error = fmt::format(
+            "{}: fps=\"{}\" is no rate; write 25, 29.97 or 60000/1001, above 0 and up to {:g}",
+            where, text, kFastestRate);
+        return false;
+    }
+    if (!source.clip.empty()) {
+        error = fmt::format("{}: fps=\"{}\" with a clip; clips have their own rate, take it out",
+                            where, text);
+        return false;
+    }
+    return true;
+}
+
+bool read_source(const zRecord& record, ShowSource& source, const std::string& file,
+                 std::string& error) {
+    source.record = record;
+    source.name = record.AsString("name", "");
+    if (source.name.empty()) {
+        error = fmt::format("{}: a <source> has no name; give it name=\"...\"", file);
+        return false;
+    }
+    const std::string where = fmt::format("{}: source '{}'", file, source.name);
+    source.clip = record.AsString("clip", "");
+    source.loop = record.AsBool("loop", true);
+    const std::string picture = record.AsString("picture", source.clip.empty() ? "" : "none");
+    if (source.clip.empty() && picture != "bars") {
+        error = fmt::format("{}: needs clip=\"FILE\" or picture=\"bars\"", where);
+        return false;
+    }
+    if (!source.clip.empty() && !std::filesystem::exists(source.clip)) {
+        error = fmt::format("{}: there is no clip '{}'; check its path", where, source.clip);
+        return false;
+    }
+    if (source.clip.empty()) {
+        source.width = kDefaultWidth;
+        source.height = kDefaultHeight;
+        source.rate = {25, 1};
+    }
+    return read_rate(record, source, where, error) &&
+           read_side(record, "tn_width", source.width, where, error) &&
+           read_side(record, "tn_height", source.height, where, error) &&
+           read_number(record, "tone", 0, 20000, source.toneHz, where, error) &&
+           read_number(record, "catch_up", 0, 3600, source.catchUp, where, error);
+}
+
+bool read_track(const zRecord& element, tnMediaRecord& track, const std::string& where,
+                std::string& error) {
+    const std::string tag = tag_of(element);
+    if (tag != "video" && tag != "audio") {
+        error = fmt::format("{}: <{}> is no track; it takes <video> and <audio>", where, tag);
+        return false;
+    }
+    const bool video = tag == "video";
+    track = tnMediaRecord(element);
+    track.fType.SetInt32(video ? TN_MEDIA_VIDEO : TN_MEDIA_AUDIO);
+    if (!track.ExistsID('mena')) track.SetBool('mena', true);
+    if (!video && !track.ExistsKey("audio_output_track_mask")) {
+        track.SetUInt32("audio_output_track_mask", 1);
+    }
+    double rate = 0;
+    if (!read_number(track, "target_bit_rate", 1, 2e6, rate, where, error)) return false;
+    if (rate > 0) track.SetInt32('mtbr', static_cast<int>(rate));
+    return true;
+}
+
+bool read_output(const zRecord& record, const Show& show, ShowOutput& output,
+                 const std::string& file, std::string& error) {
+    output.record = record;
+    const tnOutputAccessor accessor(output.record);
+    output.name = accessor.OutputDisplayName();
+    if (output.name.empty()) output.name = output.Location();
+    if (output.name.empty()) {
+        error = fmt::format("{}: an <output> has no output_display_name; give it one", file);
+        return false;
+    }
+    const std::string where = fmt::format("{}: output '{}'", file, output.name);
+    output.kind = record.AsString("kind", "movie");
+    output.format = record.AsString("format_name", "");
+    output.source = record.AsString("source", show.sources.size() == 1 ? show.sources[0].name : "");
+    if (!show.FindSource(output.source)) {
+        error = output.source.empty()
+                    ? fmt::format("{}: says no source; give it source=\"NAME\"", where)
+                    : fmt::format("{}: there is no source '{}'", where, output.source);
+        return false;
+    }
+    if (output.kind == "movie" && output.format.empty()) {
+        error = fmt::format("{}: has no format_name; say which kind of file it is", where);
+        return false;
+    }
+    for (const zRecord* child : record.Children()) {
+        if (!child) continue;
+        tnMediaRecord track;
+        if (!read_track(*child, track, where, error)) return false;
+        output.tracks.push_back(track);
+    }
+    if (output.kind == "movie" && output.tracks.empty()) {
+        error = fmt::format("{}: has no tracks; give it a <video> or an <audio>", where);
+        return false;
+    }
+    return true;
+}
+
+bool is_taken(const Show& show, const ShowOutput& output) {
+    return std::any_of(show.outputs.begin(), show.outputs.end(),
+                       [&](const ShowOutput& other) { return other.name == output.name; });
+}
+
+bool add_element(const zRecord& element, const std::string& where, Show& show, std::string& error) {
+    const std::string tag = tag_of(element);
+    if (tag == "source") {
+        ShowSource source;
+        if (!read_source(element, source, where, error)) return false;
+        if (show.FindSource(source.name)) {
+            error = fmt::format("{}: two sources are called '{}'; rename one", where, source.name);
+            return false;
+        }
+        show.sources.push_back(std::move(source));
+        return true;
+    }
+    if (tag != "output") {
+        error = fmt::format("{}: <{}> is unknown; a show holds <source> and <output>", where, tag);
+        return false;
+    }
+    ShowOutput output;
+    if (!read_output(element, show, output, where, error)) return false;
+    if (is_taken(show, output)) {
+        error = fmt::format("{}: two outputs are called '{}'; rename one", where, output.name);
+        return false;
+    }
+    show.outputs.push_back(std::move(output));
+    return true;
+}
+
+/// Sources first, wherever they stand: outputs name them.
+bool add_elements(const zRecord& root, const std::string& where, Show& show, std::string& error) {
+    for (const bool sources : {true, false}) {
+        for (const zRecord* child : root.Children()) {
+            if (!child || (tag_of(*child) == "source") != sources) continue;
+            if (!add_element(*child, where, show, error)) return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ParseShowRate(const std::string& text, ShowRate& rate) {
+    char* end = nullptr;
+    const double first = std::strtod(text.c_str(), &end);
+    double second = 1;
+    if (end == text.c_str()) return false;
+    const bool fraction = *end == '/';
+    if (fraction) {
+        const char* const divisor = end + 1;
+        second = std::strtod(divisor, &end);
+        if (end == divisor) return false;
+    }
+    const bool whole = first == std::floor(first) && second == std::floor(second);
+    if (*end != 0 || !(first > 0) || !(second > 0) || !(first / second <= kFastestRate)) {
+        return false;
+    }
+    if (fraction && (!whole || first > 1e9)) return false;
+    if (whole) {
+        rate = {static_cast<long long>(first), static_cast<long long>(second)};
+        return true;
+    }
+    // The rates of television that are written with a decimal point stand for 1000/1001 of a whole.
+    const double near = std::round(first * 1.001);
+    if (std::fabs(near / 1.001 - first) < 0.005) {
+        rate = {static_cast<long long>(near) * 1000, 1001};
+    } else {
+        rate = {static_cast<long long>(std::llround(first * 1000)), 1000};
+    }
+    return rate.numerator > 0;
+}
+
+bool ShowOutput::Enabled() const {
+    return tnOutputAccessor(record).OutputEnabled();
+}
+
+std::string ShowOutput::Location() const {
+    return tnOutputAccessor(record).URL();
+}
+
+const tnMediaRecord* ShowOutput::Track(tnMediaType type) const {
+    for (const tnMediaRecord& track : tracks) {
+        if (track.fType.AsInt32(0) == static_cast<int>(type)) return &track;
+    }
+    return nullptr;
+}
+
+const ShowSource* Show::FindSource(const std::string& name) const {
+    for (const ShowSource& source : sources) {
+        if (source.name == name) return &source;
+    }
+    return nullptr;
+}
+
+bool ReadShowText(const std::string& text, const std::string& where, Show& show,
+                  std::string& error) {
+    zRecord root;
+    Show read;
+    if (!parse_xml(text, where, "show", root, error)) return false;
+    if (!add_elements(root, where, read, error)) return false;
+    if (read.sources.empty()) {
+        error = fmt::format("{}: has no <source>; a show needs one", where);
+        return false;
+    }
+    if (read.outputs.empty()) {
+        error = fmt::format("{}: has no <output>; a show needs one", where);
+        return false;
+    }
+    show = std::move(read);
+    return true;
+}
+
+bool ReadShow(const std::string& path, Show& show, std::string& error) {
+    const std::string where = fmt::format("'{}'", path);
+    std::error_code failed;
+    if (!std::filesystem::is_regular_file(path, failed)) {
+        error = fmt::format("{}: there is no such show file", where);
+        return false;
+    }
+    std::string text;
+    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
+        char block[4096];
+        std::size_t got = 0;
+        while (text.size() <= zXML::kMaxTagBytes &&
+               (got = std::fread(block, 1, sizeof block, file)) > 0) {
+            text.append(block, got);
+        }
+        std::fclose(file);
+    } else {
+        error = fmt::format("{}: cannot be read; check its permissions", where);
+        return false;
+    }
+    return ReadShowText(text, where, show, error);
+}
+
+bool ReadShowOutput(const std::string& text, const Show& show, ShowOutput& output,
+                    std::string& error) {
+    zRecord element;
+    ShowOutput read;
+    if (!parse_xml(text, "add", "output", element, error)) return false;
+    if (!read_output(element, show, read, "add", error)) return false;
+    if (is_taken(show, read)) {
+        error = fmt::format("add: there is an output '{}'; choose another output_display_name",
+                            read.name);
+        return false;
+    }
+    output = std::move(read);
+    return true;
+}
+
+bool ReadShowSource(const std::string& text, const Show& show, ShowSource& source,
+                    std::string& error) {
+    zRecord element;
+    ShowSource read;
+    if (!parse_xml(text, "add", "source", element, error)) return false;
+    if (!read_source(element, read, "add", error)) return false;
+    if (show.FindSource(read.name)) {
+        error = fmt::format("add: there is a source '{}'; choose another name", read.name);
+        return false;
+    }
+    source = std::move(read);
+    return true;
+}
