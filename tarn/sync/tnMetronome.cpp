@@ -73,6 +73,8 @@ void add_tone(Tone tone, void* samples, int frames, int channels) {
 
 Tone tone_of(double time, double start, double stop, int frames, int sampleRate) {
     const double blockTime = static_cast<double>(frames) / sampleRate;
+    // Twice the block, also where no end is near: blocks of less than the ramp stay below the full
+    // tone, and receivers that were tuned to such blocks go by that height.
     Tone tone{static_cast<std::uint32_t>(whole(time * sampleRate)), kRamp, frames * 2LL,
               sampleRate};
     // A block that holds both ends of a pulse swells and does not die away.
