@@ -145,7 +145,9 @@ MovieTrack made_up_sound(unsigned int format) {
         track.primingFrames = 1024;
         track.decoderConfiguration = {0x11, 0x90};
     } else {
-        track.bitsPerSample = format == 'sowt' || format == 'twos' ? 16 : 32;
+        track.bitsPerSample = format == 'sowt' || format == 'twos'   ? 16
+                              : format == 'in24' || format == '42ni' ? 24
+                                                                     : 32;
         track.bytesPerPacket = 2 * track.bitsPerSample / 8;
     }
     return track;
@@ -219,6 +221,7 @@ MovieFileOptions FileOptions(const WriteOptions& options) {
     MovieFileOptions result;
     result.containerType = options.container;
     result.fastStart = options.fastStart;
+    result.trimAudio = options.trimAudio;
     result.creationTime = options.created;
     return result;
 }

@@ -30,6 +30,7 @@ struct WriteOptions {
     double expectedSeconds = 10;
     int checkpointEvery = 20;  // samples
     bool fastStart = true;
+    bool trimAudio = true;
     bool finish = true;
     long long created = 1700000000;
 };
