@@ -70,10 +70,10 @@ void tnRTBuffer::Reset() {
 
 void tnRTBuffer::WriteToBuffer(const void* data, int size, long long, long long, double time,
                                double duration, int bytesPerUnit) {
+    const zCriticalLock lock(*fCritical);
     if (fCurrent == nullptr) {
         return;
     }
-    const zCriticalLock lock(*fCritical);
     if (fCurrent->fStartTime < 0.0) {
         fCurrent->fStartTime = time;
     }

@@ -368,9 +368,10 @@ TEST_F(tnRTBufferTest, ReaderAndWriterOnTwoThreadsAgree) {
     for (int time = 0; time + 32 < kTotal;) {
         std::int32_t values[32];
         const int result =
-            buffer.ReadFromBufferWithTimeout(values, sizeof values, 0, time, 32, kUnit, kLong);
-        if (result == -3)
-            continue;  // at the very front, and what came was not enough to start with
+            buffer.ReadFromBufferWithTimeout(values, sizeof values, 0, time, 32, kUnit, 10'000);
+        // At the very front, and what came was not enough; or all that the writer may write came
+        // between the reader's look and its wish for a signal, and there is no next write to tell.
+        if (result == -3 || result == -2) continue;
         EXPECT_EQ(result, 0);
         if (result != 0) break;
         for (int i = 0; i < 32; ++i) EXPECT_EQ(values[i], time + i);
@@ -525,9 +526,9 @@ void compare_with_model(unsigned int seed, int steps) {
 }
 
 TEST(tnRTBufferModel, AnswersAsOneThatKeepsEverything) {
-    // A soak asks for more rounds, of a thousand steps each.
+    // A million steps; a sanitizer's run may ask for fewer rounds, a soak for more.
     const char* wanted = std::getenv("TARN_SOAK_ROUNDS");
-    const int rounds = wanted != nullptr ? std::atoi(wanted) : 100;
+    const int rounds = wanted != nullptr ? std::atoi(wanted) : 1000;
     for (int round = 0; round < rounds; ++round) {
         compare_with_model(static_cast<unsigned int>(round), 1000);
         if (testing::Test::HasFatalFailure()) return;
