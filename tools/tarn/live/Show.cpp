@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
+#include <utility>
 
 #include "spar/zXML.h"
 #include "tarn/foundation/tnOutputAccessor.h"
@@ -20,10 +21,32 @@ std::string tag_of(const zRecord& record) {
     return record.AsString('xTag', "");
 }
 
+// A record counts a text that spells a number as that number, and "true" as no truth at all. People
+// write true and false; where a text is meant, it stays one.
+void take_words_for_truth(zRecord& record) {
+    constexpr const char* kTexts[] = {"name", "source",      "kind",       "output_display_name",
+                                      "clip", "format_name", "output_url", "picture"};
+    std::vector<std::pair<unsigned long long, bool>> found;
+    record.ForEachVariable([&](const zVariable& variable) {
+        const bool yes = variable.Text() == "true";
+        if (yes || variable.Text() == "false") found.emplace_back(variable.ID(), yes);
+        return true;
+    });
+    for (const char* const key : kTexts) {
+        const zVariable* const text = record.FindVariable(key);
+        if (!text) continue;
+        std::erase_if(found, [&](const auto& one) { return one.first == text->ID(); });
+    }
+    for (const auto& [id, yes] : found) record.SetBool(id, yes);
+    for (zRecord* child : record.Children()) {
+        if (child) take_words_for_truth(*child);
+    }
+}
+
 std::string xml_trouble(int code) {
     switch (code) {
         case zXML::kNoElement:
-            return "holds no XML element";
+            return "holds no whole XML element";
         case zXML::kDoctype:
             return "has a document type, which is not read; take the DOCTYPE out";
         case zXML::kTooDeep:
@@ -58,6 +81,7 @@ bool parse_xml(const std::string& text, const std::string& where, const std::str
         error = fmt::format("{}: ends before </{}>; close its tags", where, root);
         return false;
     }
+    take_words_for_truth(record);
     return true;
 }
 

@@ -1,0 +1,225 @@
+#include "LiveShow.h"
+
+#include <gtest/gtest.h>
+#include <map>
+
+#include "spar/zBoot.h"
+#include "tarn/foundation/tnOutputAccessor.h"
+
+#include "LiveCommands.h"
+#include "LiveReport.h"
+#include "LiveSource.h"
+
+namespace {
+
+struct Script {
+    bool failsToStart = false;
+    int status = 0;
+    int starts = 0;
+    int stops = 0;
+    long long frames = 0;
+};
+std::map<std::string, Script> gScripts;
+
+class ScriptedOutput final : public LiveOutput {
+public:
+    explicit ScriptedOutput(const ShowOutput& output) : fName(output.name) {}
+    ~ScriptedOutput() override {
+        const Script& script = does();
+        EXPECT_EQ(script.starts, script.stops) << fName;
+    }
+    bool Start(std::string& error) override {
+        if (does().failsToStart) {
+            error = "output '" + fName + "': cannot";
+            return false;
+        }
+        ++does().starts;
+        return true;
+    }
+    void Stop() override { ++does().stops; }
+    LiveFigures Figures() override {
+        LiveFigures figures;
+        figures.frames = does().frames;
+        figures.status = does().status;
+        if (figures.status != 0) figures.text = "no space left";
+        return figures;
+    }
+    std::string Location() const override { return "/" + fName; }
+
+private:
+    Script& does() const { return gScripts[fName]; }
+    const std::string fName;
+};
+
+std::unique_ptr<LiveOutput> make_scripted(const ShowOutput& output, LiveSource&, std::string&) {
+    return std::make_unique<ScriptedOutput>(output);
+}
+
+bool check_scripted(const ShowOutput& output, const Show& show, std::string& error) {
+    EXPECT_TRUE(show.FindSource(output.source));
+    if (!output.record.AsBool("wrong", false)) return true;
+    error = "output '" + output.name + "': wrong";
+    return false;
+}
+
+std::string element(const std::string& name, const std::string& more = "") {
+    return R"(<output kind="scripted" source="bars" output_enabled="true" output_display_name=")" +
+           name + "\" " + more + "/>";
+}
+
+class RunningShow : public testing::Test {
+protected:
+    RunningShow() : fShow(1.0) {
+        zBoot::StartAll();
+        gScripts.clear();
+        LiveOutputKinds::Add({"scripted", make_scripted, check_scripted});
+        fShow.SetObserver([this](const LiveOutputEntry& entry) {
+            fChanges.push_back(entry.description.name + " " + TextOf(entry.state));
+        });
+    }
+    ~RunningShow() override {
+        fShow.Stop();
+        zBoot::StopAll();
+    }
+
+    bool prepare(const std::string& outputs) {
+        Show show;
+        const std::string text = R"(<show><source name="bars" picture="bars" tn_width="32")"
+                                 R"( tn_height="32"/>)" +
+                                 outputs + "</show>";
+        return ReadShowText(text, "test", show, fError) && fShow.Prepare(show, fError);
+    }
+    bool obey(const std::string& line) {
+        const LiveAnswer answer = ObeyLiveCommand(line, fShow);
+        fError = answer.message;
+        return answer.ok;
+    }
+    LiveState state(std::size_t index) const { return fShow.Outputs()[index].state; }
+
+    LiveShow fShow;
+    std::vector<std::string> fChanges;
+    std::string fError;
+};
+
+TEST_F(RunningShow, StartsWhatIsEnabled) {
+    ASSERT_TRUE(prepare(element("a") + R"(<output kind="scripted" output_display_name="b"/>)"))
+        << fError;
+    EXPECT_EQ(state(0), LiveState::kRunning);
+    EXPECT_EQ(state(1), LiveState::kOff);
+    EXPECT_EQ(fShow.Outputs()[0].location, "/a");
+    EXPECT_EQ(gScripts["a"].starts, 1);
+    EXPECT_EQ(gScripts["b"].starts, 0);
+    EXPECT_EQ(fChanges, (std::vector<std::string>{"a running", "b off"}));
+}
+
+TEST_F(RunningShow, DoesNotStartWithAnOutputThatIsWrong) {
+    EXPECT_FALSE(prepare(element("a") + element("b", "wrong=\"true\"")));
+    EXPECT_EQ(fError, "output 'b': wrong");
+    EXPECT_EQ(gScripts["a"].starts, 0) << "checked before anything starts";
+    EXPECT_FALSE(prepare(R"(<output kind="none" output_display_name="c"/>)"));
+    EXPECT_NE(fError.find("unknown kind 'none'; there are: "), std::string::npos) << fError;
+    gScripts["d"].failsToStart = true;
+    EXPECT_FALSE(prepare(element("d")));
+    EXPECT_EQ(fError, "output 'd': cannot");
+}
+
+TEST_F(RunningShow, AFailedOutputStopsAlone) {
+    ASSERT_TRUE(prepare(element("a") + element("b")));
+    gScripts["a"].frames = 7;
+    fShow.Poll();
+    EXPECT_EQ(fShow.Outputs()[0].figures.frames, 7);
+    EXPECT_FALSE(fShow.HasFailed());
+    gScripts["a"].status = -1050;
+    fShow.Poll();
+    fShow.Poll();
+    EXPECT_EQ(state(0), LiveState::kFailed);
+    EXPECT_EQ(state(1), LiveState::kRunning);
+    EXPECT_EQ(gScripts["a"].stops, 1);
+    EXPECT_TRUE(fShow.HasFailed());
+    EXPECT_NE(TextOfShow(fShow).find("no space left"), std::string::npos);
+    EXPECT_NE(JsonOfStats(fShow).find(R"("state":"failed","location":"/a")"), std::string::npos)
+        << JsonOfStats(fShow);
+    // Its trouble may be over: it can be switched on again.
+    gScripts["a"].status = 0;
+    EXPECT_TRUE(obey("enable a"));
+    EXPECT_EQ(state(0), LiveState::kRunning);
+}
+
+TEST_F(RunningShow, WhatOnlyTheClosingShowsIsAFailureToo) {
+    ASSERT_TRUE(prepare(element("a")));
+    gScripts["a"].status = -5;
+    EXPECT_TRUE(obey("enable a off"));
+    EXPECT_EQ(state(0), LiveState::kFailed);
+}
+
+TEST_F(RunningShow, ObeysCommands) {
+    ASSERT_TRUE(prepare(element("a b")));
+    EXPECT_TRUE(obey("add " + element("c"))) << fError;
+    EXPECT_EQ(fShow.Outputs().size(), 2u);
+    EXPECT_EQ(state(1), LiveState::kRunning);
+    EXPECT_TRUE(obey("enable a b off")) << fError;
+    EXPECT_EQ(state(0), LiveState::kOff);
+    EXPECT_TRUE(obey("enable a b off"));
+    EXPECT_TRUE(obey("  enable a b on \r"));
+    EXPECT_EQ(gScripts["a b"].starts, 2);
+    EXPECT_TRUE(obey("remove a b"));
+    EXPECT_EQ(fShow.Outputs().size(), 1u);
+    EXPECT_EQ(fChanges.back(), "a b removed");
+    EXPECT_TRUE(ObeyLiveCommand("stats", fShow).stats);
+    EXPECT_TRUE(ObeyLiveCommand("quit", fShow).quit);
+    EXPECT_TRUE(obey("help"));
+    EXPECT_TRUE(obey(""));
+    EXPECT_TRUE(obey("add " + element("a b"))) << "the name is free again: " << fError;
+}
+
+TEST_F(RunningShow, SourcesComeAndGo) {
+    ASSERT_TRUE(prepare(element("a")));
+    fShow.Start();
+    EXPECT_TRUE(obey(R"(add <source name="s2" picture="bars" tn_width="16" tn_height="16"/>)"));
+    EXPECT_EQ(fShow.Sources().size(), 2u);
+    EXPECT_TRUE(obey(R"(add <output kind="scripted" source="s2" output_display_name="b"/>)"));
+    EXPECT_FALSE(obey("remove s2"));
+    EXPECT_NE(fError.find("remove that first"), std::string::npos) << fError;
+    EXPECT_TRUE(obey("remove b"));
+    EXPECT_TRUE(obey("remove s2"));
+    EXPECT_EQ(fShow.Sources().size(), 1u);
+}
+
+TEST_F(RunningShow, SaysWhatIsWrongWithACommand) {
+    ASSERT_TRUE(prepare(element("a")));
+    struct Case {
+        std::string line;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"dance", "'dance' is no command; there are: add"},
+        {"add", "add what"},
+        {"add /nonexistent.xml", "neither an <output> element nor a file"},
+        {"add <output", "no whole XML element"},
+        {"add <movie/>", "has to be a <output>"},
+        {"add " + element("a"), "there is an output 'a'"},
+        {"add " + element("w", "wrong=\"true\""), "output 'w': wrong"},
+        {"add <output kind=\"scripted\" source=\"x\" output_display_name=\"b\"/>", "no source 'x'"},
+        {"add <source name=\"bars\" picture=\"bars\"/>", "there is a source 'bars'"},
+        {"remove", "which output"},
+        {"remove nobody", "no output or source 'nobody'"},
+        {"enable", "which output"},
+        {"enable nobody", "no output 'nobody'"},
+        {"remove bars", "still serves output 'a'"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(obey(c.line)) << c.line;
+        EXPECT_NE(fError.find(c.words), std::string::npos) << c.line << "\n" << fError;
+    }
+    EXPECT_EQ(fShow.Outputs().size(), 1u);
+}
+
+TEST_F(RunningShow, EndingStopsEveryOutput) {
+    ASSERT_TRUE(prepare(element("a") + element("b")));
+    fShow.Start();
+    fShow.Stop();
+    EXPECT_EQ(state(0), LiveState::kEnded);
+    EXPECT_EQ(gScripts["b"].stops, 1);
+}
+
+}  // namespace
