@@ -49,7 +49,10 @@ CValueList<unsigned int>* TestEncoder::GetOutputFormats() {
 }
 
 Result TestEncoder::SetInputProperties(const CVideoProperties* properties) {
-    fPlan->fShape = new CVideoProperties(properties);
+    {
+        const zMutexLock lock(fPlan->fLock);
+        fPlan->fShape = new CVideoProperties(properties);
+    }
     return fails(kSetInput) ? Result(ResultError())
                             : CVideoCompressor::SetInputProperties(properties);
 }

@@ -37,13 +37,15 @@ public:
         std::atomic<int> fGone{0};
         std::atomic<int> fEnds{0};
         std::atomic<unsigned int> fPicked{0};
-        Quillon::Orb::RObject<Quillon::Orb::CVideoProperties>
-            fShape;  // as SetInputProperties saw it
-        long long fSampleTime = -1;
-        long long fSampleDuration = -1;
+        std::atomic<long long> fSampleTime{-1};
+        std::atomic<long long> fSampleDuration{-1};
+
+        // trials of several threads meet here; a test reads fShape when they have ended
+        zMutex fLock;
+        // as SetInputProperties saw it last
+        Quillon::Orb::RObject<Quillon::Orb::CVideoProperties> fShape;
 
         // hanging in Begin
-        zMutex fLock;
         zCondition fChanged;
         bool fHang SPAR_GUARDED_BY(fLock) = false;
         bool fHangs SPAR_GUARDED_BY(fLock) = false;
