@@ -4,10 +4,13 @@
 
 // Settings that several components take from an output record.
 
+/// Bits per second; 0, for an encoder's own choice, where the record names none.
 inline int BitRateOf(const tnMediaRecord& output) {
     constexpr long long kBitsPerKilobit = 1000;
     constexpr long long kMost = 2000000000;  // what components take
     const long long bits = output.AsInt32('mtbr', 0) * kBitsPerKilobit;
+    // Below 0 stands what only tells one request from another.
+    if (bits < 0) return 0;
     return static_cast<int>(bits < kMost ? bits : kMost);
 }
 

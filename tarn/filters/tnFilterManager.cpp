@@ -132,6 +132,16 @@ void tnFilterManager::StopObservingFilter(int source, std::shared_ptr<zObject> o
     std::erase_if(fSources, [](const auto& entry) { return entry.second.fOutputs.empty(); });
 }
 
+bool tnFilterManager::HasEqualOutput(int source, const tnMediaRecord& format) {
+    const Lock lock(gMutex);
+    const auto entry = fSources.find(source);
+    if (entry == fSources.end()) return false;
+    const std::deque<Output>& outputs = entry->second.fOutputs;
+    return std::any_of(outputs.begin(), outputs.end(), [&](const Output& output) {
+        return FormatsAreEqual(format, output.fFormat);
+    });
+}
+
 void tnFilterManager::SetInputFormat(int source, const tnMediaRecord& format) {
     {
         const Lock lock(gMutex);

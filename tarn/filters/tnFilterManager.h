@@ -79,6 +79,9 @@ public:
     /// with its input format.
     void StopObservingFilter(int source, std::shared_ptr<zObject> owner);
 
+    /// Whether the source has an output that a request of this format would join.
+    bool HasEqualOutput(int source, const tnMediaRecord& format);
+
     /// What the host writes to the source. The first call holds as long as the source has outputs.
     void SetInputFormat(int source, const tnMediaRecord& format);
 

@@ -52,23 +52,28 @@ void tnOutputStream::SetStatus(int status, long long value) {
 }
 
 void tnOutputStream::CreateFilters() {
+    create_filters(fEncodedFormat, nullptr);
+}
+
+void tnOutputStream::create_filters(const tnMediaRecord& request,
+                                    const std::shared_ptr<void>& life) {
     fObserverToken = std::make_shared<zObject>();
     const std::shared_ptr<tnFilterManager> manager = tnFilterManager::Default();
-    const auto arrived = [this](std::shared_ptr<tnFilter> filter) {
+    const auto arrived = [this, life](std::shared_ptr<tnFilter> filter) {
         filter_arrived(std::move(filter));
     };
     const int type = fEncodedFormat.fType.AsInt32(0);
     if (type == TN_MEDIA_VIDEO) {
         manager->ObserveVideoFilter(
-            fSource, fObserverToken, fEncodedFormat, arrived,
-            [this](std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) {
+            fSource, fObserverToken, request, arrived,
+            [this, life](std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) {
                 video_arrived(std::move(buffer));
             });
     }
     if (type == TN_MEDIA_AUDIO) {
         manager->ObserveAudioFilter(
-            fSource, fObserverToken, fEncodedFormat, arrived,
-            [this](std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) {
+            fSource, fObserverToken, request, arrived,
+            [this, life](std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) {
                 audio_arrived(std::move(buffer));
             });
     }
@@ -80,7 +85,7 @@ void tnOutputStream::DestroyFilters() {
 }
 
 void tnOutputStream::filter_arrived(std::shared_ptr<tnFilter> filter) {
-    fFilter = std::move(filter);
+    std::atomic_store(&fFilter, std::move(filter));
     fHasFilter = true;
 }
 
@@ -91,9 +96,10 @@ void tnOutputStream::video_arrived(std::shared_ptr<tnVideoCompressor::EncodedBuf
         fPendingVideo.push_back(std::move(buffer));
         return;
     }
-    for (const auto& pending : fPendingVideo) fSink->WriteVideo(fFilter, pending);
+    const std::shared_ptr<tnFilter> filter = std::atomic_load(&fFilter);
+    for (const auto& pending : fPendingVideo) fSink->WriteVideo(filter, pending);
     fPendingVideo.clear();
-    fSink->WriteVideo(fFilter, std::move(buffer));
+    fSink->WriteVideo(filter, std::move(buffer));
 }
 
 void tnOutputStream::audio_arrived(std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) {
@@ -103,7 +109,8 @@ void tnOutputStream::audio_arrived(std::shared_ptr<tnAudioCompressor::EncodedBuf
         fPendingAudio.push_back(std::move(buffer));
         return;
     }
-    for (const auto& pending : fPendingAudio) fSink->WriteAudio(fFilter, pending);
+    const std::shared_ptr<tnFilter> filter = std::atomic_load(&fFilter);
+    for (const auto& pending : fPendingAudio) fSink->WriteAudio(filter, pending);
     fPendingAudio.clear();
-    fSink->WriteAudio(fFilter, std::move(buffer));
+    fSink->WriteAudio(filter, std::move(buffer));
 }

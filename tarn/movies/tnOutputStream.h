@@ -39,7 +39,11 @@ public:
     int CanOutputFormat(tnMediaRecord& format, bool flag) const override;
     int GetOutputStatistics(tn_output_statistics& statistics) override;
 
-    /// Starts observing. The sink is set before.
+    /// The source's number at the filter manager.
+    int Source() const { return fSource; }
+
+    /// Starts observing. The sink is set before. Streams that want to share go through
+    /// tnSharedEncoders instead, which also keeps a stream until its last delivery is over.
     void CreateFilters();
     /// Stops observing. What is pending stays so, for a later CreateFilters.
     void DestroyFilters();
@@ -54,11 +58,18 @@ protected:
     long long fStatusValue = 0;
     std::mutex fStatisticsMutex;  // guards the two above
     std::shared_ptr<tnEncodedSink> fSink;
+    // A stream that joins a running encoder hears it while its filter arrives on another thread:
+    // std::atomic_load and atomic_store.
     std::shared_ptr<tnFilter> fFilter;
     std::shared_ptr<tnOutputStreamSync> fSync;
     bool fHasFilter = false;
 
 private:
+    friend class tnSharedEncoders;
+
+    /// Observes with a request that need not be the encoded format. `life` is held as long as a
+    /// function that calls this stream exists anywhere.
+    void create_filters(const tnMediaRecord& request, const std::shared_ptr<void>& life);
     void filter_arrived(std::shared_ptr<tnFilter> filter);
     void video_arrived(std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer);
     void audio_arrived(std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer);

@@ -1,0 +1,120 @@
+#include "addons/moviefile/FileOutput.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "addons/moviefile/RawAudioCompressor.h"
+#include "addons/moviefile/RawVideoCompressor.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+/// Frames are large: this many are a second of the usual rates.
+constexpr MovieOutput::Room kRoom = {96, std::size_t{192} << 20, true};
+constexpr double kMsPerSecond = 1000.0;
+
+/// One frame on its way into one file.
+class Frame final : public tnVideoCompressor2::EncodedBuffer {
+public:
+    Frame(const RawVideoBuffer& raw, long long startTicks) : fRaw(raw), fStartTicks(startTicks) {}
+
+    void SetBytesWritten(int bytes) override { fBytes = bytes; }
+    EncodedBufferTiming GetTiming() override {
+        return {1, fRaw.Time() - fStartTicks, 1, static_cast<long long>(fRaw.Duration())};
+    }
+    CPixelDataReference* GetPixelData() override { return fRaw.Pixels(); }
+
+    int Bytes() const { return fBytes; }
+
+private:
+    const RawVideoBuffer& fRaw;
+    const long long fStartTicks;
+    int fBytes = 0;
+};
+
+class Block final : public tnAudioCompressor2::EncodedBuffer {
+public:
+    void SetBytesWritten(int bytes) override { fBytes = bytes; }
+    int Bytes() const { return fBytes; }
+
+private:
+    int fBytes = 0;
+};
+
+}  // namespace
+
+FileOutput::FileOutput(unsigned int containerType, Settings settings, const tnMediaRecord& pictures,
+                       const tnMediaRecord& sound)
+    : MovieOutput(std::move(settings), kRoom),
+      fContainerType(containerType),
+      fPictures(pictures),
+      fSound(sound),
+      fWriter(new tnWriteORB2()) {}
+
+FileOutput::~FileOutput() {
+    fWriter->Release();
+}
+
+int FileOutput::Open() {
+    return fWriter->Open(fSettings.where.c_str(), fContainerType, fSettings.moovRate,
+                         fSettings.expectedSeconds);
+}
+
+long long FileOutput::BytesWritten(bool ofPictures) const {
+    return ofPictures ? fPictureBytes.load() : fSoundBytes.load();
+}
+
+bool FileOutput::takes_picture(tnVideoCompressor::EncodedBuffer& buffer) {
+    return dynamic_cast<RawVideoBuffer*>(&buffer) != nullptr;
+}
+
+bool FileOutput::takes_sound(tnAudioCompressor::EncodedBuffer& buffer) {
+    return dynamic_cast<RawAudioBuffer*>(&buffer) != nullptr;
+}
+
+int FileOutput::begin_file(const MovieStart& start) {
+    fStartTicks = start.Ticks();
+    fSoundStartMs = start.TimeMs() - start.OnLine(0);
+    if (start.HasPictures()) {
+        const auto& first = static_cast<RawVideoBuffer&>(*start.Pictures().front().picture);
+        fWriter->SetSourceVideoFormat(first.Format());
+        fWriter->SetEncodedVideoFormat(fPictures);
+    }
+    if (start.HasSound() && start.Sound().front().format) {
+        const tnMediaRecord& source = start.Sound().front().format->input;
+        fSoundRate = source.fSampleRate.AsInt32(0);
+        fWriter->SetSourceAudioFormat(source);
+        fWriter->SetEncodedAudioFormat(fSound);
+    }
+    return fWriter->CompleteInitialization();
+}
+
+int FileOutput::write_picture(const MediaItem& item) {
+    Frame frame(static_cast<RawVideoBuffer&>(*item.picture), fStartTicks);
+    const int code = fWriter->WriteVideo(frame);
+    fPictureBytes.fetch_add(frame.Bytes());
+    return code;
+}
+
+int FileOutput::write_sound(const MediaItem& item) {
+    tnAudioCompressor::EncodedBuffer& sound = *item.sound;
+    const unsigned int frames = sound.SampleCount(0);
+    if (frames == 0) return 0;
+    const double early = std::max(fSoundStartMs - item.startMs, 0.0);
+    const auto skip = static_cast<unsigned int>(std::lround(early * fSoundRate / kMsPerSecond));
+    if (skip >= frames) return 0;
+    const unsigned int frameBytes = sound.PacketSize(0) / frames;
+    Block block;
+    const int code =
+        fWriter->WriteAudioPacket(&block, 0, 0, sound.PacketData(0) + skip * frameBytes,
+                                  static_cast<int>((frames - skip) * frameBytes));
+    fSoundBytes.fetch_add(block.Bytes());
+    return code;
+}
+
+int FileOutput::finish_file() {
+    fWriter->Close();
+    return 0;
+}

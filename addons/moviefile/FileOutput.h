@@ -1,0 +1,41 @@
+#pragma once
+
+#include "tarn/writers/tnWriteORB2.h"
+
+#include "addons/support/MovieOutput.h"
+
+/// Writes raw frames and PCM through the movie file writer, which encodes them for this file alone.
+///
+/// Encoders may be slower than the host for a while: a write then waits for them, as long as they
+/// move at all.
+class FileOutput final : public MovieOutput {
+public:
+    /// The tracks as the file shall carry them; an empty record for none.
+    FileOutput(unsigned int containerType, Settings settings, const tnMediaRecord& pictures,
+               const tnMediaRecord& sound);
+    ~FileOutput() override;
+
+    /// 0, or -1006.
+    int Open() override;
+    long long BytesWritten(bool ofPictures) const override;
+
+protected:
+    // The codes of tnWriteORB2.
+    int begin_file(const MovieStart& start) override;
+    int write_picture(const MediaItem& item) override;
+    int write_sound(const MediaItem& item) override;
+    int finish_file() override;
+    bool takes_picture(tnVideoCompressor::EncodedBuffer& buffer) override;
+    bool takes_sound(tnAudioCompressor::EncodedBuffer& buffer) override;
+
+private:
+    const unsigned int fContainerType;
+    const tnMediaRecord fPictures;
+    const tnMediaRecord fSound;
+    tnWriteORB2* const fWriter;
+    std::atomic<long long> fPictureBytes{0};
+    std::atomic<long long> fSoundBytes{0};
+    long long fStartTicks = 0;
+    double fSoundStartMs = 0;
+    double fSoundRate = 0;
+};

@@ -1,0 +1,263 @@
+#include "addons/mux/MuxOutput.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "orb/CAudioSample.h"
+#include "orb/CByteArray.h"
+#include "orb/CContainerReaderAudioProperties.h"
+#include "orb/CContainerReaderVideoProperties.h"
+#include "orb/CContainerWriter.h"
+#include "orb/CDecoderSpecificProperties.h"
+#include "orb/CMemoryDataReference.h"
+#include "orb/CMpeg4AvcProperties.h"
+#include "orb/CString.h"
+#include "orb/CVideoSample.h"
+#include "orb/ContainerProperty.h"
+#include "orb/VideoFormat.h"
+#include "spar/trace.h"
+#include "tarn/audio/tnOrbAudio.h"
+#include "tarn/writers/orbConversions.h"
+#include "tarn/writers/writerErrors.h"
+
+using namespace Quillon::Orb;
+
+namespace {
+
+constexpr double kMsPerSecond = 1000.0;
+constexpr double kDefaultSeconds = 3600.0;
+constexpr int kContainerQueue = 256;
+/// More than a minute of pictures and sound; nobody waits for this output.
+constexpr MovieOutput::Room kRoom = {16384, std::size_t{256} << 20, false};
+constexpr int kAacPacket = 'mp4a';
+constexpr int kH264Buffer = 7;
+
+/// Keeps a shared buffer while the media library holds its bytes.
+template <class Buffer>
+class BufferKeeper final : public CObject {
+public:
+    explicit BufferKeeper(std::shared_ptr<Buffer> buffer)
+        : CObject('keep', nullptr), fBuffer(std::move(buffer)) {}
+
+private:
+    const std::shared_ptr<Buffer> fBuffer;
+};
+
+/// The bytes where they are, alive as long as anybody holds the reference.
+template <class Buffer>
+RObject<CMemoryDataReference> bytes_of(const std::shared_ptr<Buffer>& owner,
+                                       const unsigned char* data, std::size_t size) {
+    const RObject<CObject> keeper(new BufferKeeper<Buffer>(owner));
+    const RObject<CByteArray> bytes(
+        new CByteArray(static_cast<int>(size), const_cast<unsigned char*>(data), keeper.Get()));
+    return RObject<CMemoryDataReference>(new CMemoryDataReference(bytes.Get()));
+}
+
+RObject<CByteArray> copy_of(const std::vector<unsigned char>& bytes) {
+    return RObject<CByteArray>(new CByteArray(bytes.data(), static_cast<int>(bytes.size())));
+}
+
+}  // namespace
+
+MuxOutput::MuxOutput(unsigned int containerType, Settings settings)
+    : MovieOutput(std::move(settings), kRoom), fContainerType(containerType) {}
+
+MuxOutput::~MuxOutput() = default;
+
+int MuxOutput::Open() {
+    fAsset = new CAssetWriter();
+    const RObject<CString> path(new CString(fSettings.where.c_str()));
+    return fAsset->Create(fContainerType, path.Get()).Failed() ? kWriterNoFile : 0;
+}
+
+long long MuxOutput::BytesWritten(bool ofPictures) const {
+    if (ofPictures) {
+        const CAssetVideoWriter* track = fPictureBytes.load();
+        return track ? track->GetBytesWritten() : 0;
+    }
+    const CAssetAudioWriter* track = fSoundBytes.load();
+    return track ? track->GetBytesWritten() : 0;
+}
+
+bool MuxOutput::takes_picture(tnVideoCompressor::EncodedBuffer& buffer) {
+    // Rendered here, where the encoder stands still, and once for all who share the buffer.
+    return buffer.Data() != nullptr;
+}
+
+// Streams of transport packets have no place for the rest.
+bool MuxOutput::is_streamable(unsigned int format) const {
+    if (fContainerType != 'ts  ') return true;
+    return VideoFormat::GetCanonicalFormat(format) == 'h264' || format == 'mp2v' ||
+           format == 'mp4a';
+}
+
+int MuxOutput::begin_file(const MovieStart& start) {
+    fStartTicks = start.Ticks();
+    fSoundStartMs = start.TimeMs() - start.OnLine(0);
+    if (start.HasPictures()) {
+        const MediaItem& first = start.Pictures().front();
+        if (!first.format) return kWriterFormat;
+        const int code = make_picture_track(*first.format);
+        if (code != 0) return code;
+    }
+    if (start.HasSound()) {
+        const int code = make_sound_track(start);
+        if (code != 0) return code;
+    }
+    namespace Key = ContainerProperty::Mpeg4ContainerWriter;
+    const RObject<CContainerWriter> container(fAsset->GetContainerWriter());
+    container->SetQueueSize(kContainerQueue);
+    if (fContainerType != 'ts  ') {
+        container->SetProperty(Key::FastStart, true);
+        container->SetProperty(Key::TrimAudio, true);
+        if (fSettings.moovRate > 0) container->SetProperty(Key::MoovRate, fSettings.moovRate);
+    }
+    return fAsset->Begin().Failed() ? kWriterNoFile : 0;
+}
+
+void MuxOutput::announce_length(CMediaProperties* properties) const {
+    const double seconds =
+        fSettings.expectedSeconds > 0 ? fSettings.expectedSeconds : kDefaultSeconds;
+    properties->SetDuration(
+        static_cast<long long>(seconds * static_cast<double>(properties->GetTimescale())));
+}
+
+int MuxOutput::make_picture_track(const TrackFormat& format) {
+    RObject<CVideoProperties> properties(new CContainerReaderVideoProperties(format.picture.Get()));
+    if (!format.picture && !MediaRecordToVideoProperties('avc1', format.output, properties)) {
+        return kWriterFormat;
+    }
+    const long long scale = format.output.AsInt64('tmsc', 0);
+    if (scale > 0) properties->SetTimescale(scale);
+    if (!is_streamable(properties->GetFormat())) return kWriterNoVideoTrack;
+    const bool isH264 = VideoFormat::GetCanonicalFormat(properties->GetFormat()) == 'h264';
+    if (isH264 && format.decoderInfo && !format.decoderInfo->empty()) {
+        const RObject<CMpeg4AvcProperties> avc(new CMpeg4AvcProperties());
+        if (avc->SetDecoderInfo(copy_of(*format.decoderInfo).Get()).Failed()) return kWriterFormat;
+        properties->SetExtension('h264', avc.Get());
+    }
+    // Without its parameter sets no decoder could do anything with the file.
+    if (isH264 && !RObject<CDecoderSpecificProperties>(properties->GetExtension('h264'))) {
+        return kWriterFormat;
+    }
+    announce_length(properties.Get());
+    fPictures = new CAssetVideoWriter(properties.Get());
+    if (fAsset->AddVideoWriter(fPictures.Get()).Failed()) return kWriterTrackRefused;
+    if (fPictures->Begin().Failed()) return kWriterVideoBegin;
+    fPictureBytes.store(fPictures.Get());
+    return 0;
+}
+
+int MuxOutput::make_sound_track(const MovieStart& start) {
+    if (start.Sound().empty() || !start.Sound().front().format) return kWriterNoAudioTrack;
+    const MediaItem& first = start.Sound().front();
+    fSoundRate = first.format->output.fSampleRate.AsInt32(0);
+    if (fSoundRate <= 0) return kWriterNoAudioTrack;
+    if (first.sound->CodecType() == kAacPacket) return make_aac_track(start);
+    fIsPcm = true;
+    RObject<CAudioProperties> properties;
+    if (OrbAudioPropertiesFromMediaRecord(first.format->output, properties) != 0 ||
+        !is_streamable(properties->GetFormat())) {
+        return kWriterNoAudioTrack;
+    }
+    fFrameBytes = static_cast<std::size_t>(std::max(properties->GetBytesPerPacket(), 1));
+    fFirstSoundMs = fSoundStartMs;
+    announce_length(properties.Get());
+    fSound = new CAssetAudioWriter(properties.Get());
+    if (fAsset->AddAudioWriter(fSound.Get()).Failed()) return kWriterAudioTrack;
+    if (fSound->Begin().Failed()) return kWriterAudioBegin;
+    fSoundBytes.store(fSound.Get());
+    return 0;
+}
+
+// The file is told how much of its first packets lies before the start, so that sound begins with
+// the picture to the sample. Decoders of AAC need one packet of run-up, which is part of that.
+int MuxOutput::make_aac_track(const MovieStart& start) {
+    const TrackFormat& format = *start.Sound().front().format;
+    const double packetMs = kMsPerSecond * format.framesPerPacket / fSoundRate;
+    fFirstSoundMs = start.Sound().front().startMs;
+    for (const MediaItem& item : start.Sound()) {
+        for (int i = 0; i < item.sound->PacketCount(); ++i) {
+            const double time = item.sound->Timestamp(i);
+            if (time + packetMs <= fSoundStartMs) fFirstSoundMs = std::max(fFirstSoundMs, time);
+        }
+    }
+    const double beforeMs = std::clamp(fSoundStartMs - fFirstSoundMs, 0.0, kMsPerSecond);
+
+    RObject<CAudioProperties> properties(new CContainerReaderAudioProperties(nullptr));
+    properties->SetFormat('mp4a');
+    properties->SetSampleRate(static_cast<int>(fSoundRate));
+    properties->SetChannels(format.output.fChannels.AsInt32(0));
+    properties->SetBitsPerSample(16);
+    properties->SetFramesPerPacket(format.framesPerPacket);
+    properties->SetPrimingFrames(
+        static_cast<int>(std::lround(beforeMs * fSoundRate / kMsPerSecond)));
+    if (format.decoderInfo) {
+        const RObject<CDecoderSpecificProperties> info(new CDecoderSpecificProperties());
+        info->SetDecoderInfo(copy_of(*format.decoderInfo).Get());
+        properties->SetExtension('mspe', info.Get());
+    }
+    announce_length(properties.Get());
+    fSound = new CAssetAudioWriter(properties.Get());
+    if (fAsset->AddAudioWriter(fSound.Get()).Failed()) return kWriterAudioTrack;
+    if (fSound->Begin().Failed()) return kWriterAudioBegin;
+    fSoundBytes.store(fSound.Get());
+    return 0;
+}
+
+int MuxOutput::write_picture(const MediaItem& item) {
+    tnVideoCompressor::EncodedBuffer& buffer = *item.picture;
+    const int type = item.isKey               ? CVideoSample::kKeyPicture
+                     : buffer.CanDropBuffer() ? CVideoSample::kDisposablePicture
+                                              : CVideoSample::kReferencePicture;
+    const RObject<CVideoSample> sample(new CVideoSample(type, buffer.Duration(), 0));
+    sample->SetTime(item.decodeTicks - fStartTicks);
+    sample->SetCompositionOffset(item.offsetTicks);
+    const RObject<CMemoryDataReference> bytes =
+        bytes_of(item.picture, buffer.Data(), buffer.DataSize());
+    sample->SetDataReference(bytes.Get());
+    const Result written = fPictures->WriteSample(sample.Get());
+    return written.Failed() ? kWriterVideoSample : 0;
+}
+
+int MuxOutput::write_sound(const MediaItem& item) {
+    if (fIsPcm) return write_pcm(item);
+    constexpr double kRoundingMs = 0.5;
+    for (int i = 0; i < item.sound->PacketCount(); ++i) {
+        if (item.sound->Timestamp(i) < fFirstSoundMs - kRoundingMs) continue;
+        const int code = write_packet(*item.sound, i, item.sound);
+        if (code != 0) return code;
+    }
+    return 0;
+}
+
+int MuxOutput::write_packet(tnAudioCompressor::EncodedBuffer& buffer, int packet,
+                            const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& owner) {
+    const RObject<CAudioSample> sample(new CAudioSample(1));
+    sample->SetDuration(buffer.SampleCount(packet));
+    const RObject<CMemoryDataReference> bytes =
+        bytes_of(owner, buffer.PacketData(packet), buffer.PacketSize(packet));
+    sample->SetDataReference(bytes.Get());
+    return fSound->WriteSample(sample.Get()).Failed() ? kWriterAudioSample : 0;
+}
+
+int MuxOutput::write_pcm(const MediaItem& item) {
+    const double early = std::max(fFirstSoundMs - item.startMs, 0.0);
+    const auto skip =
+        static_cast<std::size_t>(std::lround(early * fSoundRate / kMsPerSecond)) * fFrameBytes;
+    const std::size_t size = item.sound->PacketSize(0);
+    if (skip >= size) return 0;
+    const RObject<CAudioSample> sample(
+        new CAudioSample(static_cast<long long>((size - skip) / fFrameBytes)));
+    const RObject<CMemoryDataReference> bytes =
+        bytes_of(item.sound, item.sound->PacketData(0) + skip, size - skip);
+    sample->SetDataReference(bytes.Get());
+    return fSound->WriteSample(sample.Get()).Failed() ? kWriterAudioSample : 0;
+}
+
+int MuxOutput::finish_file() {
+    if (fPictures) fPictures->WriteSample(nullptr);
+    if (fSound) fSound->WriteSample(nullptr);
+    return fAsset->Finish().Failed() ? kWriterNoFile : 0;
+}

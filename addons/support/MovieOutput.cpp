@@ -1,0 +1,134 @@
+#include "addons/support/MovieOutput.h"
+
+#include <utility>
+
+#include "spar/trace.h"
+
+MovieOutput::MovieOutput(Settings settings, Room room)
+    : fSettings(std::move(settings)),
+      fRoom(room),
+      fStart(fSettings.hasPictures, fSettings.hasSound) {}
+
+MovieOutput::~MovieOutput() = default;
+
+void MovieOutput::Start(Report report) {
+    fReport = std::move(report);
+    fThread = std::thread([this] { run(); });
+}
+
+void MovieOutput::Stop() {
+    {
+        const zMutexLock lock(fLock);
+        fEnding = true;
+        fChanged.WakeAll();
+    }
+    if (fThread.joinable()) fThread.join();
+}
+
+bool MovieOutput::takes_picture(tnVideoCompressor::EncodedBuffer&) {
+    return true;
+}
+
+bool MovieOutput::takes_sound(tnAudioCompressor::EncodedBuffer& buffer) {
+    return buffer.PacketCount() > 0;
+}
+
+void MovieOutput::WriteVideo(const std::shared_ptr<tnFilter>& filter,
+                             std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) {
+    if (!fSettings.hasPictures || !takes_picture(*buffer)) return;
+    // Encoders may learn what their decoders need as late as their first picture.
+    const bool again = buffer->IsKeyFrame() && !fBegun.load(std::memory_order_relaxed);
+    put(MakePicture(filter, std::move(buffer), fPictureFormat, again));
+}
+
+void MovieOutput::WriteAudio(const std::shared_ptr<tnFilter>& filter,
+                             std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) {
+    if (!fSettings.hasSound || !takes_sound(*buffer)) return;
+    put(MakeSound(filter, std::move(buffer), fSoundFormat));
+}
+
+bool MovieOutput::is_full() const {
+    return fItems.size() >= fRoom.items || fBytes >= fRoom.bytes;
+}
+
+/// False when the output has not taken anything for too long.
+bool MovieOutput::wait_for_room() {
+    while (is_full() && !fEnding && fFailure == 0) {
+        const std::size_t before = fItems.size();
+        if (!fRoom.waits) return false;
+        if (!fChanged.WaitFor(fLock, kPatienceMs * 1000LL) && fItems.size() >= before) return false;
+    }
+    return true;
+}
+
+void MovieOutput::put(MediaItem item) {
+    {
+        const zMutexLock lock(fLock);
+        const bool hasRoom = wait_for_room();
+        if (fEnding || fFailure != 0) return;
+        if (hasRoom) {
+            fBytes += item.bytes;
+            fItems.push_back(std::move(item));
+            fChanged.WakeAll();
+            return;
+        }
+    }
+    fail(kTooSlow);
+}
+
+bool MovieOutput::take(MediaItem& item) {
+    const zMutexLock lock(fLock);
+    while (fItems.empty() && !fEnding && fFailure == 0) fChanged.Wait(fLock);
+    if (fItems.empty() || fFailure != 0) return false;
+    item = std::move(fItems.front());
+    fItems.pop_front();
+    fBytes -= item.bytes;
+    if (fRoom.waits) fChanged.WakeAll();
+    return true;
+}
+
+void MovieOutput::run() {
+    MediaItem item;
+    while (take(item)) {
+        const int code = handle(std::move(item));
+        if (code != 0) fail(code);
+    }
+    if (!fBegun.load(std::memory_order_relaxed)) return;
+    const int code = finish_file();
+    if (code != 0) fail(code);
+}
+
+int MovieOutput::handle(MediaItem item) {
+    if (fBegun.load(std::memory_order_relaxed)) return write(item);
+    fStart.Add(std::move(item));
+    return begin_if_possible();
+}
+
+int MovieOutput::begin_if_possible() {
+    if (!fStart.Decide()) return 0;
+    int code = begin_file(fStart);
+    if (code != 0) return code;
+    fBegun.store(true, std::memory_order_relaxed);
+    MediaItem item;
+    while (code == 0 && fStart.Next(item)) code = write(item);
+    return code;
+}
+
+int MovieOutput::write(const MediaItem& item) {
+    if (item.picture) return fStart.HasPictures() ? write_picture(item) : 0;
+    return fStart.HasSound() ? write_sound(item) : 0;
+}
+
+void MovieOutput::fail(int code) {
+    {
+        const zMutexLock lock(fLock);
+        if (fFailure != 0) return;
+        fFailure = code;
+        fItems.clear();
+        fBytes = 0;
+        fChanged.WakeAll();
+    }
+    zTrace("'{}': the output stopped with {}; what stands there is kept, the others go on\n",
+           fSettings.where, code);
+    if (fReport) fReport(code);
+}

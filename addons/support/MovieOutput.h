@@ -1,0 +1,111 @@
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "spar/zMutex.h"
+
+#include "addons/support/MediaItem.h"
+#include "addons/support/MovieStart.h"
+
+/// One running output of a movie: takes encoded buffers on the threads that deliver them, and
+/// writes on a thread of its own from where its tracks start together.
+///
+/// It is opened, started, written to and stopped. A failure stops it alone: it reports once, takes
+/// nothing more, and keeps what stands in its file. Writes never wait for a dead output: a queue
+/// that is full and does not move for kPatienceMs is such a failure, and an output that says so
+/// waits for no room at all.
+class MovieOutput {
+public:
+    static constexpr int kPatienceMs = 2000;
+    /// The status of an output that could not keep up.
+    static constexpr int kTooSlow = -14;
+
+    struct Settings {
+        std::string where;  ///< path or address
+        bool hasPictures = false;
+        bool hasSound = false;
+        double expectedSeconds = 0;  ///< 0 for the file's own choice
+        int moovRate = 0;  ///< seconds between two states that survive a crash; 0 likewise
+    };
+    /// How much may wait in front of the output's thread, and whether a write waits for room.
+    struct Room {
+        std::size_t items;
+        std::size_t bytes;
+        bool waits;
+    };
+    using Report = std::function<void(int code)>;
+
+    virtual ~MovieOutput();
+    MovieOutput(const MovieOutput&) = delete;
+    MovieOutput& operator=(const MovieOutput&) = delete;
+
+    /// Looks whether there can be an output: 0 or a negative code. Control thread.
+    virtual int Open() = 0;
+    /// Starts the thread. `report` is called once, from any thread, if the output fails.
+    void Start(Report report);
+    /// Takes nothing more, writes what waits, completes the file. Control thread; blocks as long as
+    /// that takes. Once.
+    void Stop() SPAR_EXCLUDES(fLock);
+
+    void WriteVideo(const std::shared_ptr<tnFilter>& filter,
+                    std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer);
+    void WriteAudio(const std::shared_ptr<tnFilter>& filter,
+                    std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer);
+
+    /// Bytes of the pictures, or of the sound, that the file has taken. Any thread.
+    virtual long long BytesWritten(bool ofPictures) const = 0;
+
+protected:
+    MovieOutput(Settings settings, Room room);
+
+    // On the output's thread. All but the last give 0 or a negative code.
+
+    /// Makes the tracks and begins the file at `start`.
+    virtual int begin_file(const MovieStart& start) = 0;
+    virtual int write_picture(const MediaItem& item) = 0;
+    virtual int write_sound(const MediaItem& item) = 0;
+    /// Completes the file; also after a failure, if it had begun.
+    virtual int finish_file() = 0;
+
+    /// On the thread that delivers: whether the buffer is of a kind that this output takes.
+    virtual bool takes_picture(tnVideoCompressor::EncodedBuffer& buffer);
+    virtual bool takes_sound(tnAudioCompressor::EncodedBuffer& buffer);
+
+    const Settings fSettings;
+
+private:
+    void put(MediaItem item) SPAR_EXCLUDES(fLock);
+    bool wait_for_room() SPAR_REQUIRES(fLock);
+    bool is_full() const SPAR_REQUIRES(fLock);
+    bool take(MediaItem& item) SPAR_EXCLUDES(fLock);
+    void run();
+    int handle(MediaItem item);
+    int begin_if_possible();
+    int write(const MediaItem& item);
+    void fail(int code) SPAR_EXCLUDES(fLock);
+
+    const Room fRoom;
+    Report fReport;  // fixed by Start
+    std::thread fThread;
+
+    // the thread that delivers pictures, and the one that delivers sound
+    std::shared_ptr<const TrackFormat> fPictureFormat;
+    std::shared_ptr<const TrackFormat> fSoundFormat;
+
+    // the output's thread
+    MovieStart fStart;
+
+    std::atomic<bool> fBegun{false};
+
+    zMutex fLock;
+    zCondition fChanged;
+    std::deque<MediaItem> fItems SPAR_GUARDED_BY(fLock);
+    std::size_t fBytes SPAR_GUARDED_BY(fLock) = 0;
+    bool fEnding SPAR_GUARDED_BY(fLock) = false;
+    int fFailure SPAR_GUARDED_BY(fLock) = 0;
+};

@@ -1,0 +1,34 @@
+#include "addons/support/OutputFan.h"
+
+#include <utility>
+
+void OutputFan::Add(std::shared_ptr<MovieOutput> output) {
+    const zMutexLock lock(fLock);
+    auto changed = std::make_shared<Outputs>(*fOutputs);
+    changed->push_back(std::move(output));
+    fOutputs = std::move(changed);
+}
+
+void OutputFan::Remove(const std::shared_ptr<MovieOutput>& output) {
+    const zMutexLock lock(fLock);
+    auto changed = std::make_shared<Outputs>(*fOutputs);
+    std::erase(*changed, output);
+    fOutputs = std::move(changed);
+}
+
+std::shared_ptr<const OutputFan::Outputs> OutputFan::outputs() const {
+    const zMutexLock lock(fLock);
+    return fOutputs;
+}
+
+void OutputFan::WriteVideo(std::shared_ptr<tnFilter> filter,
+                           std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) {
+    const std::shared_ptr<const Outputs> running = outputs();
+    for (const auto& output : *running) output->WriteVideo(filter, buffer);
+}
+
+void OutputFan::WriteAudio(std::shared_ptr<tnFilter> filter,
+                           std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) {
+    const std::shared_ptr<const Outputs> running = outputs();
+    for (const auto& output : *running) output->WriteAudio(filter, buffer);
+}

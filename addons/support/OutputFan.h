@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "spar/zMutex.h"
+#include "tarn/movies/tnEncodedSink.h"
+
+#include "addons/support/MovieOutput.h"
+
+/// The sink of a movie's streams: hands every buffer to each running output of the movie.
+///
+/// Outputs come and go on the control thread while buffers arrive on others. An output that has
+/// been removed may still be handed a buffer that was under way.
+class OutputFan final : public tnEncodedSink {
+public:
+    void Add(std::shared_ptr<MovieOutput> output) SPAR_EXCLUDES(fLock);
+    void Remove(const std::shared_ptr<MovieOutput>& output) SPAR_EXCLUDES(fLock);
+
+    void WriteVideo(std::shared_ptr<tnFilter> filter,
+                    std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) override;
+    void WriteAudio(std::shared_ptr<tnFilter> filter,
+                    std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) override;
+
+private:
+    using Outputs = std::vector<std::shared_ptr<MovieOutput>>;
+
+    std::shared_ptr<const Outputs> outputs() const SPAR_EXCLUDES(fLock);
+
+    mutable zMutex fLock;
+    // Replaced and never changed, so that a write goes on with the one that it took.
+    std::shared_ptr<const Outputs> fOutputs SPAR_GUARDED_BY(fLock) = std::make_shared<Outputs>();
+};

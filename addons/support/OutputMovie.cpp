@@ -1,0 +1,201 @@
+#include "addons/support/OutputMovie.h"
+
+#include <utility>
+
+#include "spar/zAsSharedPtr.h"
+#include "spar/zFileStream.h"
+#include "tarn/movies/tnSharedEncoders.h"
+
+namespace {
+
+constexpr int kNullArgument = -22;
+constexpr int kNotAvailable = -28;
+constexpr int kNoSuchStream = -1009;
+constexpr int kNoSuchIndex = -1010;
+constexpr int kRunsAlready = -1011;
+constexpr int kNoPlace = -1006;
+
+bool is_address(const std::string& where) {
+    return where.find("://") != std::string::npos;
+}
+
+std::string without_scheme(const std::string& url) {
+    static const std::string kFile = "file://";
+    return url.rfind(kFile, 0) == 0 ? url.substr(kFile.size()) : url;
+}
+
+/// "folder/name.mov" and 2 give "folder/name 2.mov".
+std::string numbered(const std::string& path, int number) {
+    const std::size_t slash = path.rfind('/');
+    const std::size_t dot = path.rfind('.');
+    const bool hasExtension =
+        dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
+    const std::size_t end = hasExtension ? dot : path.size();
+    return path.substr(0, end) + " " + std::to_string(number) + path.substr(end);
+}
+
+}  // namespace
+
+OutputMovieStream::OutputMovieStream(int source, const tnMediaRecord& request,
+                                     const tnMediaRecord& track,
+                                     std::shared_ptr<tnOutputStreamSync> sync)
+    : tnOutputStream(source, request, std::move(sync)), fTrack(track) {
+    SetFormat(track);
+}
+
+OutputMovie::OutputMovie(unsigned int id, const char* name) : fID(id), fName(name) {}
+
+OutputMovie::~OutputMovie() {
+    while (!fRunning.empty()) end_output(fRunning.begin()->first);
+}
+
+OutputMovieStream* OutputMovie::stream_of(tnMediaType type) const {
+    for (tnStream* stream : fStreams) {
+        if (stream->EncodedFormat().fType.AsInt32(0) == static_cast<int>(type)) {
+            return static_cast<OutputMovieStream*>(stream);
+        }
+    }
+    return nullptr;
+}
+
+tnMediaRecord OutputMovie::track_of(tnMediaType type) const {
+    const OutputMovieStream* stream = stream_of(type);
+    return stream ? stream->EncodedFormat() : tnMediaRecord();
+}
+
+int OutputMovie::CreateWriteStream(tnMediaRecord& format, tnStream** stream, int) {
+    if (!stream) return kNullArgument;
+    *stream = nullptr;
+    const int type = format.fType.AsInt32(0);
+    if (type != TN_MEDIA_VIDEO && type != TN_MEDIA_AUDIO) return kNoSuchStream;
+    if (stream_of(static_cast<tnMediaType>(type))) return kNoSuchStream;
+    auto* const made =
+        new OutputMovieStream(format.AsInt32("source_id", 0), request_for(format), format, fSync);
+    made->SetSink(fFan);
+    fSync->AddStream(made);
+    *stream = made;
+    return 0;
+}
+
+int OutputMovie::UpdateOutput(const tnOutputAccessor& output, const zRecord* settings,
+                              zRecord& result, tn_output_update update) {
+    const int code = tnBaseWriteMovie::UpdateOutput(output, settings, result, update);
+    if (code != 0 || update != TN_OUTPUT_UPDATE_ENABLE) return code;
+    const tn_output type = output.OutputType();
+    if (!output.OutputEnabled()) {
+        end_output(type);
+        return 0;
+    }
+    if (fRunning.count(type) > 0) return 0;
+    tnOutputAccessor remembered;
+    const int found = tnOutputAccessor::FindOutputForType(fOutputs, remembered, type, false);
+    return found != 0 ? found : BeginOutput(remembered, settings, result);
+}
+
+int OutputMovie::BeginOutput(const tnOutputAccessor& output, const zRecord* settings,
+                             zRecord& result) {
+    if (!output.OutputEnabled()) return 0;
+    const tn_output type = output.OutputType();
+    if (fRunning.count(type) > 0) return kRunsAlready;
+    MovieOutput::Settings wish;
+    wish.hasPictures = stream_of(TN_MEDIA_VIDEO) != nullptr;
+    wish.hasSound = stream_of(TN_MEDIA_AUDIO) != nullptr;
+    if (!wish.hasPictures && !wish.hasSound) return kNoSuchStream;
+    wish.where = place_for(output, type);
+    if (wish.where.empty()) return kNoPlace;
+    if (settings) {
+        wish.expectedSeconds = settings->AsDouble("expected_seconds", 0);
+        wish.moovRate = settings->AsInt32("moov_rate", 0);
+    }
+    const std::shared_ptr<MovieOutput> made = make_output(wish);
+    int code = made->Open();
+    if (code != 0) return code;
+    made->Start(reporter(made));
+    fFan->Add(made);
+    fRunning[type] = made;
+    ++fStarts[type];
+    result.SetString("path", wish.where);
+    code = join_encoders();
+    if (code != 0) end_output(type);
+    return code;
+}
+
+int OutputMovie::EndOutput(const tnOutputAccessor&, const tnOutputAccessor& active, zRecord&) {
+    end_output(active.OutputType());
+    return 0;
+}
+
+void OutputMovie::end_output(tn_output type) {
+    const auto found = fRunning.find(type);
+    if (found == fRunning.end()) return;
+    const std::shared_ptr<MovieOutput> output = found->second;
+    fRunning.erase(found);
+    // Encoders go first: a torn-down encoder frees the processor for what is still to be written.
+    if (fRunning.empty()) leave_encoders();
+    fFan->Remove(output);
+    output->Stop();
+}
+
+int OutputMovie::join_encoders() {
+    if (fRunning.size() > 1) return 0;  // they observe already
+    prepare();
+    for (tnStream* stream : fStreams) {
+        auto& observer = static_cast<OutputMovieStream&>(*stream);
+        observer.SetStatus(0, 0);
+        const int code = tnSharedEncoders::Join(observer);
+        if (code != 0) return code;
+    }
+    return 0;
+}
+
+void OutputMovie::leave_encoders() {
+    for (tnStream* stream : fStreams) {
+        tnSharedEncoders::Leave(static_cast<OutputMovieStream&>(*stream));
+    }
+}
+
+// The report outlives neither: the output ends before it goes, and the streams are held here.
+MovieOutput::Report OutputMovie::reporter(const std::shared_ptr<MovieOutput>& output) {
+    const std::weak_ptr<MovieOutput> from = output;
+    const std::shared_ptr<tnOutputStream> pictures =
+        zAsSharedPtr<tnOutputStream>(stream_of(TN_MEDIA_VIDEO));
+    const std::shared_ptr<tnOutputStream> sound =
+        zAsSharedPtr<tnOutputStream>(stream_of(TN_MEDIA_AUDIO));
+    return [from, pictures, sound](int code) {
+        const std::shared_ptr<MovieOutput> failed = from.lock();
+        if (pictures) pictures->SetStatus(code, failed ? failed->BytesWritten(true) : 0);
+        if (sound) sound->SetStatus(code, failed ? failed->BytesWritten(false) : 0);
+    };
+}
+
+std::string OutputMovie::place_for(const tnOutputAccessor& output, tn_output type) {
+    const std::string place = without_scheme(output.URL());
+    if (place.empty() || is_address(place)) return place;
+    int number = fStarts[type] + 1;
+    std::string path = number > 1 ? numbered(place, number) : place;
+    const bool findsFree = output.AutoIncrementFileName() || number > 1;
+    while (findsFree && zFileStream::Exists(path.c_str())) path = numbered(place, ++number);
+    return path;
+}
+
+unsigned int OutputMovie::TrackCount() {
+    return fStreams.Count();
+}
+
+int OutputMovie::GetTrackFormat(unsigned int index, tnMediaRecord* format) {
+    if (!format) return kNullArgument;
+    for (tnStream* stream : fStreams) {
+        if (index-- > 0) continue;
+        *format = stream->EncodedFormat();
+        return 0;
+    }
+    return kNoSuchIndex;
+}
+
+int OutputMovie::GetMovieSetting(const char*, zRecord&) {
+    return kNotAvailable;
+}
+
+int OutputMovie::SetMovieSetting(const char*, const zRecord&) {
+    return kNotAvailable;
+}
