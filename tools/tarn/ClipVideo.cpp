@@ -35,6 +35,13 @@ constexpr RawFormat kRawFormats[] = {
     {AV_PIX_FMT_YUYV422, 'yuvs', false}, {AV_PIX_FMT_BGRA, 'rgba', true},
 };
 
+AVPixelFormat format_of_raster(int raster) {
+    for (const RawFormat& known : kRawFormats) {
+        if (known.raster == raster) return known.av;
+    }
+    return AV_PIX_FMT_NONE;
+}
+
 const RawFormat* raw_format_of(AVPixelFormat format) {
     for (const RawFormat& known : kRawFormats) {
         if (known.av == format) return &known;
@@ -88,7 +95,7 @@ bool lies_in_one_piece(const AVFrame& frame, int raster) {
 
 class AvClipVideo final : public ClipVideo {
 public:
-    bool Open(const std::string& path, int width, int height, std::string& error);
+    bool Open(const std::string& path, int width, int height, std::string& error, int raster);
 
     const tnMediaRecord& Format() const override { return fFormat; }
     double StartSeconds() const override { return fStartSeconds; }
@@ -122,7 +129,8 @@ private:
     long long fNextPts = 0;
 };
 
-bool AvClipVideo::Open(const std::string& path, int width, int height, std::string& error) {
+bool AvClipVideo::Open(const std::string& path, int width, int height, std::string& error,
+                       int raster) {
     if (!fTrack.Open(path, AVMEDIA_TYPE_VIDEO, error)) {
         if (error.empty()) error = fmt::format("'{}': has no picture; use --video none", path);
         return false;
@@ -136,6 +144,7 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
             width, height, kLargestSide);
         return false;
     }
+    fTarget = format_of_raster(raster);
     describe_time();
     describe_picture(width, height);
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
@@ -161,7 +170,7 @@ void AvClipVideo::describe_time() {
 void AvClipVideo::describe_picture(int width, int height) {
     const AVCodecParameters& coded = *fTrack.stream->codecpar;
     const AVPixelFormat source = static_cast<AVPixelFormat>(coded.format);
-    fTarget = nearest_raw_format(source);
+    if (fTarget == AV_PIX_FMT_NONE) fTarget = nearest_raw_format(source);
     const RawFormat& raw = *raw_format_of(fTarget);
 
     fFormat.fWidth.SetInt32(width);
@@ -255,8 +264,8 @@ void AvClipVideo::convert_pixels(ClipFrame& frame) {
 }  // namespace
 
 std::unique_ptr<ClipVideo> ClipVideo::Open(const std::string& path, int width, int height,
-                                           std::string& error) {
+                                           std::string& error, int raster) {
     auto clip = std::make_unique<AvClipVideo>();
-    if (!clip->Open(path, width, height, error)) return nullptr;
+    if (!clip->Open(path, width, height, error, raster)) return nullptr;
     return clip;
 }

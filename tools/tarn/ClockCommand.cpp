@@ -3,10 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fmt/format.h>
 #include <memory>
 #include <string>
@@ -16,6 +14,7 @@
 #include "ClockPlot.h"
 #include "ProgressLine.h"
 #include "StopSignal.h"
+#include "SvgDrawing.h"
 #include "TextUnits.h"
 
 namespace {
@@ -98,20 +97,6 @@ void print_json(const ClockArguments& arguments, const ClockFigures& figures) {
     fmt::print("}}\n");
 }
 
-bool write_plot(const std::string& path, const std::string& drawing) {
-    FILE* file = std::fopen(path.c_str(), "wb");
-    bool written = file != nullptr;
-    if (file) {
-        written = std::fwrite(drawing.data(), 1, drawing.size(), file) == drawing.size();
-        written = std::fclose(file) == 0 && written;
-    }
-    if (!written) {
-        fmt::print(stderr, "tarn clock: '{}': the plot cannot be written: {}\n", path,
-                   std::strerror(errno));
-    }
-    return written;
-}
-
 int run(ClockArguments& arguments) {
     arguments.options.accuracy =
         arguments.accuracy == "asnc" ? tnClock::clock_rate_asnc : tnClock::clock_rate_scac;
@@ -136,7 +121,10 @@ int run(ClockArguments& arguments) {
     }
     if (arguments.plot.empty()) return EXIT_SUCCESS;
     const std::string drawing = DrawClockFigures(title_of(arguments, figures), figures);
-    return write_plot(arguments.plot, drawing) ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::string error;
+    if (WriteDrawing(arguments.plot, drawing, error)) return EXIT_SUCCESS;
+    fmt::print(stderr, "tarn clock: {}\n", error);
+    return EXIT_FAILURE;
 }
 
 }  // namespace

@@ -1,24 +1,17 @@
 #include "RecordCommand.h"
 
 #include <CLI/CLI.hpp>
-#include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
-#include <mutex>
-#include <thread>
 
-#include "spar/zTime.h"
-
-#include "ProgressLine.h"
+#include "RecordReporter.h"
 #include "Recorder.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
 
 namespace {
-
-constexpr double kMicro = 1e6;
 
 struct RecordArguments {
     RecordOptions options;
@@ -30,27 +23,6 @@ bool parse_size(const std::string& text, RecordOptions& options) {
     if (text.empty()) return true;
     char rest = 0;
     return std::sscanf(text.c_str(), "%dx%d%c", &options.width, &options.height, &rest) == 2;
-}
-
-std::string progress_text(const Recorder& recorder, double elapsed) {
-    const RecordFigures& figures = recorder.Figures();
-    const double expected = recorder.ExpectedSeconds();
-    const double fps = static_cast<double>(figures.frames) / elapsed;
-    std::string text = fmt::format(
-        "{} {} frames  {:.1f} fps  {:.2f}x  {}  queue {}", TextOfSeconds(figures.seconds),
-        figures.frames.load(), fps, figures.seconds / elapsed,
-        TextOfBytes(figures.videoBytes + figures.audioBytes), figures.queued.load());
-    if (expected > 0) text = ProgressBar(figures.seconds / expected) + " " + text;
-    return text;
-}
-
-std::string progress_json(const Recorder& recorder, double elapsed) {
-    const RecordFigures& figures = recorder.Figures();
-    return fmt::format(
-        R"({{"event":"progress","seconds":{:.3f},"frames":{},"fps":{:.2f},"speed":{:.3f},"bytes":{},"queue":{}}})",
-        figures.seconds.load(), figures.frames.load(),
-        static_cast<double>(figures.frames) / elapsed, figures.seconds / elapsed,
-        figures.videoBytes + figures.audioBytes, figures.queued.load());
 }
 
 void print_summary(const RecordArguments& arguments, const Recorder& recorder, double elapsed,
@@ -85,51 +57,6 @@ int report_failure(const RecordArguments& arguments, const std::string& line) {
     return 1;
 }
 
-/// Shows figures from a thread of its own until it is destroyed.
-class Reporter {
-public:
-    Reporter(const Recorder& recorder, bool json)
-        : fRecorder(recorder),
-          fJson(json),
-          fStart(zTime::MicroNow()),
-          fThread([this] { show_until_ended(); }) {}
-    ~Reporter() {
-        {
-            const std::lock_guard<std::mutex> lock(fMutex);
-            fEnded = true;
-        }
-        fWake.notify_all();
-        fThread.join();
-    }
-
-    double Elapsed() const {
-        return std::max(1e-6, static_cast<double>(zTime::MicroNow() - fStart) / kMicro);
-    }
-
-private:
-    void show_until_ended() {
-        ProgressLine line;
-        const auto pause = std::chrono::milliseconds(fJson ? 1000 : 200);
-        std::unique_lock<std::mutex> lock(fMutex);
-        while (!fWake.wait_for(lock, pause, [this] { return fEnded; })) {
-            if (fJson) {
-                fmt::print("{}\n", progress_json(fRecorder, Elapsed()));
-                std::fflush(stdout);
-            } else {
-                line.Show(progress_text(fRecorder, Elapsed()));
-            }
-        }
-    }
-
-    const Recorder& fRecorder;
-    const bool fJson;
-    const long long fStart;
-    std::mutex fMutex;
-    std::condition_variable fWake;
-    bool fEnded = false;
-    std::thread fThread;
-};
-
 int run_record(RecordArguments& arguments) {
     if (!parse_size(arguments.size, arguments.options)) {
         return report_failure(arguments,
@@ -142,7 +69,7 @@ int run_record(RecordArguments& arguments) {
     bool done = false;
     double elapsed = 0;
     {
-        const Reporter reporter(recorder, arguments.json);
+        const RecordReporter reporter(recorder, arguments.json);
         done = recorder.Run(stop);
         elapsed = reporter.Elapsed();
     }

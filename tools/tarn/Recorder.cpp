@@ -59,6 +59,10 @@ unsigned int container_of(const std::string& path) {
 
 Recorder::Recorder(const RecordOptions& options) : fOptions(options) {}
 
+Recorder::Recorder(const RecordOptions& options, std::unique_ptr<ClipVideo> video,
+                   std::unique_ptr<ClipAudio> audio)
+    : fOptions(options), fVideo(std::move(video)), fAudio(std::move(audio)) {}
+
 Recorder::~Recorder() {
     if (fWriter) fWriter->Release();
 }
@@ -90,7 +94,8 @@ bool Recorder::Prepare() {
         fail(fmt::format("'{}': is the input too; choose another output", fOptions.output));
         return false;
     }
-    return open_clips() && open_writer();
+    const bool given = fVideo || fAudio;
+    return (given || open_clips()) && open_writer();
 }
 
 bool Recorder::open_clips() {

@@ -43,6 +43,10 @@ struct RecordFigures {
 class Recorder {
 public:
     explicit Recorder(const RecordOptions& options);
+    /// The same from pictures and sound that are made and not read; the options' inputs do not
+    /// count.
+    Recorder(const RecordOptions& options, std::unique_ptr<ClipVideo> video,
+             std::unique_ptr<ClipAudio> audio);
     ~Recorder();
 
     /// Opens the clip and the file. False with one line in Error().
