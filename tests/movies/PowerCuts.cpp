@@ -22,7 +22,7 @@ void PowerCuts::Run(const Visit& visit) {
         if (published) window(pending, visit);
         for (const Operation* write : pending) FileRecord::Apply(*write, fDurable);
         pending.clear();
-        if (published) visit(fDurable, true);
+        if (published) visit(fDurable, Kind::Synced);
     }
     window(pending, visit);
 }
@@ -32,8 +32,22 @@ void PowerCuts::window(const Operations& writes, const Visit& visit) {
     std::vector<unsigned char> ordered = fDurable;
     for (const Operation* write : writes) {
         FileRecord::Apply(*write, ordered);
-        if (writes.size() < 100 || fRandom() % 16 == 0) visit(ordered, false);
+        if (writes.size() < 100 || fRandom() % 16 == 0) visit(ordered, Kind::Prefix);
     }
+    if (writes.size() <= allChoicesUpTo) all_choices(writes, visit);
+    random_choices(writes, visit);
+}
+
+void PowerCuts::all_choices(const Operations& writes, const Visit& visit) {
+    for (std::size_t chosen = 0; chosen < std::size_t{1} << writes.size(); chosen++) {
+        std::vector<unsigned char> image = fDurable;
+        for (std::size_t i = 0; i < writes.size(); i++)
+            if (chosen >> i & 1) FileRecord::Apply(*writes[i], image);
+        visit(image, Kind::Reordered);
+    }
+}
+
+void PowerCuts::random_choices(const Operations& writes, const Visit& visit) {
     for (int i = 0; i < statesPerWindow; i++) {
         std::vector<unsigned char> image = fDurable;
         Operations shuffled = writes;
@@ -48,7 +62,7 @@ void PowerCuts::window(const Operations& writes, const Visit& visit) {
             else
                 FileRecord::Apply(*shuffled[j], image);
         }
-        visit(image, false);
+        visit(image, Kind::Reordered);
     }
 }
 
