@@ -16,7 +16,6 @@
 #include "spar/zTime.h"
 #include "spar/zTraceManager.h"
 #include "tarn/audio/tnAudioConverter.h"
-#include "tarn/foundation/wholeNumber.h"
 #include "tarn/writers/writerErrors.h"
 
 using namespace Quillon::Orb;
@@ -131,7 +130,7 @@ int tnWriteORB2::announce_duration() {
     if (fExpectedSeconds <= 0.0) fExpectedSeconds = kDefaultExpectedSeconds;
     const auto announce = [this](auto& properties) {
         const double ticks = fExpectedSeconds * static_cast<double>(properties.GetTimescale());
-        properties.SetDuration(WholeNumberOf<long long>(ticks));
+        properties.SetDuration(static_cast<long long>(ticks));
     };
     if (fAudioWriter) {
         const RObject<CMediaProperties> properties(fAudioWriter->GetProperties());

@@ -55,12 +55,11 @@ int tnWriteORB2::make_audio_converter() {
     if (fAudioConverter->Init(fSourceAudioFormat, fEncodedAudioFormat) != 0) {
         return kWriterAudioConverter;
     }
-    const auto halfSecond =
-        static_cast<unsigned int>(fEncodedAudioFormat.fSampleRate.AsInt32(0) / 2);
-    const auto channels = static_cast<unsigned int>(fEncodedAudioFormat.fChannels.AsInt32(0));
-    const auto bytes =
-        static_cast<unsigned int>(fEncodedAudioFormat.fBitsPerSample.AsInt32('mbps') / 8);
-    fConvertBufferSize = halfSecond * channels * bytes;
+    const int halfSecond = fEncodedAudioFormat.fSampleRate.AsInt32(0) / 2;
+    const int frameBytes = fEncodedAudioFormat.fChannels.AsInt32(0) *
+                           (fEncodedAudioFormat.fBitsPerSample.AsInt32('mbps') / 8);
+    fConvertBufferSize =
+        static_cast<unsigned int>(halfSecond) * static_cast<unsigned int>(frameBytes);
     delete[] fConvertBuffer;
     fConvertBuffer = new unsigned char[fConvertBufferSize];
     return 0;
@@ -91,7 +90,6 @@ int tnWriteORB2::make_compressed_audio_track(CAudioProperties* properties) {
 
 int tnWriteORB2::make_plain_audio_track(CAudioProperties* properties) {
     fAudioWriter = RObject<CAssetAudioWriter>(new CAssetAudioWriter(properties));
-    if (!fAudioWriter) return kWriterNoAudioTrack;
     const Result taken = fAudioWriter->SetInputFormat(properties->GetFormat());
     return taken.Failed() ? kWriterAudioTrack : 0;
 }

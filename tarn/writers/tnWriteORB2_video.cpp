@@ -16,7 +16,6 @@
 #include "orb/ContainerProperty.h"
 #include "orb/VideoFormat.h"
 #include "spar/zString.h"
-#include "tarn/foundation/wholeNumber.h"
 #include "tarn/writers/fileTimescale.h"
 #include "tarn/writers/orbConversions.h"
 #include "tarn/writers/tnWriteORB2.h"
@@ -140,7 +139,7 @@ bool tnWriteORB2::ConfigureVideoTimescaleAdjustment(const CVideoProperties* prop
     } else if (rate <= 60.0) {
         fFileTimescale = static_cast<long long>(rate) * 1000;
     } else {
-        fFileTimescale = WholeNumberOf<long long>(rate * 100.0);
+        fFileTimescale = static_cast<long long>(rate) * 100;
     }
     return true;
 }

@@ -2,8 +2,12 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <stdexcept>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "spar/zTime.h"
 
 using namespace Quillon::Orb;
 
@@ -61,34 +65,51 @@ private:
 };
 
 int record_paced(const std::string& path, const MediaClip& clip, const WriteOptions& options,
-                 int pace) {
+                 int pace, RecorderProgress& progress) {
     const auto file = MakeMovieFile(path.c_str(), FileOptions(options));
     for (const MovieTrack& track : clip.tracks)
         if (file->AddTrack(track) < 0) return 1;
     if (file->Begin().Failed()) return 1;
     for (std::size_t i = 0; i < clip.samples.size(); i++) {
         if (file->WriteSample(clip.samples[i].track, clip.Described(i)).Failed()) return 1;
+        progress->writtenAt[i] = zTime::MicroNow();
+        progress->written = static_cast<int>(i) + 1;
         usleep(static_cast<useconds_t>(pace));
     }
     return file->Finish().Failed() ? 1 : 0;
 }
 
+void* shared_memory(std::size_t size) {
+    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::runtime_error("no shared memory");
+    return memory;
+}
+
 }  // namespace
 
+RecorderProgress::RecorderProgress() : fShared(new (shared_memory(sizeof(Shared))) Shared{}) {}
+
+RecorderProgress::~RecorderProgress() {
+    munmap(fShared, sizeof(Shared));
+}
+
 pid_t StartDoomedRecorder(const std::string& path, const MediaClip& clip,
-                          const WriteOptions& options, int killAt) {
+                          const WriteOptions& options, int killAt, RecorderProgress& progress) {
+    progress->promised = 0;
     const pid_t child = fork();
     if (child != 0) return child;
     WholeMovieFile file(path.c_str(), FileOptions(options), std::make_unique<DeadlyFile>(killAt),
                         WholeMovieFile::Checkpoints::ByHand);
-    _exit(WriteClip(file, clip, options).Failed() ? 1 : 0);
+    const auto note = [&] { progress->promised += options.checkpointEvery; };
+    _exit(WriteClip(file, clip, options, note).Failed() ? 1 : 0);
 }
 
 pid_t StartPacedRecorder(const std::string& path, const MediaClip& clip,
-                         const WriteOptions& options, int pace) {
+                         const WriteOptions& options, int pace, RecorderProgress& progress) {
+    progress->written = 0;
     const pid_t child = fork();
     if (child != 0) return child;
-    _exit(record_paced(path, clip, options, pace));
+    _exit(record_paced(path, clip, options, pace, progress));
 }
 
 bool WaitForRecorder(pid_t recorder) {
