@@ -11,27 +11,21 @@
 #include "orb/CVideoSample.h"
 #include "spar/zCritical.h"
 #include "spar/zFSPath.h"
-#include "spar/zFileStream.h"
 #include "spar/zPerfLog.h"
 #include "spar/zTime.h"
 #include "spar/zTraceManager.h"
 #include "tarn/audio/tnAudioConverter.h"
 #include "tarn/writers/writerErrors.h"
+#include "tarn/writers/writerParts.h"
 
 using namespace Quillon::Orb;
 
 namespace {
 
-constexpr unsigned char kModeWrite = 2;
 constexpr int kWaitMilliseconds = 100;
 constexpr long long kCloseTimeoutUs = 60'000'000;
 constexpr int kContainerQueue = 128;
 constexpr double kDefaultExpectedSeconds = 13.0 * 3600.0;
-
-void create_empty_file(const char* path) {
-    zFileStream file(path, kModeWrite, false);
-    if (file.Open() == 0) file.Close();
-}
 
 }  // namespace
 
@@ -70,8 +64,7 @@ int tnWriteORB2::Open(const char* path, unsigned int containerType, int moovRate
         if (!container || container->SetExtension(text.Get()).Failed()) return kWriterNoFile;
     }
 
-    // The file stands at its place from now on, so that a host can show it before the first frame.
-    if (!zFileStream::Exists(path)) create_empty_file(path);
+    MakeFileIfMissing(path);
     fContainerType = containerType;
     return 0;
 }
@@ -99,14 +92,11 @@ int tnWriteORB2::CompleteInitialization() {
     const zCriticalLock audio(*fAudioLock);
     const zCriticalLock video(*fVideoLock);
 
-    const auto wanted = [](const tnMediaRecord& source, const tnMediaRecord& encoded) {
-        return !source.IsEmpty() && !encoded.IsEmpty() && encoded.AsBool('mena', false);
-    };
-    if (wanted(fSourceVideoFormat, fEncodedVideoFormat)) {
+    if (IsTrackWanted(fSourceVideoFormat, fEncodedVideoFormat)) {
         const int code = complete_initialization_for_video();
         if (code != 0) return code;
     }
-    if (wanted(fSourceAudioFormat, fEncodedAudioFormat)) {
+    if (IsTrackWanted(fSourceAudioFormat, fEncodedAudioFormat)) {
         const int code = complete_initialization_for_audio();
         if (code != 0) return code;
     }

@@ -108,7 +108,6 @@ private:
     bool AdjustVideoPropertiesTimescale(Quillon::Orb::CVideoProperties* properties);
 
     int complete_initialization_for_audio();
-    int make_audio_converter();
     int make_compressed_audio_track(Quillon::Orb::CAudioProperties* properties);
     int make_plain_audio_track(Quillon::Orb::CAudioProperties* properties);
 

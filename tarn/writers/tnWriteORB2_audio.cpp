@@ -14,6 +14,7 @@
 #include "tarn/audio/tnOrbAudio.h"
 #include "tarn/writers/tnWriteORB2.h"
 #include "tarn/writers/writerErrors.h"
+#include "tarn/writers/writerParts.h"
 
 using namespace Quillon::Orb;
 
@@ -34,34 +35,19 @@ int tnWriteORB2::complete_initialization_for_audio() {
     // No channels, no packets: such sound cannot be counted.
     if (properties->GetBytesPerPacket() < 1) return kWriterFormat;
 
-    int code = make_audio_converter();
-    if (code != 0) return code;
+    if (MakeAudioConversion(fSourceAudioFormat, fEncodedAudioFormat, fAudioConverter,
+                            fConvertBuffer, fConvertBufferSize) != 0) {
+        return kWriterAudioConverter;
+    }
     fBytesPerPacket = properties->GetBytesPerPacket();
 
     const std::string codec = fEncodedAudioFormat.AsString('mcon', "");
-    code = codec == "MPEG-4 Audio" ? make_compressed_audio_track(properties.Get())
-                                   : make_plain_audio_track(properties.Get());
+    const int code = codec == "MPEG-4 Audio" ? make_compressed_audio_track(properties.Get())
+                                             : make_plain_audio_track(properties.Get());
     if (code != 0) return code;
     if (fAssetWriter->AddAudioWriter(fAudioWriter.Get()).Failed()) return kWriterAudioTrack;
     if (fAudioWriter->Begin().Failed()) return kWriterAudioBegin;
     fAudioRate = fEncodedAudioFormat.fSampleRate.AsInt32(0);
-    return 0;
-}
-
-int tnWriteORB2::make_audio_converter() {
-    if (!tnAudioConverter::NeedsConversion(fSourceAudioFormat, fEncodedAudioFormat)) return 0;
-    delete fAudioConverter;
-    fAudioConverter = tnAudioConverter::Factory();
-    if (fAudioConverter->Init(fSourceAudioFormat, fEncodedAudioFormat) != 0) {
-        return kWriterAudioConverter;
-    }
-    const int halfSecond = fEncodedAudioFormat.fSampleRate.AsInt32(0) / 2;
-    const int frameBytes = fEncodedAudioFormat.fChannels.AsInt32(0) *
-                           (fEncodedAudioFormat.fBitsPerSample.AsInt32('mbps') / 8);
-    fConvertBufferSize =
-        static_cast<unsigned int>(halfSecond) * static_cast<unsigned int>(frameBytes);
-    delete[] fConvertBuffer;
-    fConvertBuffer = new unsigned char[fConvertBufferSize];
     return 0;
 }
 
@@ -101,25 +87,15 @@ int tnWriteORB2::WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int
     const zCriticalLock lock(*fAudioLock);
     if (!fAudioWriter || !fAssetWriter) return kWriterNoFile;
 
-    unsigned char* packet = const_cast<unsigned char*>(data);
-    int bytes = size;
-    long long packets = size / fBytesPerPacket;
-    if (fAudioConverter) {
-        unsigned int frames = 0;
-        unsigned int converted = 0;
-        const unsigned int given = static_cast<unsigned int>(size);
-        if (fAudioConverter->Convert(packet, fConvertBuffer, given, given, fConvertBufferSize,
-                                     &frames, &converted) < 0) {
-            return kWriterAudioConversion;
-        }
-        packet = fConvertBuffer;
-        bytes = static_cast<int>(converted);
-        packets = converted / static_cast<unsigned int>(fBytesPerPacket);
+    writerBlock block = BlockOf(data, size, fBytesPerPacket);
+    if (fAudioConverter && ConvertBlock(*fAudioConverter, fConvertBuffer, fConvertBufferSize,
+                                        fBytesPerPacket, block) < 0) {
+        return kWriterAudioConversion;
     }
 
     const long long before = fAudioWriter->GetBytesWritten();
-    const RObject<CAudioSample> sample(new CAudioSample(packets));
-    ORB_SetAudioSampleData(sample, packet, bytes, true);
+    const RObject<CAudioSample> sample(new CAudioSample(block.fPackets));
+    ORB_SetAudioSampleData(sample, block.fData, block.fBytes, true);
     if (fAudioWriter->WriteSample(sample.Get()).Failed()) return kWriterAudioSample;
     ++fAudioPacketsWritten;
     buffer->SetBytesWritten(static_cast<int>(fAudioWriter->GetBytesWritten() - before));

@@ -67,9 +67,8 @@ int bit_rate_of(const tnMediaRecord& encoded) {
 }
 
 int configure_mjpeg(const tnMediaRecord& encoded, IProperties& compressor) {
-    const int* quality = find_named(kJpegQualities, encoded.AsString("codec_quality", ""));
     const Result set = compressor.SetProperty(CodeBookProperty::JpegCompressor::Quality,
-                                              quality ? *quality : kJpegDefaultQuality);
+                                              JpegQuality(encoded, kJpegDefaultQuality));
     return set.Failed() ? kPropertyFailed : 0;
 }
 
@@ -138,15 +137,22 @@ int configure_video_toolbox(const tnMediaRecord& encoded, IProperties& compresso
 
 }  // namespace
 
+unsigned int ProResFlavour(const tnMediaRecord& encoded, unsigned int otherwise) {
+    const unsigned int* flavour =
+        find_named(kProResFlavours, encoded.AsString("codec_quality", ""));
+    return flavour ? *flavour : otherwise;
+}
+
+int JpegQuality(const tnMediaRecord& encoded, int otherwise) {
+    const int* quality = find_named(kJpegQualities, encoded.AsString("codec_quality", ""));
+    return quality ? *quality : otherwise;
+}
+
 WriterCodec ResolveWriterCodec(const tnMediaRecord& encoded) {
     const WriterCodec* known = find_named(kCodecs, encoded.AsString('mcon', ""));
     if (!known) return {};
     WriterCodec codec = *known;
-    if (codec.trackFormat == 'apch') {
-        const unsigned int* flavour =
-            find_named(kProResFlavours, encoded.AsString("codec_quality", ""));
-        if (flavour) codec.trackFormat = *flavour;
-    }
+    if (codec.trackFormat == 'apch') codec.trackFormat = ProResFlavour(encoded, 'apch');
     return codec;
 }
 

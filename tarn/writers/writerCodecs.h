@@ -23,6 +23,11 @@ struct WriterCodec {
 /// Resolves the codec name and flavour of an encoded video record.
 WriterCodec ResolveWriterCodec(const tnMediaRecord& encoded);
 
+/// The ProRes flavour that the record's "codec_quality" names; `otherwise` for every other text.
+unsigned int ProResFlavour(const tnMediaRecord& encoded, unsigned int otherwise);
+/// The same of the quality of Motion JPEG.
+int JpegQuality(const tnMediaRecord& encoded, int otherwise);
+
 /// The raw formats in which frames of `sourceFormat` may enter a compressor, best first. The source
 /// format heads its own list, so that a compressor that takes it needs no conversion.
 std::span<const unsigned int> PreferredInputFormats(unsigned int sourceFormat);

@@ -1,0 +1,48 @@
+#include "tarn/writers/writerParts.h"
+
+#include "spar/zFileStream.h"
+#include "tarn/audio/tnAudioConverter.h"
+#include "tarn/foundation/tnMediaRecord.h"
+
+void MakeFileIfMissing(const char* path) {
+    if (zFileStream::Exists(path)) return;
+    zFileStream file(path, Z_FILE_WRITE, false);
+    if (file.Open() == 0) file.Close();
+}
+
+bool IsTrackWanted(const tnMediaRecord& source, const tnMediaRecord& encoded) {
+    return !source.IsEmpty() && !encoded.IsEmpty() && encoded.AsBool('mena', false);
+}
+
+int MakeAudioConversion(const tnMediaRecord& source, const tnMediaRecord& encoded,
+                        tnAudioConverter*& converter, unsigned char*& buffer,
+                        unsigned int& bufferSize) {
+    if (!tnAudioConverter::NeedsConversion(source, encoded)) return 0;
+    delete converter;
+    converter = tnAudioConverter::Factory();
+    const int code = converter->Init(source, encoded);
+    if (code != 0) return code;
+    const int halfSecond = encoded.fSampleRate.AsInt32(0) / 2;
+    const int frameBytes =
+        encoded.fChannels.AsInt32(0) * (encoded.fBitsPerSample.AsInt32('mbps') / 8);
+    bufferSize = static_cast<unsigned int>(halfSecond) * static_cast<unsigned int>(frameBytes);
+    delete[] buffer;
+    buffer = new unsigned char[bufferSize];
+    return 0;
+}
+
+writerBlock BlockOf(const unsigned char* data, int size, int bytesPerPacket) {
+    // Converters take what they only read as writable.
+    return {const_cast<unsigned char*>(data), size, size / bytesPerPacket};
+}
+
+int ConvertBlock(tnAudioConverter& converter, unsigned char* buffer, unsigned int bufferSize,
+                 int bytesPerPacket, writerBlock& block) {
+    unsigned int frames = 0;
+    unsigned int bytes = 0;
+    const unsigned int given = static_cast<unsigned int>(block.fBytes);
+    const int code =
+        converter.Convert(block.fData, buffer, given, given, bufferSize, &frames, &bytes);
+    block = {buffer, static_cast<int>(bytes), bytes / static_cast<unsigned int>(bytesPerPacket)};
+    return code;
+}
