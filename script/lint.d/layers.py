@@ -36,6 +36,8 @@ MEETING = {
     ("tarn/filters", "tarn/movies"): {"tnStreamBuffer.h", "tnStreamBufferGroup.h"},
     # Encoders and file writers read a record in one way: the conversions, and nothing else there.
     ("tarn/filters", "tarn/writers"): {"orbConversions.h"},
+    # The earlier file writer is handed encoders' buffers; it knows their interfaces alone.
+    ("tarn/writers", "tarn/filters"): {"tnVideoCompressor.h", "tnAudioCompressor.h"},
 }
 # The module's boot starts each service, and so it alone in foundation knows them.
 BOOT = {"tarn/foundation/tnTarn.cpp", "tarn/foundation/tnTarn_test.cpp"}
