@@ -36,6 +36,11 @@ std::string obstacle_at(const std::string& path) {
     return "";
 }
 
+/// Streams of transport packets need no file: they go wherever libavformat can send them.
+bool is_address(unsigned int containerType, const std::string& path) {
+    return containerType == 'ts  ' && path.find("://") != std::string::npos;
+}
+
 long long steady_now() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
@@ -58,7 +63,8 @@ Result CAssetWriter::Create(unsigned int containerType, CString* path) {
         zTrace("'{}': nobody writes containers of type {}\n", path->GetText(), type);
         return ResultNotSupported("nobody writes containers of type %s", type.c_str());
     }
-    const std::string obstacle = obstacle_at(path->GetText());
+    const bool needsFile = !is_address(containerType, path->GetText());
+    const std::string obstacle = needsFile ? obstacle_at(path->GetText()) : "";
     if (!obstacle.empty()) {
         zTrace("'{}' cannot be written: {}\n", path->GetText(), obstacle);
         return ResultError("'%s' cannot be written: %s", path->GetText(), obstacle.c_str());

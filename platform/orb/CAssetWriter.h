@@ -34,10 +34,10 @@ public:
 
     static constexpr int kFinishPatienceMs = 5000;
 
-    /// Says what file this will be. What stands at `path` is not touched before Begin. Created
-    /// anew, the asset has no tracks. ResultNullPointer for a null or empty path,
-    /// ResultNotSupported for a container type that nobody writes, ResultError where no file can be
-    /// written, each with a trace line.
+    /// Says what file this will be, or for 'ts  ' what address, such as "udp://host:port". What
+    /// stands at `path` is not touched before Begin. Created anew, the asset has no tracks.
+    /// ResultNullPointer for a null or empty path, ResultNotSupported for a container type that
+    /// nobody writes, ResultError where no file can be written, each with a trace line.
     Result Create(unsigned int containerType, CString* path);
 
     /// Null before Create.

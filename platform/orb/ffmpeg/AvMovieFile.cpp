@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -98,12 +99,31 @@ void describe_audio(const MovieTrack& track, AVStream& stream) {
     codec.initial_padding = static_cast<int>(track.primingFrames);
 }
 
+/// How far a receiver's buffer may run behind: what the ffmpeg program uses.
+constexpr int kTransportDelayUs = 700000;
+
+bool is_address(const std::string& path) {
+    return path.find("://") != std::string::npos;
+}
+
+/// The scheme keeps a name such as "a:b.mov" from being taken for an address. Datagrams hold whole
+/// transport packets, seven of which fit a network frame.
+std::string url_of(const std::string& path) {
+    if (!is_address(path)) return "file:" + path;
+    const bool isUdp = path.rfind("udp://", 0) == 0;
+    if (!isUdp || path.find("pkt_size=") != std::string::npos) return path;
+    return path + (path.find('?') == std::string::npos ? "?" : "&") + "pkt_size=1316";
+}
+
 class AvMovieFile : public MovieFile {
 public:
     AvMovieFile(const char* path, const MovieFileOptions& options, const char* format)
         : fPath(path), fOptions(options), fFormat(format) {
-        // The scheme keeps a name such as "a:b.mov" from being taken for an address.
-        avformat_alloc_output_context2(&fContext, nullptr, format, ("file:" + fPath).c_str());
+        avformat_alloc_output_context2(&fContext, nullptr, format, url_of(fPath).c_str());
+        if (fContext && fFormat == "mpegts") {
+            fContext->max_delay = kTransportDelayUs;
+            if (is_address(fPath)) fContext->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+        }
         fPacket = av_packet_alloc();
     }
     ~AvMovieFile() override {
@@ -124,9 +144,11 @@ private:
         long long decodeDelay;  ///< ticks by which decode times are told earlier
         long long shift;        ///< ticks by which all times are told earlier: priming
         long long lastTime;     ///< decode time of the packet before
+        long long head = 0;     ///< ticks of the stream by which all tracks start later
     };
 
     Result begin_tracks();
+    void keep_times_positive();
 
     const std::string fPath;
     const MovieFileOptions fOptions;
@@ -193,8 +215,23 @@ Result AvMovieFile::begin_tracks() {
     const int code = avformat_write_header(fContext, &options);
     av_dict_free(&options);
     if (code < 0) return failure_of(fPath, "cannot write the head of", code);
+    keep_times_positive();
     fBegun = true;
     return 0;
+}
+
+/// Transport streams have no time before 0, where decode times and priming may lie; a shift that
+/// comes in when the first such packet does would tear the tracks apart.
+void AvMovieFile::keep_times_positive() {
+    if (fFormat != "mpegts") return;
+    long long most = 0;
+    for (std::size_t i = 0; i < fTracks.size(); ++i) {
+        const Track& track = fTracks[i];
+        const long long before = track.decodeDelay + track.shift;
+        const AVRational to = fContext->streams[i]->time_base;  // the same for all
+        most = std::max<long long>(most, av_rescale_q_rnd(before, track.timebase, to, AV_ROUND_UP));
+    }
+    for (Track& track : fTracks) track.head = most;
 }
 
 Result AvMovieFile::WriteSample(int track, const MovieSample& sample) {
@@ -212,7 +249,11 @@ Result AvMovieFile::WriteSample(int track, const MovieSample& sample) {
     if (fPacket->pts < fPacket->dts) fPacket->pts = fPacket->dts;
     own.lastTime = fPacket->dts;
     av_packet_rescale_ts(fPacket, own.timebase, stream->time_base);
-    const int code = av_write_frame(fContext, fPacket);
+    fPacket->dts += own.head;
+    fPacket->pts += own.head;
+    int code = av_write_frame(fContext, fPacket);
+    // The muxer does not look whether its bytes arrive.
+    if (code >= 0 && fContext->pb->error < 0) code = fContext->pb->error;
     av_packet_unref(fPacket);
     return code < 0 ? failure_of(fPath, "cannot write", code) : Result(0);
 }
