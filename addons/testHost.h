@@ -1,9 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,16 +32,15 @@ namespace addonTest {
 /// A camera: pictures at one source of the filter manager, its sound at the next number.
 class Camera {
 public:
-    static constexpr int kWidth = 320;
-    static constexpr int kHeight = 180;
+    // Sixteen macroblocks wide: x264's widest vector code reads past rows of other widths, and then
+    // does not make the same stream twice.
+    static constexpr int kWidth = 256;
+    static constexpr int kHeight = 144;
     static constexpr long long kScale = 30000;
-    static constexpr long long kTicks = 1001;
     static constexpr int kRate = 48000;
 
-    explicit Camera(int source) : fSource(source) {
+    explicit Camera(int source, long long ticks = 1001) : fSource(source), fTicks(ticks) {
         fGroup.reset(tnStreamBufferGroup::CreateForFormat(Picture(nullptr), 2));
-        fManager->SetInputFormat(fSource, Picture(nullptr));
-        fManager->SetInputFormat(fSource + 1, Sound(nullptr));
     }
 
     tnMediaRecord Picture(const char* codec) const {
@@ -48,13 +50,22 @@ public:
         record.fColourspace.SetInt32('I420');
         record.fBytesPerRow.SetInt32(kWidth);
         record.SetInt64('tmsc', kScale);
-        record.SetUInt64('dura', kTicks);
-        record.SetFloat('mfps', 29.97f);
+        record.SetUInt64('dura', static_cast<unsigned long long>(fTicks));
+        record.SetFloat('mfps', static_cast<float>(kScale) / static_cast<float>(fTicks));
         record.SetInt32("source_id", fSource);
         record.SetBool('mena', true);
         if (codec) record.SetCString('mcon', codec);
         return record;
     }
+    /// x264 that looks ahead no further than it must.
+    tnMediaRecord H264(int bFrames = 0) const {
+        tnMediaRecord record = Picture("x264");
+        record.SetInt32("encoder_threads", 1);
+        record.SetInt32("b_frames", bFrames);
+        record.SetInt32("key_frame_rate", 15);
+        return record;
+    }
+    tnMediaRecord Aac() const { return Sound("MPEG-4 Audio"); }
     tnMediaRecord Sound(const char* codec) const {
         tnMediaRecord record(TN_MEDIA_AUDIO);
         record.MakeDefaultAudioFormat();
@@ -75,9 +86,13 @@ public:
     void WritePicture(int frame) {
         tnStreamBuffer* buffer = nullptr;
         ASSERT_EQ(fGroup->GetBuffer(&buffer, true), 0);
-        Paint(frame, static_cast<unsigned char*>(buffer->GetPointer()));
+        auto* const pixels = static_cast<unsigned char*>(buffer->GetPointer());
+        Paint(frame, pixels);
+        if (frame == fFlashAt) std::memset(pixels, 235, kWidth * kHeight);
         buffer->AddWritingRef();
-        fManager->WriteVideoSample(fSource, MsOf(frame), frame * kTicks, *buffer, Picture(nullptr));
+        // Each time: a source that nobody observed any more has forgotten it.
+        fManager->SetInputFormat(fSource, Picture(nullptr));
+        fManager->WriteVideoSample(fSource, MsOf(frame), frame * fTicks, *buffer, Picture(nullptr));
         buffer->ReleaseWriting();
     }
     void WriteSound(int frame) {
@@ -88,12 +103,19 @@ public:
                 8000 * std::sin(static_cast<double>(i % kRate) * 2 * 3.14159265 * 440 / kRate));
             samples.insert(samples.end(), {value, value});
         }
+        if (fFlashAt >= 0) std::fill(samples.begin(), samples.end(), short{0});
+        if (frame == fFlashAt) std::fill_n(samples.begin(), 96, short{30000});
+        fManager->SetInputFormat(fSource + 1, Sound(nullptr));
         fManager->WriteAudioSamples(fSource + 1, MsOf(frame), samples.data(),
                                     static_cast<unsigned int>(samples.size() * 16), first, 0, 0);
     }
 
-    static long long MsOf(int frame) { return frame * kTicks * 1000 / kScale; }
-    static long long PositionOf(int frame) { return frame * kTicks * kRate / kScale; }
+    long long MsOf(int frame) const { return frame * fTicks * 1000 / kScale; }
+    long long PositionOf(int frame) const { return frame * fTicks * kRate / kScale; }
+    double SecondsOf(int frame) const { return static_cast<double>(frame * fTicks) / kScale; }
+
+    /// Lets this frame be white with a click at its very start, and the rest silent.
+    void FlashAt(int frame) { fFlashAt = frame; }
 
     /// A picture that no other frame has: a moving ramp with a block that walks over it.
     static void Paint(int frame, unsigned char* out) {
@@ -109,6 +131,8 @@ public:
 
 private:
     const int fSource;
+    const long long fTicks;
+    int fFlashAt = -1;
     std::shared_ptr<tnFilterManager> fManager = tnFilterManager::Default();
     std::unique_ptr<tnStreamBufferGroup> fGroup;
 };
@@ -184,6 +208,59 @@ protected:
 
     tests::TestFolder fFolder;
 };
+
+struct Packet {
+    double decode = 0;  ///< seconds
+    double shown = 0;
+    double duration = 0;
+    int size = 0;
+    bool key = false;
+};
+
+/// The packets of a stream in the order of the file.
+inline std::vector<Packet> PacketsOf(const std::string& path, const char* stream) {
+    std::istringstream lines(
+        tests::Run({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries",
+                    "packet=pts_time,dts_time,duration_time,size,flags", "-of", "csv=p=0", path})
+            .out);
+    std::vector<Packet> packets;
+    for (std::string line; std::getline(lines, line);) {
+        Packet packet;
+        char flags[8] = {};
+        if (std::sscanf(line.c_str(), "%lf,%lf,%lf,%d,%7s", &packet.shown, &packet.decode,
+                        &packet.duration, &packet.size, flags) != 5) {
+            continue;
+        }
+        packet.key = flags[0] == 'K';
+        packets.push_back(packet);
+    }
+    return packets;
+}
+
+/// Every frame once and in its place: shown times that lie `step` seconds apart, from `first` on.
+inline void ExpectEveryFrame(const std::string& path, double first, double step, std::size_t least,
+                             double tolerance = 0.0006) {
+    std::vector<Packet> packets = PacketsOf(path, "v:0");
+    ASSERT_GE(packets.size(), least) << path;
+    EXPECT_TRUE(packets.front().key) << path;
+    std::vector<double> shown;
+    for (const Packet& packet : packets) shown.push_back(packet.shown);
+    std::sort(shown.begin(), shown.end());
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        // Pictures that wait for one inside the encoder are missing at the end.
+        if (i + 4 > shown.size()) break;
+        ASSERT_NEAR(shown[i], first + static_cast<double>(i) * step, tolerance) << path << " " << i;
+    }
+}
+
+/// Whether a decoder reads the file without a complaint.
+inline void ExpectClean(const std::string& path) {
+    const tests::ProcessResult result =
+        tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-err_detect", "explode", "-i", path, "-f",
+                    "null", "-"});
+    EXPECT_EQ(result.exitCode, 0) << path;
+    EXPECT_EQ(result.err, "") << path;
+}
 
 /// Hashes of the decoded pictures, one a line.
 inline std::vector<std::string> PictureHashes(const std::string& path) {

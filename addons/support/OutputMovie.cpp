@@ -101,7 +101,7 @@ int OutputMovie::BeginOutput(const tnOutputAccessor& output, const zRecord* sett
     wish.hasPictures = stream_of(TN_MEDIA_VIDEO) != nullptr;
     wish.hasSound = stream_of(TN_MEDIA_AUDIO) != nullptr;
     if (!wish.hasPictures && !wish.hasSound) return kNoSuchStream;
-    wish.where = place_for(output, type);
+    wish.where = place_for(output);
     if (wish.where.empty()) return kNoPlace;
     if (settings) {
         wish.expectedSeconds = settings->AsDouble("expected_seconds", 0);
@@ -113,7 +113,7 @@ int OutputMovie::BeginOutput(const tnOutputAccessor& output, const zRecord* sett
     made->Start(reporter(made));
     fFan->Add(made);
     fRunning[type] = made;
-    ++fStarts[type];
+    ++fStarts[without_scheme(output.URL())];
     result.SetString("path", wish.where);
     code = join_encoders();
     if (code != 0) end_output(type);
@@ -168,10 +168,10 @@ MovieOutput::Report OutputMovie::reporter(const std::shared_ptr<MovieOutput>& ou
     };
 }
 
-std::string OutputMovie::place_for(const tnOutputAccessor& output, tn_output type) {
+std::string OutputMovie::place_for(const tnOutputAccessor& output) {
     const std::string place = without_scheme(output.URL());
     if (place.empty() || is_address(place)) return place;
-    int number = fStarts[type] + 1;
+    int number = fStarts[place] + 1;
     std::string path = number > 1 ? numbered(place, number) : place;
     const bool findsFree = output.AutoIncrementFileName() || number > 1;
     while (findsFree && zFileStream::Exists(path.c_str())) path = numbered(place, ++number);

@@ -71,7 +71,7 @@ private:
     int join_encoders();
     void leave_encoders();
     void end_output(tn_output type);
-    std::string place_for(const tnOutputAccessor& output, tn_output type);
+    std::string place_for(const tnOutputAccessor& output);
     MovieOutput::Report reporter(const std::shared_ptr<MovieOutput>& output);
 
     const unsigned int fID;
@@ -79,5 +79,5 @@ private:
     const std::shared_ptr<tnOutputStreamSync> fSync = std::make_shared<tnOutputStreamSync>();
     const std::shared_ptr<OutputFan> fFan = std::make_shared<OutputFan>();
     std::map<tn_output, std::shared_ptr<MovieOutput>> fRunning;
-    std::map<tn_output, int> fStarts;  // how often an output of the type began
+    std::map<std::string, int> fStarts;  // how often an output began at that place
 };

@@ -1,0 +1,191 @@
+// An output that dies says so and dies alone: a full disk, a peer that is gone, a file that takes
+// nothing more. The others miss nothing.
+
+#include <arpa/inet.h>
+#include <fstream>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "orb/MovieFileInventory.h"
+#include "orb/container/MovieFile.h"
+
+#include "addons/testHost.h"
+
+using namespace addonTest;
+using namespace Quillon::Orb;
+
+namespace {
+
+constexpr double kFrame = 1001.0 / 30000;
+
+/// A movie file on a disk that is full after so many samples, if its name says so.
+class FullDisk final : public MovieFile {
+public:
+    FullDisk(const char* path, const MovieFileOptions& options)
+        : fPath(path), fFile(MakeMovieFile(path, options)) {}
+
+    int AddTrack(const MovieTrack& track) override { return fFile->AddTrack(track); }
+    Result Begin() override { return fFile->Begin(); }
+    Result WriteSample(int track, const MovieSample& sample) override {
+        const bool isFull = fPath.find("full") != std::string::npos && ++fSamples > 20;
+        if (isFull) return ResultError("%s: no space left on device", fPath.c_str());
+        return fFile->WriteSample(track, sample);
+    }
+    Result Finish() override { return fFile->Finish(); }
+
+private:
+    const std::string fPath;
+    const std::unique_ptr<MovieFile> fFile;
+    int fSamples = 0;
+};
+
+std::unique_ptr<MovieFile> make_full_disk(const char* path, const MovieFileOptions& options) {
+    return std::make_unique<FullDisk>(path, options);
+}
+
+class Failures : public AddonTest {};
+
+TEST_F(Failures, AFullDiskEndsOneOutputAndNoOther) {
+    MovieFileInventory::Add('mov ', make_full_disk);
+    Camera camera(1);
+    Show full("Shared QuickTime", {camera.H264(), camera.Aac()});
+    Show fullRaw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    Show well("Shared QuickTime", {camera.H264(), camera.Aac()});
+    Show wellRaw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    ASSERT_EQ(full.Add(fFolder.File("full.mov")), 0);
+    ASSERT_EQ(fullRaw.Add(fFolder.File("full_raw.mov")), 0);
+    ASSERT_EQ(well.Add(fFolder.File("well.mov")), 0);
+    ASSERT_EQ(wellRaw.Add(fFolder.File("well_raw.mov")), 0);
+    camera.Write(0, 90);
+    for (Show* show : {&full, &fullRaw, &well, &wellRaw}) EXPECT_EQ(show->Remove(), 0);
+    MovieFileInventory::Add('mov ', nullptr);
+
+    for (Show* show : {&full, &fullRaw}) {
+        const tn_output_statistics statistics = show->Statistics(TN_MEDIA_VIDEO);
+        EXPECT_EQ(statistics.fState, 2);
+        EXPECT_TRUE(statistics.fStatus == -1052 || statistics.fStatus == -1059 ||
+                    statistics.fStatus == -1006)
+            << statistics.fStatus;
+    }
+    EXPECT_GT(full.Statistics(TN_MEDIA_VIDEO).fStatusValue, 0);
+    for (Show* show : {&well, &wellRaw}) EXPECT_EQ(show->Statistics(TN_MEDIA_VIDEO).fState, 0);
+    ExpectEveryFrame(fFolder.File("well.mov"), 0, kFrame, 60);
+    ExpectEveryFrame(fFolder.File("well_raw.mov"), 0, kFrame, 89);
+    EXPECT_GT(PacketsOf(fFolder.File("full.mov"), "v:0").size(), 3u);
+}
+
+TEST_F(Failures, AnOutputThatFailedMayBeginAnew) {
+    MovieFileInventory::Add('mov ', make_full_disk);
+    Camera camera(1);
+    Show show("Shared QuickTime", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(show.Add(fFolder.File("full.mov")), 0);
+    camera.Write(0, 60);
+    ASSERT_EQ(show.Remove(), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 2);
+    ASSERT_EQ(show.Add(fFolder.File("well.mov")), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    camera.Write(60, 120);
+    ASSERT_EQ(show.Remove(), 0);
+    MovieFileInventory::Add('mov ', nullptr);
+    EXPECT_GT(PacketsOf(fFolder.File("well.mov"), "v:0").size(), 20u);
+}
+
+TEST_F(Failures, ATransportStreamOnAFullDeviceSaysSo) {
+    Camera camera(1);
+    Show full("MPEG-TS", {camera.H264(), camera.Aac()});
+    Show well("MPEG-TS", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(full.Add("/dev/full"), 0);
+    ASSERT_EQ(well.Add(fFolder.File("well.ts")), 0);
+    camera.Write(0, 90);
+    full.Remove();
+    well.Remove();
+    EXPECT_EQ(full.Statistics(TN_MEDIA_VIDEO).fState, 2);
+    EXPECT_EQ(well.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    EXPECT_GT(PacketsOf(fFolder.File("well.ts"), "v:0").size(), 60u);
+}
+
+/// A socket that takes what is sent to it, until it is closed.
+class Receiver {
+public:
+    Receiver() {
+        fSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const int room = 8 << 20;
+        setsockopt(fSocket, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(bind(fSocket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        socklen_t length = sizeof address;
+        getsockname(fSocket, reinterpret_cast<sockaddr*>(&address), &length);
+        fPort = ntohs(address.sin_port);
+    }
+    ~Receiver() { Close(); }
+    Receiver(const Receiver&) = delete;
+    Receiver& operator=(const Receiver&) = delete;
+
+    std::string Address() const { return "udp://127.0.0.1:" + std::to_string(fPort); }
+    void Drain(std::ofstream& file) {
+        char packet[65536];
+        for (;;) {
+            const ssize_t size = recv(fSocket, packet, sizeof packet, MSG_DONTWAIT);
+            if (size <= 0) return;
+            EXPECT_EQ(size % 188, 0);
+            EXPECT_LE(size, 1316);
+            file.write(packet, size);
+        }
+    }
+    void Close() {
+        if (fSocket >= 0) close(fSocket);
+        fSocket = -1;
+    }
+
+private:
+    int fSocket = -1;
+    int fPort = 0;
+};
+
+TEST_F(Failures, APeerReceivesTheStreamAsItIsWritten) {
+    Receiver receiver;
+    Camera camera(1);
+    Show show("MPEG-TS", {camera.H264(2), camera.Aac()}, TN_OUTPUT_STREAMING);
+    ASSERT_EQ(show.Add(receiver.Address()), 0);
+    std::ofstream file(fFolder.File("received.ts"), std::ios::binary);
+    for (int frame = 0; frame < 120; ++frame) {
+        camera.Write(frame, frame + 1);
+        receiver.Drain(file);
+    }
+    show.End();
+    receiver.Drain(file);
+    file.close();
+    const std::string path = fFolder.File("received.ts");
+    EXPECT_EQ(tests::ProbeStream(path, "v:0", "codec_name"), "h264");
+    EXPECT_EQ(tests::ProbeStream(path, "a:0", "codec_name"), "aac");
+    const std::vector<Packet> pictures = PacketsOf(path, "v:0");
+    ASSERT_GT(pictures.size(), 60u);
+    ExpectEveryFrame(path, pictures.front().shown, kFrame, 60);
+    ExpectClean(path);
+}
+
+// Datagrams to nobody are lost without a word, as ever; where the socket is connected the system
+// says that the peer is gone.
+TEST_F(Failures, APeerThatGoesEndsNothingElse) {
+    Receiver receiver;
+    Camera camera(1);
+    Show told("MPEG-TS", {camera.H264(), camera.Aac()}, TN_OUTPUT_STREAMING);
+    Show untold("MPEG-TS", {camera.H264(), camera.Aac()}, TN_OUTPUT_STREAMING);
+    Show file("Shared MPEG-4", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(told.Add(receiver.Address() + "?connect=1"), 0);
+    ASSERT_EQ(untold.Add(receiver.Address()), 0);
+    ASSERT_EQ(file.Add(fFolder.File("a.mp4")), 0);
+    camera.Write(0, 60);
+    receiver.Close();
+    camera.Write(60, 180);
+    for (Show* show : {&told, &untold, &file}) EXPECT_EQ(show->Remove(), 0);
+    EXPECT_EQ(told.Statistics(TN_MEDIA_VIDEO).fState, 2);
+    EXPECT_EQ(untold.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    EXPECT_EQ(file.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    ExpectEveryFrame(fFolder.File("a.mp4"), 0, kFrame, 150);
+}
+
+}  // namespace

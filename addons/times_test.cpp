@@ -1,0 +1,186 @@
+// What reaches a muxed file is what the encoder made: pictures, times, key flags; and its tracks
+// start together, to the sample.
+
+#include <cstdlib>
+#include <fstream>
+
+#include "addons/testHost.h"
+#include "tests/support/AvCodecs.h"
+
+using namespace addonTest;
+
+namespace {
+
+constexpr double kFrame = 1001.0 / 30000;
+
+class Times : public AddonTest {};
+
+/// The same frames through libavcodec alone, as a raw stream in a file.
+void encode_straight(const std::string& path, int frames, int bFrames) {
+    avCodecs::X264 settings;
+    settings.width = Camera::kWidth;
+    settings.height = Camera::kHeight;
+    settings.bFrames = bFrames;
+    settings.keyFrameInterval = 15;
+    const avCodecs::Context context = avCodecs::OpenX264(settings);
+    ASSERT_TRUE(context);
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(context->extradata), context->extradata_size);
+    const avCodecs::Packet packet(av_packet_alloc());
+    const auto fetch = [&] {
+        while (avcodec_receive_packet(context.get(), packet.get()) >= 0) {
+            file.write(reinterpret_cast<const char*>(packet->data), packet->size);
+            av_packet_unref(packet.get());
+        }
+    };
+    std::vector<unsigned char> pixels(Camera::kWidth * Camera::kHeight * 3 / 2);
+    for (int i = 0; i < frames; ++i) {
+        Camera::Paint(i, pixels.data());
+        const avCodecs::Frame frame =
+            avCodecs::WrapI420(pixels.data(), Camera::kWidth, Camera::kHeight, i);
+        avcodec_send_frame(context.get(), frame.get());
+        fetch();
+    }
+    avcodec_send_frame(context.get(), nullptr);
+    fetch();
+}
+
+class Reordered : public AddonTest, public testing::WithParamInterface<int> {};
+
+TEST_P(Reordered, PicturesAndTimesAreThoseThatWentIn) {
+    constexpr int kFrames = 120;
+    Camera camera(1);
+    Show mov("Shared QuickTime", {camera.H264(GetParam())});
+    Show mp4("Shared MPEG-4", {camera.H264(GetParam())});
+    ASSERT_EQ(mov.Add(fFolder.File("a.mov")), 0);
+    ASSERT_EQ(mp4.Add(fFolder.File("a.mp4")), 0);
+    camera.Write(0, kFrames);
+    mov.End();
+    mp4.End();
+    encode_straight(fFolder.File("straight.h264"), kFrames, GetParam());
+    const std::vector<std::string> straight = PictureHashes(fFolder.File("straight.h264"));
+    ASSERT_EQ(straight.size(), static_cast<std::size_t>(kFrames));
+
+    for (const char* name : {"a.mov", "a.mp4"}) {
+        const std::string path = fFolder.File(name);
+        const std::vector<Packet> packets = PacketsOf(path, "v:0");
+        ASSERT_GT(packets.size(), 60u) << name;
+        ExpectEveryFrame(path, 0, kFrame, 60);
+        for (std::size_t i = 0; i + 1 < packets.size(); ++i) {
+            EXPECT_NEAR(packets[i + 1].decode - packets[i].decode, kFrame, 1e-5) << name << i;
+            EXPECT_NEAR(packets[i].duration, kFrame, 1e-5) << name << i;
+            EXPECT_EQ(packets[i].key, i % 15 == 0) << name << i;
+        }
+        const std::vector<std::string> muxed = PictureHashes(path);
+        ASSERT_GT(muxed.size(), 60u);
+        for (std::size_t i = 0; i + 4 < muxed.size(); ++i) {
+            ASSERT_EQ(muxed[i], straight[i]) << name << " frame " << i;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(BFrames, Reordered, testing::Values(0, 2, 3));
+
+/// Mean brightness of each decoded picture.
+std::vector<int> brightness(const std::string& path) {
+    const std::string bytes = tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map",
+                                          "0:v:0", "-vf", "scale=1:1:flags=area", "-fps_mode",
+                                          "passthrough", "-pix_fmt", "gray", "-f", "rawvideo", "-"})
+                                  .out;
+    std::vector<int> values;
+    for (const char byte : bytes) values.push_back(static_cast<unsigned char>(byte));
+    return values;
+}
+
+/// Seconds of decoded sound before its first loud sample, as a player hears it.
+double click_time(const std::string& path) {
+    const std::string bytes = tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map",
+                                          "0:a:0", "-ac", "1", "-f", "s16le", "-"})
+                                  .out;
+    const auto* samples = reinterpret_cast<const short*>(bytes.data());
+    for (std::size_t i = 0; i < bytes.size() / 2; ++i) {
+        if (std::abs(samples[i]) > 12000) return static_cast<double>(i) / Camera::kRate;
+    }
+    return -1;
+}
+
+double flash_time(const std::string& path) {
+    const std::vector<int> values = brightness(path);
+    const std::vector<double> times = tests::ProbePictureTimes(path);
+    for (std::size_t i = 0; i < values.size() && i < times.size(); ++i) {
+        if (values[i] > 200) return times[i];
+    }
+    return -1;
+}
+
+struct Kind {
+    const char* format;
+    const char* file;
+    const char* sound;
+};
+
+class Together : public AddonTest, public testing::WithParamInterface<Kind> {};
+
+// The output is added in mid-run, so that its first key frame, its first packet of sound and the
+// start of the source are three different moments.
+TEST_P(Together, FlashAndClickMeetAlsoWhereAnOutputCameLate) {
+    const Kind& kind = GetParam();
+    const std::string path = fFolder.File(kind.file);
+    Camera camera(1, 1001);
+    camera.FlashAt(100);
+    Show first("Shared MPEG-4", {camera.H264(2), camera.Aac()});
+    ASSERT_EQ(first.Add(fFolder.File("first.mp4")), 0);
+    camera.Write(0, 37);
+    tnMediaRecord picture = camera.H264(2);
+    if (std::string(kind.format) == "QuickTime") picture.SetCString('mcon', "ProRes");
+    Show late(kind.format, {picture, camera.Sound(kind.sound)});
+    ASSERT_EQ(late.Add(path), 0);
+    camera.Write(37, 220);
+    late.End();
+    first.End();
+
+    // Sound of a transport stream is told apart from its pictures by times alone.
+    const double origin = std::atof(tests::ProbeStream(path, "a:0", "start_time").c_str());
+    const double click = click_time(path) + origin;
+    const double flash = flash_time(path);
+    EXPECT_GT(flash, 0.5) << "the flash is in the file";
+    EXPECT_NEAR(click, flash, 0.003) << path;
+    EXPECT_NEAR(click_time(fFolder.File("first.mp4")), flash_time(fFolder.File("first.mp4")),
+                0.003);
+    ExpectClean(path);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Together,
+                         testing::Values(Kind{"Shared QuickTime", "late.mov", "MPEG-4 Audio"},
+                                         Kind{"Shared MPEG-4", "late.mp4", "MPEG-4 Audio"},
+                                         Kind{"MPEG-TS", "late.ts", "MPEG-4 Audio"},
+                                         Kind{"QuickTime", "late_raw.mov", "PCM"}),
+                         [](const auto& test) {
+                             std::string name = test.param.file;
+                             std::replace(name.begin(), name.end(), '.', '_');
+                             return name;
+                         });
+
+// An encoder without filler of its own: the last picture of each second is filled up, so that every
+// second of the stream has the very bytes of its rate.
+TEST_F(Times, AStrictRateIsKeptToTheByteAndDecodes) {
+    constexpr int kKilobits = 1600;
+    Camera camera(1, 1000);
+    tnMediaRecord strict = camera.H264();
+    strict.SetBool("strict_cbr", true);
+    strict.SetInt32('mtbr', kKilobits);
+    Show show("Shared MPEG-4", {strict});
+    ASSERT_EQ(show.Add(fFolder.File("a.mp4")), 0);
+    camera.Write(0, 200);
+    show.End();
+    std::vector<int> seconds(8);
+    for (const Packet& packet : PacketsOf(fFolder.File("a.mp4"), "v:0")) {
+        seconds[static_cast<std::size_t>(packet.decode + 0.0001)] += packet.size;
+    }
+    for (int second = 0; second < 4; ++second) {
+        EXPECT_EQ(seconds[static_cast<std::size_t>(second)], kKilobits * 125) << second;
+    }
+    ExpectClean(fFolder.File("a.mp4"));
+}
+
+}  // namespace
