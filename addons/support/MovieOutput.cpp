@@ -115,8 +115,11 @@ int MovieOutput::begin_if_possible() {
 }
 
 int MovieOutput::write(const MediaItem& item) {
-    if (item.picture) return fStart.HasPictures() ? write_picture(item) : 0;
-    return fStart.HasSound() ? write_sound(item) : 0;
+    if (item.sound) return fStart.HasSound() ? write_sound(item) : 0;
+    if (!fStart.HasPictures()) return 0;
+    const int code = write_picture(item);
+    if (code == 0) fPictureCount.fetch_add(1, std::memory_order_relaxed);
+    return code;
 }
 
 void MovieOutput::fail(int code) {

@@ -59,6 +59,8 @@ public:
 
     /// Bytes of the pictures, or of the sound, that the file has taken. Any thread.
     virtual long long BytesWritten(bool ofPictures) const = 0;
+    /// Pictures that the file has taken. Any thread.
+    long long PicturesWritten() const { return fPictureCount.load(std::memory_order_relaxed); }
 
 protected:
     MovieOutput(Settings settings, Room room);
@@ -101,6 +103,7 @@ private:
     MovieStart fStart;
 
     std::atomic<bool> fBegun{false};
+    std::atomic<long long> fPictureCount{0};
 
     zMutex fLock;
     zCondition fChanged;

@@ -134,6 +134,7 @@ void OutputMovie::end_output(tn_output type) {
     if (fRunning.empty()) leave_encoders();
     fFan->Remove(output);
     output->Stop();
+    fLast = output;
 }
 
 int OutputMovie::join_encoders() {
@@ -176,6 +177,20 @@ std::string OutputMovie::place_for(const tnOutputAccessor& output) {
     const bool findsFree = output.AutoIncrementFileName() || number > 1;
     while (findsFree && zFileStream::Exists(path.c_str())) path = numbered(place, ++number);
     return path;
+}
+
+int OutputMovie::StatisticsControl(zRecord&, zRecord& answer) {
+    long long frames = 0;
+    long long bytes = 0;
+    const auto add = [&](const MovieOutput& output) {
+        frames += output.PicturesWritten();
+        bytes += output.BytesWritten(true) + output.BytesWritten(false);
+    };
+    for (const auto& [type, output] : fRunning) add(*output);
+    if (fRunning.empty() && fLast) add(*fLast);
+    answer.SetInt64("frames", frames);
+    answer.SetInt64("bytes", bytes);
+    return 0;
 }
 
 unsigned int OutputMovie::TrackCount() {

@@ -47,6 +47,9 @@ public:
     int EndOutput(const tnOutputAccessor& output, const tnOutputAccessor& active,
                   zRecord& result) override;
 
+    /// Fills `answer` with "frames" and "bytes" of the outputs that run, together, or of the one
+    /// that ended last: 0. `request` is not read.
+    int StatisticsControl(zRecord& request, zRecord& answer) override;
     unsigned int TrackCount() override;
     int GetTrackFormat(unsigned int index, tnMediaRecord* format) override;
     unsigned int FormatID() override { return fID; }
@@ -80,4 +83,5 @@ private:
     const std::shared_ptr<OutputFan> fFan = std::make_shared<OutputFan>();
     std::map<tn_output, std::shared_ptr<MovieOutput>> fRunning;
     std::map<std::string, int> fStarts;  // how often an output began at that place
+    std::shared_ptr<MovieOutput> fLast;  // to have ended
 };
