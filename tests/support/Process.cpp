@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 extern char** environ;
 
@@ -34,12 +35,19 @@ int code_of(int status) {
 
 }  // namespace
 
-BackgroundProcess::BackgroundProcess(const std::vector<std::string>& words) {
+BackgroundProcess::BackgroundProcess(const std::vector<std::string>& words, Input input) {
     const auto out = make_pipe();
     const auto err = make_pipe();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    std::array<int, 2> in{-1, -1};
+    if (input == Input::kPipe) {
+        signal(SIGPIPE, SIG_IGN);
+        in = make_pipe();
+        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     std::vector<char*> arguments;
@@ -51,6 +59,8 @@ BackgroundProcess::BackgroundProcess(const std::vector<std::string>& words) {
     posix_spawn_file_actions_destroy(&actions);
     close(out[1]);
     close(err[1]);
+    if (in[0] >= 0) close(in[0]);
+    fIn = in[1];
     fOut = out[0];
     fErr = err[0];
 }
@@ -65,8 +75,31 @@ void BackgroundProcess::Signal(int signal) const {
     if (fProcess > 0) kill(fProcess, signal);
 }
 
+void BackgroundProcess::Write(const std::string& text) const {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = write(fIn, text.data() + written, text.size() - written);
+        if (count <= 0) return;
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+bool BackgroundProcess::ReadLine(std::string& line) {
+    std::size_t end = fUnread.find('\n');
+    while (end == std::string::npos) {
+        if (!read_some(fOut, fUnread)) return false;
+        end = fUnread.find('\n');
+    }
+    line = fUnread.substr(0, end);
+    fUnread.erase(0, end + 1);
+    return true;
+}
+
 ProcessResult BackgroundProcess::Wait() {
     ProcessResult result;
+    result.out = std::move(fUnread);
+    if (fIn >= 0) close(fIn);
+    fIn = -1;
     pollfd watched[2] = {{fOut, POLLIN, 0}, {fErr, POLLIN, 0}};
     int open = 2;
     while (open > 0 && poll(watched, 2, -1) > 0) {
