@@ -84,7 +84,9 @@ public:
             if (!fLoop || !open_clip(unused) || !fClip->Next(frame)) return false;
             ++fRounds;
         }
-        if (!buffer || !frame.pixels || !frame.pixels->Lock(0).Succeeded()) return true;
+        if (!buffer || !frame.pixels ||
+            !frame.pixels->Lock(Quillon::Orb::CDataReference::kRead).Succeeded())
+            return true;
         copy_picture(frame.pixels->GetData(), frame.pixels->GetStride(),
                      static_cast<unsigned char*>(buffer->GetPointer()), fFormat);
         frame.pixels->Unlock();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
 
 #include "spar/zMutex.h"
 #include "spar/zTraceManager.h"
@@ -24,12 +25,12 @@ public:
         fPrint = print;
     }
 
-    std::string LastAbout(const std::string& subject) {
+    std::vector<std::string> About(const std::string& subject) {
         const zMutexLock lock(fMutex);
-        const auto found =
-            std::find_if(fMessages.rbegin(), fMessages.rend(),
-                         [&](const auto& text) { return text.find(subject) != std::string::npos; });
-        return found == fMessages.rend() ? std::string() : *found;
+        std::vector<std::string> found;
+        std::copy_if(fMessages.begin(), fMessages.end(), std::back_inserter(found),
+                     [&](const std::string& text) { return text.find(subject) != text.npos; });
+        return found;
     }
 
     void Forget(const std::string& subject) {
@@ -62,8 +63,8 @@ void LiveTrace::Remove() {
     zTraceManager::SetDefault(zTraceManager::StandardError());
 }
 
-std::string LiveTrace::LastAbout(const std::string& subject) {
-    return subject.empty() ? std::string() : sink().LastAbout(subject);
+std::vector<std::string> LiveTrace::About(const std::string& subject) {
+    return subject.empty() ? std::vector<std::string>() : sink().About(subject);
 }
 
 void LiveTrace::Forget(const std::string& subject) {

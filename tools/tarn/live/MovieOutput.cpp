@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include "spar/zString.h"
 #include "tarn/foundation/tnOutputAccessor.h"
@@ -32,6 +33,13 @@ bool is_address(const std::string& location) {
     return location.find("://") != std::string::npos;
 }
 
+/// A growing movie has holes; this is what it takes of the disk.
+long long bytes_on_disk(const std::string& path) {
+    constexpr long long kBlock = 512;
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 ? info.st_blocks * kBlock : 0;
+}
+
 /// What the show says, else what the location looks like.
 tn_output type_of(const ShowOutput& output) {
     const tn_output type = tnOutputAccessor(output.record).OutputType();
@@ -42,7 +50,7 @@ tn_output type_of(const ShowOutput& output) {
 class MovieOutput final : public LiveOutput {
 public:
     MovieOutput(const ShowOutput& output, LiveSource& source)
-        : fOutput(output), fSource(source), fRecord(output.record) {
+        : fOutput(output), fSource(source), fRecord(output.record), fPath(output.Location()) {
         tnOutputAccessor accessor(fRecord);
         accessor.SetOutputType(type_of(output));
     }
@@ -51,7 +59,7 @@ public:
     bool Start(std::string& error) override;
     void Stop() override;
     LiveFigures Figures() override;
-    std::string Location() const override { return fOutput.Location(); }
+    std::string Location() const override { return fPath; }
 
 private:
     bool make_movie(std::string& error);
@@ -65,14 +73,16 @@ private:
     LiveSource& fSource;
     zRecord fRecord;
     MovieHandle fMovie;
+    std::string fPath;  // or address, of this time
     LiveFigures fFigures;
     bool fBegun = false;    // the movie knows the output
     bool fRunning = false;  // it uses the source
 };
 
 std::string MovieOutput::reason(int code) const {
-    const std::string traced = LiveTrace::LastAbout(fOutput.Location());
-    return traced.empty() ? MovieErrorText(code, fOutput.Location()) : traced;
+    const std::string text = MovieErrorText(code, fPath);
+    const std::vector<std::string> traced = LiveTrace::About(fPath);
+    return traced.empty() ? text : text + "; " + traced.front();
 }
 
 bool MovieOutput::make_movie(std::string& error) {
@@ -110,28 +120,31 @@ bool MovieOutput::begin(std::string& error) {
     zRecord outputs;
     outputs.AddChild(new zRecord(fRecord), -1);
     zRecord result;
-    const int code = fMovie->BeginWritingFromDestination(outputs, nullptr, result);
+    const int code = fMovie->BeginWritingFromDestination(outputs, &fRecord, result);
     if (code != 0) {
         error = fmt::format("output '{}': {}", fOutput.name, reason(code));
         return false;
     }
+    fPath = result.AsString("path", fPath);
     fBegun = true;
     return true;
 }
 
+// Switched on again, a movie goes on in a file beside the one from before.
 int MovieOutput::switch_to(bool on) {
     tnOutputAccessor accessor(fRecord);
     accessor.SetOutputEnabled(on);
     zRecord result;
-    return fMovie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_ENABLE);
+    const int code = fMovie->UpdateOutput(accessor, &fRecord, result, TN_OUTPUT_UPDATE_ENABLE);
+    fPath = result.AsString("path", fPath);
+    return code;
 }
 
 bool MovieOutput::Start(std::string& error) {
-    LiveTrace::Forget(fOutput.Location());
-    if (fFigures.status != 0) drop_movie();
+    LiveTrace::Forget(fPath);
     fFigures = {};
     if (!fBegun) {
-        if ((!fMovie && !make_movie(error)) || !begin(error)) {
+        if (!make_movie(error) || !begin(error)) {
             drop_movie();
             return false;
         }
@@ -168,7 +181,8 @@ void MovieOutput::collect(LiveFigures& figures) {
     zRecord answer;
     fMovie->StatisticsControl(request, answer);
     figures.frames = answer.AsInt64("frames", figures.frames);
-    figures.bytes = answer.AsInt64("bytes", figures.bytes);
+    figures.bytes =
+        is_address(fPath) ? answer.AsInt64("bytes", figures.bytes) : bytes_on_disk(fPath);
     for (const tnMediaType type : kTypes) {
         tnStream* found = nullptr;
         if (fMovie->GetWriteStreamForType(type, &found) != 0) continue;
@@ -203,7 +217,42 @@ std::string known_formats() {
 
 }  // namespace
 
-bool CheckMovieOutput(const ShowOutput& output, const Show&, std::string& error) {
+namespace {
+
+bool is_same_file(const std::string& a, const std::string& b) {
+    std::error_code failed;
+    const auto first = std::filesystem::weakly_canonical(a, failed);
+    return !failed && first == std::filesystem::weakly_canonical(b, failed) && !failed;
+}
+
+/// A file of its own, in a folder that is there.
+bool check_path(const ShowOutput& output, const Show& show, std::string& error) {
+    const std::string path = output.Location();
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    std::error_code failed;
+    if (!folder.empty() && !std::filesystem::is_directory(folder, failed)) {
+        error = fmt::format("output '{}': there is no folder '{}'; make it first", output.name,
+                            folder.string());
+        return false;
+    }
+    for (const ShowSource& source : show.sources) {
+        if (source.clip.empty() || !is_same_file(source.clip, path)) continue;
+        error = fmt::format("output '{}': '{}' is the clip of source '{}'; choose another file",
+                            output.name, path, source.name);
+        return false;
+    }
+    for (const ShowOutput& other : show.outputs) {
+        if (other.name == output.name || !is_same_file(other.Location(), path)) continue;
+        error = fmt::format("output '{}': output '{}' writes to '{}' already; choose another file",
+                            output.name, other.name, path);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool CheckMovieOutput(const ShowOutput& output, const Show& show, std::string& error) {
     tnXIMovieFile* found = nullptr;
     if (tnFiles::GetMovieFileInterface(output.format, &found) != 0) {
         error = fmt::format("output '{}': unknown format_name '{}'; there are: {}", output.name,
@@ -221,15 +270,7 @@ bool CheckMovieOutput(const ShowOutput& output, const Show&, std::string& error)
                             output.name, output.format, location);
         return false;
     }
-    if (type_of(output) != TN_OUTPUT_DEFAULT) return true;
-    const std::filesystem::path folder = std::filesystem::path(location).parent_path();
-    std::error_code failed;
-    if (!folder.empty() && !std::filesystem::is_directory(folder, failed)) {
-        error = fmt::format("output '{}': there is no folder '{}'; make it first", output.name,
-                            folder.string());
-        return false;
-    }
-    return true;
+    return type_of(output) != TN_OUTPUT_DEFAULT || check_path(output, show, error);
 }
 
 std::unique_ptr<LiveOutput> MakeMovieOutput(const ShowOutput& output, LiveSource& source,
