@@ -1,0 +1,213 @@
+// `tarn live`: whole shows on real clips and on generated pictures, checked with ffprobe,
+// mediainfo, GStreamer and ffmpeg. A show takes real time by its nature; these run a few seconds
+// each, wait for what the show reports rather than for the clock, and set no limit to how late
+// anything is.
+
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tests/system/liveKit.h"
+
+using namespace liveKit;
+
+TEST(Live, EveryPictureStandsOnceInEveryOutput) {
+    const TestFolder folder;
+    RunningShow show(WriteShow(
+        folder, Bars("tone=\"1000\"") +
+                    Output("bars", "prores", "QuickTime", folder.File("prores.mov"), kProRes) +
+                    Output("bars", "mjpeg", "QuickTime", folder.File("mjpeg.mov"), kMjpeg) +
+                    Output("bars", "mov", "Shared QuickTime", folder.File("shared.mov"), kX264) +
+                    Output("bars", "mp4", "Shared MPEG-4", folder.File("shared.mp4"), kX264)));
+    ASSERT_TRUE(show.PlayTo(1)) << show.End().err;
+    ASSERT_TRUE(show.Command(
+        "add " + Output("bars", "late", "Shared MPEG-4", folder.File("late.mp4"), kX264)))
+        << show.Line();
+    ASSERT_TRUE(show.Command("remove mov"));
+    ASSERT_TRUE(show.PlayTo(4));
+    const ProcessResult end = show.Quit();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    for (const char* name : {"prores.mov", "mjpeg.mov", "shared.mov", "shared.mp4"}) {
+        const std::vector<int> numbers = NumbersIn(folder.File(name), folder);
+        ASSERT_FALSE(numbers.empty()) << name;
+        EXPECT_EQ(numbers.front(), 0) << name;
+        ExpectInSequence(numbers, name);
+    }
+    EXPECT_EQ(NumbersIn(folder.File("prores.mov"), folder).size(),
+              NumberOf(DoneLine(end), "frames"))
+        << "every frame of the show, to its last";
+    const std::vector<int> late = NumbersIn(folder.File("late.mp4"), folder);
+    ASSERT_FALSE(late.empty());
+    EXPECT_GE(late.front(), 12) << "from a key frame that came after it joined";
+    ExpectInSequence(late, "late.mp4");
+}
+
+TEST(Live, SwitchedOnAgainWritesAnotherFile) {
+    const TestFolder folder;
+    RunningShow show(
+        WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
+                                          R"(<video codecname="MJPEG"/>)")));
+    ASSERT_TRUE(show.PlayTo(1)) << show.End().err;
+    ASSERT_TRUE(show.Command("enable take off"));
+    const auto before = std::filesystem::file_size(folder.File("take.mov"));
+    ASSERT_TRUE(show.PlayTo(2));
+    ASSERT_TRUE(show.Command("enable take on"));
+    ASSERT_TRUE(show.PlayTo(3));
+    const ProcessResult end = show.Quit();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_EQ(std::filesystem::file_size(folder.File("take.mov")), before);
+    const std::vector<int> first = NumbersIn(folder.File("take.mov"), folder);
+    const std::vector<int> second = NumbersIn(folder.File("take 2.mov"), folder);
+    ASSERT_FALSE(first.empty() || second.empty());
+    ExpectInSequence(first, "take.mov");
+    ExpectInSequence(second, "take 2.mov");
+    EXPECT_GT(second.front(), first.back() + 10);
+    EXPECT_NE(end.out.find("take 2.mov"), std::string::npos) << "told where it writes now";
+}
+
+TEST(Live, EndsByItselfWithClipsThatArePlayedOnce) {
+    const TestFolder folder;
+    const std::string clip = folder.File("short.mp4");
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i", kBox, "-t", "2", "-vf",
+                          "scale=160:120", clip})
+                  .exitCode,
+              0);
+    RunningShow show(WriteShow(
+        folder, "<source name=\"a\" clip=\"" + clip + "\" loop=\"false\" catch_up=\"600\"/>" +
+                    Output("a", "take", "QuickTime", folder.File("take.mov"), kProRes)));
+    const ProcessResult end = show.End();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_NE(end.out.find(R"("state":"ended")"), std::string::npos) << end.out;
+    EXPECT_EQ(tests::CountFrames(folder.File("take.mov")), tests::CountFrames(clip));
+    EXPECT_GE(tests::Psnr(folder.File("take.mov"), clip), 30.0);
+}
+
+TEST(Live, AFullDiskStopsThatOutputAlone) {
+    const TestFolder folder;
+    const std::string path = WriteShow(
+        folder, Bars("tone=\"440\"") +
+                    Output("bars", "big", "QuickTime",
+                           folder.File("big.mov") + "\" expected_seconds=\"10\" moov_rate=\"1",
+                           R"(<video codecname="ProRes" codec_quality="prores_422_hq"/>)") +
+                    Output("bars", "small", "MPEG-TS", folder.File("small.ts"), kX264));
+    // No file of this process may grow past a megabyte: to a writer that is a full disk. The room
+    // for the index of a long recording would be more than that.
+    BackgroundProcess show({"bash", "-c", "ulimit -f 1024; exec \"$@\"", "bash", kTool, "live",
+                            path, "--json", "--speed", kSpeed},
+                           BackgroundProcess::Input::kPipe);
+    std::string line;
+    std::string all;
+    bool failed = false;
+    while (show.ReadLine(line)) {
+        all += line + "\n";
+        failed = failed || PartOf(line, "big").find("\"failed\"") != std::string::npos;
+        const std::string small = PartOf(line, "small");
+        if (failed && NumberOf(small, "frames") > 75) break;
+    }
+    ASSERT_TRUE(failed) << all;
+    show.Write("quit\n");
+    const ProcessResult end = show.Wait();
+    EXPECT_EQ(end.exitCode, 1) << "an output failed";
+    const std::string big = PartOf(DoneLine(end), "big");
+    EXPECT_LT(NumberOf(big, "status"), 0) << big;
+    EXPECT_NE(big.find("big.mov"), std::string::npos) << big;
+    const std::string small = PartOf(DoneLine(end), "small");
+    EXPECT_NE(small.find(R"("state":"ended")"), std::string::npos) << small;
+    const std::vector<int> kept = NumbersIn(folder.File("big.mov"), folder);
+    EXPECT_GT(kept.size(), 5u) << "what was there is kept";
+    ExpectInSequence(kept, "big.mov");
+    ExpectInSequence(NumbersIn(folder.File("small.ts"), folder), "small.ts");
+}
+
+TEST(Live, AnOutputThatCannotStartIsToldAndTheShowGoesOn) {
+    const TestFolder folder;
+    RunningShow show(
+        WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
+                                          R"(<video codecname="MJPEG"/>)")));
+    ASSERT_TRUE(show.PlayTo(0.2)) << show.End().err;
+    struct Case {
+        std::string command;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"add " + Output("bars", "x", "RealFormat", "x.mov", kMjpeg), "there are: "},
+        {"add " + Output("bars", "x", "QuickTime", "udp://127.0.0.1:9", kMjpeg), "does not write"},
+        {"add " + Output("bars", "x", "QuickTime", "/nonexistent/x.mov", kMjpeg), "no folder"},
+        {"add " + Output("bars", "x", "QuickTime", folder.File("take.mov"), kMjpeg), "writes to"},
+        {"add " + Output("bars", "x", "QuickTime", folder.File("x.mov"), kMjpeg), "has no sound"},
+        {"add " + Output("bars", "x", "Shared QuickTime", folder.File("x.mov"),
+                         R"(<video codecname="Crayon"/>)"),
+         "codecname"},
+        {"add " + Output("bars", "x", "Shared QuickTime", folder.File("x.mov"),
+                         R"(<video codecname="x264"/><video codecname="x264"/>)"),
+         "one <video>"},
+        {"add nothing.xml", "neither"},
+        {"remove x", "no output or source 'x'"},
+        {"frobnicate", "no command"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(show.Command(c.command)) << c.command;
+        EXPECT_NE(show.Line().find(c.words), std::string::npos) << c.command << "\n" << show.Line();
+    }
+    const ProcessResult end = show.Quit();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    ExpectInSequence(NumbersIn(folder.File("take.mov"), folder), "take.mov");
+}
+
+TEST(Live, BadShowsAreRefusedInOneLine) {
+    const TestFolder folder;
+    const std::string take =
+        Output("bars", "take", "QuickTime", folder.File("a.mov"), R"(<video codecname="MJPEG"/>)");
+    struct Case {
+        std::string text;
+        const char* words;
+    };
+    const Case cases[] = {
+        {"<source name=\"a\" clip=\"" + folder.File("gone.mp4") + "\"/>" + take, "no clip"},
+        {"<source name=\"bars\" clip=\"" + folder.File("show.xml") + "\"/>" + take, "show.xml"},
+        {Bars() + Output("bars", "take", "RealFormat", "a.mov", kX264),
+         "unknown format_name 'RealFormat'; there are: "},
+        {Bars(), "no <output>"},
+        {take, "no source 'bars'"},
+        {Bars("fps=\"fast\"") + take, "fps=\"fast\""},
+        {Bars() + take + "</show><show>", "well-formed"},
+        {Bars() + Output("bars", "take", "QuickTime", "/nonexistent/a.mov", kX264), "no folder"},
+        {Bars() + Output("bars", "take", "QuickTime", folder.File("a.mov"), kMjpeg),
+         "has no sound"},
+        {Bars() + "<output kind=\"hologram\" output_display_name=\"h\"/>", "unknown kind"},
+        {Clip("cup", kCup) + Output("cup", "take", "QuickTime", kCup, kMjpeg), "clip of source"},
+    };
+    for (const Case& c : cases) {
+        const ProcessResult result =
+            tests::Run({kTool, "live", WriteShow(folder, c.text), "--seconds", "5"});
+        EXPECT_EQ(result.exitCode, 1) << c.text;
+        EXPECT_NE(result.err.find(c.words), std::string::npos) << c.text << "\n" << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        EXPECT_EQ(result.err.rfind("tarn live: ", 0), 0u) << result.err;
+    }
+    const ProcessResult gone = tests::Run({kTool, "live", folder.File("gone.xml"), "--json"});
+    EXPECT_EQ(gone.exitCode, 1);
+    EXPECT_NE(gone.out.find(R"({"event":"error","message":)"), std::string::npos) << gone.out;
+    const ProcessResult addons = tests::Run(
+        {kTool, "live", WriteShow(folder, Bars() + take), "--addons", folder.File("gone")});
+    EXPECT_NE(addons.err.find("--addons"), std::string::npos) << addons.err;
+}
+
+TEST(Live, ATerminalShowsTheShowAndItsCommands) {
+    const TestFolder folder;
+    const std::string path =
+        WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
+                                          R"(<video codecname="MJPEG"/>)"));
+    // A terminal of 100 columns that `script` makes.
+    const ProcessResult result = tests::Run({"script", "-qec",
+                                             "stty cols 100; " + kTool + " live " + path +
+                                                 " --seconds 1 --speed " + std::string(kSpeed),
+                                             "/dev/null"});
+    EXPECT_EQ(result.exitCode, 0) << result.out;
+    EXPECT_NE(result.out.find("\033["), std::string::npos);
+    EXPECT_NE(result.out.find("take"), std::string::npos);
+    EXPECT_NE(result.out.find("running"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("late 0"), std::string::npos) << result.out;
+}
