@@ -74,6 +74,69 @@ TEST(LongRecording, IndexIsNoLargerThanTwiceItsContents) {
               0);
 }
 
+struct Burst {
+    const char* name;
+    unsigned int format;
+    std::vector<unsigned int> sounds;
+    double announced;
+    bool fastStart;
+};
+
+class Bursts : public testing::TestWithParam<Burst> {};
+
+/// Hours of samples that come at once, with no checkpoint between: the index finds room for them,
+/// wherever it stands and however few entries they need.
+TEST_P(Bursts, AnyNumberOfSamplesBetweenTwoCheckpointsIsHeld) {
+    const Burst& burst = GetParam();
+    const std::string path = MovieFolder() + "/burst.mov";
+    const MediaClip clip = MakeUpClip(
+        {.seconds = 0, .keyEvery = 1, .videoFormat = burst.format, .sounds = burst.sounds});
+    WholeMovieFile file(path.c_str(), FileOptions({.fastStart = burst.fastStart}),
+                        MakeUnsyncedFile(), WholeMovieFile::Checkpoints::ByHand);
+    for (MovieTrack track : clip.tracks) {
+        track.expectedDuration =
+            static_cast<long long>(burst.announced * static_cast<double>(track.timescale));
+        file.AddTrack(track);
+    }
+    ASSERT_EQ(file.Begin(), 0);
+    const std::vector<unsigned char> bytes(8192);
+    const auto packets = static_cast<long long>(bytes.size()) / 8;
+    long long next = 0;
+    for (const long long count : {100, 30000, 10, 400000, 1000}) {
+        for (const long long end = next + count; next < end; next++) {
+            for (std::size_t track = 0; track < clip.tracks.size(); track++) {
+                MovieSample sample;
+                sample.data = bytes.data();
+                const bool plain = clip.tracks[track].bytesPerPacket > 0;
+                sample.size = plain && next % 64 == 0 ? bytes.size() : 16;
+                sample.packets = plain ? (sample.size == 16 ? 1 : packets) : 1;
+                sample.decodeTime = next * 512;
+                sample.duration = 512;
+                ASSERT_EQ(file.WriteSample(static_cast<int>(track), sample), 0);
+            }
+        }
+        const Result result = file.Checkpoint();
+        ASSERT_EQ(result, 0) << result.GetMessage();
+        const BoxFile boxes = ParseBoxFile(path);
+        ASSERT_EQ(boxes.Complaints(), "") << boxes.Text();
+        ASSERT_EQ(static_cast<long long>(boxes.tracks[0].samples.size()), next);
+    }
+    EXPECT_EQ(file.Finish(), 0);
+    EXPECT_EQ(ParseBoxFile(path).Complaints(), "");
+    std::filesystem::remove(path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, Bursts,
+    testing::Values(Burst{"PicturesAlone", 'apch', {}, 10, true},
+                    Burst{"UnannouncedIntra", 'apch', {'sowt'}, 0, true},
+                    Burst{"AnnouncedIntra", 'apch', {'sowt'}, 46800, true},
+                    Burst{"NotInFront", 'jpeg', {'fl32'}, 46800, false},
+                    Burst{"Reordering", 'avc1', {'mp4a'}, 60, true},
+                    Burst{
+                        "ManySounds", 'avc1', {'mp4a', 'sowt', 'mp4a', '23lf', 'mp4a'}, 60, true}),
+    [](const auto& each) { return std::string(each.param.name); });
+
 /// Beyond 4 GiB, on a file that is a hole but for its index.
 class HollowFile final : public FileLayer {
 public:

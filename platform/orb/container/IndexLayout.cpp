@@ -115,6 +115,13 @@ std::vector<Rates> weights_of(const Movie& movie, double seconds) {
     return weights;
 }
 
+double sum_of(const std::vector<Rates>& weights) {
+    double sum = 0;
+    for (const Rates& track : weights)
+        for (const double weight : track) sum += weight;
+    return sum;
+}
+
 }  // namespace
 
 long long EstimateIndexSize(const Movie& movie, double seconds) {
@@ -136,13 +143,17 @@ long long PresentIndexSize(const Movie& movie) {
     return bytes;
 }
 
+long long FittingIndexSize(const Movie& movie) {
+    const long long least = layout_size(movie, least_layout(movie, needs_wide(movie)));
+    const double tables = kSpare * sum_of(weights_of(movie, movie.Seconds()));
+    return least + static_cast<long long>(tables) + 1;
+}
+
 IndexLayout PlanLayout(const Movie& movie, long long size) {
     IndexLayout layout = least_layout(movie, needs_wide(movie));
     const auto room = static_cast<double>(size - layout_size(movie, layout));
     const std::vector<Rates> weights = weights_of(movie, movie.Seconds());
-    double sum = 0;
-    for (const Rates& track : weights)
-        for (const double weight : track) sum += weight;
+    const double sum = sum_of(weights);
     for (std::size_t i = 0; i < movie.tracks.size(); i++) {
         for (int kind = 0; kind < kTableKinds; kind++) {
             const int entrySize = SampleTables::EntrySize(static_cast<TableKind>(kind));

@@ -10,6 +10,9 @@ long long EstimateIndexSize(const Movie& movie, double seconds);
 /// Bytes of the movie's index as it is now, without any room.
 long long PresentIndexSize(const Movie& movie);
 
+/// Bytes in which PlanLayout surely finds a layout for the movie as it is now.
+long long FittingIndexSize(const Movie& movie);
+
 /// Divides `size` bytes between the tables, in proportion to what each holds or is likely to.
 /// A layout without tracks when the movie does not fit with a quarter to spare.
 IndexLayout PlanLayout(const Movie& movie, long long size);

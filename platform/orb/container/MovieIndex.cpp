@@ -9,11 +9,11 @@ namespace Quillon::Orb {
 namespace {
 
 constexpr long long kSmallestSlot = 65536;
-constexpr long long kLargestSlot = 256LL << 20;
-constexpr long long kTrailer = 16;      // behind a slot: a free box up to the media data
-constexpr long long kDataHeader = 16;   // an mdat box that can grow beyond 4 GiB
-constexpr double kMargin = 1.25;        // room in front beyond the announced length
-constexpr double kFillForNext = 0.875;  // from here on the next pair is written
+constexpr long long kLargestSlot = 1LL << 30;  // three of them fit a box of 32 bits
+constexpr long long kTrailer = 16;             // behind a slot: a free box up to the media data
+constexpr long long kDataHeader = 16;          // an mdat box that can grow beyond 4 GiB
+constexpr double kMargin = 1.25;               // room in front beyond the announced length
+constexpr double kFillForNext = 0.875;         // from here on the next pair is written
 // Old entries that a checkpoint copies to the next pair for each new one, and at least. With 32 the
 // next pair stands long before the rest of the present one is used.
 constexpr long long kCopiesPerEntry = 32;
@@ -120,8 +120,10 @@ long long MovieIndex::entries() const {
 }
 
 int MovieIndex::plan_next(long long& end) {
-    const long long present = PresentIndexSize(fMovie);
-    const long long wanted = align(std::max(2 * fPair->slotSize, 2 * present));
+    // Twice what there is; but where many samples came at once there may be less of it than is
+    // expected of such tracks, which is what room is divided by.
+    const long long wanted = align(std::max(
+        {2 * fPair->slotSize, 2 * PresentIndexSize(fMovie), FittingIndexSize(fMovie) + kTrailer}));
     fNext = plan_in_front(wanted);
     if (!fNext) fNext = plan_behind(wanted, end);
     if (!fNext) return -EFBIG;
@@ -162,7 +164,10 @@ int MovieIndex::build_next(long long budget) {
 /// The present pair is full. Usually the next one is all but written by now; where many samples
 /// came at once it is written here, which costs what they do.
 int MovieIndex::move_to_next(long long& end) {
-    if (fNext && !LayoutHolds(fNext->slots[0]->Layout(), fMovie)) fNext.reset();
+    if (fNext && !LayoutHolds(fNext->slots[0]->Layout(), fMovie)) {
+        release(fNext->Start(), fNext->End());  // it was never shown
+        fNext.reset();
+    }
     if (!fNext) {
         if (const int error = plan_next(end)) return error;
     }
