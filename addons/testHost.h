@@ -200,7 +200,7 @@ protected:
         EXPECT_TRUE(booted);
         static jigManager addons;
         static const int count = addons.LoadFolder(TARN_ADDONS);
-        EXPECT_EQ(count, 5);
+        EXPECT_EQ(count, 6);
         tnFiles::LoadAddons(addons);
         tnFilterManager::Startup();
         tnCodecFilters::Register(*tnFilterManager::Default());

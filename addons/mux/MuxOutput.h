@@ -11,7 +11,7 @@
 
 /// Muxes what shared encoders made, as it comes: no picture and no packet is encoded, copied or
 /// rendered here, and its times and key flags are those that the encoder gave.
-class MuxOutput final : public MovieOutput {
+class MuxOutput : public MovieOutput {
 public:
     MuxOutput(unsigned int containerType, Settings settings);
     ~MuxOutput() override;
