@@ -87,16 +87,17 @@ TEST_F(Replay, SegmentsJoinWithoutALostPicture) {
 }
 
 TEST_F(Replay, PcmAndIntraCodecsAreCutToTheFrame) {
-    Show show("Replay", {fCamera.Picture("MJPEG"), fCamera.Sound("PCM")});
+    Camera camera(3, 1000);  // blocks of PCM last a thirtieth of a second
+    Show show("Replay", {camera.Picture("MJPEG"), camera.Sound("PCM")});
     ASSERT_EQ(Begin(show, 0.5, 0), 0);
-    fCamera.Write(0, 240);
+    camera.Write(0, 75);
     ASSERT_EQ(show.Remove(), 0);
     const Listing listing(fFolderOfShow);
     ASSERT_EQ(listing.fResult, 0);
     ASSERT_GE(listing.fSegments.Count(), 3u);
     EXPECT_EQ(CountFrames(Movie(1)), 15);
     EXPECT_EQ(CountFrames(Movie(2)), 15);
-    EXPECT_NEAR(tests::ProbeSeconds(Movie(2), "a:0"), 15 * 1001.0 / 30000, 0.05);
+    EXPECT_NEAR(tests::ProbeSeconds(Movie(2), "a:0"), 15.0 / 30, 0.05);
 }
 
 TEST_F(Replay, OldSegmentsGoWhileItRecordsAndHeldOnesStay) {

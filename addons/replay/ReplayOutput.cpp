@@ -15,9 +15,6 @@ namespace {
 constexpr double kMsPerSecond = 1000.0;
 constexpr double kUsPerMs = 1000.0;
 constexpr int kNoSuchStream = -1009;
-/// A segment that lacks this little of its length is long enough: rates such as 29.97 never meet
-/// whole seconds.
-constexpr double kShortMs = 50;
 /// How long pictures wait for sound that does not come.
 constexpr double kPatienceMs = 3000;
 constexpr double kRunUpMs = 200;
@@ -113,7 +110,9 @@ int ReplayOutput::advance(bool ending) {
 }
 
 int ReplayOutput::take_picture(const MediaItem& item) {
-    const bool isLong = item.startMs - fStartMs >= fWish.segmentSeconds * kMsPerSecond - kShortMs;
+    // Half a frame more or less: lengths of whole frames seldom meet whole seconds.
+    const double nearMs = (item.endMs - item.startMs) / 2;
+    const bool isLong = item.startMs - fStartMs >= fWish.segmentSeconds * kMsPerSecond - nearMs;
     if (!fMovie || (item.isKey && isLong)) {
         int code = fMovie ? end_segment(item.startMs) : 0;
         if (code == 0) code = begin_segment(item);
