@@ -1,0 +1,83 @@
+// `tarn live`: whole shows on real clips and on generated pictures, checked with ffprobe,
+// mediainfo, GStreamer and ffmpeg. A show takes real time by its nature; these run a few seconds
+// each, wait for what the show reports rather than for the clock, and set no limit to how late
+// anything is.
+
+#include <algorithm>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tests/system/liveKit.h"
+
+using namespace liveKit;
+
+TEST(Live, SixOutputsOfTwoClipsWithOneAddedAndOneRemoved) {
+    const TestFolder folder;
+    const std::string address = FreeAddress();
+    RunningShow show(WriteShow(
+        folder, Clip("cup", kCup) + Clip("box", kBox) +
+                    Output("cup", "prores", "QuickTime", folder.File("prores.mov"), kProRes) +
+                    Output("box", "mjpeg", "QuickTime", folder.File("mjpeg.mov"), kMjpeg) +
+                    Output("cup", "mov", "Shared QuickTime", folder.File("shared.mov"), kX264) +
+                    Output("cup", "mp4", "Shared MPEG-4", folder.File("shared.mp4"), kX264) +
+                    Output("cup", "ts", "MPEG-TS", folder.File("shared.ts"), kX264) +
+                    Output("cup", "udp", "MPEG-TS", address, kX264)));
+    ASSERT_TRUE(show.PlayTo(0.5)) << show.End().err;
+    // The receiver ends by itself when nothing has come for a while.
+    BackgroundProcess receiver({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i",
+                                address + "?timeout=4000000&fifo_size=100000", "-c", "copy",
+                                folder.File("received.ts")});
+    ASSERT_TRUE(show.PlayTo(3));
+    ASSERT_TRUE(show.Command(
+        "add " + Output("box", "late", "Shared QuickTime", folder.File("late.mov"), kX264)))
+        << show.Line();
+    ASSERT_TRUE(show.PlayTo(5));
+    ASSERT_TRUE(show.Command("remove mp4")) << show.Line();
+    ASSERT_TRUE(show.PlayTo(8));
+    const ProcessResult end = show.Quit();
+    EXPECT_EQ(end.exitCode, 0) << end.out << end.err;
+    EXPECT_EQ(end.err, "") << "quiet in a pipe";
+    const std::string done = DoneLine(end);
+    EXPECT_EQ(NumberOf(done, "skipped"), 0) << done;
+    EXPECT_EQ(done.find("\"failed\""), std::string::npos) << done;
+
+    const double cup = 1000.0 / 26777;
+    const double box = 1001.0 / 30000;
+    ExpectWholeMovie(folder.File("prores.mov"), "prores", cup, 200);
+    ExpectWholeMovie(folder.File("mjpeg.mov"), "mjpeg", box, 200);
+    // An encoder that looks ahead keeps the last pictures.
+    ExpectWholeMovie(folder.File("shared.mov"), "h264", cup, 180);
+    ExpectWholeMovie(folder.File("shared.mp4"), "h264", cup, 100);
+    ExpectWholeMovie(folder.File("shared.ts"), "h264", cup, 180);
+    ExpectWholeMovie(folder.File("late.mov"), "h264", box, 90);
+    receiver.Wait();
+    ExpectSteadyPictures(folder.File("received.ts"), cup, 90);
+    EXPECT_EQ(ProbeStream(folder.File("received.ts"), "v:0", "codec_name"), "h264");
+    EXPECT_EQ(ProbeStream(folder.File("received.ts"), "a:0", "codec_name"), "aac");
+}
+
+TEST(Live, AReceiverThatIsGoneTroublesNobody) {
+    const TestFolder folder;
+    const std::string address = FreeAddress();
+    RunningShow show(WriteShow(
+        folder, Bars("tone=\"440\"") + Output("bars", "gone", "MPEG-TS", address, kX264) +
+                    Output("bars", "file", "Shared MPEG-4", folder.File("file.mp4"), kX264)));
+    ASSERT_TRUE(show.PlayTo(1)) << show.End().err;
+    {
+        // A receiver that goes away in the middle.
+        BackgroundProcess receiver({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i", address, "-c",
+                                    "copy", folder.File("received.ts")});
+        ASSERT_TRUE(show.PlayTo(3));
+        receiver.Signal(SIGKILL);
+        receiver.Wait();
+    }
+    ASSERT_TRUE(show.PlayTo(5));
+    const ProcessResult end = show.Quit();
+    const std::string file = PartOf(DoneLine(end), "file");
+    EXPECT_NE(file.find(R"("state":"ended")"), std::string::npos) << file;
+    const std::vector<int> numbers = NumbersIn(folder.File("file.mp4"), folder);
+    EXPECT_GT(numbers.size(), 90u);
+    ExpectInSequence(numbers, "file.mp4");
+}
