@@ -18,10 +18,14 @@ constexpr double kThirdToneQuiet = 0.01;
 
 }  // namespace
 
+int tnSyncDTMF::BlockSize(int rate) {
+    return std::max(rate, 0) / 8000 * kBlockPer8000;
+}
+
 void tnSyncDTMF::changeSampleRate(int rate) {
     fSampleRate = rate;
     fBlockFill = 0;
-    fBlockSize = rate / 8000 * kBlockPer8000;
+    fBlockSize = BlockSize(rate);
     for (int tone = 0; tone < kTones; ++tone) {
         fQ1[tone] = 0;
         fQ2[tone] = 0;

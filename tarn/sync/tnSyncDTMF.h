@@ -17,6 +17,9 @@ public:
 
     tnSyncDTMF() = default;
 
+    /// Frames in one of the detector's own blocks at a rate; 0 below 8000.
+    static int BlockSize(int rate);
+
     /// Starts over for sound of `rate` frames a second. Below 8000 nothing is ever heard.
     void changeSampleRate(int rate);
 

@@ -72,6 +72,7 @@ TEST(tnSyncDTMF, BlockSizeFollowsTheWhole8000sOfTheRate) {
         detector.changeSampleRate(c.fRate);
         EXPECT_EQ(Peek::BlockSize(detector), c.fBlock) << c.fRate;
         EXPECT_EQ(Peek::Rate(detector), c.fRate);
+        EXPECT_EQ(tnSyncDTMF::BlockSize(c.fRate), c.fBlock);
     }
 }
 

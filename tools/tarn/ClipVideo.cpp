@@ -122,6 +122,7 @@ private:
     RObject<CVideoProperties> fProperties;
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
     AVPixelFormat fTarget = AV_PIX_FMT_NONE;
+    int fScaling = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP;
     AVRational fTick{1, 1};  // seconds in one tick of what is handed on
     long long fNominal = 1;  // ticks of a frame whose length nobody tells
     double fStartSeconds = 0;
@@ -145,6 +146,8 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
         return false;
     }
     fTarget = format_of_raster(raster);
+    // Asked for by who looks at the pixels and does not record them; an order faster.
+    if (fTarget != AV_PIX_FMT_NONE) fScaling = SWS_POINT;
     describe_time();
     describe_picture(width, height);
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
@@ -253,8 +256,7 @@ void AvClipVideo::convert_pixels(ClipFrame& frame) {
     }
     fScaler.reset(sws_getCachedContext(fScaler.release(), fDecoded->width, fDecoded->height,
                                        static_cast<AVPixelFormat>(fDecoded->format), width, height,
-                                       fTarget, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP,
-                                       nullptr, nullptr, nullptr));
+                                       fTarget, fScaling, nullptr, nullptr, nullptr));
     if (!fScaler) return;
     sws_scale(fScaler.get(), fDecoded->data, fDecoded->linesize, 0, fDecoded->height, planes,
               pitches);

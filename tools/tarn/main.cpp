@@ -4,6 +4,7 @@
 #include "LiveCommand.h"
 #include "RecordCommand.h"
 #include "avHandles.h"
+#include "sync/SyncCommand.h"
 
 int main(int argc, char** argv) {
     QuietenAv();
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
     AddRecordCommand(app, exitCode);
     AddClockCommand(app, exitCode);
     AddLiveCommand(app, exitCode);
+    AddSyncCommand(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }

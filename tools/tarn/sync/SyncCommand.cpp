@@ -1,0 +1,228 @@
+#include "SyncCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <string>
+
+#include "spar/zTime.h"
+
+#include "../ClipAudio.h"
+#include "../ClipVideo.h"
+#include "../ProgressLine.h"
+#include "../RecordReporter.h"
+#include "../Recorder.h"
+#include "../StopSignal.h"
+#include "../SvgDrawing.h"
+#include "../TextUnits.h"
+#include "SyncFigures.h"
+#include "SyncMeter.h"
+#include "SyncPlot.h"
+#include "SyncSignal.h"
+
+namespace {
+
+constexpr long long kViewUs = 200'000;
+
+int report_failure(bool json, const char* command, const std::string& line) {
+    if (json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
+    fmt::print(stderr, "tarn sync {}: {}\n", command, line);
+    return EXIT_FAILURE;
+}
+
+struct SignalArguments {
+    SignalOptions signal;
+    RecordOptions record;
+    std::string size;
+    std::string rate;
+    bool json = false;
+};
+
+/// Empty, or what is wrong with the arguments.
+std::string take_texts(SignalArguments& arguments) {
+    SignalOptions& signal = arguments.signal;
+    char rest = 0;
+    if (!arguments.size.empty() &&
+        std::sscanf(arguments.size.c_str(), "%dx%d%c", &signal.width, &signal.height, &rest) != 2) {
+        return fmt::format("--size '{}': give it as WIDTHxHEIGHT", arguments.size);
+    }
+    for (const int side : {signal.width, signal.height}) {
+        if (side % 2 != 0 || side < kSmallestSignalSide || side > 8192) {
+            return fmt::format("--size '{}': both sides are even, from {} to 8192", arguments.size,
+                               kSmallestSignalSide);
+        }
+    }
+    if (!arguments.rate.empty() && !ParseShowRate(arguments.rate, signal.rate)) {
+        return fmt::format("--rate '{}': not a rate; write 25, 29.97 or 60000/1001",
+                           arguments.rate);
+    }
+    return {};
+}
+
+void print_signal(const SignalArguments& arguments, const Recorder& recorder) {
+    const auto pairs = SignalPairs(arguments.signal);
+    if (!arguments.json) {
+        fmt::print("{}: {} of {} video and {} sound, {} pairs of flash and tone\n",
+                   arguments.record.output, TextOfSeconds(recorder.Figures().seconds),
+                   arguments.record.video, arguments.record.audio, pairs.size());
+        return;
+    }
+    fmt::print(R"({{"event":"done","path":{},"seconds":{:.3f},"pairs":[)",
+               JsonString(arguments.record.output), recorder.Figures().seconds.load());
+    const char* between = "";
+    for (const SignalPair& pair : pairs) {
+        fmt::print(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.flashSeconds,
+                   (pair.flashSeconds - pair.toneSeconds) * 1000);
+        between = ",";
+    }
+    fmt::print("]}}\n");
+}
+
+int run_signal(SignalArguments& arguments) {
+    const std::string error = take_texts(arguments);
+    if (!error.empty()) return report_failure(arguments.json, "signal", error);
+    const std::atomic<bool>& stop = WatchStopSignal();
+    Recorder recorder(arguments.record, MakeSignalPictures(arguments.signal),
+                      MakeSignalSound(arguments.signal));
+    bool done = recorder.Prepare();
+    if (done) {
+        const RecordReporter reporter(recorder, arguments.json);
+        done = recorder.Run(stop);
+    }
+    if (!done) return report_failure(arguments.json, "signal", recorder.Error());
+    print_signal(arguments, recorder);
+    return EXIT_SUCCESS;
+}
+
+struct MeasureArguments {
+    std::string clip;
+    std::string plot;
+    bool json = false;
+};
+
+std::string title_of(const MeasureArguments& arguments, const SyncMeasurement& measurement) {
+    return fmt::format("{}: {} pairs in {}",
+                       std::filesystem::path(arguments.clip).filename().string(),
+                       measurement.pairs.size(), TextOfSeconds(measurement.seconds));
+}
+
+void print_text(const MeasureArguments& arguments, const SyncMeasurement& measurement,
+                const SyncFigures& figures) {
+    fmt::print("{} ({} flashes, {} tones); positive: the picture comes later\n",
+               title_of(arguments, measurement), measurement.flashes, measurement.tones);
+    for (const MeasuredPair& pair : measurement.pairs) {
+        fmt::print("{:>10.3f} s {:>+9.1f} ms\n", pair.seconds, pair.offsetMs);
+    }
+    fmt::print(
+        "median {:+.1f} ms, spread {:.1f} ms ({:+.1f} to {:+.1f}), drift {:+.1f} ms a minute\n",
+        figures.median, figures.Spread(), figures.least, figures.most, figures.driftPerMinute);
+}
+
+void print_json(const MeasureArguments& arguments, const SyncMeasurement& measurement,
+                const SyncFigures& figures) {
+    fmt::print(
+        R"({{"event":"done","path":{},"seconds":{:.3f},"flashes":{},"tones":{},"frameMs":{:.3f},)"
+        R"("blockMs":{:.3f},"pairs":[)",
+        JsonString(arguments.clip), measurement.seconds, measurement.flashes, measurement.tones,
+        measurement.frameMs, measurement.blockMs);
+    const char* between = "";
+    for (const MeasuredPair& pair : measurement.pairs) {
+        fmt::print(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.seconds, pair.offsetMs);
+        between = ",";
+    }
+    fmt::print(
+        R"(],"median":{:.3f},"least":{:.3f},"most":{:.3f},"spread":{:.3f},"driftPerMinute":{:.3f}}})"
+        "\n",
+        figures.median, figures.least, figures.most, figures.Spread(), figures.driftPerMinute);
+}
+
+int run_measure(const MeasureArguments& arguments) {
+    const std::atomic<bool>& stop = WatchStopSignal();
+    SyncMeasurement measurement;
+    std::string error;
+    bool measured = false;
+    {
+        ProgressLine progress;
+        long long shown = zTime::MicroNow();
+        measured = MeasureSync(
+            arguments.clip,
+            [&](double share) {
+                const long long now = zTime::MicroNow();
+                if (now - shown >= kViewUs) {
+                    progress.Show(ProgressBar(share) + " " + TextOfSeconds(measurement.seconds));
+                    shown = now;
+                }
+                return stop.load();
+            },
+            measurement, error);
+    }
+    if (!measured) return report_failure(arguments.json, "measure", error);
+    const SyncFigures figures = FiguresOf(measurement.pairs);
+    if (arguments.json) {
+        print_json(arguments, measurement, figures);
+    } else {
+        print_text(arguments, measurement, figures);
+    }
+    if (measurement.pairs.empty()) {
+        fmt::print(
+            stderr,
+            "tarn sync measure: '{}': no pair; a green flash in the middle and a DTMF tone on "
+            "the left, less than half a second apart, make one\n",
+            arguments.clip);
+        return EXIT_FAILURE;
+    }
+    if (arguments.plot.empty()) return EXIT_SUCCESS;
+    const std::string drawing =
+        DrawSyncFigures(title_of(arguments, measurement), measurement, figures);
+    if (WriteDrawing(arguments.plot, drawing, error)) return EXIT_SUCCESS;
+    return report_failure(false, "measure", error);
+}
+
+void add_signal(CLI::App& sync, int& exitCode) {
+    auto arguments = std::make_shared<SignalArguments>();
+    CLI::App* signal = sync.add_subcommand(
+        "signal", "Makes a clip to send through a device: flashes, tones and the metronome");
+    signal->add_option("OUTPUT", arguments->record.output, "a .mov or .mp4 file")->required();
+    signal
+        ->add_option("--offset", arguments->signal.offsetsMs,
+                     "milliseconds from tone to flash, positive when the picture comes later; "
+                     "several (400,-400) take turns")
+        ->delimiter(',')
+        ->check(CLI::Range(-kLargestSignalOffsetMs, kLargestSignalOffsetMs));
+    signal->add_option("--seconds", arguments->signal.seconds, "how long it is (20)")
+        ->check(CLI::Range(kShortestSignalSeconds, 86400.0));
+    signal->add_option("--rate", arguments->rate, "frames a second, such as 25 or 60000/1001 (60)");
+    signal->add_option("--size", arguments->size, "WIDTHxHEIGHT (1280x720)");
+    signal->add_option("--video", arguments->record.video, "encoder: x264, ProRes, MJPEG, Mpeg2")
+        ->check(CLI::IsMember({"x264", "ProRes", "MJPEG", "Mpeg2"}))
+        ->capture_default_str();
+    signal->add_option("--audio", arguments->record.audio, "pcm or aac")
+        ->check(CLI::IsMember({"pcm", "aac"}))
+        ->capture_default_str();
+    signal->add_flag("--json", arguments->json, "a JSON object a line, for machines");
+    signal->callback([arguments, &exitCode] { exitCode = run_signal(*arguments); });
+}
+
+void add_measure(CLI::App& sync, int& exitCode) {
+    auto arguments = std::make_shared<MeasureArguments>();
+    CLI::App* measure =
+        sync.add_subcommand("measure", "Measures how far flashes and tones of a clip are apart");
+    measure->add_option("CLIP", arguments->clip, "any clip that FFmpeg reads")->required();
+    measure->add_option("--plot", arguments->plot, "draw the offsets over time into this SVG file");
+    measure->add_flag("--json", arguments->json, "one line of JSON in place of the table");
+    measure->callback([arguments, &exitCode] { exitCode = run_measure(*arguments); });
+}
+
+}  // namespace
+
+void AddSyncCommand(CLI::App& app, int& exitCode) {
+    CLI::App* sync = app.add_subcommand("sync",
+                                        "Measures how far sound and picture are apart; see "
+                                        "docs/measuring-sync.md");
+    sync->require_subcommand(1);
+    add_signal(*sync, exitCode);
+    add_measure(*sync, exitCode);
+}
