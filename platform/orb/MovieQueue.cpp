@@ -1,6 +1,7 @@
 #include "orb/MovieQueue.h"
 
 #include <chrono>
+#include <csignal>
 #include <pthread.h>
 #include <string_view>
 #include <system_error>
@@ -21,6 +22,15 @@ long long steady_now() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
+}
+
+/// A file that may not grow further is a failed write of this thread, and not the end of a host that
+/// never heard of the signal. Threads that this one starts inherit it.
+void hold_back_size_signal() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
 /// Whether `a` ticks of one scale come before `b` ticks of another.
@@ -182,6 +192,7 @@ void MovieQueue::fail(Result failure) {
 
 void MovieQueue::run() {
     pthread_setname_np(pthread_self(), "movie file");
+    hold_back_size_signal();
     std::vector<MovieTrack> tracks;
     {
         zMutexLock held(fLock);

@@ -1,6 +1,10 @@
 #include "orb/MovieQueue.h"
 
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <thread>
 
 #include "orb/testComponents.h"
@@ -176,6 +180,38 @@ TEST_F(MovieQueueTest, FailureOfTheEndIsToldByFinish) {
     disk.failFinish = true;
     EXPECT_STREQ("the disk went away", queue.Finish().GetMessage());
     EXPECT_EQ(1, trace.Count());
+}
+
+// Runs in a process of its own, where the signal of a file that grew too large would be the end.
+int record_beyond_the_largest_file(const std::string& path) {
+    constexpr rlim_t kLargest = 8000000;
+    const rlimit limit{kLargest, kLargest};
+    if (std::signal(SIGXFSZ, SIG_DFL) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+    MovieTrack track;
+    track.format = 'jpeg';
+    track.timescale = 25;
+    track.width = track.height = 16;
+    MovieQueue queue("'" + path + "'");
+    if (queue.Begin(MakeMovieFile(path.c_str(), {.containerType = 'mov '}), {track}, 4).Failed())
+        return 3;
+    const std::vector<unsigned char> picture(kLargest / 4);
+    Result result = 0;
+    for (int i = 0; i < 100 && result.Succeeded(); ++i) {
+        MovieQueue::Sample sample = sample_at(i, 1);
+        const RObject<CByteArray> bytes(
+            new CByteArray(picture.data(), static_cast<int>(picture.size())));
+        sample.data = new CMemoryDataReference(bytes.Get());
+        result = queue.Push(0, std::move(sample));
+    }
+    return queue.Finish().Failed() ? 0 : 4;
+}
+
+TEST_F(MovieQueueTest, AFileThatMayNotGrowIsAFailedWriteAndNotTheEndOfTheHost) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::string path = testing::TempDir() + "grown.mov";
+    EXPECT_EXIT(std::_Exit(record_beyond_the_largest_file(path)), testing::ExitedWithCode(0),
+                "File too large");
+    std::remove(path.c_str());
 }
 
 TEST_F(MovieQueueTest, DestroyedWithoutFinishLeavesTheFileAsItIs) {

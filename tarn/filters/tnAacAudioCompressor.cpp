@@ -29,8 +29,8 @@ constexpr int kBitsPerKilobit = 1000;
 constexpr double kGapMs = 20.0;
 
 unsigned int frame_bytes(const tnMediaRecord& format) {
-    return static_cast<unsigned int>(format.fChannels.AsInt32(0) *
-                                     (format.fBitsPerSample.AsInt32('mbps') / 8));
+    return static_cast<unsigned int>(format.fChannels.AsInt32(0)) *
+           static_cast<unsigned int>(format.fBitsPerSample.AsInt32('mbps') / 8);
 }
 
 double rate_of(const tnMediaRecord& format) {

@@ -7,6 +7,7 @@
 
 #include "spar/zAsSharedPtr.h"
 #include "spar/zObject.h"
+#include "tarn/foundation/wholeNumber.h"
 #include "tarn/movies/tnStreamBuffer.h"
 
 namespace {
@@ -276,7 +277,7 @@ void tnFilterManager::deliver_video(
 // follow at the distance of their own times.
 void tnFilterManager::stamp_sync_time(Source& entry, tnVideoCompressor::EncodedBuffer& buffer) {
     if (entry.fFirstSampleTime == -1) return;
-    const auto time = static_cast<long long>(buffer.BufferTimeInMilliseconds());
+    const auto time = WholeNumberOf<long long>(buffer.BufferTimeInMilliseconds());
     if (entry.fFirstBufferTime == -1) entry.fFirstBufferTime = time;
     buffer.fSyncTime = time - entry.fFirstBufferTime + entry.fFirstSampleTime;
 }
@@ -317,7 +318,7 @@ void tnFilterManager::deliver_audio(const Output& output, tnAudioCompressor::Enc
         // Readers take a stored 0 for no time at all.
         if (i < kStamps)
             encoded.fTimestamps[static_cast<std::size_t>(i)] = running == 0 ? 1 : running;
-        running = static_cast<long long>(encoded.DurationMilli(i) + static_cast<double>(running));
+        running = WholeNumberOf<long long>(encoded.DurationMilli(i) + static_cast<double>(running));
     }
     const std::shared_ptr<tnAudioCompressor::EncodedBuffer> shared = zAsSharedPtr(&encoded);
     // Unlike with video, an owner that has died still hears its sound out.

@@ -11,6 +11,7 @@
 #include "tarn/filters/OrbVideoBuffer.h"
 #include "tarn/filters/tnOrbVideoCompressor.h"
 #include "tarn/foundation/tnRasterType.h"
+#include "tarn/foundation/wholeNumber.h"
 #include "tarn/movies/tnStreamBuffer.h"
 
 // The road of the frames: into samples, through the encoder, and out with their times.
@@ -241,7 +242,7 @@ void tnOrbVideoCompressor::pop_encoded_buffer(long long nextTime, OrbVideoBuffer
     buffer->InitializeData(padding_of(lastOfSecond));
     buffer->fDisplayOffset = static_cast<int>(buffer->fCompositionTime - fNextDecodeTime);
     const int offset = static_cast<int>(buffer->fCompositionTime - buffer->fTime);
-    buffer->fDisplayOffsetMs = static_cast<int>(1000.0 / static_cast<double>(ticks) * offset);
+    buffer->fDisplayOffsetMs = WholeNumberOf<int>(1000.0 / static_cast<double>(ticks) * offset);
     set_duration(nextTime, *buffer);
     if (fPadForStrictCBR) {
         // What closes a second counts for nothing in the next.

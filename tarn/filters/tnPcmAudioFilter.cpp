@@ -6,6 +6,7 @@
 #include "spar/zMemory.h"
 #include "tarn/audio/tnAudioConverter.h"
 #include "tarn/filters/tnPcmAudioFilterBuffer.h"
+#include "tarn/foundation/wholeNumber.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ constexpr unsigned int kBlocksPerSecond = 30;
 // not the length of an unconverted block. Converted blocks have always been counted so.
 int converted_frames(unsigned int inputRate, unsigned int outputRate) {
     if (inputRate == 0) return 0;
-    return static_cast<int>(std::ceil(outputRate * 30.0 / inputRate));
+    return WholeNumberOf<int>(std::ceil(outputRate * 30.0 / inputRate));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
 #include "tarn/foundation/tnMediaRecord.h"
+#include "tarn/foundation/wholeNumber.h"
 
 using namespace Quillon::Orb;
 
@@ -37,7 +38,7 @@ long long frame_duration_of(const tnMediaRecord& record, long long timescale) {
     if (duration != 0) return static_cast<long long>(duration);
     const float ticks = std::floor(static_cast<float>(timescale) / record.AsFloat('mfps', 0.0f));
     // No fps gives an infinite or undefined length, which no setter takes.
-    return std::isfinite(ticks) ? static_cast<long long>(ticks) : 0;
+    return std::isfinite(ticks) ? WholeNumberOf<long long>(ticks) : 0;
 }
 
 int field_order_of(int value) {

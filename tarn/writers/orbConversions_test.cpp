@@ -1,6 +1,7 @@
 #include "tarn/writers/orbConversions.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "orb/CPixelDataReference.h"
 #include "orb/CVideoProperties.h"
@@ -105,6 +106,16 @@ TEST(RecordToProperties, WorksOutTheFrameDurationFromTheRate) {
     record.SetFloat('mfps', 0.0f);
     MediaRecordToVideoProperties(record,
                                  properties);  // no rate at all: whatever comes, it comes back
+}
+
+TEST(RecordToProperties, ALengthBeyondAllTimeIsTheLongestOne) {
+    tnMediaRecord record = record_of(16, 16);
+    record.RemoveID('dura');
+    record.SetInt64('tmsc', std::numeric_limits<long long>::max());
+    record.SetFloat('mfps', 1e-10f);
+    RObject<CVideoProperties> properties;
+    ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetFrameDuration(), std::numeric_limits<long long>::max());
 }
 
 TEST(RecordToProperties, KnowsThreeFieldOrders) {

@@ -15,6 +15,7 @@
 #include "spar/zTime.h"
 #include "spar/zTraceManager.h"
 #include "tarn/audio/tnAudioConverter.h"
+#include "tarn/foundation/wholeNumber.h"
 #include "tarn/writers/writerErrors.h"
 #include "tarn/writers/writerParts.h"
 
@@ -120,7 +121,7 @@ int tnWriteORB2::announce_duration() {
     if (fExpectedSeconds <= 0.0) fExpectedSeconds = kDefaultExpectedSeconds;
     const auto announce = [this](auto& properties) {
         const double ticks = fExpectedSeconds * static_cast<double>(properties.GetTimescale());
-        properties.SetDuration(static_cast<long long>(ticks));
+        properties.SetDuration(WholeNumberOf<long long>(ticks));
     };
     if (fAudioWriter) {
         const RObject<CMediaProperties> properties(fAudioWriter->GetProperties());

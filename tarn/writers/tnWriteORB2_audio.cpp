@@ -76,6 +76,7 @@ int tnWriteORB2::make_compressed_audio_track(CAudioProperties* properties) {
 
 int tnWriteORB2::make_plain_audio_track(CAudioProperties* properties) {
     fAudioWriter = RObject<CAssetAudioWriter>(new CAssetAudioWriter(properties));
+    if (!fAudioWriter) return kWriterNoAudioTrack;
     const Result taken = fAudioWriter->SetInputFormat(properties->GetFormat());
     return taken.Failed() ? kWriterAudioTrack : 0;
 }

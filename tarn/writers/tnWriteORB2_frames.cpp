@@ -137,7 +137,10 @@ bool tnWriteORB2::AdjustVideoSampleTiming(RObject<CVideoSample>& sample) {
         sample.Clear();
         return false;
     }
-    const long long distance = time - fHeldSample->GetTime();
+    // Unsigned, so that times from both ends of the scale wrap.
+    const auto distance =
+        static_cast<long long>(static_cast<unsigned long long>(time) -
+                               static_cast<unsigned long long>(fHeldSample->GetTime()));
     if (fHeldSample->GetDuration() != distance) fHeldSample->SetDuration(distance);
     const RObject<CVideoSample> held = fHeldSample;
     fHeldSample = sample;

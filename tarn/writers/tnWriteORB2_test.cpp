@@ -1,8 +1,10 @@
 #include "tarn/writers/tnWriteORB2.h"
 
 #include <atomic>
+#include <climits>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -278,6 +280,27 @@ TEST_F(Writer, AnAbsurdBitRateDoesNotOverflow) {
     EXPECT_EQ(number("H264Compressor::BitRate"), 0x7FFFFFFF);
 }
 
+TEST_F(Writer, AnAbsurdStrictRateIsTheLargestThatTheComponentTakes) {
+    tnMediaRecord encoded = encoded_video("Video Toolbox H.264");
+    encoded.SetBool("strict_cbr", true);
+    encoded.SetInt32('mtbr', 2147483647);
+    fScript.inHardware = true;
+    ASSERT_EQ(set_up(encoded), 0);
+    EXPECT_EQ(number("VideoToolboxCompressor::MaximumBitrate"), 2147483647);
+}
+
+TEST_F(Writer, TimesFromBothEndsOfTheScaleAreWritten) {
+    ASSERT_EQ(set_up(encoded_video("x264")), 0);
+    for (const long long time : {LLONG_MIN, LLONG_MAX, 0LL}) {
+        Frame frame(time, 1);
+        EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+    }
+}
+
+TEST_F(Writer, ATimescaleBeyondAnyClockStaysWithinItsWord) {
+    EXPECT_EQ(set_up(encoded_video("x264", LLONG_MAX, 1)), 0);
+}
+
 TEST_F(Writer, SetsMpeg2GroupsByTheKeyFrameRate) {
     struct Case {
         int rate, m, n, closed;
@@ -488,6 +511,17 @@ TEST_F(Writer, AnnouncesItsLengthAndTheRateOfItsSafeStates) {
 TEST_F(Writer, ExpectsThirteenHoursWhereNobodyTells) {
     ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
     EXPECT_EQ(fFile.tracks[0].expectedDuration, 46800LL * 30000);
+}
+
+TEST_F(Writer, AnAbsurdLengthIsTheLongestThatATrackHas) {
+    for (const double seconds : {1e300, std::numeric_limits<double>::infinity()}) {
+        open('mov ', seconds);
+        fWriter->SetSourceVideoFormat(raw_video());
+        fWriter->SetEncodedVideoFormat(encoded_video("x264"));
+        ASSERT_EQ(fWriter->CompleteInitialization(), 0);
+        EXPECT_EQ(fFile.tracks.at(0).expectedDuration, LLONG_MAX);
+        fWriter->Close();
+    }
 }
 
 TEST_F(Writer, ATrackThatIsNotReadyInTimeStandsAsItWas) {

@@ -16,6 +16,7 @@
 #include "orb/ContainerProperty.h"
 #include "orb/VideoFormat.h"
 #include "spar/zString.h"
+#include "tarn/foundation/wholeNumber.h"
 #include "tarn/writers/fileTimescale.h"
 #include "tarn/writers/orbConversions.h"
 #include "tarn/writers/tnWriteORB2.h"
@@ -139,7 +140,7 @@ bool tnWriteORB2::ConfigureVideoTimescaleAdjustment(const CVideoProperties* prop
     } else if (rate <= 60.0) {
         fFileTimescale = static_cast<long long>(rate) * 1000;
     } else {
-        fFileTimescale = static_cast<long long>(rate) * 100;
+        fFileTimescale = WholeNumberOf<long long>(rate * 100.0);
     }
     return true;
 }

@@ -10,6 +10,7 @@
 #include "orb/CVideoFilter.h"
 #include "orb/CodeBookProperty.h"
 #include "tarn/foundation/tnMediaRecord.h"
+#include "tarn/foundation/wholeNumber.h"
 
 using namespace Quillon::Orb;
 
@@ -130,7 +131,7 @@ int configure_video_toolbox(const tnMediaRecord& encoded, IProperties& compresso
     if (interval != 0) compressor.SetProperty(Key::KeyFrameInterval, interval);
     if (encoded.AsBool("strict_cbr", false)) {
         const double most = encoded.AsInt32('mtbr', 0) / 2.1 * 1000.0;
-        compressor.SetProperty(Key::MaximumBitrate, static_cast<int>(most));
+        compressor.SetProperty(Key::MaximumBitrate, WholeNumberOf<int>(most));
     }
     return 0;
 }

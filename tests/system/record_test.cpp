@@ -311,8 +311,26 @@ const Refusal kRefusals[] = {
      {kCup, "FOLDER/out.mov", "--video", "Video Toolbox H.264"},
      "needs hardware that is not here"},
     {"NoPicture", {"/usr/share/sounds/alsa/Front_Center.wav", "FOLDER/out.mov"}, "has no picture"},
-    {"AbsurdSize", {kCup, "FOLDER/out.mov", "--size", "999999x2"}, "out of range"},
+    {"AbsurdSize", {kCup, "FOLDER/out.mov", "--size", "999999x2"}, "each from 2 to 16384"},
     {"SizeThatIsNone", {kCup, "FOLDER/out.mov", "--size", "big"}, "WIDTHxHEIGHT"},
+    {"SizeOfNothing", {kCup, "FOLDER/out.mov", "--size", "0x0"}, "'0x0': give it as WIDTHxHEIGHT"},
+    {"SizeBelowNothing", {kCup, "FOLDER/out.mov", "--size", "-4x-4"}, "each from 2 to 16384"},
+    {"SizeThatTheCodecCannotHalve", {kCup, "FOLDER/out.mov", "--size", "17x16"}, "even width"},
+    {"UnknownQuality",
+     {kCup, "FOLDER/out.mov", "--video", "ProRes", "--quality", "bogus"},
+     "ProRes has prores_422_proxy"},
+    {"QualityOfACodecThatHasNone",
+     {kCup, "FOLDER/out.mov", "--quality", "mjpeg_best"},
+     "x264 goes by --bitrate"},
+    {"NoKeyFrames", {kCup, "FOLDER/out.mov", "--key-frame-rate", "0"}, "'0' is not from 1 to"},
+    {"KeyFramesBelowNothing",
+     {kCup, "FOLDER/out.mov", "--key-frame-rate=-3"},
+     "'-3' is not from 1"},
+    {"LimitBelowNothing",
+     {kCup, "FOLDER/out.mov", "--limit", "-5"},
+     "--limit: '-5' is not from 0.001 to 10000000 seconds"},
+    {"LimitBeyondAllTime", {kCup, "FOLDER/out.mov", "--limit", "1e300"}, "'1e300' is not from"},
+    {"SafeStatesBelowNothing", {kCup, "FOLDER/out.mov", "--moov-rate", "-1"}, "'-1' is not from 1"},
     {"NothingToRecord",
      {kCup, "FOLDER/out.mov", "--video", "none", "--audio", "none"},
      "nothing to record"},
@@ -320,6 +338,63 @@ const Refusal kRefusals[] = {
 
 INSTANTIATE_TEST_SUITE_P(All, RefusedRecording, testing::ValuesIn(kRefusals),
                          [](const auto& kindInfo) { return std::string(kindInfo.param.name); });
+
+// The clip's own index stands in front, so that a shortened file still opens.
+std::string cut_off_clip(const TestFolder& folder, std::size_t bytes) {
+    const std::string path = folder.File("cut.mp4");
+    std::filesystem::copy_file(kCup, path);
+    std::filesystem::resize_file(path, bytes);
+    return path;
+}
+
+TEST(Record, TellsThatAClipWasCutOffAndKeepsWhatThereWas) {
+    const TestFolder folder;
+    const std::string clip = cut_off_clip(folder, 800000);
+    const std::string file = folder.File("out.mov");
+    const ProcessResult result = Record(clip, file, {"--video", "MJPEG", "--audio", "pcm"});
+    EXPECT_EQ(result.exitCode, 1);
+    const std::string frames = std::to_string(CountFrames(file));
+    EXPECT_NE(result.err.find("cut.mp4': ends at 3."), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("of 8.1 seconds"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(frames + " frames"), std::string::npos) << result.err;
+    EXPECT_GT(CountFrames(file), 60);
+    EXPECT_NEAR(ProbeSeconds(file, "v:0"), ProbeSeconds(file, "a:0"), 0.0375);
+}
+
+TEST(Record, AClipWithoutOnePictureIsNoSuccess) {
+    const TestFolder folder;
+    const std::string clip = cut_off_clip(folder, 9000);
+    const ProcessResult result = Record(clip, folder.File("out.mov"), {"--audio", "none"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("cut.mp4'"), std::string::npos) << result.err;
+    EXPECT_EQ(result.out, "");
+}
+
+TEST(Record, ALimitWithinWhatIsLeftOfAClipIsReached) {
+    const TestFolder folder;
+    const std::string clip = cut_off_clip(folder, 800000);
+    EXPECT_EQ(Record(clip, folder.File("out.mov"), {"--video", "MJPEG", "--limit", "1"}).exitCode,
+              0);
+}
+
+// A limit of the file's size stands for a full disk.
+TEST(Record, AFileThatMayNotGrowSaysWhatWasKept) {
+    const TestFolder folder;
+    const std::string file = folder.File("out.mov");
+    const ProcessResult result = tests::Run({"prlimit", "--fsize=1000000", kTool, "record", kCup,
+                                             file, "--video", "MJPEG", "--audio", "pcm"});
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_NE(result.err.find("out.mov': File too large; recording stopped"), std::string::npos)
+        << result.err;
+    const int frames = CountFrames(file);
+    EXPECT_GT(frames, 0);
+    EXPECT_NE(result.err.find("in '" + file + "' " + std::to_string(frames) + " frames"),
+              std::string::npos)
+        << result.err;
+    // One number, and no other beside it.
+    EXPECT_EQ(result.err.find("handed over"), std::string::npos);
+    EXPECT_EQ(result.err.find("0.0 seconds"), std::string::npos) << result.err;
+}
 
 TEST(Record, RefusesToWriteOverItsInput) {
     const TestFolder folder;

@@ -24,6 +24,7 @@ public:
     int Channels() const override { return fChannels; }
     void StartAt(double seconds) override { fOrigin = seconds; }
     bool Next(std::vector<short>& pcm) override;
+    std::string Problem() const override { return fEnded ? fTrack.EndedEarly() : ""; }
 
 private:
     struct FreeResampler {
@@ -40,6 +41,7 @@ private:
     double fOrigin = 0;
     long long fFramesGiven = 0;
     bool fFirst = true;
+    bool fEnded = false;
 };
 
 bool AvClipAudio::Open(const std::string& path, std::string& error) {
@@ -69,7 +71,10 @@ bool AvClipAudio::Open(const std::string& path, std::string& error) {
 bool AvClipAudio::Next(std::vector<short>& pcm) {
     pcm.clear();
     while (pcm.empty()) {
-        if (!fTrack.Decode(*fDecoded)) return false;
+        if (!fTrack.Decode(*fDecoded)) {
+            fEnded = true;
+            return false;
+        }
         pcm.resize(static_cast<std::size_t>(fDecoded->nb_samples) * fChannels);
         uint8_t* out = reinterpret_cast<uint8_t*>(pcm.data());
         const int frames =

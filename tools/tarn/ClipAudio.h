@@ -25,4 +25,7 @@ public:
     virtual void StartAt(double seconds) = 0;
     /// Decodes some interleaved frames into `pcm`, replacing what it held; false at the end.
     virtual bool Next(std::vector<short>& pcm) = 0;
+    /// After the end: what is wrong with it, as "ends at 1.0 of 8.0 seconds"; empty when nothing
+    /// is.
+    virtual std::string Problem() const = 0;
 };

@@ -104,6 +104,7 @@ public:
                                          : 0;
     }
     bool Next(ClipFrame& frame) override;
+    std::string Problem() const override { return fProblem; }
 
 private:
     struct FreeScaler {
@@ -128,6 +129,7 @@ private:
     double fStartSeconds = 0;
     long long fFirstPts = AV_NOPTS_VALUE;
     long long fNextPts = 0;
+    std::string fProblem;
 };
 
 bool AvClipVideo::Open(const std::string& path, int width, int height, std::string& error,
@@ -204,7 +206,10 @@ long long AvClipVideo::ticks_of(long long pts) const {
 }
 
 bool AvClipVideo::Next(ClipFrame& frame) {
-    if (!fTrack.Decode(*fDecoded)) return false;
+    if (!fTrack.Decode(*fDecoded)) {
+        fProblem = fTrack.EndedEarly();
+        return false;
+    }
     long long pts = fDecoded->best_effort_timestamp;
     if (pts == AV_NOPTS_VALUE) pts = fNextPts;
     if (fFirstPts == AV_NOPTS_VALUE) {
@@ -218,6 +223,11 @@ bool AvClipVideo::Next(ClipFrame& frame) {
     frame.time = ticks_of(pts - fFirstPts);
     frame.duration = std::max<long long>(1, ticks_of(length));
     fill_pixels(frame);
+    if (!frame.pixels) {
+        fProblem =
+            fmt::format("has a picture of {}x{} that cannot be converted to {}x{}", fDecoded->width,
+                        fDecoded->height, fFormat.fWidth.AsInt32(0), fFormat.fHeight.AsInt32(0));
+    }
     av_frame_unref(fDecoded.get());
     return static_cast<bool>(frame.pixels);
 }

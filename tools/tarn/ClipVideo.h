@@ -37,4 +37,7 @@ public:
     virtual double HeaderSeconds() const = 0;
     /// Decodes one picture; false at the end. Damaged pictures come as the decoder repaired them.
     virtual bool Next(ClipFrame& frame) = 0;
+    /// After the end: what is wrong with it, as "ends at 1.0 of 8.0 seconds"; empty when nothing
+    /// is.
+    virtual std::string Problem() const = 0;
 };

@@ -1,6 +1,8 @@
 #include "RecordCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
@@ -13,16 +15,77 @@
 
 namespace {
 
+constexpr int kSmallestSide = 2;  // pixels
+constexpr int kLargestSide = 16384;
+constexpr double kLongestSeconds = 1e7;
+constexpr int kLongestInterval = 100'000;  // frames
+constexpr int kLongestMoovRate = 3600;     // seconds
+
+/// A number of the range, with a message that names it.
+CLI::Validator number_between(double least, double most, const char* unit) {
+    return {[=](std::string& text) -> std::string {
+                double value = 0;
+                if (CLI::detail::lexical_cast(text, value) && value >= least && value <= most) {
+                    return "";
+                }
+                return fmt::format("'{}' is not from {:g} to {:.0f} {}", text, least, most, unit);
+            },
+            fmt::format("[{:g} - {:.0f} {}]", least, most, unit)};
+}
+
 struct RecordArguments {
     RecordOptions options;
     std::string size;
     bool json = false;
 };
 
+/// WIDTHxHEIGHT in plain digits. Whether a side must be even is the encoder's to say.
 bool parse_size(const std::string& text, RecordOptions& options) {
-    if (text.empty()) return true;
-    char rest = 0;
-    return std::sscanf(text.c_str(), "%dx%d%c", &options.width, &options.height, &rest) == 2;
+    const auto side = [](const char* from, const char* to, int& value) {
+        const auto [end, error] = std::from_chars(from, to, value);
+        return error == std::errc() && end == to && value >= kSmallestSide && value <= kLargestSide;
+    };
+    const std::size_t middle = text.find('x');
+    if (middle == std::string::npos) return false;
+    const char* begin = text.data();
+    return side(begin, begin + middle, options.width) &&
+           side(begin + middle + 1, begin + text.size(), options.height);
+}
+
+struct QualityOf {
+    const char* video;
+    std::vector<std::string> qualities;
+};
+
+const QualityOf kQualities[] = {
+    {"ProRes", {"prores_422_proxy", "prores_422_lt", "prores_422", "prores_422_hq", "prores_4444"}},
+    {"MJPEG", {"mjpeg_best", "mjpeg_high", "mjpeg_medium", "mjpeg_low"}},
+};
+
+/// An empty line, or what is wrong with the quality for this encoder.
+std::string check_quality(const RecordOptions& options) {
+    if (options.quality.empty()) return "";
+    const auto* known =
+        std::find_if(std::begin(kQualities), std::end(kQualities),
+                     [&](const QualityOf& row) { return options.video == row.video; });
+    if (known == std::end(kQualities)) {
+        return fmt::format(
+            "--quality '{}': {} goes by --bitrate; only ProRes and MJPEG have "
+            "qualities",
+            options.quality, options.video);
+    }
+    const auto& names = known->qualities;
+    if (std::find(names.begin(), names.end(), options.quality) != names.end()) return "";
+    return fmt::format("--quality '{}': {} has {}", options.quality, options.video,
+                       fmt::join(names, ", "));
+}
+
+std::string check_arguments(RecordArguments& arguments) {
+    if (!arguments.size.empty() && !parse_size(arguments.size, arguments.options)) {
+        return fmt::format("--size '{}': give it as WIDTHxHEIGHT, each from {} to {}",
+                           arguments.size, kSmallestSide, kLargestSide);
+    }
+    return check_quality(arguments.options);
 }
 
 void print_summary(const RecordArguments& arguments, const Recorder& recorder, double elapsed,
@@ -58,10 +121,8 @@ int report_failure(const RecordArguments& arguments, const std::string& line) {
 }
 
 int run_record(RecordArguments& arguments) {
-    if (!parse_size(arguments.size, arguments.options)) {
-        return report_failure(arguments,
-                              fmt::format("--size '{}': give it as WIDTHxHEIGHT", arguments.size));
-    }
+    const std::string wrong = check_arguments(arguments);
+    if (!wrong.empty()) return report_failure(arguments, wrong);
     const std::atomic<bool>& stop = WatchStopSignal();
     Recorder recorder(arguments.options);
     if (!recorder.Prepare()) return report_failure(arguments, recorder.Error());
@@ -96,19 +157,24 @@ void AddRecordCommand(CLI::App& app, int& exitCode) {
         "prores_422_proxy, _lt, prores_422, _hq, prores_4444; mjpeg_best, _high, _medium, _low");
     record
         ->add_option("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
-        ->check(CLI::Range(1, 2'000'000))
+        ->check(number_between(1, 2'000'000, "thousands of bits"))
         ->capture_default_str();
-    record->add_option("--key-frame-rate", options.keyFrameRate,
-                       "frames from one key frame to the next");
+    record
+        ->add_option("--key-frame-rate", options.keyFrameRate,
+                     "frames from one key frame to the next")
+        ->check(number_between(1, kLongestInterval, "frames"));
     record->add_option("--audio", options.audio, "pcm, aac or none")
         ->check(CLI::IsMember({"pcm", "aac", "none"}))
         ->capture_default_str();
     record->add_option("--audio-input", options.audioInput,
                        "take the sound from this clip instead");
     record->add_option("--size", arguments->size, "scale the picture to WIDTHxHEIGHT");
-    record->add_option("--moov-rate", options.moovRate,
-                       "seconds between two states of the file that survive a crash");
-    record->add_option("--limit", options.limit, "seconds to record")->check(CLI::PositiveNumber);
+    record
+        ->add_option("--moov-rate", options.moovRate,
+                     "seconds between two states of the file that survive a crash")
+        ->check(number_between(1, kLongestMoovRate, "seconds"));
+    record->add_option("--limit", options.limit, "seconds to record")
+        ->check(number_between(0.001, kLongestSeconds, "seconds"));
     record->add_flag("--live", options.live, "at the clip's own pace");
     record->add_flag("--json", arguments->json, "a JSON object a line, for machines");
     record->callback([arguments, &exitCode] { exitCode = run_record(*arguments); });

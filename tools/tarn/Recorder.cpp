@@ -14,6 +14,7 @@
 #include "BoundedQueue.h"
 #include "ClipAudio.h"
 #include "ClipVideo.h"
+#include "avHandles.h"
 #include "writerText.h"
 
 namespace {
@@ -178,7 +179,41 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
     if (video.joinable()) video.join();
     if (audio.joinable()) audio.join();
     fWriter->Close();
+    if (!fFailed && !stop) judge_clips();
+    judge_file();
     return !fFailed;
+}
+
+// A clip that was cut off is recorded as far as it goes, and yet is no success: whoever relies on
+// the recording has to know.
+void Recorder::judge_clips() {
+    const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
+    if (fVideo && !fVideo->Problem().empty()) {
+        fail(fmt::format("'{}': {}; get the whole clip and record it again", fOptions.input,
+                         fVideo->Problem()));
+    } else if (fVideo && fFigures.frames == 0) {
+        fail(fmt::format("'{}': not one of its pictures could be decoded", fOptions.input));
+    } else if (fAudio && !fAudio->Problem().empty()) {
+        fail(fmt::format("'{}': its sound {}; get the whole clip and record it again", sound,
+                         fAudio->Problem()));
+    } else if (!fVideo && fFigures.audioFrames == 0) {
+        fail(fmt::format("'{}': none of its sound could be decoded", sound));
+    }
+}
+
+// The file has the last word on what was kept: what was handed over may have been lost on the way.
+void Recorder::judge_file() {
+    const MovieOnDisk movie = ReadMovieOnDisk(fOptions.output);
+    const std::string kept =
+        !movie.opens ? "nothing was kept"
+        : fVideo     ? fmt::format("{} frames, {:.1f} s, were kept", movie.frames, movie.seconds)
+                     : fmt::format("{:.1f} s were kept", movie.seconds);
+    if (fFailed) {
+        fError += fmt::format("; in '{}' {}", fOptions.output, kept);
+    } else if (!movie.opens || (fVideo && movie.frames != fFigures.frames)) {
+        fail(fmt::format("'{}': was not completed, the line above says why; of {} frames {}",
+                         fOptions.output, fFigures.frames.load(), kept));
+    }
 }
 
 void Recorder::keep_pace(double seconds) {
@@ -217,8 +252,7 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         FrameBuffer buffer(frame, fFigures);
         const int code = fWriter->WriteVideo(buffer);
         if (code != 0) {
-            fail(fmt::format("'{}': {}; {} frames were handed over before", fOptions.output,
-                             WriterText(code, fOptions.video), fFigures.frames.load()));
+            fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
             break;
         }
         ++fFigures.frames;

@@ -67,6 +67,8 @@ private:
     tnMediaRecord encoded_audio() const;
     bool has_ended(const std::atomic<bool>& stop) const;
     void fail(const std::string& line);
+    void judge_clips();
+    void judge_file();
 
     void record_video(const std::atomic<bool>& stop);
     void record_audio(const std::atomic<bool>& stop);

@@ -1,5 +1,6 @@
 #include "avHandles.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 void QuietenAv() {
@@ -53,14 +54,66 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
 bool AvTrack::Decode(AVFrame& frame) {
     while (true) {
         const int got = avcodec_receive_frame(decoder.get(), &frame);
-        if (got >= 0) return true;
+        if (got >= 0) {
+            const long long end = frame.best_effort_timestamp + frame.pkt_duration;
+            if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
+                reached = std::max(reached, static_cast<double>(end) * av_q2d(stream->time_base));
+            }
+            return true;
+        }
         if (got == AVERROR_EOF || (got != AVERROR(EAGAIN) && drained)) return false;
-        if (av_read_frame(file.get(), packet.get()) < 0) {
+        const int read = av_read_frame(file.get(), packet.get());
+        if (read < 0) {
+            cutInside = cutInside || read != AVERROR_EOF;
             avcodec_send_packet(decoder.get(), nullptr);
             drained = true;
             continue;
         }
-        if (packet->stream_index == stream->index) avcodec_send_packet(decoder.get(), packet.get());
+        if (packet->stream_index == stream->index) {
+            cutInside = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+            avcodec_send_packet(decoder.get(), packet.get());
+        }
         av_packet_unref(packet.get());
     }
+}
+
+// Where the header says that the track ends; 0 when it does not, or only guesses.
+double AvTrack::end_seconds() const {
+    if (file->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
+    const double tick = av_q2d(stream->time_base);
+    const double start =
+        stream->start_time == AV_NOPTS_VALUE ? 0 : static_cast<double>(stream->start_time) * tick;
+    if (stream->duration > 0) return start + static_cast<double>(stream->duration) * tick;
+    // Some containers tell the length of the whole alone, which is that of its longest track.
+    const bool isWhole = file->nb_streams == 1 && file->duration > 0;
+    return isWhole ? start + static_cast<double>(file->duration) / AV_TIME_BASE : 0;
+}
+
+std::string AvTrack::EndedEarly() const {
+    constexpr double kSlackSeconds = 0.5;  // headers round, and count frames that decoders drop
+    constexpr double kSlackFrames = 3;
+    const double rate = stream->avg_frame_rate.num > 0 ? av_q2d(stream->avg_frame_rate) : 0;
+    const double slack = std::max(kSlackSeconds, rate > 0 ? kSlackFrames / rate : 0);
+    const double end = end_seconds();
+    if (end - reached > slack) {
+        return fmt::format("ends at {:.1f} of {:.1f} seconds, as if it had been cut off", reached,
+                           end);
+    }
+    return cutInside ? fmt::format("breaks off inside a packet at {:.1f} seconds", reached) : "";
+}
+
+MovieOnDisk ReadMovieOnDisk(const std::string& path) {
+    MovieOnDisk movie;
+    AVFormatContext* opened = nullptr;
+    const int code = avformat_open_input(&opened, path.c_str(), nullptr, nullptr);
+    const AvHandle<AVFormatContext> file(opened);
+    if (code < 0) return movie;
+    movie.opens = true;
+    for (unsigned int i = 0; i < file->nb_streams; ++i) {
+        const AVStream& track = *file->streams[i];
+        const double length = static_cast<double>(track.duration) * av_q2d(track.time_base);
+        if (track.duration > 0) movie.seconds = std::max(movie.seconds, length);
+        if (track.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) movie.frames = track.nb_frames;
+    }
+    return movie;
 }

@@ -41,4 +41,24 @@ struct AvTrack {
 
     /// Decodes into `frame`; false at the end of the track. Damaged packets are passed over.
     bool Decode(AVFrame& frame);
+
+    /// Once Decode has answered false: where and why the track ended before its time; empty when it
+    /// did not, as far as the clip's header tells.
+    std::string EndedEarly() const;
+
+private:
+    double end_seconds() const;
+
+    double reached = 0;      // end of the last decoded frame, seconds of the clip's time line
+    bool cutInside = false;  // the last packet, or the read behind it, was not whole
 };
+
+/// What a movie file holds, by its own index.
+struct MovieOnDisk {
+    bool opens = false;
+    long long frames = 0;  ///< of the picture track
+    double seconds = 0;    ///< of the longest track
+};
+
+/// Reads the index of a file that has been closed.
+MovieOnDisk ReadMovieOnDisk(const std::string& path);

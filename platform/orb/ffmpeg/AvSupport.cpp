@@ -75,11 +75,14 @@ Result MakeEncoderContext(const char* encoder, const VideoShape& shape, AVPixelF
 }
 
 Result OpenEncoderContext(AVCodecContext& context, AvOptions& options) {
-    const char* name = context.codec->name;  // a failing open forgets the codec
+    // A failing open forgets what it was for.
+    const char* name = context.codec->name;
+    const int width = context.width;
+    const int height = context.height;
     const int opened = avcodec_open2(&context, context.codec, options.Get());
     if (opened < 0) {
-        return ResultError("%s would not open for %d x %d at %d/%d: %s", name, context.width,
-                           context.height, context.framerate.num, context.framerate.den,
+        return ResultError("%s would not open for %d x %d at %d/%d: %s", name, width, height,
+                           context.framerate.num, context.framerate.den,
                            AvErrorText(opened).c_str());
     }
     return 0;
