@@ -105,17 +105,19 @@ CVideoSample* OrbVideoBuffer::OrbVideoSample() {
 int OrbVideoBuffer::InitializeData(unsigned int pad) {
     RObject<CMemoryDataReference> memory(fSample->GetDataReference<CMemoryDataReference>());
     const RObject<CMpeg4AvcDataReference> avc(fSample->GetDataReference<CMpeg4AvcDataReference>());
-    if (avc) {
-        const Result status = render_padded(pad, *avc, memory);
-        if (status.Failed()) return -1;
-        if (!memory) return 0;
-    }
-    if (!memory) return -1;
+    Result status = ResultError();
+    if (avc) status = render_padded(pad, *avc, memory);
+    if (status.Failed() && avc) return -1;
+    if (memory && take_size(*memory)) status = ResultOK();
+    return status.Failed() ? -1 : 0;
+}
+
+bool OrbVideoBuffer::take_size(CMemoryDataReference& memory) {
     const RObject<CLockedDataReference> bytes(
-        new CLockedDataReference(memory.Get(), CDataReference::kReadWrite));
-    if (!bytes || !bytes->GetData() || bytes->GetLength() == 0) return -1;
+        new CLockedDataReference(&memory, CDataReference::kReadWrite));
+    if (!bytes || !bytes->GetData() || bytes->GetLength() == 0) return false;
     fDataSize.store(static_cast<unsigned int>(bytes->GetLength()), std::memory_order_relaxed);
-    return 0;
+    return true;
 }
 
 Result OrbVideoBuffer::render_padded(unsigned int pad, CMpeg4AvcDataReference& avc,
@@ -147,6 +149,9 @@ void OrbVideoBuffer::render_avc() {
     if (!avc) return;
     const RObject<CMpeg4AvcProperties> properties = avc_properties_of(fCompressor.Get());
     if (!properties) return;
+    const RObject<CMpeg4AvcDecoderConfiguration> configuration(
+        properties->GetDecoderConfiguration());
+    if (!configuration) return;
     RObject<CMemoryDataReference> memory;
     if (avc->ToDataReference('avc1', properties.Get(), memory.Receive()).Succeeded()) {
         take_bytes(memory.Get());

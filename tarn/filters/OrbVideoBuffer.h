@@ -59,6 +59,8 @@ protected:
     Quillon::Orb::Result render_padded(
         unsigned int pad, Quillon::Orb::CMpeg4AvcDataReference& avc,
         Quillon::Orb::RObject<Quillon::Orb::CMemoryDataReference>& memory);
+    /// False, and the size as it was, for no bytes.
+    bool take_size(Quillon::Orb::CMemoryDataReference& memory);
     void render_avc() SPAR_REQUIRES(fDataMutex);
     void take_bytes(Quillon::Orb::CMemoryDataReference* memory) SPAR_REQUIRES(fDataMutex);
 

@@ -137,6 +137,18 @@ TEST_F(EncodedVideoBuffer, AUnitWithoutPropertiesHasNoSize) {
     EXPECT_EQ(lost->Data(), nullptr);
 }
 
+// Rendered well, into no bytes at all.
+TEST_F(EncodedVideoBuffer, AnEmptyUnitHasNoSizeAndIsNoFailure) {
+    RObject<CVideoSample> sample(new CVideoSample(1, 0, 0));
+    const RObject<CMpeg4AvcAccessUnit> unit(new CMpeg4AvcAccessUnit());
+    const RObject<CMpeg4AvcDataReference> data(new CMpeg4AvcDataReference(unit.Get()));
+    sample->SetDataReference(data.Get());
+    const auto buffer = buffer_of(sample);
+    EXPECT_EQ(buffer->InitializeData(300), 0);
+    EXPECT_EQ(buffer->DataSize(), 0u);
+    EXPECT_EQ(buffer->Data(), nullptr);
+}
+
 TEST_F(EncodedVideoBuffer, DataAloneSetsTheSize) {
     const auto buffer = buffer_of(AvcSample(100));
     EXPECT_EQ(buffer->DataSize(), 0u);
