@@ -86,7 +86,7 @@ void tnOutputStream::DestroyFilters() {
 
 void tnOutputStream::filter_arrived(std::shared_ptr<tnFilter> filter) {
     std::atomic_store(&fFilter, std::move(filter));
-    fHasFilter = true;
+    fHasFilter.store(true, std::memory_order_relaxed);
 }
 
 void tnOutputStream::video_arrived(std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) {

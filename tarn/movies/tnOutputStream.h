@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -62,7 +63,7 @@ protected:
     // std::atomic_load and atomic_store.
     std::shared_ptr<tnFilter> fFilter;
     std::shared_ptr<tnOutputStreamSync> fSync;
-    bool fHasFilter = false;
+    std::atomic<bool> fHasFilter{false};
 
 private:
     friend class tnSharedEncoders;
