@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -33,11 +34,6 @@ bool is_same_audio(const tnMediaRecord& a, const tnMediaRecord& b) {
     return a.fSampleRate.AsInt32(0) == b.fSampleRate.AsInt32(0) &&
            a.fChannels.AsInt32(0) == b.fChannels.AsInt32(0) &&
            a.fBitsPerSample.AsInt32('mbps') == b.fBitsPerSample.AsInt32('mbps');
-}
-
-bool is_observer_of(const tnFilterManager::Observer& observer,
-                    const std::shared_ptr<zObject>& owner) {
-    return observer.fOwner.lock() == owner;
 }
 
 }  // namespace
@@ -95,12 +91,15 @@ void tnFilterManager::StartObservingFilter(int source, std::shared_ptr<zObject> 
     {
         const Lock lock(gMutex);
         Source& entry = fSources[source];
-        entry.fSnapshot.reset();
+        entry.fRoads.reset();
         const Observer observer{owner, std::move(init), std::move(video), std::move(audio)};
         const auto equal = std::find_if(
             entry.fOutputs.begin(), entry.fOutputs.end(),
             [&](const Output& output) { return FormatsAreEqual(format, output.fFormat); });
-        if (equal != entry.fOutputs.end()) equal->fObservers.push_back(observer);
+        if (equal != entry.fOutputs.end()) {
+            equal->fObservers.push_back(observer);
+            equal->fListeners.reset();
+        }
 
         // Joining does not end the request: a codec with a factory always gets a filter of its own,
         // and its observer hears both. Add-ons that count on an encoder of their own lean on this;
@@ -112,25 +111,34 @@ void tnFilterManager::StartObservingFilter(int source, std::shared_ptr<zObject> 
         if (factory != fFactories.end()) {
             if (const std::shared_ptr<tnFilter> filter = factory->fCreate()) {
                 filter->SetOutputFormat(format);
-                entry.fOutputs.push_back({filter, format, false, {observer}});
+                entry.fOutputs.push_back({filter, format, false, {observer}, {}});
             }
         }
-        set_input_format(source, entry);
+        SetInputFormat(source, entry);
     }
-    call_initializations();
+    CallInitializations();
 }
 
 void tnFilterManager::StopObservingFilter(int source, std::shared_ptr<zObject> owner) {
+    // What the functions hold may end with them, a stream and its sink: not under the lock.
+    std::vector<Observer> removed;
     const Lock lock(gMutex);
-    fSources[source].fSnapshot.reset();
-    std::deque<Output>& outputs = fSources[source].fOutputs;
-    for (Output& output : outputs) {
-        std::erase_if(output.fObservers,
-                      [&](const Observer& observer) { return is_observer_of(observer, owner); });
+    Source& entry = fSources[source];
+    entry.fRoads.reset();
+    for (Output& output : entry.fOutputs) {
+        std::deque<Observer>& observers = output.fObservers;
+        const auto gone = std::stable_partition(
+            observers.begin(), observers.end(),
+            [&](const Observer& observer) { return observer.fOwner.lock() != owner; });
+        if (gone == observers.end()) continue;
+        removed.insert(removed.end(), std::make_move_iterator(gone),
+                       std::make_move_iterator(observers.end()));
+        observers.erase(gone, observers.end());
+        output.fListeners.reset();
     }
-    std::erase_if(outputs, [](const Output& output) { return output.fObservers.empty(); });
+    std::erase_if(entry.fOutputs, [](const Output& output) { return output.fObservers.empty(); });
     // All sources, not this one alone: a source that has only been written to ends here too.
-    std::erase_if(fSources, [](const auto& entry) { return entry.second.fOutputs.empty(); });
+    std::erase_if(fSources, [](const auto& known) { return known.second.fOutputs.empty(); });
 }
 
 bool tnFilterManager::HasEqualOutput(int source, const tnMediaRecord& format) {
@@ -149,13 +157,12 @@ void tnFilterManager::SetInputFormat(int source, const tnMediaRecord& format) {
         Source& entry = fSources[source];
         if (entry.fInputFormat) return;
         entry.fInputFormat = std::make_shared<tnMediaRecord>(format);
-        set_input_format(source, entry);
+        SetInputFormat(source, entry);
     }
-    call_initializations();
+    CallInitializations();
 }
 
-// Offers the source's input format to each output that has not been offered one. The lock is held.
-void tnFilterManager::set_input_format(int source, Source& entry) {
+void tnFilterManager::SetInputFormat(int source, Source& entry) {
     const std::shared_ptr<tnMediaRecord> input = entry.fInputFormat;
     if (!input) return;
     const int type = input->fType.AsInt32(0);
@@ -189,7 +196,7 @@ void tnFilterManager::create_video_filter(int source, Output& output, const tnMe
         };
 }
 
-void tnFilterManager::call_initializations() {
+void tnFilterManager::CallInitializations() {
     struct Initializer {
         InitFunction fFunction;
         std::shared_ptr<tnFilter> fFilter;
@@ -199,7 +206,6 @@ void tnFilterManager::call_initializations() {
     {
         const Lock lock(gMutex);
         for (auto& [id, source] : fSources) {
-            source.fSnapshot.reset();
             for (Output& output : source.fOutputs) {
                 if (!output.fInitialized) continue;
                 for (Observer& observer : output.fObservers) {
@@ -228,24 +234,43 @@ std::deque<tnFilterManager::Observer> tnFilterManager::ObserversForFilter(
 
 // A write works on a copy of the outputs, taken under the lock, so that encoders and observers run
 // without it and what joins or leaves meanwhile does not disturb it. The copy is made once and
-// shared until something changes: writes come a thousand times as often as changes.
-tnFilterManager::Outputs tnFilterManager::snapshot_of(Source& entry) {
-    if (!entry.fSnapshot)
-        entry.fSnapshot = std::make_shared<const std::deque<Output>>(entry.fOutputs);
-    return entry.fSnapshot;
+// shared until something changes, and then only the output that changed is copied anew: writes come
+// a thousand times as often as changes, and each holds up all others.
+tnFilterManager::Roads tnFilterManager::roads_of(Source& entry) {
+    if (!entry.fRoads) {
+        std::vector<Road> roads;
+        roads.reserve(entry.fOutputs.size());
+        for (Output& output : entry.fOutputs) {
+            roads.push_back({output.fFilter, listeners_of(output)});
+        }
+        entry.fRoads = std::make_shared<const std::vector<Road>>(std::move(roads));
+    }
+    return entry.fRoads;
+}
+
+tnFilterManager::Listeners tnFilterManager::listeners_of(Output& output) {
+    if (!output.fListeners) {
+        std::vector<Listener> listeners;
+        listeners.reserve(output.fObservers.size());
+        for (const Observer& observer : output.fObservers) {
+            listeners.push_back({observer.fOwner, observer.fVideo, observer.fAudio});
+        }
+        output.fListeners = std::make_shared<const std::vector<Listener>>(std::move(listeners));
+    }
+    return output.fListeners;
 }
 
 void tnFilterManager::WriteVideoSample(int source, long long syncTime, long long time,
                                        tnStreamBuffer& buffer, const tnMediaRecord& format) {
-    Outputs outputs;
+    Roads roads;
     {
         const Lock lock(gMutex);
         Source& entry = fSources[source];
-        outputs = snapshot_of(entry);
+        roads = roads_of(entry);
         if (entry.fFirstSampleTime == -1) entry.fFirstSampleTime = syncTime;
     }
-    for (const Output& output : *outputs) {
-        auto* compressor = dynamic_cast<tnVideoCompressor*>(output.fFilter.get());
+    for (const Road& road : *roads) {
+        auto* compressor = dynamic_cast<tnVideoCompressor*>(road.fFilter.get());
         if (!compressor) continue;
         buffer.AddWritingRef();
         compressor->EncodeFrame(buffer, format, time, false, nullptr, nullptr);
@@ -255,21 +280,21 @@ void tnFilterManager::WriteVideoSample(int source, long long syncTime, long long
 void tnFilterManager::deliver_video(
     int source, const std::weak_ptr<tnFilter>& filter,
     const std::shared_ptr<tnVideoCompressor::EncodedBuffer>& buffer) {
-    Outputs outputs;
+    Roads roads;
     {
         const Lock lock(gMutex);
         Source& entry = fSources[source];
         stamp_sync_time(entry, *buffer);
-        outputs = snapshot_of(entry);
+        roads = roads_of(entry);
     }
     const tnFilter* const from = filter.lock().get();
     if (!from) return;
-    const auto output =
-        std::find_if(outputs->begin(), outputs->end(),
-                     [&](const Output& candidate) { return candidate.fFilter.get() == from; });
-    if (output == outputs->end()) return;
-    for (const Observer& observer : output->fObservers) {
-        if (observer.fVideo && !observer.fOwner.expired()) observer.fVideo(buffer);
+    const auto road = std::find_if(roads->begin(), roads->end(), [&](const Road& candidate) {
+        return candidate.fFilter.get() == from;
+    });
+    if (road == roads->end()) return;
+    for (const Listener& listener : *road->fListeners) {
+        if (listener.fVideo && !listener.fOwner.expired()) listener.fVideo(buffer);
     }
 }
 
@@ -285,12 +310,12 @@ void tnFilterManager::stamp_sync_time(Source& entry, tnVideoCompressor::EncodedB
 void tnFilterManager::WriteAudioSamples(int source, long long time, const void* data,
                                         unsigned int sizeBits, long long position, unsigned int,
                                         long long) {
-    Outputs outputs;
+    Roads roads;
     std::shared_ptr<tnMediaRecord> input;
     {
         const Lock lock(gMutex);
         Source& entry = fSources[source];
-        outputs = snapshot_of(entry);
+        roads = roads_of(entry);
         input = entry.fInputFormat;
     }
     if (!input) return;
@@ -300,18 +325,18 @@ void tnFilterManager::WriteAudioSamples(int source, long long time, const void* 
     // A later output's packets go on from the earlier one's end: hosts that mix several audio
     // outputs rely on stamps that never repeat within one write.
     long long running = time;
-    for (const Output& output : *outputs) {
-        auto* compressor = dynamic_cast<tnAudioCompressor*>(output.fFilter.get());
+    for (const Road& road : *roads) {
+        auto* compressor = dynamic_cast<tnAudioCompressor*>(road.fFilter.get());
         if (!compressor) continue;
         tnAudioCompressor::EncodedBuffer* encoded = nullptr;
         const int result =
             compressor->EncodeFrame(&encoded, timeMs, const_cast<void*>(data), sizeBits >> 3);
-        if (result == 0 && encoded) deliver_audio(output, *encoded, running);
+        if (result == 0 && encoded) deliver_audio(road, *encoded, running);
         if (encoded) encoded->Release();
     }
 }
 
-void tnFilterManager::deliver_audio(const Output& output, tnAudioCompressor::EncodedBuffer& encoded,
+void tnFilterManager::deliver_audio(const Road& road, tnAudioCompressor::EncodedBuffer& encoded,
                                     long long& running) {
     constexpr int kStamps = 32;
     for (int i = 0; i < encoded.PacketCount(); ++i) {
@@ -322,7 +347,7 @@ void tnFilterManager::deliver_audio(const Output& output, tnAudioCompressor::Enc
     }
     const std::shared_ptr<tnAudioCompressor::EncodedBuffer> shared = zAsSharedPtr(&encoded);
     // Unlike with video, an owner that has died still hears its sound out.
-    for (const Observer& observer : output.fObservers) {
-        if (observer.fAudio) observer.fAudio(shared);
+    for (const Listener& listener : *road.fListeners) {
+        if (listener.fAudio) listener.fAudio(shared);
     }
 }

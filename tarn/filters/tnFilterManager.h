@@ -34,19 +34,32 @@ public:
         VideoFunction fVideo;           ///< may be empty
         AudioFunction fAudio;           ///< may be empty
     };
+    /// An observer as writes need it.
+    struct Listener {
+        std::weak_ptr<zObject> fOwner;
+        VideoFunction fVideo;
+        AudioFunction fAudio;
+    };
+    using Listeners = std::shared_ptr<const std::vector<Listener>>;
+    /// An output as writes need it.
+    struct Road {
+        std::shared_ptr<tnFilter> fFilter;
+        Listeners fListeners;
+    };
     struct Output {
         std::shared_ptr<tnFilter> fFilter;
         tnMediaRecord fFormat;  ///< the wish that caused this output
         bool fInitialized = false;
         std::deque<Observer> fObservers;
+        Listeners fListeners;  ///< fObservers as writes see them; null until a write needs them
     };
     struct Source {
         std::shared_ptr<tnMediaRecord> fInputFormat;  ///< set once
         std::deque<Output> fOutputs;
         long long fFirstSampleTime = -1;  ///< milliseconds: sync time of the first video write
         long long fFirstBufferTime = -1;  ///< milliseconds: time of the first encoded video buffer
-        /// fOutputs as writes see them, made when one needs it and dropped with every change.
-        std::shared_ptr<const std::deque<Output>> fSnapshot;
+        /// fOutputs as writes see them; null until a write needs them, and with every change.
+        std::shared_ptr<const std::vector<Road>> fRoads;
     };
     struct Factory {
         std::string fName;  ///< codec name that requests carry
@@ -108,16 +121,21 @@ public:
                            long long position, unsigned int, long long);
 
 private:
-    using Outputs = std::shared_ptr<const std::deque<Output>>;
+    using Roads = std::shared_ptr<const std::vector<Road>>;
 
-    static Outputs snapshot_of(Source& entry);
-    void set_input_format(int source, Source& entry);
+    /// Offers the source's input format to each output that has not been offered one. Under the
+    /// lock.
+    void SetInputFormat(int source, Source& entry);
+    /// Calls what waits for a filter that is ready by now. Without the lock.
+    void CallInitializations();
+
+    static Roads roads_of(Source& entry);
+    static Listeners listeners_of(Output& output);
     void create_video_filter(int source, Output& output, const tnMediaRecord& input);
-    void call_initializations();
     void deliver_video(int source, const std::weak_ptr<tnFilter>& filter,
                        const std::shared_ptr<tnVideoCompressor::EncodedBuffer>& buffer);
     static void stamp_sync_time(Source& entry, tnVideoCompressor::EncodedBuffer& buffer);
-    static void deliver_audio(const Output& output, tnAudioCompressor::EncodedBuffer& encoded,
+    static void deliver_audio(const Road& road, tnAudioCompressor::EncodedBuffer& encoded,
                               long long& running);
 
     // under the process-wide lock
