@@ -1,11 +1,13 @@
 #include "LiveOutput.h"
 #include "MovieOutput.h"
+#include "ReplayOutput.h"
 
 namespace {
 
 std::vector<LiveOutputKind>& kinds() {
     static std::vector<LiveOutputKind> known = {
         {"movie", MakeMovieOutput, CheckMovieOutput},
+        {"replay", MakeReplayOutput, CheckReplayOutput},
     };
     return known;
 }
