@@ -19,6 +19,8 @@ function(tarn_shared name)
                                              # An installed tree finds its own libraries wherever it is put.
                                              INSTALL_RPATH "$ORIGIN")
     target_link_libraries(${name} PRIVATE ${arg_FOLDERS} PUBLIC ${arg_LINKS})
+    # The public headers need it, whatever a user's own sources do.
+    target_compile_features(${name} INTERFACE cxx_std_20)
     # The raw -Wl keeps an unresolved symbol from surviving until load time.
     if(NOT TARN_SANITIZE)
         target_link_options(${name} PRIVATE "LINKER:--no-undefined")
