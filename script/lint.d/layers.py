@@ -1,36 +1,49 @@
-"""Fails on an include that the house does not allow: who may know whom, in one table."""
-import pathlib
+"""Fails on an include that the house does not allow: who may know whom, in one table.
+
+layers_test.py beside this file holds an example of each thing that it finds.
+"""
+import os
 import re
 import subprocess
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+from public_headers import ROOT, public_headers
 
-# What a folder may include beside itself. A name ending in "/" stands for everything below it.
+SPAR, ORB, EXPORT = "platform/spar", "platform/orb", "tarn"  # tarn itself holds export.h alone
+INSTALLED = "installed"  # whatever the installed package offers, and nothing else of the libraries
+
+# What a folder may include beside itself, folder by folder. A folder that is not listed has the
+# rules of the one that it stands in.
 ALLOWED = {
     "platform/spar": [],
-    "platform/orb": ["platform/spar"],
-    "platform/orb/ffmpeg": ["platform/orb", "platform/orb/container", "platform/spar"],
-    "platform/orb/container": ["platform/orb", "platform/spar"],
-    "platform/mach": ["platform/spar"],
-    "platform/display": ["platform/spar"],
+    "platform/orb": [SPAR],
+    "platform/orb/ffmpeg": [ORB, SPAR],
+    "platform/orb/container": [ORB, SPAR],
+    "platform/mach": [SPAR],
+    "platform/display": [SPAR],
     "tarn": [],
-    "tarn/foundation": ["tarn", "platform/"],
-    "tarn/clocks": ["tarn", "tarn/foundation", "platform/"],
-    "tarn/replay": ["tarn", "tarn/foundation", "platform/"],
-    "tarn/iso": ["tarn", "tarn/foundation", "platform/"],
-    "tarn/sync": ["tarn", "tarn/foundation", "platform/"],
-    "tarn/audio": ["tarn", "tarn/foundation", "platform/"],
-    "tarn/filters": ["tarn", "tarn/foundation", "tarn/audio", "tarn/movies", "platform/"],
-    "tarn/movies": ["tarn", "tarn/foundation", "tarn/filters", "platform/"],
-    "tarn/writers": ["tarn", "tarn/foundation", "tarn/audio", "platform/"],
-    "addons": ["addons/", "tarn/", "platform/spar", "platform/orb"],
-    "tools": ["tools/", "tarn/", "platform/spar", "platform/orb"],
-    "examples": ["examples/", "tarn/", "platform/spar", "platform/orb"],
+    "tarn/foundation": [EXPORT, SPAR, ORB],
+    "tarn/clocks": [EXPORT, "tarn/foundation", SPAR, "platform/mach", "platform/display"],
+    "tarn/replay": [EXPORT, "tarn/foundation", SPAR],
+    "tarn/iso": [EXPORT, "tarn/foundation", SPAR],
+    "tarn/sync": [EXPORT, "tarn/foundation", SPAR],
+    "tarn/audio": [EXPORT, "tarn/foundation", SPAR, ORB],
+    "tarn/filters": [EXPORT, "tarn/foundation", "tarn/audio", SPAR, ORB],
+    "tarn/movies": [EXPORT, "tarn/foundation", SPAR],
+    "tarn/writers": [EXPORT, "tarn/foundation", "tarn/audio", SPAR, ORB],
+    "addons": [INSTALLED],
+    "addons/support": [INSTALLED],
+    "addons/moviefile": ["addons/support", INSTALLED],
+    "addons/mux": ["addons/support", INSTALLED],
+    "addons/replay": ["addons/support", "addons/mux", INSTALLED],  # segments are muxed movies
+    "tools": [INSTALLED],
+    "tools/tarn": ["tools/tarn/*", INSTALLED],
+    "examples": [INSTALLED],
 }
-# Rooms that meet only here.
+# Rooms that meet only here: these headers, and nothing else there.
 MEETING = {
     ("platform/orb", "platform/orb/container"): {"MovieFile.h"},
+    ("platform/orb/ffmpeg", "platform/orb/container"): {"MovieFile.h"},
     ("tarn/movies", "tarn/filters"): {"tnFilter.h", "tnVideoCompressor.h", "tnAudioCompressor.h",
                                       "tnFilterManager.h", "tnEncodedBuffer.h"},
     ("tarn/filters", "tarn/movies"): {"tnStreamBuffer.h", "tnStreamBufferGroup.h"},
@@ -40,82 +53,124 @@ MEETING = {
     ("tarn/writers", "tarn/filters"): {"tnVideoCompressor.h", "tnAudioCompressor.h"},
 }
 # The module's boot starts each service, and so it alone in foundation knows them.
-BOOT = {"tarn/foundation/tnTarn.cpp", "tarn/foundation/tnTarn_test.cpp"}
-# Helpers of the foundation that ask the encoders themselves and so use the writers' conversions.
-PROBES = {"tarn/foundation/tnEncoderProbe.cpp"}
-FFMPEG_ONLY = re.compile(r"^(libav\w+|libswscale|libswresample|x264|soxr|turbojpeg|libyuv|jpeglib)\b")
-FFMPEG_HOMES = ("platform/orb/ffmpeg/", "tools/", "tests/", "bench/", "addons/")
-SYSTEM_ONLY = re.compile(
-    r"^(sys/|unistd\.h|fcntl\.h|pthread\.h|dlfcn\.h|sched\.h|poll\.h|dirent\.h|linux/|X11/|xcb/|mach/mach)")
-INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
+BOOT = "tarn/foundation/tnTarn.cpp"
+BOOT_ROOMS = {"tarn/filters", "tarn/replay", "tarn/movies"}
+# A helper of the foundation that asks the encoders themselves, and so uses the writers' conversions.
+PROBE = {("tarn/foundation/tnEncoderProbe.cpp", "tarn/writers/orbConversions.h")}
+
+# Foreign libraries, each behind its own folders.
+TESTS = ("tests/", "bench/", "fuzz/")
+FOREIGN = [
+    (re.compile(r"^(libav\w+|libswscale|libswresample)/"), ("platform/orb/ffmpeg/", "tools/", *TESTS)),
+    (re.compile(r"^(x264|soxr|turbojpeg|libyuv|jpeglib|zimg)\b"), ("platform/orb/ffmpeg/", *TESTS)),
+    (re.compile(r"^expat\.h"), ("platform/spar/", *TESTS)),
+    (re.compile(r"^(xcb/|X11/|xf86drm|libdrm/)"), ("platform/display/", *TESTS)),
+    (re.compile(r"^CLI/"), ("tools/", *TESTS)),
+]
+# Outside of platform/ a header that ends in .h is the operating system's (or C's, where C++ has its
+# own), unless it is one of these.
+NOT_OF_THE_SYSTEM = re.compile(r"^(libav\w+|libsw\w+|fmt|CLI|xcb|X11)/|^(gtest|gmock|benchmark)/|"
+                               r"^(x264|soxr|turbojpeg|libyuv|jpeglib|zimg|expat|xf86drm)\b")
+SYSTEM_EXCEPTIONS = {
+    # Whether stderr is a terminal is the program's own question; the libraries draw nothing.
+    ("tools/tarn/ProgressLine.cpp", "unistd.h"),
+    # How wide the terminal is, for the same reason.
+    ("tools/tarn/live/LiveView.cpp", "sys/ioctl.h"),
+    ("tools/tarn/live/LiveView.cpp", "unistd.h"),
+    # What a movie takes of the disk so far: its blocks, which C++ does not tell.
+    ("tools/tarn/live/MovieOutput.cpp", "sys/stat.h"),
+    # Commands come in a line at a time while the show runs: stdin is polled, never blocked on.
+    ("tools/tarn/live/CommandInput.cpp", "poll.h"),
+    ("tools/tarn/live/CommandInput.cpp", "unistd.h"),
+}
+INCLUDE = re.compile(r'^\s*#\s*include(?:_next)?\s*(["<])([^">]+)[">]')
+# Beside the sources stand their tests, and the headers that only tests and benchmarks use.
+TEST_FILE = re.compile(r"_(test|bench|fuzz)\.cpp$|(^|/)test[A-Z]\w*\.h$|/test_\w+/|"
+                       r"/(\w+Test(Kit|Support)?|PixelTestPicture|BenchMaterial|PixelRivals|PixelZimg|PixelReference)\.h$")
 
 
-def folder_of(include: str) -> str | None:
-    """The folder in the tree that an include path names, or None for a foreign header."""
-    head = include.split("/")[0]
-    if head in ("spar", "orb", "mach", "display"):
-        path = "platform/" + include
-    elif head in ("tarn", "addons", "tools", "examples", "tests"):
-        path = include
-    else:
-        return None
-    return str(pathlib.PurePosixPath(path).parent)
+def is_test(path: str) -> bool:
+    return path.startswith(TESTS) or TEST_FILE.search(path) is not None
 
 
-def rules_of(folder: str) -> list[str] | None:
-    while folder and folder != ".":
-        if folder in ALLOWED:
-            return ALLOWED[folder]
-        folder = str(pathlib.PurePosixPath(folder).parent)
+def resolve(path: str, include: str) -> str | None:
+    """The file of the tree that a quoted include means, or None for none of ours."""
+    beside = os.path.normpath(os.path.join(os.path.dirname(path), include))
+    for candidate in (f"platform/{include}", include, beside):
+        if (ROOT / candidate).is_file():
+            return candidate
     return None
 
 
-def allowed(path: str, target: str, name: str) -> bool:
-    folder = str(pathlib.PurePosixPath(path).parent)
-    if target == folder or path in BOOT or path in PROBES:
+def rules_of(folder: str) -> list[str]:
+    while folder not in ALLOWED:
+        folder = os.path.dirname(folder)
+        if not folder:
+            return []
+    return ALLOWED[folder]
+
+
+def is_allowed(path: str, target: str) -> bool:
+    folder, room = os.path.dirname(path), os.path.dirname(target)
+    if folder == room or (path, target) in PROBE or (path == BOOT and room in BOOT_ROOMS):
         return True
-    meeting = MEETING.get((folder, target))
-    if meeting is not None:
-        return name in meeting
-    rules = rules_of(folder)
-    if rules is None:
-        return True
-    own = next((top for top in ALLOWED if folder == top), None)
-    for rule in rules:
-        if target == rule or (rule.endswith("/") and (target + "/").startswith(rule)):
+    if (folder, room) in MEETING:
+        return os.path.basename(target) in MEETING[folder, room]
+    for rule in rules_of(folder):
+        if rule == INSTALLED and target.removeprefix("platform/") in public_headers():
             return True
-    return own is None and target.startswith(folder.split("/")[0] + "/")
+        if room == rule or (rule.endswith("/*") and (room + "/").startswith(rule[:-1])):
+            return True
+    return False
 
 
-def complaints(path: str) -> list[str]:
-    is_test = path.endswith(("_test.cpp", "_bench.cpp")) or path.startswith(("tests/", "bench/", "fuzz/"))
+def complaint_of_quoted(path: str, include: str) -> str | None:
+    if ".." in include.split("/") and path.startswith(("platform/", "tarn/")):
+        return f"{include} goes round by its parent; include it by its full name"
+    target = resolve(path, include)
+    if target is None:
+        return f"{include} is no header of the tree; foreign ones stand in angle brackets"
+    if is_test(path):
+        return None
+    if is_test(target):
+        return f"production code includes a test header {include}"
+    if not is_allowed(path, target):
+        return f"{include} is not a header that this folder may know"
+    return None
+
+
+def complaint_of_angled(path: str, include: str) -> str | None:
+    if is_test(path):
+        return None
+    for pattern, homes in FOREIGN:
+        if pattern.match(include) and not path.startswith(homes):
+            return f"{include} belongs in {homes[0]} alone"
+    system = include.endswith(".h") and not NOT_OF_THE_SYSTEM.match(include)
+    if system and not path.startswith("platform/") and (path, include) not in SYSTEM_EXCEPTIONS:
+        return f"{include} is an operating-system header; what needs it belongs in platform/"
+    return None
+
+
+def complaints(path: str, text: str) -> list[str]:
     found = []
-    for number, line in enumerate((ROOT / path).read_text(errors="replace").splitlines(), 1):
+    for number, line in enumerate(text.splitlines(), 1):
         match = INCLUDE.match(line)
         if not match:
             continue
-        include = match.group(2)
-        where = f"{path}:{number}"
-        target = folder_of(include)
-        if target is not None:
-            if target.startswith("tests") and not is_test:
-                found.append(f"{where}: production code includes a test header {include}")
-            elif not is_test and not allowed(path, target, include.split("/")[-1]):
-                found.append(f"{where}: {include} is not a room that this folder may know")
-            continue
-        if FFMPEG_ONLY.match(include) and not path.startswith(FFMPEG_HOMES) and not is_test:
-            found.append(f"{where}: {include} belongs in platform/orb/ffmpeg alone")
-        if (SYSTEM_ONLY.match(include) and path.startswith("tarn/") and not is_test):
-            found.append(f"{where}: {include} is an operating-system header; it belongs in platform/")
+        check = complaint_of_quoted if match.group(1) == '"' else complaint_of_angled
+        if complaint := check(path, match.group(2)):
+            found.append(f"{path}:{number}: {complaint}")
     return found
 
 
 def main() -> int:
     files = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "*.h", "*.cpp"], cwd=ROOT,
                            capture_output=True, text=True, check=True).stdout.split()
-    found = [line for path in files if (ROOT / path).exists() for line in complaints(path)]
+    found = [line for path in files if (ROOT / path).exists()
+             for line in complaints(path, (ROOT / path).read_text(errors="replace"))]
     print("\n".join(found), end="\n" if found else "", file=sys.stderr)
     return 1 if found else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

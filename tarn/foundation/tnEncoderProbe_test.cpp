@@ -9,7 +9,8 @@
 
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
-#include "tarn/foundation/vtbxTestSupport.h"
+
+#include "tests/support/vtbxTestSupport.h"
 
 using namespace Quillon::Orb;
 

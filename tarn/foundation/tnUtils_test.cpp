@@ -8,7 +8,8 @@
 #include "spar/zTime.h"
 #include "tarn/foundation/TCache.h"
 #include "tarn/foundation/tnMediaRecord.h"
-#include "tarn/foundation/vtbxTestSupport.h"
+
+#include "tests/support/vtbxTestSupport.h"
 
 namespace {
 

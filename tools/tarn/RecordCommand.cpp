@@ -57,7 +57,7 @@ struct QualityOf {
     std::vector<std::string> qualities;
 };
 
-const QualityOf kQualities[] = {
+const QualityOf gQualities[] = {
     {"ProRes", {"prores_422_proxy", "prores_422_lt", "prores_422", "prores_422_hq", "prores_4444"}},
     {"MJPEG", {"mjpeg_best", "mjpeg_high", "mjpeg_medium", "mjpeg_low"}},
 };
@@ -66,9 +66,9 @@ const QualityOf kQualities[] = {
 std::string check_quality(const RecordOptions& options) {
     if (options.quality.empty()) return "";
     const auto* known =
-        std::find_if(std::begin(kQualities), std::end(kQualities),
+        std::find_if(std::begin(gQualities), std::end(gQualities),
                      [&](const QualityOf& row) { return options.video == row.video; });
-    if (known == std::end(kQualities)) {
+    if (known == std::end(gQualities)) {
         return fmt::format(
             "--quality '{}': {} goes by --bitrate; only ProRes and MJPEG have "
             "qualities",
