@@ -14,7 +14,7 @@ set(CMAKE_CXX_FLAGS_SANITIZE "-O1 -g1 -fno-omit-frame-pointer")
 add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wpointer-arith
                     -Wimplicit-fallthrough -Wvla -Werror
                     -Wno-multichar) # four-character codes are this code base's vocabulary
-# Four-character codes compare equal across signedness by design; the codes are below 0x80000000.
+# Pixels, sound and records' blocks are bytes that are read in place as numbers of several sizes.
 add_compile_options(-fno-strict-aliasing)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     add_compile_options(-Wno-four-char-constants)

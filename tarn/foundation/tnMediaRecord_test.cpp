@@ -1,6 +1,7 @@
 #include "tarn/foundation/tnMediaRecord.h"
 
 #include <climits>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
@@ -226,6 +227,40 @@ TEST_F(tnMediaRecordTest, CanvasFollowsARecordOfWholeMacroblocks) {
         EXPECT_FLOAT_EQ(ratio, canvas.fNewRatio);
         EXPECT_EQ(channelWidth, canvas.fChannelWidth);
         EXPECT_EQ(channelHeight, canvas.fChannelHeight);
+    }
+}
+
+TEST_F(tnMediaRecordTest, CanvasOrRatioWithoutAShapeGoesByTheRulesOfFloats) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    const float none = std::nanf("");
+    const Canvas kCanvases[] = {
+        {"canvas without a size", 1280, 720, 1600, 900, 0, 0, 2.0f, 1280, 720, none},
+        {"canvas without a height", 1280, 720, 1600, 900, 640, 0, 2.0f, 1280, 720, 0.0f},
+        {"canvas without a width", 1280, 720, 1600, 900, 0, 480, 2.0f, 1280, 720, kInfinity},
+        {"no channel asks no canvas", 1280, 720, 0, 900, 0, 0, 2.0f, 1280, 720, 2.0f},
+        {"nothing anywhere", 0, 0, 0, 0, 0, 0, 2.0f, 0, 0, none},
+        {"no height and a flat canvas", 1280, 0, 4, 3, 640, 0, 2.0f, 640, 0, kInfinity},
+        {"ratio that is no number", 1280, 720, 1600, 900, 640, 480, none, 1280, 720, none},
+        {"negative width", -16, 16, 0, 0, 640, 480, 2.0f, -16, 16, 2.0f},
+        {"negative height", 16, -16, 4, 3, 640, 480, 2.0f, 640, 480, 640.0f / 480.0f},
+    };
+    for (const Canvas& canvas : kCanvases) {
+        SCOPED_TRACE(canvas.fWhat);
+        tnMediaRecord record = video(canvas.fWidth, canvas.fHeight);
+        int channelWidth = canvas.fChannelWidth;
+        int channelHeight = canvas.fChannelHeight;
+        int canvasWidth = canvas.fCanvasWidth;
+        int canvasHeight = canvas.fCanvasHeight;
+        float ratio = canvas.fRatio;
+        record.AlignChannelAndCanvasCoordinates(&channelWidth, &channelHeight, &canvasWidth,
+                                                &canvasHeight, &ratio);
+        EXPECT_EQ(canvasWidth, canvas.fNewWidth);
+        EXPECT_EQ(canvasHeight, canvas.fNewHeight);
+        if (std::isnan(canvas.fNewRatio)) {
+            EXPECT_TRUE(std::isnan(ratio)) << ratio;
+        } else {
+            EXPECT_FLOAT_EQ(ratio, canvas.fNewRatio);
+        }
     }
 }
 

@@ -181,7 +181,7 @@ std::string tnOutputAccessor::PresetName() const {
 }
 
 void tnOutputAccessor::SetPresetName(const std::string& name) {
-    set_text('mPRS', name.c_str());
+    set_string('mPRS', name);
 }
 
 std::string tnOutputAccessor::URL() const {
@@ -189,7 +189,7 @@ std::string tnOutputAccessor::URL() const {
 }
 
 void tnOutputAccessor::SetURL(const std::string& url) {
-    set_text('mURL', url.c_str());
+    set_string('mURL', url);
 }
 
 std::string tnOutputAccessor::OutputBranding() const {
@@ -197,7 +197,7 @@ std::string tnOutputAccessor::OutputBranding() const {
 }
 
 void tnOutputAccessor::SetOutputBranding(const std::string& branding) {
-    set_text('mObr', branding.c_str());
+    set_string('mObr', branding);
 }
 
 std::string tnOutputAccessor::OutputDisplayGroupName() const {
@@ -205,7 +205,7 @@ std::string tnOutputAccessor::OutputDisplayGroupName() const {
 }
 
 void tnOutputAccessor::SetOutputDisplayGroupName(const std::string& name) {
-    set_text('tnGN', name.c_str());
+    set_string('tnGN', name);
 }
 
 std::string tnOutputAccessor::OutputDisplayName() const {
@@ -213,7 +213,7 @@ std::string tnOutputAccessor::OutputDisplayName() const {
 }
 
 void tnOutputAccessor::SetOutputDisplayName(const std::string& name) {
-    set_text('tnDN', name.c_str());
+    set_string('tnDN', name);
 }
 
 int tnOutputAccessor::StreamingAction() const {
@@ -277,7 +277,7 @@ std::string tnOutputAccessor::LocationOnServer() const {
 }
 
 void tnOutputAccessor::SetLocationOnServer(const std::string& location) {
-    set_text('mloc', location.c_str());
+    set_string('mloc', location);
 }
 
 std::string tnOutputAccessor::LocationOnServerWithBitrate() const {
@@ -286,7 +286,7 @@ std::string tnOutputAccessor::LocationOnServerWithBitrate() const {
 }
 
 void tnOutputAccessor::SetLocationOnServerWithBitrate(const std::string& location) {
-    set_text('mloB', location.c_str());
+    set_string('mloB', location);
 }
 
 int tnOutputAccessor::MilliTimeout() const {
@@ -458,6 +458,12 @@ void tnOutputAccessor::set_int(unsigned long long id, int value) {
 void tnOutputAccessor::set_int(const char* key, int value) {
     if (fRecord != nullptr) {
         fRecord->SetInt32(key, value, 0);
+    }
+}
+
+void tnOutputAccessor::set_string(unsigned long long id, const std::string& text) {
+    if (fRecord != nullptr) {
+        fRecord->SetString(id, text, 0);
     }
 }
 

@@ -145,6 +145,7 @@ private:
     void set_bool(unsigned long long id, bool value);
     void set_int(unsigned long long id, int value);
     void set_int(const char* key, int value);
+    void set_string(unsigned long long id, const std::string& text);
     void set_text(unsigned long long id, const char* text);
     void set_text(const char* key, const char* text);
 

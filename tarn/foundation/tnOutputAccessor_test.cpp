@@ -315,6 +315,7 @@ TEST_F(tnOutputAccessorTest, GroupNamesAreSearched) {
     EXPECT_TRUE(Accessor::HasOutputWithGroupName(outputs, "main"));
     EXPECT_TRUE(Accessor::HasOutputWithGroupName(outputs, ""));  // the first has none
     EXPECT_FALSE(Accessor::HasOutputWithGroupName(outputs, "mai"));
+    EXPECT_FALSE(Accessor::HasOutputWithGroupName(outputs, nullptr));  // no name is no empty name
 }
 
 TEST_F(tnOutputAccessorTest, AssignmentCopiesAndNeverRepoints) {
@@ -331,6 +332,29 @@ TEST_F(tnOutputAccessorTest, AssignmentCopiesAndNeverRepoints) {
     target = static_cast<const zRecord&>(plain);
     EXPECT_EQ(target.URL(), "rtsp://host/two");
     EXPECT_EQ(fAccessor.URL(), "rtsp://host/one");
+}
+
+TEST_F(tnOutputAccessorTest, AssignmentLeavesTwoRecordsThatAreEqual) {
+    fAccessor.SetURL("rtsp://host/one");
+    fAccessor.SetOutputUniqueID(7);
+    fAccessor.SetOutputEnabled(true);
+    fRecord.AddChild(new zRecord(fRecord), 0);
+    zRecord other;
+    other.SetInt32("of its own", 1);
+    Accessor target(other);
+    target = fAccessor;
+    EXPECT_EQ(other.Description(), fRecord.Description());
+    EXPECT_EQ(other.ChildCount(), 1u);
+    target.SetURL("rtsp://host/two");
+    EXPECT_EQ(fAccessor.URL(), "rtsp://host/one");
+}
+
+TEST_F(tnOutputAccessorTest, StringsKeepZeroBytes) {
+    const std::string text("one\0two", 7);
+    for (const StringKey& key : kStrings) {
+        (fAccessor.*key.fSet)(text);
+        EXPECT_EQ((fAccessor.*key.fGet)(), text) << key.fKey;
+    }
 }
 
 TEST_F(tnOutputAccessorTest, AssignmentOfOrToNothingDoesNothing) {
