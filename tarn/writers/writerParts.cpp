@@ -22,10 +22,10 @@ int MakeAudioConversion(const tnMediaRecord& source, const tnMediaRecord& encode
     converter = tnAudioConverter::Factory();
     const int code = converter->Init(source, encoded);
     if (code != 0) return code;
-    const int halfSecond = encoded.fSampleRate.AsInt32(0) / 2;
-    const int frameBytes =
-        encoded.fChannels.AsInt32(0) * (encoded.fBitsPerSample.AsInt32('mbps') / 8);
-    bufferSize = static_cast<unsigned int>(halfSecond) * static_cast<unsigned int>(frameBytes);
+    const auto halfSecond = static_cast<unsigned int>(encoded.fSampleRate.AsInt32(0) / 2);
+    const auto channels = static_cast<unsigned int>(encoded.fChannels.AsInt32(0));
+    const auto sampleBytes = static_cast<unsigned int>(encoded.fBitsPerSample.AsInt32('mbps') / 8);
+    bufferSize = halfSecond * channels * sampleBytes;
     delete[] buffer;
     buffer = new unsigned char[bufferSize];
     return 0;
