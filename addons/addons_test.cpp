@@ -6,7 +6,7 @@
 #include "tarn/movies/tnFormatsIterator.h"
 #include "tarn/movies/tnXIMovieFile.h"
 
-#include "addons/testHost.h"
+#include "tests/support/addonHost.h"
 
 using namespace addonTest;
 using tests::CountFrames;

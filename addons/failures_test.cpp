@@ -10,7 +10,7 @@
 #include "orb/MovieFileInventory.h"
 #include "orb/container/MovieFile.h"
 
-#include "addons/testHost.h"
+#include "tests/support/addonHost.h"
 
 using namespace addonTest;
 using namespace Quillon::Orb;

@@ -5,7 +5,7 @@
 
 #include "tarn/replay/tnReplayManifest.h"
 
-#include "addons/testHost.h"
+#include "tests/support/addonHost.h"
 
 using namespace addonTest;
 using tests::CountFrames;

@@ -10,7 +10,7 @@
 #include "tarn/movies/tnOutputStream.h"
 #include "tarn/movies/tnSharedEncoders.h"
 
-#include "addons/testHost.h"
+#include "tests/support/addonHost.h"
 
 using namespace addonTest;
 

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "addons/testHost.h"
 #include "tests/support/AvCodecs.h"
+#include "tests/support/addonHost.h"
 
 using namespace addonTest;
 
