@@ -7,8 +7,9 @@
 #include <fmt/format.h>
 #include <utility>
 
-#include "spar/zXML.h"
 #include "tarn/foundation/tnOutputAccessor.h"
+
+#include "../XmlInput.h"
 
 namespace {
 
@@ -16,10 +17,6 @@ constexpr double kFastestRate = 1000;
 constexpr int kLargestSide = 16384;
 constexpr int kDefaultWidth = 640;
 constexpr int kDefaultHeight = 360;
-
-std::string tag_of(const zRecord& record) {
-    return record.AsString('xTag', "");
-}
 
 // A record counts a text that spells a number as that number, and "true" as no truth at all. People
 // write true and false; where a text is meant, it stays one.
@@ -43,42 +40,12 @@ void take_words_for_truth(zRecord& record) {
     }
 }
 
-std::string xml_trouble(int code) {
-    switch (code) {
-        case zXML::kNoElement:
-            return "holds no whole XML element";
-        case zXML::kDoctype:
-            return "has a document type, which is not read; take the DOCTYPE out";
-        case zXML::kTooDeep:
-        case zXML::kTooBig:
-            return "is too deep or too big for a show";
-        default:
-            return "is not well-formed XML; check its tags and quotes (xmllint shows the line)";
-    }
-}
-
-// The reader takes what stands complete before a break, which is too kind to a file that people
-// write: a show that lost its end has lost outputs.
-bool is_closed(const std::string& text, const std::string& root, const zRecord& record) {
-    if (text.rfind("</" + root) != std::string::npos) return true;
-    const std::size_t last = text.find_last_not_of(" \t\r\n");
-    return !record.HasChildren() && last > 0 && text.compare(last - 1, 2, "/>") == 0;
-}
-
 bool parse_xml(const std::string& text, const std::string& where, const std::string& root,
                zRecord& record, std::string& error) {
-    const int code = zXML::ParseMemory(zXML::kAttributes, &record, text.data(), text.size());
-    if (code != 0) {
-        error = fmt::format("{}: {}", where, xml_trouble(code));
-        return false;
-    }
-    if (tag_of(record) != root) {
+    if (!ParseXmlText(text, where, record, error)) return false;
+    if (XmlTagOf(record) != root) {
         error =
-            fmt::format("{}: begins with <{}>; it has to be a <{}>", where, tag_of(record), root);
-        return false;
-    }
-    if (!is_closed(text, root, record)) {
-        error = fmt::format("{}: ends before </{}>; close its tags", where, root);
+            fmt::format("{}: begins with <{}>; it has to be a <{}>", where, XmlTagOf(record), root);
         return false;
     }
     take_words_for_truth(record);
@@ -167,7 +134,7 @@ bool read_source(const zRecord& record, ShowSource& source, const std::string& f
 
 bool read_track(const zRecord& element, tnMediaRecord& track, const std::string& where,
                 std::string& error) {
-    const std::string tag = tag_of(element);
+    const std::string tag = XmlTagOf(element);
     if (tag != "video" && tag != "audio") {
         error = fmt::format("{}: <{}> is no track; it takes <video> and <audio>", where, tag);
         return false;
@@ -228,7 +195,7 @@ bool is_taken(const Show& show, const ShowOutput& output) {
 }
 
 bool add_element(const zRecord& element, const std::string& where, Show& show, std::string& error) {
-    const std::string tag = tag_of(element);
+    const std::string tag = XmlTagOf(element);
     if (tag == "source") {
         ShowSource source;
         if (!read_source(element, source, where, error)) return false;
@@ -257,7 +224,7 @@ bool add_element(const zRecord& element, const std::string& where, Show& show, s
 bool add_elements(const zRecord& root, const std::string& where, Show& show, std::string& error) {
     for (const bool sources : {true, false}) {
         for (const zRecord* child : root.Children()) {
-            if (!child || (tag_of(*child) == "source") != sources) continue;
+            if (!child || (XmlTagOf(*child) == "source") != sources) continue;
             if (!add_element(*child, where, show, error)) return false;
         }
     }
@@ -337,26 +304,9 @@ bool ReadShowText(const std::string& text, const std::string& where, Show& show,
 }
 
 bool ReadShow(const std::string& path, Show& show, std::string& error) {
-    const std::string where = fmt::format("'{}'", path);
-    std::error_code failed;
-    if (!std::filesystem::is_regular_file(path, failed)) {
-        error = fmt::format("{}: there is no such show file", where);
-        return false;
-    }
     std::string text;
-    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
-        char block[4096];
-        std::size_t got = 0;
-        while (text.size() <= zXML::kMaxTagBytes &&
-               (got = std::fread(block, 1, sizeof block, file)) > 0) {
-            text.append(block, got);
-        }
-        std::fclose(file);
-    } else {
-        error = fmt::format("{}: cannot be read; check its permissions", where);
-        return false;
-    }
-    return ReadShowText(text, where, show, error);
+    if (!ReadXmlFile(path, text, error)) return false;
+    return ReadShowText(text, fmt::format("'{}'", path), show, error);
 }
 
 bool ReadShowOutput(const std::string& text, const Show& show, ShowOutput& output,

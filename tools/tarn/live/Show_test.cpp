@@ -145,7 +145,7 @@ TEST_F(ShowFile, IsReadFromDisk) {
     const tests::TestFolder folder;
     const std::string path = folder.File("show.xml");
     EXPECT_FALSE(ReadShow(path, fShow, fError));
-    EXPECT_NE(fError.find("no such show file"), std::string::npos) << fError;
+    EXPECT_NE(fError.find("no such file"), std::string::npos) << fError;
     EXPECT_FALSE(ReadShow(folder.Path(), fShow, fError));
     std::FILE* const file = std::fopen(path.c_str(), "w");
     std::fputs(show_of(std::string(kSource) + kOutput).c_str(), file);
