@@ -1,7 +1,9 @@
 #include <CLI/CLI.hpp>
 
 #include "ClockCommand.h"
+#include "IsoCommand.h"
 #include "LiveCommand.h"
+#include "ProbeCommand.h"
 #include "RecordCommand.h"
 #include "avHandles.h"
 #include "sync/SyncCommand.h"
@@ -15,6 +17,8 @@ int main(int argc, char** argv) {
     AddClockCommand(app, exitCode);
     AddLiveCommand(app, exitCode);
     AddSyncCommand(app, exitCode);
+    AddIsoCommand(app, exitCode);
+    AddProbeCommand(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }

@@ -1,0 +1,148 @@
+#include "IsoSettings.h"
+
+#include <fmt/format.h>
+#include <memory>
+#include <optional>
+
+#include "spar/zStringID.h"
+
+#include "XmlInput.h"
+
+namespace {
+
+constexpr const char* kTruths[] = {"video_track_enabled", "audio_track_enabled",
+                                   "file_duration_maxed"};
+constexpr const char* kNumbers[] = {"video_bitrate", "file_duration"};
+
+/// Records are read by id where files have keys.
+void name_identity() {
+    zStringID::Default().Add('guid', "guid", false);
+}
+
+std::string text_of(const zRecord& record, const char* key) {
+    char scratch[64] = {};
+    return record.AsCString(key, "", &scratch);
+}
+
+bool read_truth(const zRecord& record, const char* key, bool otherwise, const std::string& where,
+                bool& value, std::string& error) {
+    value = otherwise;
+    if (!record.ExistsKey(key)) return true;
+    const std::string text = text_of(record, key);
+    value = text == "true" || text == "1";
+    if (value || text == "false" || text == "0") return true;
+    error = fmt::format("{}: {}=\"{}\" is neither true nor false", where, key, text);
+    return false;
+}
+
+bool read_source(const zRecord& element, bool isShot, IsoSettings& settings,
+                 const std::string& where, std::string& error) {
+    const char* const key = isShot ? "shot_id" : "source_id";
+    IsoSource source;
+    source.id = text_of(element, key);
+    source.isShot = isShot;
+    if (source.id.empty()) {
+        error = fmt::format("{}: a <{}> has no {}; give it one", where, XmlTagOf(element), key);
+        return false;
+    }
+    const std::string its = fmt::format("{}: {} '{}'", where, XmlTagOf(element), source.id);
+    if (!read_truth(element, "video", true, its, source.hasVideo, error) ||
+        !read_truth(element, "audio", true, its, source.hasAudio, error)) {
+        return false;
+    }
+    settings.sources.push_back(source);
+    return true;
+}
+
+bool read_output(const zRecord& element, IsoSettings& settings, const std::string& where,
+                 std::string& error) {
+    auto output = std::make_unique<zRecord>(element);
+    const unsigned int number = settings.outputs.ChildCount() + 1;
+    // Outputs without an identity would all count as one, and so never clash.
+    if (output->AsString('guid', "").empty()) {
+        output->SetString('guid', fmt::format("output {}", number));
+    }
+    const std::string its = fmt::format("{}: output '{}'", where, IsoOutputName(*output));
+    if (!ReadIsoValues(*output, its, error)) return false;
+    settings.outputs.AddChild(output.release(), 0x7FFFFFFF);
+    return true;
+}
+
+bool read_element(const zRecord& element, IsoSettings& settings, const std::string& where,
+                  std::string& error) {
+    const std::string tag = XmlTagOf(element);
+    if (tag == "source" || tag == "shot") {
+        return read_source(element, tag == "shot", settings, where, error);
+    }
+    if (tag == "iso_output") return read_output(element, settings, where, error);
+    error = fmt::format("{}: <{}> is unknown; settings hold <iso_output>, <source> and <shot>",
+                        where, tag);
+    return false;
+}
+
+bool read_list(const zRecord& root, IsoSettings& settings, const std::string& where,
+               std::string& error) {
+    for (const zRecord* child : root.Children()) {
+        if (child && !read_element(*child, settings, where, error)) return false;
+    }
+    if (settings.outputs.HasChildren()) return true;
+    error = fmt::format("{}: has no <iso_output>; there is nothing to check", where);
+    return false;
+}
+
+}  // namespace
+
+bool ReadIsoValues(zRecord& output, const std::string& where, std::string& error) {
+    for (const char* const key : kTruths) {
+        if (!output.ExistsKey(key)) continue;
+        bool value = false;
+        if (!read_truth(output, key, false, where, value, error)) return false;
+        output.SetBool(key, value);
+    }
+    for (const char* const key : kNumbers) {
+        if (!output.ExistsKey(key)) continue;
+        constexpr int kNone = -2147483647;
+        const int value = output.AsInt32(key, kNone);
+        if (value == kNone) {
+            error =
+                fmt::format("{}: {}=\"{}\" is no whole number", where, key, text_of(output, key));
+            return false;
+        }
+        output.SetInt32(key, value);
+    }
+    return true;
+}
+
+std::string IsoOutputName(const zRecord& output) {
+    for (const char* const key : {"output_display_name", "output_filename"}) {
+        const std::string name = text_of(output, key);
+        if (!name.empty()) return name;
+    }
+    return output.AsString('guid', "");
+}
+
+bool ReadIsoSettingsText(const std::string& text, const std::string& where, IsoSettings& settings,
+                         std::string& error) {
+    name_identity();
+    zRecord root;
+    IsoSettings read;
+    if (!ParseXmlText(text, where, root, error)) return false;
+    const std::string tag = XmlTagOf(root);
+    if (tag != "iso" && tag != "iso_output") {
+        error =
+            fmt::format("{}: begins with <{}>; it has to be <iso> or one <iso_output>", where, tag);
+        return false;
+    }
+    const bool taken =
+        tag == "iso" ? read_list(root, read, where, error) : read_output(root, read, where, error);
+    if (!taken) return false;
+    settings.outputs.TakeFrom(read.outputs);
+    settings.sources = std::move(read.sources);
+    return true;
+}
+
+bool ReadIsoSettings(const std::string& path, IsoSettings& settings, std::string& error) {
+    std::string text;
+    return ReadXmlFile(path, text, error) &&
+           ReadIsoSettingsText(text, fmt::format("'{}'", path), settings, error);
+}

@@ -1,0 +1,57 @@
+#include "ProbeCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <memory>
+
+#include "EncoderTrial.h"
+#include "TextUnits.h"
+
+namespace {
+
+const char* where_it_runs(const EncoderAnswer& answer) {
+    return answer.inHardware ? "hardware" : "software";
+}
+
+void print_text(const EncoderKind& kind, const EncoderAnswer& answer) {
+    if (answer.works) {
+        fmt::print("{:<20}  {}\n", kind.name, where_it_runs(answer));
+    } else {
+        fmt::print("{:<20}  not here: {}\n", kind.name, answer.why);
+    }
+    std::fflush(stdout);
+}
+
+void print_json(const EncoderKind& kind, const EncoderAnswer& answer) {
+    fmt::print(R"({{"event":"encoder","name":{},"offered":{},"runs":{},"why":{}}})"
+               "\n",
+               JsonString(kind.name), answer.works,
+               answer.works ? JsonString(where_it_runs(answer)) : "null",
+               answer.works ? "null" : JsonString(answer.why));
+    std::fflush(stdout);
+}
+
+void probe(bool json) {
+    int offered = 0;
+    for (const EncoderKind& kind : AllEncoderKinds()) {
+        const EncoderAnswer answer = TryEncoder(kind);
+        offered += answer.works ? 1 : 0;
+        json ? print_json(kind, answer) : print_text(kind, answer);
+    }
+    if (json) fmt::print("{{\"event\":\"done\",\"offered\":{}}}\n", offered);
+}
+
+}  // namespace
+
+void AddProbeCommand(CLI::App& app, int& exitCode) {
+    auto json = std::make_shared<bool>(false);
+    CLI::App* command = app.add_subcommand(
+        "probe", "Try every encoder on this machine: where it runs, or why it does not");
+    command->add_flag("--json", *json, "a JSON object a line, for machines");
+    command->callback([json, &exitCode] {
+        probe(*json);
+        exitCode = EXIT_SUCCESS;
+    });
+}
