@@ -1,3 +1,4 @@
+#include "IsoOutput.h"
 #include "LiveOutput.h"
 #include "MovieOutput.h"
 #include "ReplayOutput.h"
@@ -8,6 +9,7 @@ std::vector<LiveOutputKind>& kinds() {
     static std::vector<LiveOutputKind> known = {
         {"movie", MakeMovieOutput, CheckMovieOutput},
         {"replay", MakeReplayOutput, CheckReplayOutput},
+        {"iso", MakeIsoOutput, CheckIsoShowOutput},
     };
     return known;
 }
