@@ -1,4 +1,5 @@
-// Taking entries from a pool and giving them back: zPool beside libavutil's buffer pool.
+// Taking entries from a pool and giving them back: zPool, and stream buffers with their counted
+// writing reference, beside libavutil's buffer pool.
 //
 // One iteration takes N entries and returns them in the order of taking; two threads share one
 // pool.
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "spar/zPool.h"
+#include "tarn/movies/tnStreamBufferGroup.h"
 
 extern "C" {
 #include <libavutil/buffer.h>
@@ -37,6 +39,24 @@ public:
 
 private:
     zPool<Block> fPool;
+};
+
+/// As frames travel: taken, referenced by the writer, and back with the last reference.
+class StreamBuffers {
+public:
+    using Handle = tnStreamBuffer*;
+
+    StreamBuffers() { fGroup.CreateBuffers(kMostEntries * kMostThreads, sizeof(Block), true); }
+    Handle Take() {
+        Handle buffer = nullptr;
+        fGroup.GetBuffer(&buffer, false);
+        buffer->AddWritingRef();
+        return buffer;
+    }
+    void Return(Handle& buffer) { buffer->ReleaseWriting(); }
+
+private:
+    tnStreamBufferGroup fGroup;
 };
 
 class TheirPool {
@@ -90,8 +110,14 @@ void take_the_last_of(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(take_and_return<OurPool>)->RangeMultiplier(4)->Range(1, kMostEntries);
+BENCHMARK(take_and_return<StreamBuffers>)->RangeMultiplier(4)->Range(1, kMostEntries);
 BENCHMARK(take_and_return<TheirPool>)->RangeMultiplier(4)->Range(1, kMostEntries);
 BENCHMARK(take_and_return<OurPool>)
+    ->RangeMultiplier(4)
+    ->Range(1, kMostEntries)
+    ->Threads(kMostThreads)
+    ->UseRealTime();
+BENCHMARK(take_and_return<StreamBuffers>)
     ->RangeMultiplier(4)
     ->Range(1, kMostEntries)
     ->Threads(kMostThreads)

@@ -1,0 +1,59 @@
+#include "tarn/filters/tnFilter.h"
+
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "tests/support/filterDoubles.h"
+
+using namespace filterDoubles;
+
+namespace {
+
+TEST(Compressors, AFailedDescriptionIsAskedAgainAndASuccessIsFinal) {
+    VideoCompressor video;
+    EXPECT_EQ(video.DecoderInfo(), nullptr);
+    EXPECT_EQ(video.DecoderInfo(), nullptr);
+    EXPECT_EQ(video.fAsked, 2);
+    video.fDescriptionResult = 0;
+    video.fDescription = {1, 2, 3};
+    const auto info = video.DecoderInfo();
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(*info, (std::vector<unsigned char>{1, 2, 3}));
+    video.fDescription = {9};
+    EXPECT_EQ(video.DecoderInfo(), info);
+    EXPECT_EQ(video.fAsked, 3);
+
+    VideoCompressor empty;
+    empty.fDescriptionResult = 0;
+    ASSERT_NE(empty.DecoderInfo(), nullptr);
+    EXPECT_TRUE(empty.DecoderInfo()->empty());
+    EXPECT_EQ(empty.fAsked, 1);
+
+    AudioCompressor audio;
+    EXPECT_EQ(audio.DecoderInfo(), nullptr);
+}
+
+TEST(Compressors, AFailingCreateNeverReachesTheInputFormat) {
+    VideoCompressor video;
+    video.fCreateResult = -1;
+    EXPECT_FALSE(video.CreateFilter(VideoFormat(nullptr)));
+    EXPECT_EQ(video.fConfigured, 0);
+    AudioCompressor audio;
+    EXPECT_TRUE(audio.CreateFilter(AudioFormat(nullptr)));
+    audio.fCreateResult = -1;
+    EXPECT_FALSE(audio.CreateFilter(AudioFormat(nullptr)));
+}
+
+TEST(EncodedBuffers, HaveTheirDefaults) {
+    Picture* picture = new Picture(0, true);
+    EXPECT_EQ(picture->CompressedDataSize(), picture->DataSize());
+    EXPECT_EQ(picture->DataAsByteArray(), nullptr);
+    EXPECT_EQ(picture->fSyncTime, -1);
+    picture->Release();
+    Sound* sound = new Sound(100, 1, 0);
+    EXPECT_EQ(sound->fTimestamps, std::vector<long long>(32, -1));
+    EXPECT_EQ(sound->AudioSample(0), nullptr);
+    sound->Release();
+}
+
+}  // namespace
