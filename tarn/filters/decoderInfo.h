@@ -6,14 +6,19 @@
 #include "spar/zBuffer.h"
 
 /// The compressor's decoder description through `cache`. A failed attempt leaves the cache empty,
-/// so that the next call asks again; a success, an empty description included, is final.
+/// so that the next call asks again; a success, an empty description included, is final: of calls
+/// on several threads, as of one who joins and of one who already writes, the first to succeed
+/// stands.
 template <typename Compressor>
 std::shared_ptr<const std::vector<unsigned char>> CachedDecoderInfo(
     Compressor& compressor, std::shared_ptr<const std::vector<unsigned char>>& cache) {
-    if (cache) return cache;
+    using Info = std::shared_ptr<const std::vector<unsigned char>>;
+    if (Info known = std::atomic_load(&cache)) return known;
     zBuffer description(0, 0);
-    if (compressor.GetDecoderDescription(description) != 0) return cache;
+    if (compressor.GetDecoderDescription(description) != 0) return nullptr;
     const auto* bytes = static_cast<const unsigned char*>(description.Data());
-    cache = std::make_shared<std::vector<unsigned char>>(bytes, bytes + description.Size());
-    return cache;
+    const Info made =
+        std::make_shared<const std::vector<unsigned char>>(bytes, bytes + description.Size());
+    Info first;
+    return std::atomic_compare_exchange_strong(&cache, &first, made) ? made : first;
 }

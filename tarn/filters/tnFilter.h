@@ -19,6 +19,6 @@ public:
     /// Builds the real encoder for that input and the held output format; true on success.
     virtual bool CreateFilter(const tnMediaRecord& input) = 0;
     /// What a decoder needs beforehand; null if there is none, or none yet. Kept once it is there.
-    /// No lock: from an initialisation function or the sample path.
+    /// From an initialisation function or the sample path, also at once.
     virtual std::shared_ptr<const std::vector<unsigned char>> DecoderInfo() = 0;
 };

@@ -1,6 +1,9 @@
 #include "tarn/filters/tnFilter.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <memory>
+#include <thread>
 #include <vector>
 
 #include "tests/support/filterDoubles.h"
@@ -31,6 +34,33 @@ TEST(Compressors, AFailedDescriptionIsAskedAgainAndASuccessIsFinal) {
 
     AudioCompressor audio;
     EXPECT_EQ(audio.DecoderInfo(), nullptr);
+}
+
+// One joins and asks in its initialisation function while another one writes.
+TEST(Compressors, OneDescriptionStandsForAllThreads) {
+    class Describing final : public VideoCompressor {
+    public:
+        int GetDecoderDescription(zBuffer& out) override {
+            out.SetAndCopyData("avcC", 4, 0);
+            return 0;
+        }
+    };
+    for (int round = 0; round < 100; ++round) {
+        Describing video;
+        std::vector<std::shared_ptr<const std::vector<unsigned char>>> seen(4);
+        std::atomic<int> waiting{4};
+        std::vector<std::thread> threads;
+        for (auto& one : seen) {
+            threads.emplace_back([&] {
+                --waiting;
+                while (waiting > 0) std::this_thread::yield();
+                one = video.DecoderInfo();
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        ASSERT_NE(seen[0], nullptr);
+        for (const auto& one : seen) EXPECT_EQ(one, seen[0]);
+    }
 }
 
 TEST(Compressors, AFailingCreateNeverReachesTheInputFormat) {
