@@ -59,6 +59,7 @@ void tnOutputStream::create_filters(const tnMediaRecord& request,
                                     const std::shared_ptr<void>& life) {
     fObserverToken = std::make_shared<zObject>();
     const std::shared_ptr<tnFilterManager> manager = tnFilterManager::Default();
+    if (!manager) return;  // before the library's start or after its end there is nothing to hear
     const auto arrived = [this, life](std::shared_ptr<tnFilter> filter) {
         filter_arrived(std::move(filter));
     };
@@ -80,7 +81,8 @@ void tnOutputStream::create_filters(const tnMediaRecord& request,
 }
 
 void tnOutputStream::DestroyFilters() {
-    tnFilterManager::Default()->StopObservingFilter(fSource, fObserverToken);
+    const std::shared_ptr<tnFilterManager> manager = tnFilterManager::Default();
+    if (manager) manager->StopObservingFilter(fSource, fObserverToken);
     fObserverToken.reset();
 }
 

@@ -124,6 +124,17 @@ TEST_F(OutputStream, SoundTakesItsTimeFromItsStampOrElseFromTheFilter) {
     audio->DestroyFilters();
 }
 
+TEST_F(OutputStream, OutsideTheLibrarysLifeItHearsNothing) {
+    const auto video = stream(VideoFormat("video"), fSink);
+    video->CreateFilters();
+    tnFilterManager::Shutdown();
+    video->DestroyFilters();
+    video->CreateFilters();
+    tnFilterManager::Startup();
+    write_video(0);
+    EXPECT_TRUE(fSink->times.empty());
+}
+
 TEST_F(OutputStream, RefusesOnlyOneRasterType) {
     const auto video = stream(VideoFormat("video"), fSink);
     tnMediaRecord grgb = VideoFormat(nullptr);
