@@ -5,6 +5,7 @@
 #include "LiveCommand.h"
 #include "ProbeCommand.h"
 #include "RecordCommand.h"
+#include "ReplayCommand.h"
 #include "avHandles.h"
 #include "sync/SyncCommand.h"
 
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
     AddRecordCommand(app, exitCode);
     AddClockCommand(app, exitCode);
     AddLiveCommand(app, exitCode);
+    AddReplayCommand(app, exitCode);
     AddSyncCommand(app, exitCode);
     AddIsoCommand(app, exitCode);
     AddProbeCommand(app, exitCode);
