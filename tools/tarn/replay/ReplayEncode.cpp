@@ -85,7 +85,8 @@ private:
         const long long time = ticks(fStretch.file->Piece().start) + frame.time;
         const long long half = frame.duration / 2;
         if (time + half < ticks(fStretch.from) || time + half >= ticks(fStretch.to)) return false;
-        frame.time = std::max(0LL, time - ticks(fStretch.from)) + ticks(fStretch.at);
+        // The same shift for all stretches that meet, so that no rounding comes between them.
+        frame.time = std::max(0LL, time - ticks(fStretch.from - fStretch.at));
         return true;
     }
 
