@@ -4,16 +4,16 @@
 
 #include "spar/zMemory.h"
 
-/// A zeroed tail behind `size` bytes that the caller fills.
-static unsigned char* allocate(unsigned int size, unsigned int padding) {
-    auto* data = new unsigned char[std::size_t{size} + padding];
+/// A zeroed tail behind `size` bytes that the caller fills. The sum may go beyond 32 bits.
+static unsigned char* allocate(std::size_t size, std::size_t padding) {
+    auto* data = new unsigned char[size + padding];
     zZeroMemory(data + size, padding);
     return data;
 }
 
 zBuffer::zBuffer(unsigned int size, unsigned int padding) {
     if (size == 0 && padding == 0) return;
-    SetData(allocate(0, size + padding), size, true);
+    SetData(allocate(0, std::size_t{size} + padding), size, true);
 }
 
 zBuffer::~zBuffer() {

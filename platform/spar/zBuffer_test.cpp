@@ -1,7 +1,10 @@
 #include "spar/zBuffer.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <new>
+#include <sys/resource.h>
 
 namespace {
 
@@ -58,5 +61,24 @@ TEST(zBuffer, OwnsACopy) {
     buffer.SetAndCopyData(nullptr, 0, 0);
     EXPECT_EQ(buffer.Size(), 0u);
 }
+
+// The sanitizers bring allocators of their own, which want more room than this leaves.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(zBuffer, ABlockAndItsPaddingMayGoBeyond32Bits) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto outcome = [] {
+        constexpr rlim_t kRoom = 1u << 30;
+        const rlimit limit{kRoom, kRoom};
+        if (setrlimit(RLIMIT_AS, &limit) != 0) return 2;
+        try {
+            const zBuffer buffer(0xFFFFFFFFu, 8);
+            return 1;  // a block of seven bytes that calls itself four gigabytes
+        } catch (const std::bad_alloc&) {
+            return 0;
+        }
+    };
+    EXPECT_EXIT(std::_Exit(outcome()), testing::ExitedWithCode(0), "");
+}
+#endif
 
 }  // namespace
