@@ -1,7 +1,5 @@
-// Tracks for which there is no memory: each has a code of its own.
-//
-// The sanitizers bring allocators of their own, which are better left alone.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Tracks for which there is no memory: each has a code of its own. The linker puts what stands here
+// in front of the media library's allocation, see tarn/CMakeLists.txt.
 
 #include <cstddef>
 #include <gtest/gtest.h>
@@ -15,20 +13,33 @@
 using namespace writerFixture;
 
 namespace {
-thread_local std::size_t gFailingSize = 0;  // blocks of exactly that size are not to be had
-}
 
-extern "C" void* __libc_malloc(std::size_t size);
-extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) {
-    return gFailingSize != 0 && size == gFailingSize ? nullptr : __libc_malloc(size);
+thread_local std::size_t gFailingSize = 0;  // of objects that are not to be had
+
+/// There is no memory for objects of that size as long as this lives.
+class NoMemoryFor {
+public:
+    explicit NoMemoryFor(std::size_t size) { gFailingSize = size; }
+    ~NoMemoryFor() { gFailingSize = 0; }
+    NoMemoryFor(const NoMemoryFor&) = delete;
+    NoMemoryFor& operator=(const NoMemoryFor&) = delete;
+};
+
+}  // namespace
+
+// CObject::operator new
+extern "C" void* __real__ZN7Quillon3Orb7CObjectnwEm(std::size_t size) noexcept;
+extern "C" void* __wrap__ZN7Quillon3Orb7CObjectnwEm(std::size_t size) noexcept {
+    return size == gFailingSize ? nullptr : __real__ZN7Quillon3Orb7CObjectnwEm(size);
 }
 
 namespace {
 
 TEST_F(Writer, SaysThatThereIsNoMemoryForThePictureTrack) {
-    gFailingSize = sizeof(CAssetVideoCompressor);
-    EXPECT_EQ(set_up(encoded_video("MJPEG")), -1032);
-    gFailingSize = 0;
+    {
+        const NoMemoryFor track(sizeof(CAssetVideoCompressor));
+        EXPECT_EQ(set_up(encoded_video("MJPEG")), -1032);
+    }
     EXPECT_EQ(fWriter->CompleteInitialization(), 0);
 }
 
@@ -42,14 +53,13 @@ TEST_F(Writer, SaysThatThereIsNoMemoryForTheSoundTrack) {
         open();
         fWriter->SetSourceAudioFormat(pcm());
         fWriter->SetEncodedAudioFormat(encoded_audio(row.codec));
-        gFailingSize = row.size;
-        EXPECT_EQ(fWriter->CompleteInitialization(), -1055) << row.codec;
-        gFailingSize = 0;
+        {
+            const NoMemoryFor track(row.size);
+            EXPECT_EQ(fWriter->CompleteInitialization(), -1055) << row.codec;
+        }
         EXPECT_EQ(fWriter->CompleteInitialization(), 0) << row.codec;
         fWriter->Close();
     }
 }
 
 }  // namespace
-
-#endif

@@ -133,6 +133,32 @@ TEST_F(Writer, PictureAndSoundComeFromTwoThreads) {
 }
 
 //  frames in the track's queue: full but for one place; sound: full, and its file stands still
+TEST_F(Writer, TheHeldFrameLeavesBeforeACloseThatTimesOut) {
+    open();
+    fFile.stuck = true;
+    fWriter->SetSourceVideoFormat(raw_video());
+    fWriter->SetEncodedVideoFormat(encoded_video("MJPEG"));
+    fWriter->SetSourceAudioFormat(pcm());
+    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
+    Frame first(0, 1001);
+    ASSERT_EQ(fWriter->WriteVideo(first), 0);
+    const unsigned char block[64] = {};
+    Packet packet;
+    while (fWriter->IsAudioReady()) {
+        ASSERT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 64), 0);
+    }
+    EXPECT_EQ(fWriter->CloseStreams(0), -14);
+    // Nothing is held any more: this frame is, and the one before it does not leave twice.
+    Frame second(1001, 1001);
+    ASSERT_EQ(fWriter->WriteVideo(second), 0);
+    EXPECT_EQ(second.written, 0);
+    fFile.stuck = false;
+    fWriter->Close();
+    int pictures = 0;
+    for (const auto& sample : fFile.samples) pictures += sample.track == 0 ? 1 : 0;
+    EXPECT_EQ(pictures, 2);
+}
+
 TEST_F(Writer, ALimitOfNothingGivesUpAtTheFirstLook) {
     open();
     fFile.stuck = true;
