@@ -1,14 +1,17 @@
 #include "tarn/foundation/tnEncoderProbe.h"
 
+#include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <initializer_list>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
+#include "spar/zTraceManager.h"
 
 #include "tests/support/vtbxTestSupport.h"
 
@@ -199,12 +202,41 @@ TEST(tnEncoderProbe, FormatWithoutAPixelLayoutIsANo) {
     EXPECT_EQ(factory.Plan().fSampleTime, -1);
 }
 
+/// Keeps what is traced while it lives. Any thread.
+class Trace : public zTraceManager {
+public:
+    Trace() : fBefore(zTraceManager::SetDefault(this)) {}
+    ~Trace() override { zTraceManager::SetDefault(fBefore); }
+
+    void TraceMessage(int, const std::string& text) override {
+        const zMutexLock lock(fLock);
+        fText += text;
+    }
+    std::string Text() {
+        const zMutexLock lock(fLock);
+        return fText;
+    }
+
+private:
+    zTraceManager* const fBefore;
+    zMutex fLock;
+    std::string fText SPAR_GUARDED_BY(fLock);
+};
+
 TEST(tnEncoderProbe, HangingDriverIsLeftBehindAndNotAskedAgain) {
     TestEncoderFactory factory;
     factory.Hang();
-    EXPECT_FALSE(tnEncoderProbe::Run(10'000));
-    factory.WaitUntilHanging();
-    EXPECT_FALSE(tnEncoderProbe::Run(kLong));  // at once: the first still hangs
+    {
+        Trace trace;
+        EXPECT_FALSE(tnEncoderProbe::Run(10'000));
+        factory.WaitUntilHanging();
+        EXPECT_EQ(trace.Text(),
+                  "tnEncoderProbe: the hardware encoder has not answered within 10 ms; it is not "
+                  "offered\n");
+        EXPECT_FALSE(tnEncoderProbe::Run(kLong));  // at once: the first still hangs
+        const std::string text = trace.Text();
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+    }
     EXPECT_EQ(factory.Made(), 1);
     factory.LetGo();
     while (!tnEncoderProbe::Run(kLong))
