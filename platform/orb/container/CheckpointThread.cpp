@@ -22,26 +22,41 @@ void CheckpointThread::Stop() {
     fThread.reset();
 }
 
+void CheckpointThread::Nudge() {
+    zMutexLock held(fLock);
+    fNudged = true;
+    fWake.WakeAll();
+}
+
 int CheckpointThread::Main(int, const char**) {
     long long next = zTime::MicroNow();
-    while (wait(next)) {
+    for (;;) {
+        const Wake wake = wait(next);
+        if (wake == Wake::Stop) return 0;
+        if (wake == Wake::Nudge) {
+            fClient.OnNudge();
+            continue;
+        }
         const long long start = zTime::MicroNow();
         fClient.OnCheckpoint();
         const long long spent = zTime::MicroNow() - start;
         // A tenth of the period is for waking up late.
         next = start + std::max(fPeriod / 2, fPeriod - fPeriod / 10 - 2 * spent);
     }
-    return 0;
 }
 
-bool CheckpointThread::wait(long long until) {
+CheckpointThread::Wake CheckpointThread::wait(long long until) {
     zMutexLock held(fLock);
     while (!fStopping) {
         const long long left = until - zTime::MicroNow();
-        if (left <= 0) return true;
+        if (left <= 0) return Wake::Time;
+        if (fNudged) {
+            fNudged = false;
+            return Wake::Nudge;
+        }
         fWake.WaitFor(fLock, left);
     }
-    return false;
+    return Wake::Stop;
 }
 
 }  // namespace Quillon::Orb

@@ -8,12 +8,13 @@
 
 namespace Quillon::Orb {
 
-/// Calls somebody at a steady pace, on a thread of its own.
+/// Calls somebody at a steady pace, on a thread of its own, and between when it is nudged.
 class CheckpointThread final : private zThreadMain {
 public:
     class Client {
     public:
         virtual void OnCheckpoint() = 0;
+        virtual void OnNudge() = 0;
 
     protected:
         ~Client() = default;
@@ -26,12 +27,16 @@ public:
 
     /// False when the system has no thread to give.
     bool Start();
+    /// Has OnNudge called soon; several nudges may become one call. Any thread.
+    void Nudge();
     /// Returns when the call that is under way has returned; there is none after that.
     void Stop();
 
 private:
     int Main(int argumentCount, const char** arguments) override;
-    bool wait(long long until);
+    enum class Wake { Time, Nudge, Stop };
+
+    Wake wait(long long until);
 
     Client& fClient;
     const long long fPeriod;
@@ -40,6 +45,7 @@ private:
     zMutex fLock;
     zCondition fWake;
     bool fStopping SPAR_GUARDED_BY(fLock) = false;
+    bool fNudged SPAR_GUARDED_BY(fLock) = false;
 };
 
 }  // namespace Quillon::Orb

@@ -12,7 +12,8 @@ struct FileSpan {
 
 /// What a movie file asks of the system: one open file. Tests log, fail and replay these calls.
 ///
-/// Every operation gives 0 or a negative errno. WriteAt and Sync may run on two threads at once.
+/// Every operation gives 0 or a negative errno. WriteAt may run on one thread while
+/// Sync or BeginToSync runs on another.
 class FileLayer {
 public:
     virtual ~FileLayer() = default;
@@ -26,6 +27,9 @@ public:
     /// Returns when everything written before is on the disk; after Publish
     /// the name too.
     virtual int Sync() = 0;
+    /// Has the system begin to write a range to the disk, and does not wait for it. What a Sync has
+    /// to wait for later is less then. A system that cannot is no failure.
+    virtual void BeginToSync(long long offset, long long size) { (void)offset, (void)size; }
     virtual int Truncate(long long size) = 0;
     /// Takes blocks for a range that will be written soon. A system that cannot is no failure.
     virtual int Reserve(long long offset, long long size) = 0;

@@ -31,6 +31,7 @@ public:
     int WriteAt(long long offset, const FileSpan* spans, int count) override;
     int Publish() override;
     int Sync() override;
+    void BeginToSync(long long offset, long long size) override;
     int Truncate(long long size) override { return ftruncate(fFile, size) == 0 ? 0 : failure(); }
     int Reserve(long long offset, long long size) override;
     int Release(long long offset, long long size) override;
@@ -123,6 +124,14 @@ int PosixFile::Sync() {
     fsync(directory);             // some file systems know no sync of folders
     close(directory);
     return 0;
+}
+
+void PosixFile::BeginToSync(long long offset, long long size) {
+#ifdef SYNC_FILE_RANGE_WRITE
+    (void)!sync_file_range(fFile, offset, size, SYNC_FILE_RANGE_WRITE);
+#else
+    (void)offset, (void)size;
+#endif
 }
 
 int PosixFile::Reserve(long long offset, long long size) {

@@ -15,6 +15,8 @@ namespace {
 
 constexpr long long kMicrosecondsPerSecond = 1000000;
 constexpr double kUnannouncedSeconds = 3600;
+// The disk begins with what a checkpoint will wait for when this much of it is there.
+constexpr long long kBytesToBeginWith = 8 << 20;
 // One block of plain sound; what a run of samples can count is far beyond it.
 constexpr long long kMostPackets = std::numeric_limits<int>::max();
 
@@ -80,6 +82,8 @@ int WholeMovieFile::write_head() {
     if (const int error = fIndex->Begin(fOptions.fastStart ? announced_seconds() : 0, end))
         return error;
     fMedia->SetEnd(end);
+    fSyncBegun = end;
+    fNextNudge = end + kBytesToBeginWith;
     // What shows under the name is a movie from the first moment on, after a power cut too.
     if (const int error = fFile->Sync()) return error;
     return fFile->Publish();
@@ -111,9 +115,9 @@ Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
             return refused == ResultInvalidArgument::kCode ? result : Result(refused);
         }
         if (fBroken == 0) {
-            const int error = add_sample(track, sample);
-            if (error == 0) return ResultOK();
-            fBroken = error;
+            fBroken = add_sample(track, sample);
+            nudge();
+            if (fBroken == 0) return ResultOK();
         }
     }
     return stop();
@@ -181,6 +185,23 @@ void WholeMovieFile::OnCheckpoint() {
     Checkpoint();
 }
 
+void WholeMovieFile::nudge() {
+    if (fMedia->End() < fNextNudge) return;
+    fNextNudge = fMedia->End() + kBytesToBeginWith;
+    fThread.Nudge();
+}
+
+void WholeMovieFile::OnNudge() {
+    long long from;
+    long long to;
+    {
+        zMutexLock held(fLock);
+        from = fSyncBegun;
+        to = fSyncBegun = fMedia->End();
+    }
+    if (to > from) fFile->BeginToSync(from, to - from);
+}
+
 Result WholeMovieFile::Checkpoint() {
     {
         zMutexLock held(fLock);
@@ -226,6 +247,8 @@ int WholeMovieFile::prepare() {
     fMedia->SetEnd(end);
     if (error != 0) return error;
     fChanged = false;
+    fSyncBegun = end;
+    fNextNudge = end + kBytesToBeginWith;
     fSecondsPrepared = fMovie.Seconds();
     return 0;
 }

@@ -40,12 +40,14 @@ private:
     enum class State { Described, Open, Closed };
 
     void OnCheckpoint() override;
+    void OnNudge() override;
     int write_head() SPAR_REQUIRES(fLock);
     double announced_seconds() const SPAR_REQUIRES(fLock);
     int prepare() SPAR_REQUIRES(fLock);
     int show(MovieIndex& index) SPAR_EXCLUDES(fLock);
     int check_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
     int add_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
+    void nudge() SPAR_REQUIRES(fLock);
     int checkpoint() SPAR_EXCLUDES(fLock);
     int save_what_stands() SPAR_EXCLUDES(fLock);
     int close_whole() SPAR_EXCLUDES(fLock);
@@ -67,6 +69,9 @@ private:
     std::unique_ptr<MediaWriter> fMedia SPAR_GUARDED_BY(fLock);
     std::unique_ptr<MovieIndex> fIndex SPAR_GUARDED_BY(fLock);
     bool fChanged SPAR_GUARDED_BY(fLock) = true;  // since the last checkpoint
+    long long fNextNudge SPAR_GUARDED_BY(fLock) = 0;
+    long long fSyncBegun SPAR_GUARDED_BY(fLock) =
+        0;                                        // up to here the disk has been given the media
     int fBroken SPAR_GUARDED_BY(fLock) = 0;       // the first error, a negative errno
     bool fFrozen SPAR_GUARDED_BY(fLock) = false;  // what shows stays as it is: more might harm it
     double fSecondsPrepared SPAR_GUARDED_BY(fLock) = 0;
