@@ -1,0 +1,365 @@
+// `tarn replay` and the replay outputs of `tarn live`, as a user meets them: two processes, one
+// recording and one that looks at it.
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "spar/zRecord.h"
+#include "spar/zThread.h"
+#include "spar/zXML.h"
+
+#include "tests/support/Probe.h"
+#include "tests/support/Process.h"
+#include "tests/support/TestFolder.h"
+
+using tests::BackgroundProcess;
+using tests::ProcessResult;
+
+namespace {
+
+struct Piece {
+    unsigned int fID;
+    long long fFrom;
+    long long fTo;
+};
+
+/// What the manifest lists, read without the code under test.
+std::vector<Piece> listed_in(const std::string& folder) {
+    std::vector<Piece> pieces;
+    zRecord record;
+    if (zXML::ParseFile(1, &record, (folder + "/replay.xml").c_str()) != 0) return pieces;
+    const zRecord* const segments =
+        record.FindChildByStrVariable('xTag', "segments", true, 0xFFFFFFFF, Z_MATCH_EXACT);
+    if (segments == nullptr) return pieces;
+    for (const zRecord* child : segments->Children()) {
+        pieces.push_back(
+            {child->AsUInt32("id", 0), child->AsInt64("start", 0), child->AsInt64("stop", 0)});
+    }
+    return pieces;
+}
+
+class Replay : public testing::Test {
+protected:
+    std::string Folder() const { return fFolder.File("cam"); }
+    std::string Movie(unsigned int id) const {
+        return Folder() + "/" + std::to_string(id) + ".mov";
+    }
+
+    /// A show of generated pictures with a replay output.
+    std::string Show(const std::string& settings, const std::string& video = "x264") const {
+        const std::string path = fFolder.File("show.xml");
+        std::ofstream(path) << "<show>\n"
+                            << "<source name=\"a\" picture=\"bars\" size=\"320x180\" fps=\"25\" "
+                               "tone=\"440\"/>\n"
+                            << "<output source=\"a\" output_display_name=\"replay\" "
+                               "kind=\"replay\" output_url=\""
+                            << Folder() << "\" output_enabled=\"true\" " << settings << ">\n"
+                            << "<video codecname=\"" << video << "\" target_bit_rate=\"500\"/>\n"
+                            << "<audio codecname=\"MPEG-4 Audio\"/>\n"
+                            << "</output>\n</show>\n";
+        return path;
+    }
+    static std::vector<std::string> Live(const std::string& show, int seconds) {
+        return {TARN_TOOL, "live", show, "--seconds", std::to_string(seconds)};
+    }
+    /// Records so many seconds of the show, five times as fast as they are long.
+    void Record(int seconds, const std::string& settings = "segment_seconds=\"1\"",
+                const std::string& video = "x264") const {
+        std::vector<std::string> words = Live(Show(settings, video), seconds / 5 + 1);
+        words.insert(words.end(), {"--speed", "5"});
+        const ProcessResult result = tests::Run(words);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+    }
+    ProcessResult Replays(std::vector<std::string> words) const {
+        words.insert(words.begin(), {TARN_TOOL, "replay", Folder()});
+        return tests::Run(words);
+    }
+    /// Of the decoded pictures, one a line.
+    static std::string Hashes(const std::string& path) {
+        const std::string text =
+            tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map", "0:v:0",
+                        "-fps_mode", "passthrough", "-f", "framemd5", "-"})
+                .out;
+        std::istringstream lines(text);
+        std::string hashes;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.empty() || line[0] == '#') continue;
+            hashes += line.substr(line.rfind(' ') + 1) + "\n";
+        }
+        return hashes;
+    }
+    /// Peak of all channels in dB behind these filters, without the ends of the file.
+    static double PeakOf(const std::string& path, const std::string& filters) {
+        const std::string text =
+            tests::Run({"ffmpeg", "-v", "info", "-nostdin", "-i", path, "-map", "0:a", "-af",
+                        filters + "atrim=start=0.5:end=4.8,astats=metadata=0", "-f", "null", "-"})
+                .err;
+        const std::string key = "Peak level dB: ";
+        const std::size_t at = text.rfind(key);
+        return at == std::string::npos ? 0 : std::atof(text.c_str() + at + key.size());
+    }
+    static std::size_t CountOf(const std::string& text, const std::string& part) {
+        std::size_t count = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos;
+             at = text.find(part, at + part.size())) {
+            ++count;
+        }
+        return count;
+    }
+    void ExpectEverySegmentDecodes() const {
+        for (const Piece& piece : listed_in(Folder())) {
+            SCOPED_TRACE(piece.fID);
+            const ProcessResult decoded =
+                tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-xerror", "-i", Movie(piece.fID),
+                            "-f", "null", "-"});
+            EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
+            EXPECT_EQ(decoded.err, "");
+            const double seconds = static_cast<double>(piece.fTo - piece.fFrom) / 1e6;
+            EXPECT_NEAR(tests::CountFrames(Movie(piece.fID)), seconds * 25, 0.5);
+        }
+    }
+
+    tests::TestFolder fFolder;
+};
+
+TEST_F(Replay, ListShowsTheTimelineAndItsGaps) {
+    Record(10);
+    const std::vector<Piece> pieces = listed_in(Folder());
+    ASSERT_GE(pieces.size(), 6u);
+    std::filesystem::remove(Movie(pieces[2].fID));
+    const ProcessResult text = Replays({"list"});
+    EXPECT_EQ(text.exitCode, 0);
+    EXPECT_NE(text.out.find("ended"), std::string::npos);
+    EXPECT_NE(text.out.find("gap"), std::string::npos);
+    EXPECT_NE(text.out.find('.'), std::string::npos);
+    EXPECT_EQ(text.err, "");
+    const ProcessResult json = Replays({"list", "--json"});
+    EXPECT_NE(json.out.find("\"closed\":true"), std::string::npos);
+    EXPECT_NE(json.out.find("\"gaps\":[{\"from\":2.000000,\"to\":3.000000}]"), std::string::npos)
+        << json.out;
+}
+
+TEST_F(Replay, CutCopiesWhatWasRecorded) {
+    Record(10);
+    const std::string movie = fFolder.File("last.mov");
+    const ProcessResult cut = Replays({"cut", "--in", "2.4", "--out", "5", movie, "--json"});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    // From the key frame before.
+    EXPECT_NE(cut.out.find("\"from\":2.000000,\"to\":5.000000,\"frames\":75"), std::string::npos)
+        << cut.out;
+    EXPECT_NE(cut.out.find("\"encoded\":false"), std::string::npos);
+    EXPECT_EQ(tests::CountFrames(movie), 75);
+    EXPECT_NEAR(tests::ProbeSeconds(movie, "a:0"), 3, 0.07);
+    EXPECT_TRUE(tests::GstreamerReads(movie));
+    // Its pictures are those of the segments, one after the other.
+    std::string joined;
+    for (unsigned int id : {3u, 4u, 5u}) joined += Hashes(Movie(id));
+    EXPECT_EQ(Hashes(movie), joined);
+    EXPECT_EQ(cut.err, "");
+}
+
+TEST_F(Replay, SoundOfACutRunsThroughItsJoins) {
+    Record(10);
+    const std::string movie = fFolder.File("cut.mov");
+    ASSERT_EQ(Replays({"cut", "--in", "1", "--out", "6", movie}).exitCode, 0);
+    // A steady tone: what is left beside it, once the filter has settled, would be clicks at the
+    // joins.
+    const std::string without =
+        "bandreject=f=440:width_type=h:w=400,bandreject=f=440:width_type=h:w=400,";
+    EXPECT_LT(PeakOf(movie, without), PeakOf(movie, "") - 40);
+}
+
+TEST_F(Replay, ExactCutHasBothEndsToTheFrame) {
+    Record(10);
+    const std::string movie = fFolder.File("exact.mov");
+    const ProcessResult cut =
+        Replays({"cut", "--in", "2.4", "--out", "4.2", "--exact", movie, "--json"});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    EXPECT_NE(cut.out.find("\"encoded\":true"), std::string::npos);
+    EXPECT_EQ(tests::CountFrames(movie), 45);
+    EXPECT_NEAR(tests::ProbeSeconds(movie, "a:0"), 1.8, 0.05);
+    const std::vector<double> times = tests::ProbePictureTimes(movie);
+    for (std::size_t index = 0; index < times.size(); ++index) {
+        EXPECT_NEAR(times[index], static_cast<double>(index) / 25, 0.001);
+    }
+    // The pictures are those of the stretch: the segments' own, from the tenth of the third on.
+    const std::string reference = fFolder.File("reference.mov");
+    ASSERT_EQ(Replays({"cut", "--in", "2", "--out", "4.2", reference}).exitCode, 0);
+    const std::string trimmed = fFolder.File("trimmed.mkv");
+    ASSERT_EQ(
+        tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", reference, "-vf",
+                    "trim=start_frame=10,setpts=PTS-STARTPTS", "-an", "-c:v", "ffv1", trimmed})
+            .exitCode,
+        0);
+    EXPECT_GT(tests::Psnr(movie, trimmed), 30);
+}
+
+TEST_F(Replay, ExactCutOfIntraPicturesIsACopy) {
+    Record(10, "segment_seconds=\"1\"", "MJPEG");
+    const std::string movie = fFolder.File("exact.mov");
+    const ProcessResult cut =
+        Replays({"cut", "--in", "2.4", "--out", "4.2", "--exact", movie, "--json"});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    EXPECT_NE(cut.out.find("\"encoded\":false"), std::string::npos);
+    EXPECT_EQ(tests::CountFrames(movie), 45);
+}
+
+TEST_F(Replay, GapsAreClosedInACut) {
+    Record(10);
+    std::filesystem::remove(Movie(3));
+    const std::string movie = fFolder.File("cut.mov");
+    const ProcessResult cut = Replays({"cut", "--in", "1", "--out", "5", movie, "--json"});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    EXPECT_NE(cut.out.find("\"gapSeconds\":1.000000"), std::string::npos) << cut.out;
+    EXPECT_EQ(tests::CountFrames(movie), 75);
+    EXPECT_NEAR(tests::ProbeSeconds(movie, "v:0"), 3, 0.01);
+    EXPECT_NEAR(tests::ProbeSeconds(movie, "a:0"), 3, 0.08);
+}
+
+TEST_F(Replay, PurgeKeepsTheLastSeconds) {
+    Record(10);
+    const std::vector<Piece> before = listed_in(Folder());
+    const ProcessResult purge = Replays({"purge", "--keep", "3", "--json"});
+    ASSERT_EQ(purge.exitCode, 0) << purge.err;
+    const std::vector<Piece> after = listed_in(Folder());
+    ASSERT_FALSE(after.empty());
+    EXPECT_LT(after.size(), before.size());
+    EXPECT_GT(after.front().fTo, before.back().fTo - 3'000'000);
+    EXPECT_LE(after.front().fFrom, before.back().fTo - 3'000'000);
+    for (const Piece& piece : before) {
+        EXPECT_EQ(std::filesystem::exists(Movie(piece.fID)), piece.fID >= after.front().fID);
+    }
+    ExpectEverySegmentDecodes();
+}
+
+TEST_F(Replay, RunningRecordingIsNotPurged) {
+    Record(5);
+    // As a recorder leaves it that was killed, or still runs.
+    std::string text;
+    std::getline(std::ifstream(Folder() + "/replay.xml"), text, '\0');
+    std::ofstream(Folder() + "/replay.xml") << text.substr(0, text.find("</segments>"));
+    const std::size_t count = listed_in(Folder()).size();
+    const ProcessResult refused = Replays({"purge", "--keep", "1"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.err.find("--force"), std::string::npos);
+    EXPECT_EQ(listed_in(Folder()).size(), count);
+    EXPECT_EQ(Replays({"purge", "--keep", "1", "--force"}).exitCode, 0);
+    EXPECT_LT(listed_in(Folder()).size(), count);
+}
+
+TEST_F(Replay, WatchTellsOfEachSegmentWhileAnotherProcessRecords) {
+    std::filesystem::create_directories(Folder());
+    BackgroundProcess watcher({TARN_TOOL, "replay", Folder(), "watch", "--json"});
+    Record(10, "segment_seconds=\"1\" keep_seconds=\"4\"");
+    const ProcessResult watched = watcher.Wait();  // it ends when the recording is closed
+    EXPECT_EQ(watched.exitCode, 0) << watched.err;
+    for (const Piece& piece : listed_in(Folder())) {
+        const std::string line =
+            "{\"event\":\"segment\",\"segment\":{\"id\":" + std::to_string(piece.fID) + ",";
+        EXPECT_NE(watched.out.find(line), std::string::npos) << watched.out;
+    }
+    EXPECT_NE(watched.out.find("{\"event\":\"segment\",\"segment\":{\"id\":1,"), std::string::npos);
+    EXPECT_NE(watched.out.find("{\"event\":\"removed\",\"segment\":{\"id\":1,"), std::string::npos);
+    EXPECT_NE(watched.out.find("{\"event\":\"closed\"}"), std::string::npos);
+}
+
+TEST_F(Replay, CutWorksWhileAnotherProcessRecords) {
+    BackgroundProcess recorder(Live(Show("segment_seconds=\"0.4\" keep_seconds=\"4\""), 60));
+    while (listed_in(Folder()).size() < 4) std::this_thread::yield();
+    int cuts = 0;
+    for (; cuts < 4; ++cuts) {
+        const std::string movie = fFolder.File("cut" + std::to_string(cuts) + ".mov");
+        const ProcessResult cut = Replays({"cut", "--last", "1", movie});
+        ASSERT_EQ(cut.exitCode, 0) << cut.err;
+        EXPECT_GE(tests::CountFrames(movie), 25);
+    }
+    recorder.Signal(SIGINT);
+    EXPECT_EQ(recorder.Wait().exitCode, 0);
+}
+
+TEST_F(Replay, MistakesAreToldInALine) {
+    struct Case {
+        std::vector<std::string> fWords;
+        const char* fText;
+    };
+    EXPECT_NE(Replays({"list"}).err.find("no replay recording there"), std::string::npos);
+    Record(5);
+    const std::string movie = fFolder.File("a.mov");
+    const Case cases[] = {
+        {{"cut", "--in", "soon", movie}, "is no time"},
+        {{"cut", "--in", "1:90", movie}, "is no time"},
+        {{"cut", "--in", "3", "--out", "2", movie}, "is empty"},
+        {{"cut", "--in", "1000", "--out", "1001", movie}, "nothing is recorded"},
+        {{"cut", "--last", "1", fFolder.File("a.avi")}, ".mov or .mp4"},
+        {{"cut", "--last", "1", fFolder.File("none/a.mov")}, "make it first"},
+        {{"cut", "--last", "1", Folder() + "/a.mov"}, "belongs to the recording"},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.fText);
+        const ProcessResult result = Replays(one.fWords);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.err.find(one.fText), std::string::npos) << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+    }
+    const ProcessResult again = tests::Run(Live(Show("segment_seconds=\"1\""), 1));
+    EXPECT_NE(again.exitCode, 0);
+    EXPECT_NE(again.err.find("holds a recording already"), std::string::npos) << again.err;
+}
+
+int kill_rounds() {
+    const char* const text = std::getenv("TARN_SOAK_ROUNDS");
+    return text != nullptr ? std::atoi(text) : 10;
+}
+
+/// The recorder is killed at a random moment. The moment is random and whatever it is, all that is
+/// listed stands whole, and what the kill left of a segment is not taken for one. TARN_SOAK_ROUNDS
+/// says how often.
+TEST_F(Replay, KilledRecorderLeavesWholeSegments) {
+    std::mt19937 random(63);
+    std::size_t most = 0;
+    int leftovers = 0;
+    for (int round = 0; round < kill_rounds(); ++round) {
+        SCOPED_TRACE(round);
+        std::filesystem::remove_all(Folder());
+        std::vector<std::string> words =
+            Live(Show("segment_seconds=\"0.4\" keep_seconds=\"2\""), 60);
+        words.insert(words.end(), {"--speed", "4"});
+        BackgroundProcess recorder(words);
+        // Not before there is something to lose.
+        while (listed_in(Folder()).empty()) std::this_thread::yield();
+        zThread::MicroSleep(static_cast<unsigned int>(random() % 1'500'000));
+        recorder.Signal(SIGKILL);
+        recorder.Wait();
+        const ProcessResult list = Replays({"list", "--json"});
+        ASSERT_EQ(list.exitCode, 0) << list.err;
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(Folder())) {
+            names.insert(entry.path().filename().string());
+        }
+        std::size_t standing = 0;
+        for (const Piece& piece : listed_in(Folder())) {
+            const std::string name = std::to_string(piece.fID) + ".mov";
+            // Files of a deletion that was under way may be gone or not; those listed are there.
+            EXPECT_EQ(names.count(name), 1u) << name;
+            EXPECT_NE(list.out.find("\"id\":" + std::to_string(piece.fID) + ","),
+                      std::string::npos);
+            ++standing;
+        }
+        EXPECT_EQ(CountOf(list.out, "\"id\":"), standing);
+        leftovers += names.size() > standing + 1 ? 1 : 0;
+        most = std::max(most, standing);
+        ExpectEverySegmentDecodes();
+    }
+    EXPECT_GT(most, 1u);
+    EXPECT_GT(leftovers, 0);  // the kills did come in the middle of segments
+}
+
+}  // namespace
