@@ -24,8 +24,8 @@ long long steady_now() {
         .count();
 }
 
-/// A file that may not grow further is a failed write of this thread, and not the end of a host that
-/// never heard of the signal. Threads that this one starts inherit it.
+/// A file that may not grow further is a failed write of this thread, and not the end of a host
+/// that never heard of the signal. Threads that this one starts inherit it.
 void hold_back_size_signal() {
     sigset_t signals;
     sigemptyset(&signals);

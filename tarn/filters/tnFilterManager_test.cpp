@@ -1,5 +1,7 @@
 #include "tarn/filters/tnFilterManager.h"
 
+#include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -173,6 +175,95 @@ TEST_F(FilterManager, AnEmptyFactoryNameMatchesAMissingCodecName) {
     EXPECT_EQ(fVideo.size(), 1u);
 }
 
+TEST_F(FilterManager, AFactoryThatGivesNothingLeavesTheJoining) {
+    fManager->RegisterFactory("none", [] { return std::shared_ptr<tnFilter>(); });
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    observe_video(fOwner, VideoFormat("none"), fHeard);
+    EXPECT_TRUE(fHeard.filters.empty());
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    observe_video(fOther, VideoFormat("none"), fHeardByOther);
+    EXPECT_EQ(fHeardByOther.filters, std::vector<tnFilter*>{fVideo[0]});
+}
+
+TEST_F(FilterManager, AnEmptyFactoryThrowsAndLeavesTheManagerFree) {
+    fManager->RegisterFactory("empty", {});
+    EXPECT_THROW(observe_video(fOwner, VideoFormat("empty"), fHeard), std::bad_function_call);
+    std::thread other([&] { fManager->HasEqualOutput(kSource, VideoFormat(nullptr)); });
+    other.join();  // it would wait for ever for a lock that was left behind
+}
+
+// Configured, and its buffers listened to, before anybody hears that it is there.
+TEST_F(FilterManager, AFilterIsReadyWhenItsObserverHearsOfIt) {
+    const auto init = [&](const std::shared_ptr<tnFilter>& filter) {
+        const auto& video = dynamic_cast<VideoCompressor&>(*filter);
+        EXPECT_EQ(video.fConfigured, 1);
+        EXPECT_TRUE(static_cast<bool>(video.fOnEncodedBuffer));
+        fHeard.filters.push_back(filter.get());
+        // It may call back, and is not called again for what it does.
+        observe_video(fOther, VideoFormat("x"), fHeardByOther);
+        fManager->StopObservingFilter(kSource, fOwner);
+    };
+    fManager->ObserveVideoFilter(kSource, fOwner, VideoFormat("codec"), init, {});
+    EXPECT_TRUE(fHeard.filters.empty()) << "it waits for the source's format";
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    EXPECT_EQ(fHeard.filters, std::vector<tnFilter*>{fVideo[0]});
+    EXPECT_EQ(fHeardByOther.filters, std::vector<tnFilter*>{fVideo[0]});
+    write_video(0, 0);
+    EXPECT_EQ(fHeardByOther.syncTimes.size(), 1u) << "the filter stays for who has joined";
+}
+
+TEST_F(FilterManager, AFilterOfTheOtherKindIsOfferedNothingAndGetsNothing) {
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    observe_audio(fOther, AudioFormat("sound"), fHeardByOther);
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    EXPECT_EQ(fHeardByOther.filters, std::vector<tnFilter*>{fAudio[0]}) << "it counts as ready";
+    EXPECT_EQ(fAudio[0]->fInput.fType.AsInt32(0), 0);
+    write_video(0, 0);
+    EXPECT_TRUE(fAudio[0]->fTimes.empty());
+    write_audio(0);
+    EXPECT_EQ(fAudio[0]->fTimes.size(), 1u);
+    EXPECT_EQ(fVideo[0]->fTimes.size(), 1u);
+}
+
+TEST_F(FilterManager, AnInputThatIsNeitherPictureNorSoundMakesNothingReady) {
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    tnMediaRecord text;
+    text.fType.SetInt32('text');
+    fManager->SetInputFormat(kSource, text);
+    EXPECT_TRUE(fHeard.filters.empty());
+    EXPECT_EQ(fVideo[0]->fCreated, 0);
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    EXPECT_TRUE(fHeard.filters.empty()) << "the first format holds, whatever it is";
+}
+
+// A lock of its own that what an observer holds takes in its end, and that another thread holds
+// while it calls the manager.
+TEST_F(FilterManager, WhatAnObserverHoldsEndsWithoutTheLock) {
+    struct Kept {
+        std::shared_ptr<tnFilterManager> manager;
+        bool* ended;
+        ~Kept() {
+            std::thread other([this] { manager->HasEqualOutput(kSource, tnMediaRecord()); });
+            other.join();
+            *ended = true;
+        }
+    };
+    bool ended = false;
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    {
+        const auto kept = std::make_shared<Kept>(Kept{fManager, &ended});
+        ended = false;
+        fManager->ObserveVideoFilter(
+            kSource, fOwner, VideoFormat("codec"), [kept](const std::shared_ptr<tnFilter>&) {},
+            [kept](const std::shared_ptr<tnVideoCompressor::EncodedBuffer>&) {});
+    }
+    write_video(0, 0);
+    write_video(40, 40);
+    EXPECT_FALSE(ended);
+    fManager->StopObservingFilter(kSource, fOwner);
+    EXPECT_TRUE(ended);
+}
+
 TEST_F(FilterManager, AFilterThatFailsToConfigureStaysAndAnswersFramesItself) {
     fManager->SetInputFormat(kSource, VideoFormat(nullptr));
     fManager->RegisterFactory("broken", [this] {
@@ -299,6 +390,103 @@ TEST_F(FilterManager, PutsTheFirstBufferAtTheFirstWritesSyncTime) {
     EXPECT_EQ(fHeard.syncTimes, (std::vector<long long>{1000, 1040, 1080}));
 }
 
+// The first buffer of any output fixes the distance for all of the source. Encoder B holds its
+// first frame back, so its first buffer comes late; C joins later still.
+//
+//     written at   1000    1040    1080    1120
+//     time          200     240     280     320
+//     A            1000    1040    1080    1120
+//     B               -    1040    1080    1120
+//     C               -       -       -    1120
+TEST_F(FilterManager, OneDistanceHoldsForAllOutputsOfASource) {
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    tnMediaRecord second = VideoFormat("codec");
+    second.SetInt32('mtbr', 9);
+    observe_video(fOther, second, fHeardByOther);
+    ASSERT_EQ(fVideo.size(), 2u);
+    const auto deliver = fVideo[1]->fOnEncodedBuffer;
+    fVideo[1]->fOnEncodedBuffer = {};
+    write_video(1000, 200);
+    fVideo[1]->fOnEncodedBuffer = deliver;
+    write_video(1040, 240);
+    write_video(1080, 280);
+    const auto late = std::make_shared<zObject>();
+    Heard heardLate;
+    tnMediaRecord third = VideoFormat("codec");
+    third.SetInt32('mtbr', 10);
+    observe_video(late, third, heardLate);
+    write_video(1120, 320);
+    EXPECT_EQ(fHeard.syncTimes, (std::vector<long long>{1000, 1040, 1080, 1120}));
+    EXPECT_EQ(fHeardByOther.syncTimes, (std::vector<long long>{1040, 1080, 1120}));
+    EXPECT_EQ(heardLate.syncTimes, std::vector<long long>{1120});
+}
+
+// Each buffer's time loses its fraction, towards zero, before the distance is taken.
+//
+//     buffer time   -0.9   33.4   66.7   100.1
+//     truncated        0     33     66     100
+//     fSyncTime     5000   5033   5066    5100
+TEST_F(FilterManager, TimesOfBuffersLoseTheirFraction) {
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    const auto deliver = fVideo[0]->fOnEncodedBuffer;
+    fVideo[0]->fOnEncodedBuffer = {};
+    write_video(5000, 0);
+    for (const double time : {-0.9, 33.4, 66.7, 100.1}) {
+        deliver(std::shared_ptr<tnVideoCompressor::EncodedBuffer>(
+            new Picture(time, true), [](tnVideoCompressor::EncodedBuffer* b) { b->Release(); }));
+    }
+    EXPECT_EQ(fHeard.syncTimes, (std::vector<long long>{5000, 5033, 5066, 5100}));
+}
+
+// A buffer that a filter gives after its output has gone reaches nobody, and makes the entry anew.
+TEST_F(FilterManager, ABufferOfAFilterThatHasGoneReachesNobody) {
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    write_video(0, 0);
+    const auto deliver = fVideo[0]->fOnEncodedBuffer;
+    fManager->StopObservingFilter(kSource, fOwner);
+    deliver(std::shared_ptr<tnVideoCompressor::EncodedBuffer>(
+        new Picture(40, true), [](tnVideoCompressor::EncodedBuffer* b) { b->Release(); }));
+    EXPECT_EQ(fHeard.syncTimes.size(), 1u);
+}
+
+// A source that ends takes its time line with it.
+TEST_F(FilterManager, ASourceThatBeginsAnewHasANewTimeLine) {
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    write_video(1000, 0);
+    fManager->StopObservingFilter(kSource, fOwner);
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    observe_video(fOwner, VideoFormat("codec"), fHeard);
+    write_video(7000, 500);
+    write_video(7001, 540);
+    EXPECT_EQ(fHeard.syncTimes, (std::vector<long long>{1000, 7000, 7040}));
+}
+
+TEST_F(FilterManager, OutputsAndObserversAreServedInTheOrderOfTheirComing) {
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    std::vector<int> order;
+    std::vector<std::shared_ptr<zObject>> owners;
+    for (const int rate : {0, 9}) {
+        for (const char* codec : {"codec", "x"}) {
+            tnMediaRecord wish = VideoFormat(codec);
+            wish.SetInt32('mtbr', rate);
+            owners.push_back(std::make_shared<zObject>());
+            const int number = static_cast<int>(owners.size());
+            fManager->ObserveVideoFilter(
+                kSource, owners.back(), wish, {},
+                [&order, number](const std::shared_ptr<tnVideoCompressor::EncodedBuffer>&) {
+                    order.push_back(number);
+                });
+        }
+    }
+    write_video(0, 0);
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
+    EXPECT_EQ(fBuffer->AddWritingRef(), 2) << "each output gave its reference back";
+}
+
 TEST_F(FilterManager, ASyncTimeOfMinusOneSetsNothing) {
     fManager->SetInputFormat(kSource, VideoFormat(nullptr));
     observe_video(fOwner, VideoFormat("codec"), fHeard);
@@ -400,6 +588,57 @@ TEST_F(FilterManager, ADeadOwnerStillHearsItsSound) {
     fOwner.reset();
     write_audio(5);
     EXPECT_EQ(fHeard.stamps.size(), 1u);
+}
+
+TEST_F(FilterManager, WhoJoinsAmidstABlockOfSoundHearsTheNext) {
+    fManager->SetInputFormat(kSource, AudioFormat(nullptr));
+    int delivered = 0;
+    fManager->ObserveAudioFilter(kSource, fOwner, AudioFormat("sound"), {},
+                                 [&](const std::shared_ptr<tnAudioCompressor::EncodedBuffer>&) {
+                                     if (++delivered > 1) return;
+                                     observe_audio(fOther, AudioFormat("x"), fHeardByOther);
+                                 });
+    write_audio(5);
+    EXPECT_TRUE(fHeardByOther.stamps.empty());
+    write_audio(15);
+    ASSERT_EQ(fHeardByOther.stamps.size(), 1u);
+    EXPECT_EQ(fHeardByOther.stamps[0][0], 15);
+    EXPECT_EQ(delivered, 2);
+}
+
+// 1000 / 44100 milliseconds a sample frame, rounded down to whole ones; a rate of 0 is not special.
+TEST_F(FilterManager, TheFiltersTimeComesFromThePosition) {
+    const struct {
+        int rate;
+        long long position;
+        double time;
+    } rows[] = {{44100, 0, 0},
+                {44100, 44, 0},
+                {44100, 45, 1},
+                {44100, 44100, 1000},
+                {48000, 1600, 33},
+                {48000, -1, -1},
+                {48000, 48000LL * 86400 * 365, 1000.0 * 86400 * 365}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.rate << " " << row.position);
+        fManager = std::make_shared<tnFilterManager>();
+        fManager->RegisterFactory("sound", [this] { return make_audio(); });
+        tnMediaRecord input = AudioFormat(nullptr);
+        input.fSampleRate.SetInt32(row.rate);
+        fManager->SetInputFormat(kSource, input);
+        observe_audio(fOwner, AudioFormat("sound"), fHeard);
+        write_audio(1, row.position);
+        EXPECT_EQ(fAudio.back()->fTimes, std::vector<double>{row.time});
+    }
+    tnMediaRecord rateless = AudioFormat(nullptr);
+    rateless.fSampleRate.SetInt32(0);
+    fManager = std::make_shared<tnFilterManager>();
+    fManager->RegisterFactory("sound", [this] { return make_audio(); });
+    fManager->SetInputFormat(kSource, rateless);
+    observe_audio(fOwner, AudioFormat("sound"), fHeard);
+    write_audio(1, 48);
+    ASSERT_EQ(fAudio.back()->fTimes.size(), 1u);
+    EXPECT_TRUE(std::isinf(fAudio.back()->fTimes[0]));
 }
 
 TEST_F(FilterManager, AnErrorOfTheSoundFilterDeliversNothing) {

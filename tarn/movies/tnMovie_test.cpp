@@ -1,8 +1,10 @@
 #include "tarn/movies/tnMovie.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "spar/zObject.h"
@@ -98,11 +100,13 @@ public:
         return 0;
     }
     int BeginOutput(const tnOutputAccessor& output, const zRecord*, zRecord&) override {
+        changesAmidstWrites += writing > 0 ? 1 : 0;
         begun.push_back(output.OutputType());
         return output.OutputType() == failOnType ? -55 : 0;
     }
     int EndOutput(const tnOutputAccessor& output, const tnOutputAccessor& active,
                   zRecord&) override {
+        changesAmidstWrites += writing > 0 ? 1 : 0;
         ended.push_back(output.OutputType());
         activeURL = active.URL();
         return endResult;
@@ -130,6 +134,8 @@ public:
     int endResult = 0;
     bool giveNoStream = false;
     unsigned int tracks = 1;
+    std::atomic<int> writing{0};  ///< writes under way
+    int changesAmidstWrites = 0;
 };
 
 zRecord* track(tnMediaType type, bool enabled, int mask) {
@@ -149,6 +155,41 @@ zRecord* output(int type, bool enabled, const char* url = "a") {
 }
 
 constexpr int kAppend = 0x7FFFFFFF;
+
+/// A movie that writes what it must and nothing else.
+class PlainMovie final : public tnMovie {
+public:
+    unsigned int TrackCount() override { return 0; }
+    int GetTrackFormat(unsigned int, tnMediaRecord*) override { return 0; }
+    unsigned int FormatID() override { return 0; }
+    const char* FormatName() override { return ""; }
+    int GetMovieSetting(const char*, zRecord&) override { return 0; }
+    int SetMovieSetting(const char*, const zRecord&) override { return 0; }
+};
+
+TEST(Movie, ThatOverridesNothingCanDoNothing) {
+    const Held<tnMovie> movie(new PlainMovie());
+    zRecord record;
+    zRecord result;
+    tnMediaRecord format;
+    tnStream* stream = nullptr;
+    EXPECT_EQ(movie->CreateStreams(record, 0, 0), -28);
+    EXPECT_EQ(movie->GetWriteStreamForType(TN_MEDIA_VIDEO, &stream), -28);
+    EXPECT_EQ(movie->CreateWriteStream(format, &stream, 0), -28);
+    EXPECT_EQ(movie->CreateReadStream(0, &stream), -28);
+    EXPECT_EQ(stream, nullptr);
+    EXPECT_EQ(movie->CreateDiskFile("x"), -28);
+    EXPECT_EQ(movie->BeginWritingFromDestination(record, nullptr, result), -28);
+    EXPECT_EQ(movie->UpdateOutput(tnOutputAccessor(record), nullptr, result, TN_OUTPUT_UPDATE_ADD),
+              -28);
+    EXPECT_FALSE(movie->IsOutputActive(TN_OUTPUT_DEFAULT));
+    EXPECT_EQ(movie->ExecuteRPC(record, result), 0);
+    EXPECT_EQ(movie->SendRtmpDataMessage(record), 0);
+    EXPECT_EQ(movie->StatisticsControl(record, result), 0);
+    movie->WaitForIndexingToComplete();
+    EXPECT_TRUE(record.IsEmpty());
+    EXPECT_TRUE(result.IsEmpty());
+}
 
 TEST(Movie, AnswersForWhatItCannotDoAndKeepsItsFlag) {
     const Held<Movie> movie(new Movie());
@@ -276,6 +317,70 @@ TEST(BaseWriteMovie, AddsRemovesAndEnablesOutputs) {
     movie->failOnType = 1;
     EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_ADD), -55);
     EXPECT_EQ(movie->OutputCount(), 0u);
+}
+
+TEST(BaseWriteMovie, AnOutputOfAKindThatIsThereReplacesWhatIsRemembered) {
+    const Held<Movie> movie(new Movie());
+    zRecord result;
+    for (const char* url : {"one", "two"}) {
+        const std::unique_ptr<zRecord> one(output(1, true, url));
+        EXPECT_EQ(
+            movie->UpdateOutput(tnOutputAccessor(*one), nullptr, result, TN_OUTPUT_UPDATE_ADD), 0);
+    }
+    EXPECT_EQ(movie->OutputCount(), 1u);
+    zRecord copy;
+    tnOutputAccessor accessor(copy);
+    EXPECT_EQ(movie->get_output_at(0, accessor), 0);
+    EXPECT_EQ(accessor.URL(), "two");
+}
+
+// Any number of writes at once, and none while an output starts or stops.
+TEST(BaseWriteMovie, OutputsChangeBetweenWrites) {
+    const Held<Movie> movie(new Movie());
+    movie->BeginStreamWrite();
+    movie->BeginStreamWrite();  // a second writer need not wait for the first
+    movie->EndStreamWrite();
+    movie->EndStreamWrite();
+    std::atomic<bool> done{false};
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 3; ++i) {
+        writers.emplace_back([&] {
+            while (!done) {
+                movie->BeginStreamWrite();
+                ++movie->writing;
+                movie->IsWritingType(TN_OUTPUT_DEFAULT);
+                --movie->writing;
+                movie->EndStreamWrite();
+                std::this_thread::yield();
+            }
+        });
+    }
+    zRecord result;
+    const std::unique_ptr<zRecord> one(output(1, true));
+    const tnOutputAccessor accessor(*one);
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_ADD), 0);
+        EXPECT_TRUE(movie->IsOutputActive(TN_OUTPUT_DEFAULT));
+        EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_ENABLE), 0);
+        EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_REMOVE), 0);
+    }
+    done = true;
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(movie->changesAmidstWrites, 0);
+    EXPECT_EQ(movie->ended.size(), 200u);
+}
+
+TEST(BaseWriteMovie, AnUnknownChangeIsRefusedWhileSamplesFlow) {
+    const Held<Movie> movie(new Movie());
+    zRecord result;
+    movie->BeginStreamWrite();  // it would wait for ever if it took the lock
+    EXPECT_EQ(
+        movie->UpdateOutput(tnOutputAccessor(), nullptr, result, static_cast<tn_output_update>(4)),
+        -1011);
+    movie->EndStreamWrite();
+    movie->WriteLock();
+    EXPECT_FALSE(movie->IsWritingType(TN_OUTPUT_DEFAULT)) << "callable where the lock is held";
+    movie->WriteUnlock();
 }
 
 TEST(BaseWriteMovie, AnOutputWithoutARecordIsOfTheDefaultKind) {

@@ -1,8 +1,12 @@
 #include "tarn/movies/tnOutputStream.h"
 
+#include <algorithm>
+#include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "spar/zTraceManager.h"
@@ -111,6 +115,70 @@ TEST_F(OutputStream, HoldsItsBuffersUntilTheMovieStartsAndDropsNone) {
     audio->DestroyFilters();
 }
 
+//  sound    100   110 | 120   130              130 is the first that passes
+//  picture              K125
+TEST_F(OutputStream, HoldsItsSoundUntilTheMovieStartsAndDropsNone) {
+    constexpr int kSound = kSource + 1;
+    const auto sound = std::make_shared<Sink>();
+    const auto video = stream(VideoFormat("video"), fSink);
+    const std::shared_ptr<tnOutputStream> audio(
+        new tnOutputStream(kSound, AudioFormat("audio"), fSync),
+        [](tnOutputStream* s) { s->Release(); });
+    fSync->AddStream(audio.get());
+    audio->SetSink(sound);
+    tnFilterManager::Default()->SetInputFormat(kSource, VideoFormat(nullptr));
+    tnFilterManager::Default()->SetInputFormat(kSound, AudioFormat(nullptr));
+    video->CreateFilters();
+    audio->CreateFilters();
+    const auto write_audio = [&](long long time) {
+        const char block[4] = {};
+        tnFilterManager::Default()->WriteAudioSamples(kSound, time, block, 32, 0, 0, 0);
+    };
+    write_audio(100);
+    write_audio(110);
+    EXPECT_TRUE(sound->times.empty());
+    write_video(125);
+    EXPECT_EQ(fSink->times, std::vector<long long>{125});
+    write_audio(120);
+    EXPECT_TRUE(sound->times.empty()) << "before the start";
+    write_audio(130);
+    EXPECT_EQ(sound->times, (std::vector<long long>{100, 110, 120, 130}));
+    write_audio(140);
+    EXPECT_EQ(sound->times.back(), 140);
+    video->DestroyFilters();
+    audio->DestroyFilters();
+}
+
+// What was pending when a stream stopped comes out when it has started again.
+TEST_F(OutputStream, StaleBuffersWaitForTheNextStart) {
+    const auto video = stream(VideoFormat("video"), fSink);
+    const auto other = stream(VideoFormat("video"), std::make_shared<Sink>());
+    tnFilterManager::Default()->SetInputFormat(kSource, VideoFormat(nullptr));
+    video->CreateFilters();
+    write_video(100);
+    video->DestroyFilters();
+    EXPECT_TRUE(fSink->times.empty());
+    EXPECT_FALSE(fSync->CanSendFrame(other.get(), 150, false));
+    tnFilterManager::Default()->SetInputFormat(kSource, VideoFormat(nullptr));
+    video->CreateFilters();
+    write_video(200);
+    EXPECT_EQ(fSink->times, (std::vector<long long>{100, 200}));
+    EXPECT_EQ(fSink->filters, (std::vector<tnFilter*>{fVideo, fVideo})) << "the filter of now";
+    video->DestroyFilters();
+}
+
+// A sync time of -1 is none: the buffer's own time counts.
+TEST_F(OutputStream, WithoutASyncTimeTheDecodeTimeCounts) {
+    const auto video = stream(VideoFormat("video"), fSink);
+    tnFilterManager::Default()->SetInputFormat(kSource, VideoFormat(nullptr));
+    video->CreateFilters();
+    tnFilterManager::Default()->WriteVideoSample(kSource, -1, 640, *fBuffer, VideoFormat(nullptr));
+    EXPECT_EQ(fSink->times, std::vector<long long>{-1});
+    EXPECT_FALSE(fSync->CanSendFrame(video.get(), 639, true));
+    EXPECT_TRUE(fSync->CanSendFrame(video.get(), 640, false));
+    video->DestroyFilters();
+}
+
 TEST_F(OutputStream, SoundTakesItsTimeFromItsStampOrElseFromTheFilter) {
     const auto audio = stream(AudioFormat("audio"), fSink);
     audio->CreateFilters();
@@ -215,6 +283,81 @@ TEST(OutputStreamSync, StartsAtTheFirstKeyFrameOnceAllHaveReported) {
     EXPECT_FALSE(sync.CanSendFrame(stands.first, 1020, false));
     EXPECT_TRUE(sync.CanSendFrame(stands.first, 1040, false));
     EXPECT_FALSE(sync.CanSendFrame(stands.second, 1039, true));
+}
+
+/// Fails at the first message, with what it is told to.
+class BrokenTrace final : public zTraceManager {
+public:
+    explicit BrokenTrace(bool runtimeError)
+        : fBefore(SetDefault(this)), fRuntimeError(runtimeError) {}
+    ~BrokenTrace() override { SetDefault(fBefore); }
+    void TraceMessage(int, const std::string& text) override {
+        if (text.starts_with("Stream Sync")) {
+            if (fRuntimeError) throw std::runtime_error("no room");
+            throw 7;
+        }
+        traced += text;
+    }
+
+    std::string traced;
+
+private:
+    zTraceManager* fBefore;
+    const bool fRuntimeError;
+};
+
+TEST(OutputStreamSync, TracingNeverStopsTheStart) {
+    for (const bool runtimeError : {true, false}) {
+        const Stands stands;
+        BrokenTrace trace(runtimeError);
+        tnOutputStreamSync sync;
+        sync.AddStream(stands.first);
+        EXPECT_TRUE(sync.CanSendFrame(stands.first, 10, false));
+        EXPECT_TRUE(sync.CanSendFrame(stands.first, 10, false));
+        EXPECT_EQ(trace.traced, runtimeError ? "zTrace 'no room'\n" : "zTrace Unknown Assertion\n");
+    }
+}
+
+//  first   5000 K5040          the span is that of all first times and the start
+//  second       100
+TEST(OutputStreamSync, TellsHowFarApartTheStreamsBegan) {
+    const Stands stands;
+    TraceKeeper trace;
+    tnOutputStreamSync sync;
+    sync.AddStream(stands.first);
+    sync.AddStream(stands.second);
+    EXPECT_FALSE(sync.CanSendFrame(stands.first, 5000, true));
+    EXPECT_FALSE(sync.CanSendFrame(stands.second, 100, false));
+    EXPECT_TRUE(sync.CanSendFrame(stands.first, 5040, true));
+    EXPECT_EQ(trace.traced, "Stream Sync: 4940ms 4.94s\n");
+}
+
+// Whoever asks after the start, on any thread, is answered by the one time.
+TEST(OutputStreamSync, StreamsOnThreadsStartOnce) {
+    for (int round = 0; round < 50; ++round) {
+        const Stands stands;
+        TraceKeeper trace;
+        tnOutputStreamSync sync;
+        sync.AddStream(stands.first);
+        sync.AddStream(stands.second);
+        std::atomic<long long> first{-1};
+        std::thread pictures([&] {
+            for (long long time = 0; first < 0; time += 40) {
+                if (sync.CanSendFrame(stands.first, time, true)) first = time;
+            }
+        });
+        std::thread sound([&] {
+            for (long long time = 0; first < 0; time += 10) {
+                sync.CanSendFrame(stands.second, time, false);
+            }
+        });
+        pictures.join();
+        sound.join();
+        EXPECT_TRUE(sync.CanSendFrame(stands.second, first, false));
+        EXPECT_FALSE(sync.CanSendFrame(stands.second, first - 1, false));
+        EXPECT_TRUE(trace.traced.starts_with("Stream Sync: "));
+        EXPECT_EQ(std::count(trace.traced.begin(), trace.traced.end(), '\n'), 1);
+    }
 }
 
 TEST(OutputStreamSync, VideoFirstWaitsForTheNextKeyFrameAfterSound) {

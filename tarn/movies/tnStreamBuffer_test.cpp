@@ -72,6 +72,21 @@ TEST(StreamBufferGroup, GetsABufferBackWithTheLastReferenceAndTellsOnce) {
     EXPECT_EQ(returns.last, buffer);
 }
 
+TEST(StreamBufferGroup, AReleaseTooManyIsNotSeenAndTheBufferStaysTaken) {
+    tnStreamBufferGroup group;
+    ASSERT_EQ(group.CreateBuffers(1, 16, false), 0);
+    Returns returns;
+    group.SetBufferReturnFunction(Returns::note, &returns);
+    tnStreamBuffer* buffer = nullptr;
+    ASSERT_EQ(group.GetBuffer(&buffer, false), 0);
+    EXPECT_EQ(buffer->ReleaseWriting(), -1);
+    EXPECT_EQ(returns.count, 0);
+    tnStreamBuffer* other = nullptr;
+    EXPECT_EQ(group.GetBuffer(&other, false), -1025);
+    group.buffer_returned(nullptr);
+    EXPECT_EQ(returns.count, 0) << "nothing is ignored";
+}
+
 TEST(StreamBufferGroup, TheReturnFunctionMayTakeTheBufferAgainAtOnce) {
     tnStreamBufferGroup group;
     ASSERT_EQ(group.CreateBuffers(1, 16, false), 0);

@@ -101,7 +101,8 @@ private:
 
     int complete_initialization_for_video();
     int make_video_track(unsigned int sourceFormat, Quillon::Orb::CVideoProperties* source);
-    int place_converter(unsigned int inputFormat, Quillon::Orb::CVideoProperties* source);
+    int place_converter(unsigned int inputFormat, Quillon::Orb::CVideoProperties* source,
+                        bool intoLimited);
     int tune_container();
     int check_hardware();
     bool ConfigureVideoTimescaleAdjustment(const Quillon::Orb::CVideoProperties* properties);

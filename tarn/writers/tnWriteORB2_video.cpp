@@ -28,7 +28,14 @@ using namespace Quillon::Orb;
 namespace {
 
 constexpr int kRangeLimited = 1;
+constexpr int kRangeFull = 2;
 constexpr long long kLargestMovTimescale = 60000;
+
+/// Whether frames of `source` are of full range and the track of `output` has the limited one
+/// alone.
+bool needs_limited_range(const CVideoProperties& source, const CVideoProperties& output) {
+    return source.GetVideoRange() == kRangeFull && output.GetVideoRange() == kRangeLimited;
+}
 
 /// `code` when `result` failed, else 0.
 int code_if_failed(const Result& result, int code) {
@@ -82,19 +89,34 @@ int tnWriteORB2::make_video_track(unsigned int sourceFormat, CVideoProperties* s
     const unsigned int inputFormat = ChooseInputFormat(sourceFormat, *offered);
     const RObject<CVideoFilter> compressor(fVideoWriter->GetCompressor());
     if (fVideoWriter->SetInputFormat(inputFormat).Failed()) return kWriterTrackRefused;
-    if (inputFormat != source->GetFormat()) {
-        const int code = place_converter(inputFormat, source);
-        if (code != 0) return code;
+    const bool intoLimited = needs_limited_range(*source, *output);
+    const bool otherFormat = inputFormat != source->GetFormat();
+    if (otherFormat || intoLimited) {
+        const int code = place_converter(inputFormat, source, intoLimited);
+        if (code != 0 && otherFormat) return code;
+        if (code != 0) fVideoConverter.Clear();
     }
     return configure_output_properties_for_codec(fEncodedVideoFormat, compressor);
 }
 
-int tnWriteORB2::place_converter(unsigned int inputFormat, CVideoProperties* source) {
+// `intoLimited` asks it to bring frames of full range into the limited one, which is all that the
+// track has: else players show their blacks and whites beyond black and white. A converter that
+// cannot is of use only where the format has to change.
+int tnWriteORB2::place_converter(unsigned int inputFormat, CVideoProperties* source,
+                                 bool intoLimited) {
     fVideoConverter = RObject<CVideoConverter>(
         CComponentInventory<CComponentFactory<CVideoConverter>>::GetSingleton().CreateInstance(
             'vfc '));
     if (!fVideoConverter) return kWriterConverterBegin;
     if (fVideoConverter->SetInputProperties(source).Failed()) return kWriterConverterInput;
+    if (intoLimited) {
+        const RObject<CVideoProperties> wanted(new CVideoProperties(source));
+        if (!wanted) return kWriterConverterOutput;
+        wanted->SetFormat(inputFormat);
+        wanted->SetVideoRange(kRangeLimited);
+        const bool taken = fVideoConverter->SetOutputProperties(wanted.Get()).Succeeded();
+        if (!taken && inputFormat == source->GetFormat()) return kWriterConverterOutput;
+    }
     if (fVideoConverter->SetOutputFormat(inputFormat).Failed()) return kWriterConverterOutput;
     return code_if_failed(fVideoConverter->Begin(), kWriterConverterBegin);
 }
@@ -120,6 +142,7 @@ int tnWriteORB2::check_hardware() {
     const RObject<CVideoFilter> compressor(fVideoWriter->GetCompressor());
     compressor->GetProperty(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, inHardware);
     if (inHardware) return 0;
+    // The second name meets no codec of ours as yet; set-up refuses it before this.
     return toolbox ? kWriterToolboxInSoftware : kWriterQuickSyncInSoftware;
 }
 

@@ -103,6 +103,54 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Faults,
                                          Fault{"DiskFullOnce", ENOSPC, false, true}),
                          [](const auto& each) { return std::string(each.param.name); });
 
+/// The disk fills while a larger index is being written: what the present one takes is kept.
+TEST(FullDisk, WhileTheIndexGrowsLosesNothingThatWasShown) {
+    const MediaClip clip =
+        MakeUpClip({.seconds = 120, .framesPerSecond = 60, .frameBytes = 10, .reordered = true});
+    for (const double expectedSeconds : {5, 400}) {
+        WriteOptions options;
+        options.expectedSeconds = expectedSeconds;
+        options.checkpointEvery = 600;
+        auto whole = std::make_shared<FileRecord>();
+        ASSERT_EQ(record_with(whole, clip, options).result, 0);
+        for (int call = 5; call < whole->calls; call += whole->calls / 40) {
+            SCOPED_TRACE("call " + std::to_string(call));
+            auto record = std::make_shared<FileRecord>();
+            record->failAt = call;
+            record->error = ENOSPC;
+            record->stays = true;
+            record->half = true;
+            const Outcome outcome = record_with(record, clip, options);
+            ASSERT_EQ(outcome.after.complaints, "");
+            for (std::size_t i = 0; i < outcome.before.samples.size(); i++)
+                ASSERT_GE(outcome.after.samples[i], outcome.before.samples[i]);
+        }
+    }
+}
+
+/// The next index cannot be written for a while: the recording goes on.
+TEST(FullDisk, NextIndexMayFailAsLongAsItIsNotNeeded) {
+    const MediaClip clip =
+        MakeUpClip({.seconds = 120, .framesPerSecond = 60, .frameBytes = 10, .reordered = true});
+    WriteOptions options;
+    options.expectedSeconds = 5;
+    options.checkpointEvery = 300;
+    auto whole = std::make_shared<FileRecord>();
+    ASSERT_EQ(record_with(whole, clip, options).result, 0);
+    int survived = 0;
+    for (int call = 5; call < whole->calls; call += whole->calls / 60) {
+        auto record = std::make_shared<FileRecord>();
+        record->failAt = call;
+        record->error = ENOSPC;
+        const Outcome outcome = record_with(record, clip, options);
+        ASSERT_EQ(outcome.after.complaints, "") << call;
+        if (outcome.result.Failed()) continue;
+        ASSERT_EQ(outcome.after.samples[0], 7200) << call;
+        survived++;
+    }
+    EXPECT_GT(survived, 0);
+}
+
 /// Writes samples from `next` on until one fails, and gives that failure.
 Result write_until_failure(WholeMovieFile& file, const MediaClip& clip, std::size_t& next) {
     Result result;

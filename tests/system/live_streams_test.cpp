@@ -3,10 +3,13 @@
 // each, wait for what the show reports rather than for the clock, and set no limit to how late
 // anything is.
 
-#include <algorithm>
-#include <csignal>
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <memory>
+#include <netinet/in.h>
 #include <string>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
 
 #include "tests/system/liveKit.h"
@@ -58,26 +61,57 @@ TEST(Live, SixOutputsOfTwoClipsWithOneAddedAndOneRemoved) {
     EXPECT_EQ(ProbeStream(folder.File("received.ts"), "a:0", "codec_name"), "aac");
 }
 
-TEST(Live, AReceiverThatIsGoneTroublesNobody) {
+namespace {
+
+/// A port of this machine that somebody listens to, until it is closed.
+class Listener {
+public:
+    Listener() : fSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        EXPECT_EQ(bind(fSocket, reinterpret_cast<sockaddr*>(&address), length), 0);
+        getsockname(fSocket, reinterpret_cast<sockaddr*>(&address), &length);
+        fPort = ntohs(address.sin_port);
+    }
+    ~Listener() { close(fSocket); }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    std::string Address() const { return "udp://127.0.0.1:" + std::to_string(fPort); }
+
+private:
+    const int fSocket;
+    int fPort = 0;
+};
+
+}  // namespace
+
+// A datagram to nobody is lost without a word; where the socket is connected the system says that
+// the peer is gone.
+TEST(Live, AReceiverThatIsGoneStopsThatOutputAlone) {
     const TestFolder folder;
-    const std::string address = FreeAddress();
+    auto receiver = std::make_unique<Listener>();
     RunningShow show(WriteShow(
-        folder, Bars("tone=\"440\"") + Output("bars", "gone", "MPEG-TS", address, kX264) +
+        folder, Bars("tone=\"440\"") +
+                    Output("bars", "told", "MPEG-TS", receiver->Address() + "?connect=1", kX264) +
+                    Output("bars", "untold", "MPEG-TS", receiver->Address(), kX264) +
                     Output("bars", "file", "Shared MPEG-4", folder.File("file.mp4"), kX264)));
     ASSERT_TRUE(show.PlayTo(1)) << show.End().err;
-    {
-        // A receiver that goes away in the middle.
-        BackgroundProcess receiver({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i", address, "-c",
-                                    "copy", folder.File("received.ts")});
-        ASSERT_TRUE(show.PlayTo(3));
-        receiver.Signal(SIGKILL);
-        receiver.Wait();
-    }
+    receiver.reset();
+    ASSERT_TRUE(show.ReadUntil([](const std::string& line) {
+        return PartOf(line, "told").find("\"failed\"") != std::string::npos;
+    }));
     ASSERT_TRUE(show.PlayTo(5));
     const ProcessResult end = show.Quit();
-    const std::string file = PartOf(DoneLine(end), "file");
-    EXPECT_NE(file.find(R"("state":"ended")"), std::string::npos) << file;
+    EXPECT_EQ(end.exitCode, 1) << "an output failed";
+    const std::string done = DoneLine(end);
+    EXPECT_LT(NumberOf(PartOf(done, "told"), "status"), 0) << done;
+    EXPECT_NE(PartOf(done, "untold").find(R"("state":"ended")"), std::string::npos) << done;
+    EXPECT_NE(PartOf(done, "file").find(R"("state":"ended")"), std::string::npos) << done;
     const std::vector<int> numbers = NumbersIn(folder.File("file.mp4"), folder);
     EXPECT_GT(numbers.size(), 90u);
+    EXPECT_EQ(numbers.front(), 0);
     ExpectInSequence(numbers, "file.mp4");
 }

@@ -95,7 +95,7 @@ TEST(Live, AFullDiskStopsThatOutputAlone) {
     // No file of this process may grow past a megabyte: to a writer that is a full disk. The room
     // for the index of a long recording would be more than that.
     BackgroundProcess show({"bash", "-c", "ulimit -f 1024; exec \"$@\"", "bash", kTool, "live",
-                            path, "--json", "--speed", kSpeed},
+                            path, "--json", "--speed", kSpeed, "--seconds", "300"},
                            BackgroundProcess::Input::kPipe);
     std::string line;
     std::string all;

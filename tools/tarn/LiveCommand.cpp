@@ -13,7 +13,9 @@
 #include "tarn/filters/tnFilterManager.h"
 #include "tarn/foundation/tnTarn.h"
 #include "tarn/movies/tnFiles.h"
+#include "tarn/sync/tnSleeper.h"
 
+#include "SleepOption.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
 #include "live/CommandInput.h"
@@ -215,6 +217,17 @@ void AddLiveCommand(CLI::App& app, int& exitCode) {
     live->add_option("--speed", arguments->speed, "pace beside real time: 0.5 takes twice as long")
         ->check(CLI::Range(0.001, 100.0))
         ->capture_default_str();
+    live->add_option_function<std::string>(
+            "--sleep",
+            [](const std::string& text) {
+                tnSleeper::Configuration sleep{};
+                std::string error;
+                if (!ParseSleep(text, sleep, error)) throw CLI::ValidationError("--sleep", error);
+                tnSleeper::SetConfiguration(sleep);
+            },
+            "hold each frame up, to see what a slow machine does: renderer or decompressor, and "
+            "milliseconds, such as renderer:20-80")
+        ->type_name("POINT:MIN-MAX");
     live->add_option("--addons", arguments->addons, "folder of the output add-ons");
     live->add_flag("--json", arguments->json, "a JSON object a line, for machines");
     live->add_flag("--trace", arguments->trace, "print what the library notes to standard error");

@@ -105,10 +105,11 @@ int MovieIndex::Prepare(long long& end) {
     if (!LayoutHolds(fPair->Hidden().Layout(), fMovie)) return move_to_next(end);
     long long unlimited = std::numeric_limits<long long>::max();
     if (const int error = fPair->Hidden().Update(fFile, fMovie, unlimited)) return error;
-    if (!fNext && LayoutFill(fPair->Hidden().Layout(), fMovie) > kFillForNext) {
-        if (const int error = plan_next(end)) return error;
-    }
-    return build_next(budget);
+    // What hinders the next pair, a full disk as a rule, does not harm this state; once the pair is
+    // needed it must stand.
+    if (!fNext && LayoutFill(fPair->Hidden().Layout(), fMovie) > kFillForNext) plan_next(end);
+    build_next(budget);
+    return 0;
 }
 
 long long MovieIndex::entries() const {
@@ -127,7 +128,10 @@ int MovieIndex::plan_next(long long& end) {
     fNext = plan_in_front(wanted);
     if (!fNext) fNext = plan_behind(wanted, end);
     if (!fNext) return -EFBIG;
-    return fNext->region.start == fPair->region.start ? 0 : begin_region(*fNext);
+    const bool inFront = fNext->region.start == fPair->region.start;
+    const int error = inFront ? 0 : begin_region(*fNext);
+    if (error != 0) fNext.reset();
+    return error;
 }
 
 std::unique_ptr<MovieIndex::Pair> MovieIndex::plan_in_front(long long slotSize) {
@@ -153,12 +157,10 @@ std::unique_ptr<MovieIndex::Pair> MovieIndex::plan_behind(long long slotSize, lo
     return pair;
 }
 
-int MovieIndex::build_next(long long budget) {
-    if (!fNext) return 0;
-    if (!LayoutHolds(fNext->slots[0]->Layout(), fMovie)) return 0;
+void MovieIndex::build_next(long long budget) {
+    if (!fNext || !LayoutHolds(fNext->slots[0]->Layout(), fMovie)) return;
     for (const auto& slot : fNext->slots)
-        if (const int error = slot->Update(fFile, fMovie, budget)) return error;
-    return 0;
+        if (slot->Update(fFile, fMovie, budget) != 0) return;
 }
 
 /// The present pair is full. Usually the next one is all but written by now; where many samples

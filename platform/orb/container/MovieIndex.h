@@ -71,7 +71,7 @@ private:
     std::unique_ptr<Pair> plan_in_front(long long slotSize);
     std::unique_ptr<Pair> plan_behind(long long slotSize, long long& end);
     int plan_next(long long& end);
-    int build_next(long long budget);
+    void build_next(long long budget);
     int move_to_next(long long& end);
     int begin_region(const Pair& pair);
     void release(long long from, long long to);

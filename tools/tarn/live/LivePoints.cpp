@@ -1,3 +1,8 @@
 #include "LivePoints.h"
 
-void LiveAtPoint(LivePoint) {}
+#include "tarn/sync/tnSleeper.h"
+
+void LiveAtPoint(LivePoint point) {
+    tnSleeper::Sleep(point == LivePoint::kRenderer ? tnSleeper::kSleepRenderer
+                                                   : tnSleeper::kSleepTaskDecompressor);
+}

@@ -10,13 +10,16 @@ constexpr double kSecondsPerMinute = 60;
 constexpr std::size_t kMostPairs = 1000;  // for slopes between all of them
 
 double drift_of(const std::vector<MeasuredPair>& pairs) {
-    // Of very many pairs, every so-manieth.
+    // Close pairs tell the measurement's own steps and not the drift: half the clip lies between
+    // those that count. Of very many pairs, every so-manieth.
+    const double least = (pairs.back().seconds - pairs.front().seconds) / 2;
     const std::size_t step = pairs.size() / kMostPairs + 1;
     std::vector<double> slopes;
     for (std::size_t i = 0; i < pairs.size(); i += step) {
         for (std::size_t j = i + step; j < pairs.size(); j += step) {
             const double seconds = pairs[j].seconds - pairs[i].seconds;
-            if (seconds > 0) slopes.push_back((pairs[j].offsetMs - pairs[i].offsetMs) / seconds);
+            if (seconds > 0 && seconds >= least)
+                slopes.push_back((pairs[j].offsetMs - pairs[i].offsetMs) / seconds);
         }
     }
     return slopes.empty() ? 0 : MedianOf(std::move(slopes)) * kSecondsPerMinute;

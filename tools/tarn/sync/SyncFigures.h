@@ -17,6 +17,6 @@ struct SyncFigures {
 /// The middle one, or halfway between the two in the middle. At least one value.
 double MedianOf(std::vector<double> values);
 
-/// Of no pairs all zeros. The drift is the median of the slopes between all pairs, which single
-/// wrong pairs do not bend.
+/// Of no pairs all zeros. `pairs` are in order of time. The drift is the median of the slopes
+/// between pairs that are far apart, which single wrong ones do not bend.
 SyncFigures FiguresOf(const std::vector<MeasuredPair>& pairs);
