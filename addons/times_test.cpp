@@ -94,9 +94,10 @@ std::vector<int> brightness(const std::string& path) {
 
 /// Seconds of decoded sound before its first loud sample, as a player hears it.
 double click_time(const std::string& path) {
-    const std::string bytes = tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map",
-                                          "0:a:0", "-ac", "1", "-f", "s16le", "-"})
-                                  .out;
+    const std::string bytes =
+        tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map", "0:a:0", "-af",
+                    "aresample=async=1000", "-ac", "1", "-f", "s16le", "-"})
+            .out;
     const auto* samples = reinterpret_cast<const short*>(bytes.data());
     for (std::size_t i = 0; i < bytes.size() / 2; ++i) {
         if (std::abs(samples[i]) > 12000) return static_cast<double>(i) / Camera::kRate;
@@ -148,6 +149,24 @@ TEST_P(Together, FlashAndClickMeetAlsoWhereAnOutputCameLate) {
     EXPECT_NEAR(click_time(fFolder.File("first.mp4")), flash_time(fFolder.File("first.mp4")),
                 0.003);
     ExpectClean(path);
+}
+
+// Sound that never came leaves a hole, and what follows it stays with its pictures.
+TEST_P(Together, SoundThatIsLostPullsNothingForward) {
+    const Kind& kind = GetParam();
+    const std::string path = fFolder.File(kind.file);
+    Camera camera(1, 1001);
+    camera.FlashAt(100);
+    camera.LoseSound(40, 70);
+    tnMediaRecord picture = camera.H264();
+    if (std::string(kind.format) == "QuickTime") picture.SetCString('mcon', "ProRes");
+    Show show(kind.format, {picture, camera.Sound(kind.sound)});
+    ASSERT_EQ(show.Add(path), 0);
+    camera.Write(0, 180);
+    show.End();
+    const double origin = std::atof(tests::ProbeStream(path, "a:0", "start_time").c_str());
+    EXPECT_NEAR(click_time(path) + origin, flash_time(path), 0.025) << path;
+    ExpectEveryFrame(path, PacketsOf(path, "v:0").front().shown, kFrame, 120);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Together,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 #include "addons/moviefile/RawAudioCompressor.h"
 #include "addons/moviefile/RawVideoCompressor.h"
@@ -106,12 +107,31 @@ int FileOutput::write_sound(const MediaItem& item) {
     const auto skip = static_cast<unsigned int>(std::lround(early * fSoundRate / kMsPerSecond));
     if (skip >= frames) return 0;
     const unsigned int frameBytes = sound.PacketSize(0) / frames;
+    const double start = item.startMs + early;
+    const int code = write_silence(fSoundLine.MissingBefore(start), frameBytes);
+    if (code != 0) return code;
+    fSoundLine.Follow(start, kMsPerSecond * (frames - skip) / fSoundRate);
+    return write_block(sound.PacketData(0) + skip * frameBytes, (frames - skip) * frameBytes);
+}
+
+int FileOutput::write_block(const unsigned char* data, unsigned int size) {
     Block block;
-    const int code =
-        fWriter->WriteAudioPacket(&block, 0, 0, sound.PacketData(0) + skip * frameBytes,
-                                  static_cast<int>((frames - skip) * frameBytes));
+    const int code = fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(size));
     fSoundBytes.fetch_add(block.Bytes());
     return code;
+}
+
+// Zero is silence in integers and floats alike. Blocks stay short of what a converter takes.
+int FileOutput::write_silence(double milliseconds, unsigned int frameBytes) {
+    constexpr long long kBlock = 4096;
+    long long missing = std::llround(milliseconds * fSoundRate / kMsPerSecond);
+    const std::vector<unsigned char> zeros(missing > 0 ? kBlock * frameBytes : 0);
+    for (long long frames = 0; missing > 0; missing -= frames) {
+        frames = std::min(missing, kBlock);
+        const int code = write_block(zeros.data(), static_cast<unsigned int>(frames) * frameBytes);
+        if (code != 0) return code;
+    }
+    return 0;
 }
 
 int FileOutput::finish_file() {

@@ -3,6 +3,7 @@
 #include "tarn/writers/tnWriteORB2.h"
 
 #include "addons/support/MovieOutput.h"
+#include "addons/support/SoundLine.h"
 
 /// Writes raw frames and PCM through the movie file writer, which encodes them for this file alone.
 ///
@@ -29,6 +30,9 @@ protected:
     bool takes_sound(tnAudioCompressor::EncodedBuffer& buffer) override;
 
 private:
+    int write_block(const unsigned char* data, unsigned int size);
+    int write_silence(double milliseconds, unsigned int frameBytes);
+
     const unsigned int fContainerType;
     const tnMediaRecord fPictures;
     const tnMediaRecord fSound;
@@ -38,4 +42,5 @@ private:
     long long fStartTicks = 0;
     double fSoundStartMs = 0;
     double fSoundRate = 0;
+    SoundLine fSoundLine;
 };

@@ -31,7 +31,6 @@ constexpr int kContainerQueue = 256;
 /// More than a minute of pictures and sound; nobody waits for this output.
 constexpr MovieOutput::Room kRoom = {16384, std::size_t{256} << 20, false};
 constexpr int kAacPacket = 'mp4a';
-constexpr int kH264Buffer = 7;
 
 /// Keeps a shared buffer while the media library holds its bytes.
 template <class Buffer>
@@ -226,38 +225,75 @@ int MuxOutput::write_sound(const MediaItem& item) {
     constexpr double kRoundingMs = 0.5;
     for (int i = 0; i < item.sound->PacketCount(); ++i) {
         if (item.sound->Timestamp(i) < fFirstSoundMs - kRoundingMs) continue;
-        const int code = write_packet(*item.sound, i, item.sound);
+        const int code = write_packet(item.sound, i);
         if (code != 0) return code;
     }
     return 0;
 }
 
-int MuxOutput::write_packet(tnAudioCompressor::EncodedBuffer& buffer, int packet,
-                            const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& owner) {
-    const RObject<CAudioSample> sample(new CAudioSample(1));
-    sample->SetDuration(buffer.SampleCount(packet));
-    const RObject<CMemoryDataReference> bytes =
-        bytes_of(owner, buffer.PacketData(packet), buffer.PacketSize(packet));
+int MuxOutput::write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& buffer,
+                            int packet) {
+    const double start = buffer->Timestamp(packet);
+    const int code = write_held_packet(fSoundLine.MissingBefore(start));
+    fSoundLine.Follow(start, buffer->DurationMilli(packet));
+    fHeld = buffer;
+    fHeldPacket = packet;
+    return code;
+}
+
+/// What is missing after a packet is told as its duration: players then wait, and stay together.
+int MuxOutput::write_held_packet(double missingMs) {
+    if (!fHeld) return 0;
+    const std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer = std::move(fHeld);
+    fHeld.reset();
+    const long long frames =
+        buffer->SampleCount(fHeldPacket) + std::llround(missingMs * fSoundRate / kMsPerSecond);
+    return write_bytes(
+        bytes_of(buffer, buffer->PacketData(fHeldPacket), buffer->PacketSize(fHeldPacket)), 1,
+        frames);
+}
+
+int MuxOutput::write_bytes(RObject<CMemoryDataReference> bytes, long long packets,
+                           long long frames) {
+    const RObject<CAudioSample> sample(new CAudioSample(packets));
+    sample->SetDuration(frames);
     sample->SetDataReference(bytes.Get());
     return fSound->WriteSample(sample.Get()).Failed() ? kWriterAudioSample : 0;
+}
+
+int MuxOutput::write_silence(double milliseconds) {
+    constexpr long long kBlock = 48000;
+    long long missing = std::llround(milliseconds * fSoundRate / kMsPerSecond);
+    for (long long frames = 0; missing > 0; missing -= frames) {
+        frames = std::min(missing, kBlock);
+        const std::vector<unsigned char> zeros(static_cast<std::size_t>(frames) * fFrameBytes);
+        const int code = write_bytes(
+            RObject<CMemoryDataReference>(new CMemoryDataReference(copy_of(zeros).Get())), frames,
+            frames);
+        if (code != 0) return code;
+    }
+    return 0;
 }
 
 int MuxOutput::write_pcm(const MediaItem& item) {
+    tnAudioCompressor::EncodedBuffer& sound = *item.sound;
     const double early = std::max(fFirstSoundMs - item.startMs, 0.0);
     const auto skip =
         static_cast<std::size_t>(std::lround(early * fSoundRate / kMsPerSecond)) * fFrameBytes;
-    const std::size_t size = item.sound->PacketSize(0);
+    const std::size_t size = sound.PacketSize(0);
     if (skip >= size) return 0;
-    const RObject<CAudioSample> sample(
-        new CAudioSample(static_cast<long long>((size - skip) / fFrameBytes)));
-    const RObject<CMemoryDataReference> bytes =
-        bytes_of(item.sound, item.sound->PacketData(0) + skip, size - skip);
-    sample->SetDataReference(bytes.Get());
-    return fSound->WriteSample(sample.Get()).Failed() ? kWriterAudioSample : 0;
+    const auto frames = static_cast<long long>((size - skip) / fFrameBytes);
+    const int code = write_silence(fSoundLine.MissingBefore(item.startMs + early));
+    if (code != 0) return code;
+    fSoundLine.Follow(item.startMs + early,
+                      kMsPerSecond * static_cast<double>(frames) / fSoundRate);
+    return write_bytes(bytes_of(item.sound, sound.PacketData(0) + skip, size - skip), frames,
+                       frames);
 }
 
 int MuxOutput::finish_file() {
+    const int code = write_held_packet(0);
     if (fPictures) fPictures->WriteSample(nullptr);
     if (fSound) fSound->WriteSample(nullptr);
-    return fAsset->Finish().Failed() ? kWriterNoFile : 0;
+    return fAsset->Finish().Failed() ? kWriterNoFile : code;
 }

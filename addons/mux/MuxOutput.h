@@ -5,9 +5,11 @@
 #include "orb/CAssetAudioWriter.h"
 #include "orb/CAssetVideoWriter.h"
 #include "orb/CAssetWriter.h"
+#include "orb/CMemoryDataReference.h"
 #include "orb/RObject.h"
 
 #include "addons/support/MovieOutput.h"
+#include "addons/support/SoundLine.h"
 
 /// Muxes what shared encoders made, as it comes: no picture and no packet is encoded, copied or
 /// rendered here, and its times and key flags are those that the encoder gave.
@@ -40,9 +42,12 @@ private:
     int make_aac_track(const MovieStart& start);
     bool is_streamable(unsigned int format) const;
     void announce_length(Quillon::Orb::CMediaProperties* properties) const;
-    int write_packet(tnAudioCompressor::EncodedBuffer& buffer, int packet,
-                     const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& owner);
+    int write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& buffer, int packet);
+    int write_held_packet(double missingMs);
     int write_pcm(const MediaItem& item);
+    int write_silence(double milliseconds);
+    int write_bytes(RObject<Quillon::Orb::CMemoryDataReference> bytes, long long packets,
+                    long long frames);
 
     const unsigned int fContainerType;
     RObject<Quillon::Orb::CAssetWriter> fAsset;
@@ -58,4 +63,8 @@ private:
     bool fIsPcm = false;
     std::size_t fFrameBytes = 0;  // of PCM
     double fSoundRate = 0;
+    SoundLine fSoundLine;
+    // A packet of AAC waits for the next one, whose time tells how long it stands.
+    std::shared_ptr<tnAudioCompressor::EncodedBuffer> fHeld;
+    int fHeldPacket = 0;
 };

@@ -1,5 +1,6 @@
 #include "addons/support/MovieOutput.h"
 
+#include <chrono>
 #include <utility>
 
 #include "spar/trace.h"
@@ -13,7 +14,12 @@ MovieOutput::~MovieOutput() = default;
 
 void MovieOutput::Start(Report report) {
     fReport = std::move(report);
-    fThread = std::thread([this] { run(); });
+    fThread = std::thread([self = shared_from_this()] {
+        self->run();
+        const zMutexLock lock(self->fLock);
+        self->fEnded = true;
+        self->fChanged.WakeAll();
+    });
 }
 
 void MovieOutput::Stop() {
@@ -22,7 +28,27 @@ void MovieOutput::Stop() {
         fEnding = true;
         fChanged.WakeAll();
     }
-    if (fThread.joinable()) fThread.join();
+    if (!fThread.joinable()) return;
+    if (has_ended()) {
+        fThread.join();
+        return;
+    }
+    fThread.detach();
+    fail(kTooSlow);
+}
+
+/// Whether the thread came to its end within the time for that.
+bool MovieOutput::has_ended() {
+    const auto patience = static_cast<long long>(fSettings.stopSeconds * 1e6);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(patience);
+    const zMutexLock lock(fLock);
+    while (!fEnded) {
+        const auto left = until - std::chrono::steady_clock::now();
+        const long long us = std::chrono::duration_cast<std::chrono::microseconds>(left).count();
+        if (us <= 0) return false;
+        fChanged.WaitFor(fLock, us);
+    }
+    return true;
 }
 
 bool MovieOutput::takes_picture(tnVideoCompressor::EncodedBuffer&) {

@@ -19,7 +19,7 @@
 /// nothing more, and keeps what stands in its file. Writes never wait for a dead output: a queue
 /// that is full and does not move for kPatienceMs is such a failure, and an output that says so
 /// waits for no room at all.
-class MovieOutput {
+class MovieOutput : public std::enable_shared_from_this<MovieOutput> {
 public:
     static constexpr int kPatienceMs = 2000;
     /// The status of an output that could not keep up.
@@ -30,7 +30,8 @@ public:
         bool hasPictures = false;
         bool hasSound = false;
         double expectedSeconds = 0;  ///< 0 for the file's own choice
-        int moovRate = 0;  ///< seconds between two states that survive a crash; 0 likewise
+        int moovRate = 0;         ///< seconds between two states that survive a crash; 0 likewise
+        double stopSeconds = 75;  ///< that Stop waits for an output that does not end
     };
     /// How much may wait in front of the output's thread, and whether a write waits for room.
     struct Room {
@@ -46,10 +47,12 @@ public:
 
     /// Looks whether there can be an output: 0 or a negative code. Control thread.
     virtual int Open() = 0;
-    /// Starts the thread. `report` is called once, from any thread, if the output fails.
+    /// Starts the thread, which keeps this object while it runs. `report` is called once, from any
+    /// thread, if the output fails.
     void Start(Report report);
-    /// Takes nothing more, writes what waits, completes the file. Control thread; blocks as long as
-    /// that takes. Once.
+    /// Takes nothing more, writes what waits, completes the file. Control thread; once. Blocks as
+    /// long as that takes, but no longer than the settings say: a disk that never answers then
+    /// keeps the output's thread, which ends when it may, and nothing else.
     void Stop() SPAR_EXCLUDES(fLock);
 
     void WriteVideo(const std::shared_ptr<tnFilter>& filter,
@@ -81,6 +84,7 @@ protected:
     const Settings fSettings;
 
 private:
+    bool has_ended() SPAR_EXCLUDES(fLock);
     void put(MediaItem item) SPAR_EXCLUDES(fLock);
     bool wait_for_room() SPAR_REQUIRES(fLock);
     bool is_full() const SPAR_REQUIRES(fLock);
@@ -110,5 +114,6 @@ private:
     std::deque<MediaItem> fItems SPAR_GUARDED_BY(fLock);
     std::size_t fBytes SPAR_GUARDED_BY(fLock) = 0;
     bool fEnding SPAR_GUARDED_BY(fLock) = false;
+    bool fEnded SPAR_GUARDED_BY(fLock) = false;
     int fFailure SPAR_GUARDED_BY(fLock) = 0;
 };

@@ -106,6 +106,7 @@ int OutputMovie::BeginOutput(const tnOutputAccessor& output, const zRecord* sett
     if (settings) {
         wish.expectedSeconds = settings->AsDouble("expected_seconds", 0);
         wish.moovRate = settings->AsInt32("moov_rate", 0);
+        wish.stopSeconds = settings->AsDouble("stop_seconds", wish.stopSeconds);
     }
     const std::shared_ptr<MovieOutput> made = make_output(wish);
     int code = made->Open();

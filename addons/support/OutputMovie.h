@@ -40,7 +40,8 @@ public:
                      tn_output_update update) override;
     /// Starts an output unless it is switched off: 0; -1006 there is no place to write to; -1009
     /// the movie has no tracks; -1011 one of that type runs already; -1041 nobody makes a track's
-    /// codec. `settings` may say "expected_seconds" and "moov_rate". `result` gets "path".
+    /// codec. `settings` may say "expected_seconds", "moov_rate" and "stop_seconds". `result` gets
+    /// "path".
     int BeginOutput(const tnOutputAccessor& output, const zRecord* settings,
                     zRecord& result) override;
     /// Completes the output: 0, also if it had failed before or never ran.

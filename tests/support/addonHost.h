@@ -79,7 +79,7 @@ public:
     /// Frames from `from` to before `to`, each with its sound.
     void Write(int from, int to) {
         for (int frame = from; frame < to; ++frame) {
-            WriteSound(frame);
+            if (frame < fMuteFrom || frame >= fMuteTo) WriteSound(frame);
             WritePicture(frame);
         }
     }
@@ -116,6 +116,11 @@ public:
 
     /// Lets this frame be white with a click at its very start, and the rest silent.
     void FlashAt(int frame) { fFlashAt = frame; }
+    /// Lets the sound of these frames never be written.
+    void LoseSound(int from, int to) {
+        fMuteFrom = from;
+        fMuteTo = to;
+    }
 
     /// A picture that no other frame has: a moving ramp with a block that walks over it.
     static void Paint(int frame, unsigned char* out) {
@@ -133,6 +138,8 @@ private:
     const int fSource;
     const long long fTicks;
     int fFlashAt = -1;
+    int fMuteFrom = 0;
+    int fMuteTo = 0;
     std::shared_ptr<tnFilterManager> fManager = tnFilterManager::Default();
     std::unique_ptr<tnStreamBufferGroup> fGroup;
 };
