@@ -26,8 +26,7 @@ namespace {
 constexpr int kTriesForRoom = 3;
 constexpr unsigned int kBetweenTriesUs = 10'000;
 
-/// Whether the track takes a sample now, or within three sleeps. The last sleep is for nothing: a
-/// track that was full three times is left alone.
+/// Whether the track takes a sample at one of three tries, with a sleep behind each that failed.
 bool has_room(const CAssetTrackWriter& track) {
     for (int i = 0; i < kTriesForRoom; ++i) {
         if (track.IsReady()) return true;
@@ -66,7 +65,8 @@ int tnWriteORB::WriteVideo(tnVideoCompressor::EncodedBuffer& buffer) {
     if (fVideoConverter && !convert_picture(sample)) return -1;
 
     const long long before = fVideoWriter->GetBytesWritten();
-    if (!has_room(*fVideoWriter)) return 0;
+    // A picture that finds room just after the last sleep still goes in; sound does not.
+    if (!has_room(*fVideoWriter) && !fVideoWriter->IsReady()) return 0;
     if (fVideoWriter->WriteSample(sample.Get()).Failed()) return -1;
     sample.Clear();
     if (bytes && bytes->IsShared()) {
