@@ -116,9 +116,8 @@ void print_text(const MeasureArguments& arguments, const SyncMeasurement& measur
     for (const MeasuredPair& pair : measurement.pairs) {
         fmt::print("{:>10.3f} s {:>+9.1f} ms\n", pair.seconds, pair.offsetMs);
     }
-    fmt::print(
-        "median {:+.1f} ms, spread {:.1f} ms ({:+.1f} to {:+.1f}), drift {:+.1f} ms a minute\n",
-        figures.median, figures.Spread(), figures.least, figures.most, figures.driftPerMinute);
+    fmt::print("median {:+.1f} ms, spread {:.1f} ms ({:+.1f} to {:+.1f}), drift {}\n",
+               figures.median, figures.Spread(), figures.least, figures.most, TextOfDrift(figures));
 }
 
 void print_json(const MeasureArguments& arguments, const SyncMeasurement& measurement,
@@ -133,10 +132,12 @@ void print_json(const MeasureArguments& arguments, const SyncMeasurement& measur
         fmt::print(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.seconds, pair.offsetMs);
         between = ",";
     }
+    const auto& drift = figures.driftPerMinute;
     fmt::print(
-        R"(],"median":{:.3f},"least":{:.3f},"most":{:.3f},"spread":{:.3f},"driftPerMinute":{:.3f}}})"
+        R"(],"median":{:.3f},"least":{:.3f},"most":{:.3f},"spread":{:.3f},"driftPerMinute":{}}})"
         "\n",
-        figures.median, figures.least, figures.most, figures.Spread(), figures.driftPerMinute);
+        figures.median, figures.least, figures.most, figures.Spread(),
+        drift ? fmt::format("{:.3f}", *drift) : "null");
 }
 
 int run_measure(const MeasureArguments& arguments) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <fmt/format.h>
 #include <utility>
 
 namespace {
@@ -9,20 +10,21 @@ namespace {
 constexpr double kSecondsPerMinute = 60;
 constexpr std::size_t kMostPairs = 1000;  // for slopes between all of them
 
-double drift_of(const std::vector<MeasuredPair>& pairs) {
+std::optional<double> drift_of(const std::vector<MeasuredPair>& pairs) {
+    const double span = pairs.back().seconds - pairs.front().seconds;
+    if (span < kShortestDriftSeconds) return std::nullopt;
     // Close pairs tell the measurement's own steps and not the drift: half the clip lies between
     // those that count. Of very many pairs, every so-manieth.
-    const double least = (pairs.back().seconds - pairs.front().seconds) / 2;
     const std::size_t step = pairs.size() / kMostPairs + 1;
-    std::vector<double> slopes;
+    std::vector<double> slopes{(pairs.back().offsetMs - pairs.front().offsetMs) / span};
     for (std::size_t i = 0; i < pairs.size(); i += step) {
         for (std::size_t j = i + step; j < pairs.size(); j += step) {
             const double seconds = pairs[j].seconds - pairs[i].seconds;
-            if (seconds > 0 && seconds >= least)
-                slopes.push_back((pairs[j].offsetMs - pairs[i].offsetMs) / seconds);
+            if (seconds < span / 2) continue;
+            slopes.push_back((pairs[j].offsetMs - pairs[i].offsetMs) / seconds);
         }
     }
-    return slopes.empty() ? 0 : MedianOf(std::move(slopes)) * kSecondsPerMinute;
+    return MedianOf(std::move(slopes)) * kSecondsPerMinute;
 }
 
 }  // namespace
@@ -45,4 +47,9 @@ SyncFigures FiguresOf(const std::vector<MeasuredPair>& pairs) {
     figures.median = MedianOf(offsets);
     figures.driftPerMinute = drift_of(pairs);
     return figures;
+}
+
+std::string TextOfDrift(const SyncFigures& figures) {
+    if (figures.driftPerMinute) return fmt::format("{:+.1f} ms a minute", *figures.driftPerMinute);
+    return fmt::format("unknown from less than {:g} s", kShortestDriftSeconds);
 }

@@ -8,7 +8,7 @@ TEST(SyncFigures, NoPairsAreZeros) {
     const SyncFigures figures = FiguresOf({});
     EXPECT_EQ(figures.median, 0);
     EXPECT_EQ(figures.Spread(), 0);
-    EXPECT_EQ(figures.driftPerMinute, 0);
+    EXPECT_FALSE(figures.driftPerMinute);
 }
 
 TEST(SyncFigures, OnePairIsItsOwnMedianWithoutADrift) {
@@ -16,7 +16,7 @@ TEST(SyncFigures, OnePairIsItsOwnMedianWithoutADrift) {
     EXPECT_EQ(figures.median, -40);
     EXPECT_EQ(figures.least, -40);
     EXPECT_EQ(figures.most, -40);
-    EXPECT_EQ(figures.driftPerMinute, 0);
+    EXPECT_FALSE(figures.driftPerMinute);
 }
 
 TEST(SyncFigures, MedianOfAnEvenNumberLiesBetweenTheTwoInTheMiddle) {
@@ -27,21 +27,25 @@ TEST(SyncFigures, MedianOfAnEvenNumberLiesBetweenTheTwoInTheMiddle) {
 TEST(SyncFigures, DriftIsTheSlopeThatSingleWrongPairsDoNotBend) {
     std::vector<MeasuredPair> pairs;
     for (int i = 0; i < 50; ++i) pairs.push_back({2.0 * i, 40 + 0.05 * 2 * i});  // 3 ms a minute
-    EXPECT_NEAR(FiguresOf(pairs).driftPerMinute, 3, 1e-9);
+    EXPECT_NEAR(FiguresOf(pairs).driftPerMinute.value(), 3, 1e-9);
     pairs[7].offsetMs = -400;
     pairs[30].offsetMs = 450;
-    EXPECT_NEAR(FiguresOf(pairs).driftPerMinute, 3, 1e-9);
+    EXPECT_NEAR(FiguresOf(pairs).driftPerMinute.value(), 3, 1e-9);
     EXPECT_EQ(FiguresOf(pairs).Spread(), 850);
 }
 
 TEST(SyncFigures, DriftOfVeryManyPairsIsFound) {
     std::vector<MeasuredPair> pairs;
     for (int i = 0; i < 20000; ++i) pairs.push_back({2.0 * i, -0.001 * 2 * i});
-    EXPECT_NEAR(FiguresOf(pairs).driftPerMinute, -0.06, 1e-9);
+    EXPECT_NEAR(FiguresOf(pairs).driftPerMinute.value(), -0.06, 1e-9);
 }
 
-TEST(SyncFigures, PairsAtOneTimeHaveNoDrift) {
-    EXPECT_EQ(FiguresOf({{1, 10}, {1, 20}}).driftPerMinute, 0);
+TEST(SyncFigures, PairsWithinHalfAMinuteTellNoDrift) {
+    EXPECT_FALSE(FiguresOf({{1, 10}, {1, 20}}).driftPerMinute);
+    EXPECT_FALSE(FiguresOf({{1, 10}, {30.9, 20}}).driftPerMinute);
+    EXPECT_EQ(TextOfDrift(FiguresOf({{1, 10}, {30.9, 20}})), "unknown from less than 30 s");
+    EXPECT_EQ(FiguresOf({{1, 10}, {31, 20}}).driftPerMinute, 20);
+    EXPECT_EQ(TextOfDrift(FiguresOf({{1, 10}, {31, 20}})), "+20.0 ms a minute");
 }
 
 }  // namespace

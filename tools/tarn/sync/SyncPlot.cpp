@@ -53,8 +53,8 @@ void draw_scale(SvgDrawing& drawing, const Scale& scale) {
 void draw_drift(SvgDrawing& drawing, const SyncMeasurement& measurement, const SyncFigures& figures,
                 const Scale& scale, double whole) {
     const auto& pairs = measurement.pairs;
-    if (pairs.size() < 2) return;
-    const double slope = figures.driftPerMinute / 60;
+    if (pairs.empty()) return;
+    const double slope = figures.driftPerMinute.value_or(0) / 60;
     const double middle = (pairs.front().seconds + pairs.back().seconds) / 2;
     const auto at = [&](double seconds) {
         const double ms = figures.median + slope * (seconds - middle);
@@ -75,8 +75,8 @@ std::string DrawSyncFigures(const std::string& title, const SyncMeasurement& mea
     drawing.Text(SvgDrawing::kLeft, kPanel.top - 34, "start",
                  "From the tone to the flash: above 0 the picture comes later");
     drawing.Text(SvgDrawing::kLeft, kPanel.top - 14, "start",
-                 fmt::format("median {:+.1f} ms, spread {:.1f} ms, drift {:+.1f} ms a minute",
-                             figures.median, figures.Spread(), figures.driftPerMinute),
+                 fmt::format("median {:+.1f} ms, spread {:.1f} ms, drift {}", figures.median,
+                             figures.Spread(), TextOfDrift(figures)),
                  13, kMedianColour);
     draw_scale(drawing, scale);
     drawing.SecondsBelow(kPanel.bottom, whole);
