@@ -5,20 +5,16 @@
 
 namespace {
 
-template <class T>
-struct Holder {
-    zMutex fMutex;
-    TCache<T>* fSingleton SPAR_GUARDED_BY(fMutex) = nullptr;
-};
-
-/// Never destroyed: a host may ask while the process ends.
-template <class T>
-Holder<T>& holder() {
-    static auto* kept = new Holder<T>;
+/// Guards the singleton. Never destroyed: a host may ask while the process ends.
+zMutex& singleton_lock() {
+    static auto* kept = new zMutex;
     return *kept;
 }
 
 }  // namespace
+
+template <class T>
+TCache<T>* TCache<T>::fSingleton = nullptr;
 
 template <class T>
 TCache<T>::TCache() : fLock(zCritical::Factory(1)) {}
@@ -30,27 +26,24 @@ TCache<T>::~TCache() {
 
 template <class T>
 TCache<T>* TCache<T>::Singleton() {
-    Holder<T>& kept = holder<T>();
-    const zMutexLock lock(kept.fMutex);
-    if (kept.fSingleton == nullptr) {
-        kept.fSingleton = new TCache;
+    const zMutexLock lock(singleton_lock());
+    if (fSingleton == nullptr) {
+        fSingleton = new TCache;
     }
-    return kept.fSingleton;
+    return fSingleton;
 }
 
 template <class T>
 void TCache<T>::DeleteSingleton() {
-    Holder<T>& kept = holder<T>();
-    const zMutexLock lock(kept.fMutex);
-    delete kept.fSingleton;
-    kept.fSingleton = nullptr;
+    const zMutexLock lock(singleton_lock());
+    delete fSingleton;
+    fSingleton = nullptr;
 }
 
 template <class T>
 bool TCache<T>::Exists() {
-    Holder<T>& kept = holder<T>();
-    const zMutexLock lock(kept.fMutex);
-    return kept.fSingleton != nullptr;
+    const zMutexLock lock(singleton_lock());
+    return fSingleton != nullptr;
 }
 
 template <class T>

@@ -38,6 +38,8 @@ private:
     TCache(const TCache&) = delete;
     TCache& operator=(const TCache&) = delete;
 
+    static TCache* fSingleton;  // null while there is none; under a lock of its own
+
     zCritical* const fLock;  // owned
     zMap<zString, TEntry, zRedBlackCmp<zString>> fEntries SPAR_GUARDED_BY(fLock);
 };
