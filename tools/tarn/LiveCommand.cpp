@@ -96,10 +96,10 @@ private:
     void print(const std::string& line) const;
 
     const LiveArguments& fArguments;
-    LiveShow fShow;
     LiveView fView;
     CommandInput fInput;
     long long fTold = 0;
+    LiveShow fShow;  // tells its end to those above
 };
 
 void LiveRun::print(const std::string& line) const {

@@ -75,6 +75,7 @@ public:
 
     const tnMediaRecord& Format() const override { return fFormat; }
     long long Rounds() const override { return fRounds; }
+    double StartSeconds() const override { return fClip->StartSeconds(); }
 
     bool Next(tnStreamBuffer* buffer) override {
         LiveAtPoint(LivePoint::kDecompressor);

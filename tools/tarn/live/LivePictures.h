@@ -23,6 +23,8 @@ public:
     virtual bool Next(tnStreamBuffer* buffer) = 0;
     /// How often a clip has begun anew.
     virtual long long Rounds() const = 0;
+    /// Where the first picture stands on the clip's own time line, in seconds; after one Next.
+    virtual double StartSeconds() const { return 0; }
 };
 
 /// The frame's number, as generated pictures carry it along their lower edge: sixteen squares, the

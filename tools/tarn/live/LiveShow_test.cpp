@@ -1,5 +1,6 @@
 #include "LiveShow.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -9,6 +10,7 @@
 #include "LiveCommands.h"
 #include "LiveReport.h"
 #include "LiveSource.h"
+#include "tests/support/TestFolder.h"
 
 namespace {
 
@@ -170,6 +172,15 @@ TEST_F(RunningShow, ObeysCommands) {
     EXPECT_TRUE(obey("help"));
     EXPECT_TRUE(obey(""));
     EXPECT_TRUE(obey("add " + element("a b"))) << "the name is free again: " << fError;
+}
+
+TEST_F(RunningShow, TakesAnOutputOutOfAFile) {
+    const tests::TestFolder folder;
+    const std::string path = folder.File("more.xml");
+    std::ofstream(path) << "<!-- one more -->\n" << element("more") << "\n";
+    ASSERT_TRUE(prepare(element("a")));
+    EXPECT_TRUE(obey("add " + path)) << fError;
+    EXPECT_EQ(gScripts["more"].starts, 1);
 }
 
 TEST_F(RunningShow, SourcesComeAndGo) {

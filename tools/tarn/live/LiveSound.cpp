@@ -16,7 +16,8 @@ public:
 
     const tnMediaRecord& Format() const override { return fFormat; }
 
-    void BeginRound(double seconds) override {
+    void BeginRound(double seconds, double start) override {
+        fStart = start;
         fRoundEnd += std::llround(seconds * fFormat.fSampleRate.AsInt32(0));
         fNextRound = true;
     }
@@ -41,7 +42,9 @@ private:
         fPending.clear();
         fTaken = 0;
         std::string unused;
-        fClip = ClipAudio::Open(fPath, unused);
+        // The first round finds its clip open and not yet begun.
+        if (fPosition > 0 || !fClip) fClip = ClipAudio::Open(fPath, unused);
+        if (fClip) fClip->StartAt(fStart);
     }
 
     void take(short* pcm, std::size_t samples) {
@@ -69,6 +72,7 @@ private:
     std::vector<short> fPending;
     std::size_t fTaken = 0;   // samples of fPending
     long long fPosition = 0;  // frames given
+    double fStart = 0;        // seconds
     long long fRoundEnd = 0;  // frames, where the next round begins
     bool fNextRound = false;
 };

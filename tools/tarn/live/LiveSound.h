@@ -18,7 +18,8 @@ public:
     virtual const tnMediaRecord& Format() const = 0;
     /// Fills `frames` interleaved sample frames.
     virtual void Next(short* pcm, long long frames) = 0;
-    /// A clip begins anew, `seconds` after its last beginning: what is left of the old round is cut
-    /// or drawn out with silence to that length.
-    virtual void BeginRound(double seconds) = 0;
+    /// A clip begins, or begins anew, `seconds` after its last beginning: what is left of the round
+    /// before is cut or drawn out with silence to that length. `start` is where the pictures begin
+    /// on the clip's own time line.
+    virtual void BeginRound(double seconds, double start) = 0;
 };

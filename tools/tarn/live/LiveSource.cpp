@@ -175,7 +175,8 @@ bool LiveSource::skip_frame() {
 bool LiveSource::next_picture(tnStreamBuffer* buffer) {
     if (!fPictures->Next(buffer)) return false;
     if (fSound && fPictures->Rounds() > fRounds) {
-        fSound->BeginRound(static_cast<double>(fNextFrame - fRoundStart) / fFramesPerSecond);
+        fSound->BeginRound(static_cast<double>(fNextFrame - fRoundStart) / fFramesPerSecond,
+                           fPictures->StartSeconds());
         fRoundStart = fNextFrame;
         fRounds = fPictures->Rounds();
     }

@@ -98,8 +98,8 @@ private:
     long long fLastTick = -1;
     long long fNextFrame = 0;
     long long fRoundStart = 0;  // frame with which the clip's current round began
-    long long fRounds = 0;
-    long long fBlocks = 0;  // of sound
+    long long fRounds = -1;     // of the clip that have begun, less one
+    long long fBlocks = 0;      // of sound
     std::vector<short> fBlock;
 
     // any thread

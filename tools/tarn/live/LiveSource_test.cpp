@@ -53,7 +53,7 @@ public:
     }
     const tnMediaRecord& Format() const override { return fFormat; }
     void Next(short*, long long) override {}
-    void BeginRound(double seconds) override { fRounds.push_back(seconds); }
+    void BeginRound(double seconds, double) override { fRounds.push_back(seconds); }
 
 private:
     std::vector<double>& fRounds;
@@ -212,7 +212,7 @@ TEST_F(SourceOnTicks, BeginsAClipAnewWithItsSound) {
     make(3, true);
     observe();
     for (int i = 1; i <= 8; ++i) tick(i);
-    EXPECT_EQ(fRounds, (std::vector<double>{0.12, 0.12}));
+    EXPECT_EQ(fRounds, (std::vector<double>{0, 0.12, 0.12}));
     EXPECT_EQ(fVideo->fTimes.size(), 8u);
     EXPECT_FALSE(fSource->Figures().ended);
 }

@@ -124,7 +124,7 @@ public:
     }
 
     const tnMediaRecord& Format() const override { return fFormat; }
-    void BeginRound(double) override {}
+    void BeginRound(double, double) override {}
     void Next(short* pcm, long long frames) override {
         constexpr double kLoudness = 3277;  // -20 dB
         for (long long i = 0; i < frames; ++i, ++fPosition) {
