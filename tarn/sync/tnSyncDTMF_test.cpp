@@ -151,7 +151,7 @@ TEST(tnSyncDTMF, PowersAreJudged) {
         {"loud is above 1e9", {1e9, 0.1e9, 0, 0, 1e9, 0, 0, 0}, 0},
         {"a little above 1e9", {1.001e9, 0.1e9, 0, 0, 1e9, 0, 0, 0}, '1'},
         {"the column may be the louder", {kHigh, 0.2 * kHigh, 0, 0, 2 * kHigh, 0, 0, 0}, '1'},
-        {"of equal rows the earlier", {kLow, 0, kLow, 0, kLow, 0, 0, 0}, 0},
+        {"equal rows: one is a third tone", {kLow, 0, kLow, 0, kLow, 0, 0, 0}, 0},
         {"everything alike", {kLow, kLow, kLow, kLow, kLow, kLow, kLow, kLow}, 0},
     };
     for (const PowerCase& c : kCases) {
