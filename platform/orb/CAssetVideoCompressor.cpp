@@ -13,7 +13,7 @@ namespace Quillon::Orb {
 namespace {
 
 /// Raw pictures are large: enough for the encoder never to wait for the host's thread, and no more.
-constexpr std::size_t kQueueSize = 3;
+constexpr std::size_t kQueueSize = 2;
 
 using Inventory = CComponentInventory<CComponentFactory<CVideoCompressor>>;
 

@@ -20,7 +20,7 @@
 namespace {
 
 constexpr int kPollUs = 500;
-constexpr std::size_t kDecodedAhead = 2;
+constexpr std::size_t kDecodedAhead = 1;
 constexpr double kMicro = 1e6;
 
 class FrameBuffer final : public tnVideoCompressor2::EncodedBuffer {
