@@ -77,6 +77,15 @@ SYSTEM_EXCEPTIONS = {
     # How wide the terminal is, for the same reason.
     ("tools/tarn/live/LiveView.cpp", "sys/ioctl.h"),
     ("tools/tarn/live/LiveView.cpp", "unistd.h"),
+    # A folder is watched until something changes in it: nobody else has to.
+    ("tools/tarn/replay/ReplayWatch.cpp", "poll.h"),
+    ("tools/tarn/replay/ReplayWatch.cpp", "sys/inotify.h"),
+    ("tools/tarn/replay/ReplayWatch.cpp", "unistd.h"),
+    # Segments are held open while they are cut, so that a purge cannot take them away; a long cut
+    # holds more of them than a program may have by default.
+    ("tools/tarn/replay/SegmentFile.cpp", "fcntl.h"),
+    ("tools/tarn/replay/SegmentFile.cpp", "sys/resource.h"),
+    ("tools/tarn/replay/SegmentFile.cpp", "unistd.h"),
     # What a movie takes of the disk so far: its blocks, which C++ does not tell.
     ("tools/tarn/live/MovieOutput.cpp", "sys/stat.h"),
     # Commands come in a line at a time while the show runs: stdin is polled, never blocked on.
