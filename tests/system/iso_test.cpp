@@ -14,6 +14,7 @@
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
+#include "tests/system/liveKit.h"
 
 using tests::BackgroundProcess;
 using tests::CountFrames;
@@ -202,16 +203,46 @@ TEST(IsoInAShow, ShowWithAProblemDoesNotStart) {
     }
 }
 
-TEST(IsoInAShow, FullFileIsFollowedByTheNext) {
-    // Ten seconds is the shortest file; the show runs at eight times its pace.
+TEST(IsoInAShow, FullFileIsFollowedByTheNextWithoutAGap) {
+    // Ten seconds is the shortest file, so this takes its time.
     const TestFolder folder;
-    const ProcessResult result =
-        Live(WriteShow(folder, LiveOutput(folder, "long", "long.mov",
-                                          "file_duration=\"10\" file_duration_units=\"sec\"")),
-             {"--seconds", "4", "--speed", "8"});
+    liveKit::RunningShow show(liveKit::WriteShow(
+        folder, liveKit::Bars("tone=\"440\"") +
+                    LiveOutput(folder, "long", "long.mov",
+                               "file_duration=\"10\" file_duration_units=\"sec\"")));
+    ASSERT_TRUE(show.PlayTo(12)) << show.End().err;
+    const ProcessResult result = show.Quit();
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_GE(CountFrames(folder.File("long.mov")), 250);
-    EXPECT_GE(CountFrames(folder.File("long 2.mov")), 1);
+    const std::vector<int> first = liveKit::NumbersIn(folder.File("long.mov"), folder);
+    const std::vector<int> second = liveKit::NumbersIn(folder.File("long 2.mov"), folder);
+    ASSERT_FALSE(first.empty() || second.empty());
+    EXPECT_GE(first.size(), 250u);
+    liveKit::ExpectInSequence(first, "long.mov");
+    liveKit::ExpectInSequence(second, "long 2.mov");
+    EXPECT_LE(second.front(), first.back() + 1) << "no picture is missing";
+    EXPECT_GT(second.front(), 200) << "and few stand in both";
+}
+
+TEST(IsoInAShow, OutputIsCheckedAgainWhenItIsSwitchedOn) {
+    const TestFolder folder;
+    const std::string place = folder.File("disk");
+    std::filesystem::create_directory(place);
+    liveKit::RunningShow show(liveKit::WriteShow(
+        folder,
+        liveKit::Bars("tone=\"440\"") +
+            liveKit::Output("bars", "take", "QuickTime", folder.File("take.mov"), liveKit::kMjpeg) +
+            "<output kind=\"iso\" output_display_name=\"alone\" "
+            "output_filename=\"alone.mov\" video_format=\"MJPEG-MOV\" output_folder=\"" +
+            place + "\"/>"));
+    ASSERT_TRUE(show.PlayTo(0.5)) << show.End().err;
+    std::filesystem::remove(place);
+    EXPECT_FALSE(show.Command("enable alone on"));
+    EXPECT_NE(show.Line().find("there is no folder"), std::string::npos) << show.Line();
+    std::filesystem::create_directory(place);
+    EXPECT_TRUE(show.Command("enable alone on")) << show.Line();
+    ASSERT_TRUE(show.PlayTo(2));
+    EXPECT_EQ(show.Quit().exitCode, 0);
+    EXPECT_GE(CountFrames(place + "/alone.mov"), 1);
 }
 
 TEST(ProbeCommand, TellsWhereEachEncoderRunsOrWhyNot) {

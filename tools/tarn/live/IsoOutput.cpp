@@ -134,14 +134,25 @@ public:
         return begin_file(error);
     }
     void Stop() override {
+        end_full_file();
         if (fMovie) fMovie->Stop();
+        fStopped = true;
     }
     LiveFigures Figures() override {
         if (!fMovie) return fBefore;
         LiveFigures figures = fMovie->Figures();
-        if (figures.status == 0 && figures.frames >= fFramesPerFile) go_on_in_next_file(figures);
-        figures.frames += fBefore.frames;
-        figures.bytes += fBefore.bytes;
+        if (fFull && figures.frames > 0) end_full_file();
+        if (!fFull && figures.status == 0 && figures.frames >= fFramesPerFile) {
+            begin_next_file();
+            figures = fMovie->Figures();
+        }
+        add(fBefore, figures);
+        if (fFull) add(fFull->Figures(), figures);
+        // A file that did not end well is told when the last one has ended; until then they go on.
+        if (fStopped && figures.status == 0 && fBefore.status != 0) {
+            figures.status = fBefore.status;
+            figures.text = fBefore.text;
+        }
         return figures;
     }
     std::string Location() const override {
@@ -149,6 +160,11 @@ public:
     }
 
 private:
+    static void add(const LiveFigures& of, LiveFigures& figures) {
+        figures.frames += of.frames;
+        figures.bytes += of.bytes;
+    }
+
     bool begin_file(std::string& error) {
         const bool hasSound = fSource.AudioFormat() != nullptr;
         std::unique_ptr<LiveOutput> movie =
@@ -156,25 +172,32 @@ private:
         if (!movie || !movie->Start(error)) return false;
         ++fNumber;
         fMovie = std::move(movie);
+        fStopped = false;
         return true;
     }
 
-    /// The next file begins before the one that is full ends. Where it cannot begin that one goes
-    /// on: a file that is too long is better than none.
-    void go_on_in_next_file(LiveFigures& figures) {
+    /// Where the next file cannot begin the full one goes on: too long is better than none.
+    void begin_next_file() {
         std::unique_ptr<LiveOutput> full = std::move(fMovie);
         std::string error;
         if (begin_file(error)) {
-            full->Stop();
-            figures = full->Figures();
-            fBefore.frames += figures.frames;
-            fBefore.bytes += figures.bytes;
-            figures.frames = 0;
-            figures.bytes = 0;
+            fFull = std::move(full);
         } else {
             fMovie = std::move(full);
             fFramesPerFile = kNever;
         }
+    }
+
+    void end_full_file() {
+        if (!fFull) return;
+        fFull->Stop();
+        const LiveFigures last = fFull->Figures();
+        add(last, fBefore);
+        if (last.status != 0) {
+            fBefore.status = last.status;
+            fBefore.text = last.text;
+        }
+        fFull.reset();
     }
 
     static constexpr long long kNever = 0x7FFFFFFFFFFFFFFF;
@@ -184,8 +207,10 @@ private:
     LiveSource& fSource;
     long long fFramesPerFile = kNever;
     int fNumber = 0;      // of the file that is being written
-    LiveFigures fBefore;  // of the files before it
+    LiveFigures fBefore;  // of the files that have ended
     std::unique_ptr<LiveOutput> fMovie;
+    std::unique_ptr<LiveOutput> fFull;  // the file before, until the one after it has a picture
+    bool fStopped = false;
 };
 
 }  // namespace
