@@ -75,6 +75,19 @@ TEST_F(Failures, AFullDiskEndsOneOutputAndNoOther) {
     EXPECT_GT(PacketsOf(fFolder.File("full.mov"), "v:0").size(), 3u);
 }
 
+// Nothing looks at the answers to frames, so that such an output would be empty without a word.
+TEST_F(Failures, AnEncoderThatCannotTakeTheSourceIsToldOf) {
+    const Camera camera(1);
+    Show show("Shared QuickTime", {camera.H264()});
+    ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);  // nobody knows the source yet
+    tnMediaRecord source = camera.Picture(nullptr);
+    source.fColourspace.SetInt32('what');
+    tnFilterManager::Default()->SetInputFormat(1, source);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 2);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, -1037);
+}
+
 TEST_F(Failures, AnOutputThatFailedMayBeginAnew) {
     MovieFileInventory::Add('mov ', make_full_disk);
     Camera camera(1);

@@ -4,6 +4,7 @@
 
 #include "spar/zAsSharedPtr.h"
 #include "spar/zFileStream.h"
+#include "tarn/filters/tnOrbVideoCompressor.h"
 #include "tarn/movies/tnSharedEncoders.h"
 
 namespace {
@@ -41,6 +42,17 @@ OutputMovieStream::OutputMovieStream(int source, const tnMediaRecord& request,
                                      std::shared_ptr<tnOutputStreamSync> sync)
     : tnOutputStream(source, request, std::move(sync)), fTrack(track) {
     SetFormat(track);
+}
+
+int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
+    const int code = tnOutputStream::GetOutputStatistics(statistics);
+    if (statistics.fState != 0) return code;
+    const std::shared_ptr<tnFilter> filter = std::atomic_load(&fFilter);
+    const auto* const encoder = dynamic_cast<const tnOrbVideoCompressor*>(filter.get());
+    if (!encoder || encoder->ConfigurationError() == 0) return code;
+    statistics.fState = 2;
+    statistics.fStatus = encoder->ConfigurationError();
+    return code;
 }
 
 OutputMovie::OutputMovie(unsigned int id, const char* name) : fID(id), fName(name) {}

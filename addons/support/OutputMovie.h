@@ -18,6 +18,8 @@ public:
     OutputMovieStream(int source, const tnMediaRecord& request, const tnMediaRecord& track,
                       std::shared_ptr<tnOutputStreamSync> sync);
     const tnMediaRecord& EncodedFormat() const override { return fTrack; }
+    /// Beside what the output reports: an encoder that could not be set up for the source.
+    int GetOutputStatistics(tn_output_statistics& statistics) override;
 
 private:
     const tnMediaRecord fTrack;

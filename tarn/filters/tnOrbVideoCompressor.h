@@ -58,6 +58,9 @@ public:
     /// format, to begin; -1041 the encoder refused the input; -1042 it refused the output format;
     /// -1043 it did not begin; -1024 out of memory; or a subclass's own code.
     int SetInputFormat(const tnMediaRecord& input) override;
+    /// What SetInputFormat found wrong, 0 for nothing. For whoever has the filter from an
+    /// initialisation function, since nobody looks at the answers to frames.
+    int ConfigurationError() const { return fConfigureError; }
     /// `time` is in ticks of the output's timescale. `format` tells the frame's size, raster type
     /// and, for packed formats, the bytes from row to row. The stream buffer is free when this
     /// returns. Finished buffers go to fOnEncodedBuffer and to `callback`, if there is one, on this
