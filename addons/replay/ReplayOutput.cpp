@@ -16,7 +16,7 @@ constexpr double kMsPerSecond = 1000.0;
 constexpr double kUsPerMs = 1000.0;
 constexpr int kNoSuchStream = -1009;
 /// How long pictures wait for sound that does not come.
-constexpr double kPatienceMs = 3000;
+constexpr double kSoundPatienceMs = 3000;
 constexpr double kRunUpMs = 200;
 /// Deletions come in pieces of this part of the limit: each one writes the manifest anew.
 constexpr double kDeletionPart = 0.1;
@@ -94,7 +94,7 @@ int ReplayOutput::write_sound(const MediaItem& item) {
 /// Whether the sound beside `picture` has come, or will not come any more.
 bool ReplayOutput::may_go(const MediaItem& picture) const {
     if (!fHasSound || fSoundEndMs > picture.startMs) return true;
-    return fPictures.back().startMs - picture.startMs > kPatienceMs;
+    return fPictures.back().startMs - picture.startMs > kSoundPatienceMs;
 }
 
 int ReplayOutput::advance(bool ending) {
