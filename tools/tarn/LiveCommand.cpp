@@ -110,7 +110,13 @@ void LiveRun::print(const std::string& line) const {
 bool LiveRun::Run(std::string& error) {
     const std::atomic<bool>& stop = WatchStopSignal();
     Show show;
-    if (!ReadShow(fArguments.show, show, error) || !fShow.Prepare(show, error)) return false;
+    if (!ReadShow(fArguments.show, show, error)) return false;
+    // A movie file keeps room for the index of a recording of an hour unless it is told better.
+    for (ShowOutput& output : show.outputs) {
+        if (fArguments.seconds <= 0 || output.record.ExistsKey("expected_seconds")) continue;
+        output.record.SetDouble("expected_seconds", fArguments.seconds);
+    }
+    if (!fShow.Prepare(show, error)) return false;
     fShow.Start();
     loop(stop);
     fShow.Stop();
