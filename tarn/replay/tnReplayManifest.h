@@ -119,8 +119,10 @@ public:
     /// Nothing if another player is registered.
     void UnRegisterPlayer(tnReplayManifestPlayer_XI* player);
 
+    // NOLINTBEGIN(readability-identifier-naming): members that hosts know by these names
     static zMap<zString, tnReplayManifest*, zStringCmp>* fManifests;
     static zCritical* fManifestsCritical;
+    // NOLINTEND(readability-identifier-naming)
 
 private:
     tnReplaySegment* get_segment_by_id(unsigned int id) const;
