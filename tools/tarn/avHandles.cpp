@@ -57,20 +57,20 @@ bool AvTrack::Decode(AVFrame& frame) {
         if (got >= 0) {
             const long long end = frame.best_effort_timestamp + frame.pkt_duration;
             if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
-                reached = std::max(reached, static_cast<double>(end) * av_q2d(stream->time_base));
+                fReached = std::max(fReached, static_cast<double>(end) * av_q2d(stream->time_base));
             }
             return true;
         }
         if (got == AVERROR_EOF || (got != AVERROR(EAGAIN) && drained)) return false;
         const int read = av_read_frame(file.get(), packet.get());
         if (read < 0) {
-            cutInside = cutInside || read != AVERROR_EOF;
+            fCutInside = fCutInside || read != AVERROR_EOF;
             avcodec_send_packet(decoder.get(), nullptr);
             drained = true;
             continue;
         }
         if (packet->stream_index == stream->index) {
-            cutInside = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+            fCutInside = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
             avcodec_send_packet(decoder.get(), packet.get());
         }
         av_packet_unref(packet.get());
@@ -95,11 +95,11 @@ std::string AvTrack::EndedEarly() const {
     const double rate = stream->avg_frame_rate.num > 0 ? av_q2d(stream->avg_frame_rate) : 0;
     const double slack = std::max(kSlackSeconds, rate > 0 ? kSlackFrames / rate : 0);
     const double end = end_seconds();
-    if (end - reached > slack) {
-        return fmt::format("ends at {:.1f} of {:.1f} seconds, as if it had been cut off", reached,
+    if (end - fReached > slack) {
+        return fmt::format("ends at {:.1f} of {:.1f} seconds, as if it had been cut off", fReached,
                            end);
     }
-    return cutInside ? fmt::format("breaks off inside a packet at {:.1f} seconds", reached) : "";
+    return fCutInside ? fmt::format("breaks off inside a packet at {:.1f} seconds", fReached) : "";
 }
 
 MovieOnDisk ReadMovieOnDisk(const std::string& path) {

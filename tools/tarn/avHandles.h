@@ -49,8 +49,8 @@ struct AvTrack {
 private:
     double end_seconds() const;
 
-    double reached = 0;      // end of the last decoded frame, seconds of the clip's time line
-    bool cutInside = false;  // the last packet, or the read behind it, was not whole
+    double fReached = 0;      // end of the last decoded frame, seconds of the clip's time line
+    bool fCutInside = false;  // the last packet, or the read behind it, was not whole
 };
 
 /// What a movie file holds, by its own index.
