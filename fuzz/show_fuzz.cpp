@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tarn/foundation/tnTarn.h"
+
 #include "tools/tarn/live/Show.h"
 
 // A show out of any bytes: what is taken is whole, what is refused is refused in one line.
