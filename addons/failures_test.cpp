@@ -2,7 +2,9 @@
 // nothing more. The others miss nothing.
 
 #include <arpa/inet.h>
+#include <condition_variable>
 #include <fstream>
+#include <mutex>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -44,7 +46,69 @@ std::unique_ptr<MovieFile> make_full_disk(const char* path, const MovieFileOptio
     return std::make_unique<FullDisk>(path, options);
 }
 
+std::mutex gGateLock;
+std::condition_variable gGate;
+bool gGateOpen = false;  // under gGateLock
+int gStuckFiles = 0;     // under gGateLock
+
+/// A movie file on a disk that does not answer before the gate opens, if its name says so.
+class StuckDisk final : public MovieFile {
+public:
+    StuckDisk(const char* path, const MovieFileOptions& options)
+        : fIsStuck(std::string(path).find("stuck") != std::string::npos),
+          fFile(MakeMovieFile(path, options)) {
+        const std::lock_guard<std::mutex> lock(gGateLock);
+        gStuckFiles += fIsStuck ? 1 : 0;
+    }
+    ~StuckDisk() override {
+        const std::lock_guard<std::mutex> lock(gGateLock);
+        gStuckFiles -= fIsStuck ? 1 : 0;
+        gGate.notify_all();
+    }
+    int AddTrack(const MovieTrack& track) override { return fFile->AddTrack(track); }
+    Result Begin() override { return fFile->Begin(); }
+    Result WriteSample(int track, const MovieSample& sample) override {
+        if (fIsStuck) {
+            std::unique_lock<std::mutex> lock(gGateLock);
+            gGate.wait(lock, [] { return gGateOpen; });
+        }
+        return fFile->WriteSample(track, sample);
+    }
+    Result Finish() override { return fFile->Finish(); }
+
+private:
+    const bool fIsStuck;
+    const std::unique_ptr<MovieFile> fFile;
+};
+
+std::unique_ptr<MovieFile> make_stuck_disk(const char* path, const MovieFileOptions& options) {
+    return std::make_unique<StuckDisk>(path, options);
+}
+
 class Failures : public AddonTest {};
+
+// Waits for real: a tenth of a second for the end of an output that has none.
+TEST_F(Failures, ADiskThatNeverAnswersKeepsNobody) {
+    MovieFileInventory::Add('mov ', make_stuck_disk);
+    Camera camera(1);
+    zRecord settings;
+    settings.SetDouble("stop_seconds", 0.1);
+    Show stuck("Shared QuickTime", {camera.H264(), camera.Aac()});
+    Show well("Shared QuickTime", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(stuck.Add(fFolder.File("stuck.mov"), &settings), 0);
+    ASSERT_EQ(well.Add(fFolder.File("well.mov")), 0);
+    camera.Write(0, 400);
+    EXPECT_EQ(stuck.Remove(), 0);
+    EXPECT_EQ(well.Remove(), 0);
+    MovieFileInventory::Add('mov ', nullptr);
+    EXPECT_EQ(stuck.Statistics(TN_MEDIA_VIDEO).fStatus, -14);
+    EXPECT_EQ(well.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    ExpectEveryFrame(fFolder.File("well.mov"), 0, kFrame, 370);
+    std::unique_lock<std::mutex> lock(gGateLock);
+    gGateOpen = true;
+    gGate.notify_all();
+    gGate.wait(lock, [] { return gStuckFiles == 0; });
+}
 
 TEST_F(Failures, AFullDiskEndsOneOutputAndNoOther) {
     MovieFileInventory::Add('mov ', make_full_disk);
