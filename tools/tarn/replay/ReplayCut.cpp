@@ -80,7 +80,6 @@ private:
     long long fSoundStop = 0;
     // References from behind the end, that pictures before it may still ask for.
     std::vector<const SegmentPacket*> fLate;
-    bool fKeptLate = false;
 };
 
 bool Cutter::Hold(const ReplayRecording& recording, std::string& error) {
@@ -184,7 +183,6 @@ bool Cutter::flush_late(std::string& error) {
     for (const SegmentPacket* packet : fLate) {
         if (!fWriter.WritePicture(*packet, fGapTicks, error)) return false;
         ++fResult.frames;
-        fKeptLate = true;
     }
     fLate.clear();
     return true;
@@ -238,10 +236,8 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
         if (piece.start > reached + kRounding) fResult.gaps += piece.start - reached;
         reached = piece.stop;
         if (!fBegun) {
-            fFirstPictures = {};
-            fFirstPictures = std::move(fPictures);
-            fFirstSound = std::move(fSound);
-            if (!file.Load(fPictures, fSound, error)) return false;
+            fFirstPictures = fPictures.WithoutPackets();
+            fFirstSound = fSound.WithoutPackets();
         }
         if (!fPictures.FitsTo(fFirstPictures) || !fSound.FitsTo(fFirstSound)) {
             error = fmt::format(

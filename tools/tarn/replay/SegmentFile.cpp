@@ -55,6 +55,21 @@ bool SegmentTrack::FitsTo(const SegmentTrack& other) const {
            frameBytes == other.frameBytes && decoderInfo == other.decoderInfo;
 }
 
+SegmentTrack SegmentTrack::WithoutPackets() const {
+    SegmentTrack track;
+    track.codec = codec;
+    track.tag = tag;
+    track.timescale = timescale;
+    track.width = width;
+    track.height = height;
+    track.channels = channels;
+    track.framesPerPacket = framesPerPacket;
+    track.frameBytes = frameBytes;
+    track.reorders = reorders;
+    track.decoderInfo = decoderInfo;
+    return track;
+}
+
 void RaiseFileLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

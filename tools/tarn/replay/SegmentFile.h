@@ -33,6 +33,8 @@ struct SegmentTrack {
     bool IsThere() const { return codec != AV_CODEC_ID_NONE; }
     /// Whether packets of the two can follow each other in one track.
     bool FitsTo(const SegmentTrack& other) const;
+    /// The same description, of no packets.
+    SegmentTrack WithoutPackets() const;
 };
 
 /// The movie of one segment, held open from when this is made: its recorder may delete it
