@@ -181,8 +181,10 @@ void MovieOutput::collect(LiveFigures& figures) {
     zRecord answer;
     fMovie->StatisticsControl(request, answer);
     figures.frames = answer.AsInt64("frames", figures.frames);
-    figures.bytes =
-        is_address(fPath) ? answer.AsInt64("bytes", figures.bytes) : bytes_on_disk(fPath);
+    figures.bytes = answer.AsInt64("bytes", figures.bytes);
+    // Until the movie begins, what stands there is an older one.
+    const bool hasBegun = figures.frames > 0 || figures.bytes > 0;
+    if (hasBegun && !is_address(fPath)) figures.bytes = bytes_on_disk(fPath);
     for (const tnMediaType type : kTypes) {
         tnStream* found = nullptr;
         if (fMovie->GetWriteStreamForType(type, &found) != 0) continue;
