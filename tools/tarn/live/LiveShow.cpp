@@ -128,6 +128,7 @@ void LiveShow::run_source(LiveSource& source) {
     const double rate = source.FramesPerSecond() * fSpeed;
     auto& clock = fClocks[rate];
     if (!clock) clock.reset(new tnSystemClock(rate, tnClock::clock_rate_scac));
+    source.SetPace(rate);
     source.Start(0, nullptr, false);
     clock->AddWatcher(&source);
 }

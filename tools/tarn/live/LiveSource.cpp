@@ -77,6 +77,7 @@ LiveSource::LiveSource(const ShowSource& source, std::unique_ptr<LivePictures> p
       fBuffers(tnStreamBufferGroup::CreateForFormat(fVideoFormat, kBuffers)) {
     fFramesPerSecond = static_cast<double>(fVideoFormat.AsInt64('tmsc', 25)) /
                        static_cast<double>(std::max(1LL, fVideoFormat.AsInt64('dura', 1)));
+    fTicksPerSecond = fFramesPerSecond;
     if (fSound) {
         const tnMediaRecord& format = fSound->Format();
         fBlock.resize(static_cast<std::size_t>(block_frames(format) * format.fChannels.AsInt32(2)));
@@ -149,7 +150,7 @@ void LiveSource::note_tick(const tn_time_rec& time) {
     if (fLastTick >= 0) fFigures.lost += time.tick_count - fLastTick - 1;
     if (time.tick_count <= kTicksAtStart) return;
     const long long late = zTime::MicroNow() - time.nominal_time;
-    if (static_cast<double>(late) >= kMicro / fFramesPerSecond / 2) ++fFigures.late;
+    if (static_cast<double>(late) >= kMicro / fTicksPerSecond / 2) ++fFigures.late;
     fFigures.worstLateUs = std::max(fFigures.worstLateUs.load(), late);
 }
 

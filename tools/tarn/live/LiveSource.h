@@ -57,6 +57,8 @@ public:
     /// Null for a source without sound.
     const tnMediaRecord* AudioFormat() const;
     double FramesPerSecond() const { return fFramesPerSecond; }
+    /// How fast its clock will tick, if not at the rate of frames; before Start.
+    void SetPace(double ticksPerSecond) { fTicksPerSecond = ticksPerSecond; }
 
     /// What pictures and sound are called at the filter manager.
     int VideoNumber() const { return fNumber; }
@@ -92,6 +94,7 @@ private:
     tnMediaRecord fVideoFormat;
     std::unique_ptr<tnStreamBufferGroup> fBuffers;
     double fFramesPerSecond = 25;
+    double fTicksPerSecond = 25;
     LiveSourceFigures fFigures;
 
     // the watcher's thread

@@ -208,6 +208,16 @@ TEST_F(SourceOnTicks, CountsLateTicks) {
     EXPECT_GE(fSource->Figures().worstLateUs, 500'000);
 }
 
+TEST_F(SourceOnTicks, IsLateByThePaceOfItsClock) {
+    make(100, true);
+    fSource->SetPace(0.5);
+    for (int i = 1; i <= 3; ++i) tick(i);
+    tick(4, 500'000);
+    EXPECT_EQ(fSource->Figures().late, 0);
+    tick(5, 1'500'000);
+    EXPECT_EQ(fSource->Figures().late, 1);
+}
+
 TEST_F(SourceOnTicks, BeginsAClipAnewWithItsSound) {
     make(3, true);
     observe();
