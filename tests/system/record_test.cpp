@@ -246,6 +246,16 @@ TEST(Record, TakesSoundFromAnotherFileAndFillsUpWithSilence) {
     EXPECT_EQ(SoundHash(file, 1.0), SoundHash("/usr/share/sounds/alsa/Front_Center.wav", 1.0));
 }
 
+// The clip says how long it is, with or without a picture: nothing has to be kept free for hours.
+TEST(Record, SoundAloneMakesAFileThatIsNotMuchLargerThanTheSound) {
+    const TestFolder folder;
+    const std::string input = "/usr/share/sounds/alsa/Front_Center.wav";
+    const std::string file = folder.File("out.mov");
+    ASSERT_EQ(Record(input, file, {"--video", "none", "--audio", "pcm"}).exitCode, 0);
+    EXPECT_EQ(SoundHash(file, 0), SoundHash(input, 0));
+    EXPECT_LT(std::filesystem::file_size(file), std::filesystem::file_size(input) + 300'000);
+}
+
 TEST(Record, ScalesThePicture) {
     const TestFolder folder;
     const std::string file = folder.File("out.mp4");

@@ -22,6 +22,7 @@ public:
     const tnMediaRecord& Format() const override { return fFormat; }
     int SampleRate() const override { return fTrack.decoder->sample_rate; }
     int Channels() const override { return fChannels; }
+    double HeaderSeconds() const override { return fTrack.HeaderSeconds(); }
     void StartAt(double seconds) override { fOrigin = seconds; }
     bool Next(std::vector<short>& pcm) override;
     std::string Problem() const override { return fEnded ? fTrack.EndedEarly() : ""; }

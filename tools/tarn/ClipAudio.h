@@ -21,6 +21,8 @@ public:
     virtual const tnMediaRecord& Format() const = 0;
     virtual int SampleRate() const = 0;
     virtual int Channels() const = 0;
+    /// Length as the clip's header gives it, 0 when it does not say.
+    virtual double HeaderSeconds() const { return 0; }
     /// Puts frame 0 at `seconds` of the clip's own time line; before the first Next.
     virtual void StartAt(double seconds) = 0;
     /// Decodes some interleaved frames into `pcm`, replacing what it held; false at the end.

@@ -127,10 +127,7 @@ public:
 
     const tnMediaRecord& Format() const override { return fFormat; }
     double StartSeconds() const override { return fStartSeconds; }
-    double HeaderSeconds() const override {
-        return fTrack.file->duration > 0 ? static_cast<double>(fTrack.file->duration) / AV_TIME_BASE
-                                         : 0;
-    }
+    double HeaderSeconds() const override { return fTrack.HeaderSeconds(); }
     bool Next(ClipFrame& frame) override;
     std::string Problem() const override { return fProblem; }
 

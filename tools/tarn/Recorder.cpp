@@ -74,7 +74,8 @@ void Recorder::fail(const std::string& line) {
 }
 
 double Recorder::ExpectedSeconds() const {
-    const double whole = fVideo ? fVideo->HeaderSeconds() : 0;
+    // Without it a short clip would get the index room of a recording that nobody announced.
+    const double whole = fVideo ? fVideo->HeaderSeconds() : fAudio ? fAudio->HeaderSeconds() : 0;
     if (fOptions.limit > 0) return whole > 0 ? std::min(whole, fOptions.limit) : fOptions.limit;
     return whole;
 }

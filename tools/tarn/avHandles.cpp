@@ -89,6 +89,10 @@ double AvTrack::end_seconds() const {
     return isWhole ? start + static_cast<double>(file->duration) / AV_TIME_BASE : 0;
 }
 
+double AvTrack::HeaderSeconds() const {
+    return file->duration > 0 ? static_cast<double>(file->duration) / AV_TIME_BASE : 0;
+}
+
 std::string AvTrack::EndedEarly() const {
     constexpr double kSlackSeconds = 0.5;  // headers round, and count frames that decoders drop
     constexpr double kSlackFrames = 3;

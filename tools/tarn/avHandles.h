@@ -42,6 +42,9 @@ struct AvTrack {
     /// Decodes into `frame`; false at the end of the track. Damaged packets are passed over.
     bool Decode(AVFrame& frame);
 
+    /// Length of the whole clip as its header gives it, 0 when it does not say.
+    double HeaderSeconds() const;
+
     /// Once Decode has answered false: where and why the track ended before its time; empty when it
     /// did not, as far as the clip's header tells.
     std::string EndedEarly() const;
