@@ -119,6 +119,7 @@ bool LiveRun::Run(std::string& error) {
     if (!fShow.Prepare(show, error)) return false;
     fShow.Start();
     loop(stop);
+    fShow.PlayOut();
     fShow.Stop();
     if (fArguments.json) {
         print(JsonOfEnd(fShow));

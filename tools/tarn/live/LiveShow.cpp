@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "spar/zThread.h"
 #include "spar/zTime.h"
 #include "tarn/clocks/tnSystemClock.h"
 
@@ -11,6 +12,8 @@
 namespace {
 
 constexpr double kMicro = 1e6;
+constexpr double kLongestPlayOutSeconds = 2;
+constexpr unsigned int kLookAgainUs = 10'000;
 
 std::string joined(const std::vector<std::string>& words) {
     std::string text;
@@ -95,6 +98,7 @@ bool LiveShow::add_output(const ShowOutput& output, std::string& error) {
 bool LiveShow::start_output(LiveOutputEntry& entry, std::string& error) {
     if (!entry.output->Start(error)) return false;
     entry.figures = {};
+    entry.firstFrame = find_source(entry.description.source)->Figures().frames;
     entry.location = entry.output->Location();
     set_state(entry, LiveState::kRunning);
     return true;
@@ -131,6 +135,29 @@ void LiveShow::run_source(LiveSource& source) {
     source.SetPace(rate);
     source.Start(0, nullptr, false);
     clock->AddWatcher(&source);
+}
+
+void LiveShow::PlayOut() {
+    std::map<std::string, long long> frames;
+    for (const std::unique_ptr<LiveSource>& source : fSources) {
+        frames[source->Name()] = source->Figures().frames;
+    }
+    const auto most = static_cast<long long>(kLongestPlayOutSeconds * kMicro / fSpeed);
+    const long long until = zTime::MicroNow() + most;
+    const auto owes = [&](const LiveOutputEntry& entry) {
+        return owes_pictures(entry, frames[entry.description.source]);
+    };
+    for (Poll(); std::any_of(fOutputs.begin(), fOutputs.end(), owes); Poll()) {
+        if (zTime::MicroNow() >= until) return;
+        zThread::MicroSleep(kLookAgainUs);
+    }
+}
+
+// An output that joined an encoder began at a key frame and lacks those before it: it is given the
+// longest time there is.
+bool LiveShow::owes_pictures(const LiveOutputEntry& entry, long long frame) {
+    return entry.state == LiveState::kRunning && entry.description.Track(TN_MEDIA_VIDEO) &&
+           entry.figures.frames < frame - entry.firstFrame;
 }
 
 void LiveShow::Stop() {

@@ -28,6 +28,7 @@ struct LiveOutputEntry {
     LiveState state = LiveState::kOff;
     LiveFigures figures;
     std::string location;
+    long long firstFrame = 0;  ///< of its source, when it started last
 };
 
 /// A running show: its sources on their clocks, and its outputs.
@@ -45,6 +46,10 @@ public:
     bool Prepare(const Show& show, std::string& error);
     /// Lets the clocks tick.
     void Start();
+    /// Plays on until the pictures that stand in encoders now are in the outputs: an encoder that
+    /// looks ahead holds half a second of them back, and gives them out only as others follow.
+    /// Blocks for two seconds of the show at most.
+    void PlayOut();
     /// Ends everything; outputs are closed when it returns.
     void Stop();
 
@@ -80,6 +85,7 @@ private:
     bool start_output(LiveOutputEntry& entry, std::string& error);
     void stop_output(LiveOutputEntry& entry, LiveState state);
     void set_state(LiveOutputEntry& entry, LiveState state);
+    bool owes_pictures(const LiveOutputEntry& entry, long long frame);
     bool remove_source(const std::string& name, std::string& error);
     void run_source(LiveSource& source);
     LiveSource* find_source(const std::string& name);

@@ -1,8 +1,11 @@
 #include "LiveShow.h"
 
+#include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <thread>
 
 #include "spar/zBoot.h"
 #include "tarn/foundation/tnOutputAccessor.h"
@@ -22,6 +25,8 @@ struct Script {
     long long frames = 0;
 };
 std::map<std::string, Script> gScripts;
+// What every output says that it holds at least.
+std::atomic<long long> gOwedFrames{0};
 
 class ScriptedOutput final : public LiveOutput {
 public:
@@ -41,7 +46,7 @@ public:
     void Stop() override { ++does().stops; }
     LiveFigures Figures() override {
         LiveFigures figures;
-        figures.frames = does().frames;
+        figures.frames = std::max(does().frames, gOwedFrames.load());
         figures.status = does().status;
         if (figures.status != 0) figures.text = "no space left";
         return figures;
@@ -74,6 +79,7 @@ protected:
     RunningShow() : fShow(1.0) {
         zBoot::StartAll();
         gScripts.clear();
+        gOwedFrames = 0;
         LiveOutputKinds::Add({"scripted", make_scripted, check_scripted});
         fShow.SetObserver([this](const LiveOutputEntry& entry) {
             fChanges.push_back(entry.description.name + " " + TextOf(entry.state));
@@ -223,6 +229,25 @@ TEST_F(RunningShow, SaysWhatIsWrongWithACommand) {
         EXPECT_NE(fError.find(c.words), std::string::npos) << c.line << "\n" << fError;
     }
     EXPECT_EQ(fShow.Outputs().size(), 1u);
+}
+
+TEST_F(RunningShow, PlaysOnUntilEncodersHaveGivenWhatTheyHold) {
+    const std::string video = R"(<video codecname="x264"/>)";
+    ASSERT_TRUE(
+        prepare(R"(<output kind="scripted" output_enabled="true" output_display_name="a">)" +
+                video + "</output>" + element("sound alone")))
+        << fError;
+    fShow.Start();
+    const LiveSource& source = *fShow.Sources()[0];
+    while (source.Figures().frames < 3) std::this_thread::yield();
+    // Nothing comes out of this encoder until it was fed twice as much.
+    std::jthread encoder([&] {
+        while (source.Figures().frames < 9) std::this_thread::yield();
+        gOwedFrames = 9;
+    });
+    fShow.PlayOut();
+    EXPECT_GE(source.Figures().frames, 9);
+    EXPECT_EQ(state(0), LiveState::kRunning);
 }
 
 TEST_F(RunningShow, EndingStopsEveryOutput) {
