@@ -19,6 +19,8 @@ namespace {
 
 constexpr long long kFarAhead = 1'000'000'000;  // us: no tick is late by that clock
 
+constexpr double kClipStart = 0.25;  // s, on the clip's own time line
+
 /// A clip in script: a number of pictures, over and over.
 class ScriptedPictures final : public LivePictures {
 public:
@@ -27,6 +29,7 @@ public:
 
     const tnMediaRecord& Format() const override { return fFormat; }
     long long Rounds() const override { return fRounds; }
+    double StartSeconds() const override { return kClipStart; }
     bool Next(tnStreamBuffer* buffer) override {
         if (fNext == fLength) {
             if (!fLoop) return false;
@@ -53,7 +56,10 @@ public:
     }
     const tnMediaRecord& Format() const override { return fFormat; }
     void Next(short*, long long) override {}
-    void BeginRound(double seconds, double) override { fRounds.push_back(seconds); }
+    void BeginRound(double seconds, double start) override {
+        fRounds.push_back(seconds);
+        EXPECT_EQ(start, kClipStart);
+    }
 
 private:
     std::vector<double>& fRounds;
