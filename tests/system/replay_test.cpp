@@ -311,7 +311,20 @@ TEST_F(Replay, MistakesAreToldInALine) {
     }
     const ProcessResult again = tests::Run(Live(Show("segment_seconds=\"1\""), 1));
     EXPECT_NE(again.exitCode, 0);
-    EXPECT_NE(again.err.find("holds a recording already"), std::string::npos) << again.err;
+    EXPECT_NE(again.err.find("stands there already"), std::string::npos) << again.err;
+}
+
+/// Waits on real time, since the commands of a show come while it runs: two seconds are eight of the
+/// show, of which a segment takes less than a half.
+TEST_F(Replay, OutputThatIsSwitchedOnAgainGoesOnInAFolderBeside) {
+    const std::string commands = "sleep 2; echo enable replay off; echo enable replay on; sleep 2";
+    const ProcessResult live =
+        tests::Run({"sh", "-c",
+                    "(" + commands + "; echo quit) | " TARN_TOOL " live --speed 4 " +
+                        Show("segment_seconds=\"0.4\"")});
+    EXPECT_EQ(live.exitCode, 0) << live.err;
+    EXPECT_FALSE(listed_in(Folder()).empty());
+    EXPECT_FALSE(listed_in(Folder() + " 2").empty());
 }
 
 int kill_rounds() {

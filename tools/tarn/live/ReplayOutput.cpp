@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <fmt/format.h>
 
 #include "LiveSource.h"
@@ -58,11 +57,7 @@ bool CheckReplayOutput(const ShowOutput& output, const Show& show, std::string& 
         error = fmt::format("output '{}': a replay needs a <video> track", output.name);
         return false;
     }
-    if (!CheckMovieOutput(as_movie(output), show, error)) return false;
-    std::error_code failed;
-    if (!std::filesystem::exists(output.Location() + "/replay.xml", failed)) return true;
-    error = fmt::format(
-        "output '{}': '{}' holds a recording already; remove it or choose another folder",
-        output.name, output.Location());
-    return false;
+    // A folder that holds a recording is the add-on's to refuse: an output that is switched on
+    // again goes on in a folder beside its first.
+    return CheckMovieOutput(as_movie(output), show, error);
 }
