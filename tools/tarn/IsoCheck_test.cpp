@@ -121,6 +121,10 @@ TEST_F(Settings, OutputsDoNotMeet) {
 TEST_F(Settings, FileHasAName) {
     output(0).SetCString("output_filename", "take 1/3.mov");
     expect_one("bad_filename", {"take 1/3.mov", "output_filename"});
+    output(0).SetCString("output_filename", "");
+    expect_one("no_filename", {"no name", "set output_filename"});
+    output(0).RemoveKey("output_filename");
+    expect_one("no_filename", {"no name", "set output_filename"});
 }
 
 TEST_F(Settings, FolderIsThere) {
@@ -189,6 +193,18 @@ TEST(IsoSettings, OneOutputAloneIsEnough) {
     EXPECT_EQ(output.AsString('guid', ""), "output 1");
 }
 
+TEST(IsoSettings, UnitsAreTaken) {
+    for (const char* units :
+         {"file_duration_units='hour'", "file_duration_units='min'", "file_duration_units='sec'",
+          "video_bitrate_units='Kbps'", "video_bitrate_units='Mbps'"}) {
+        IsoSettings settings;
+        std::string error;
+        EXPECT_TRUE(ReadIsoSettingsText("<iso_output " + std::string(units) + "/>", "here",
+                                        settings, error))
+            << error;
+    }
+}
+
 TEST(IsoSettings, IdentitiesAreKept) {
     IsoSettings settings;
     std::string error;
@@ -216,6 +232,10 @@ TEST(IsoSettings, BadInputIsOneLine) {
         {"<iso_output file_duration='4.5h'/>", "file_duration=\"4.5h\""},
         {"<iso_output output_filename='a' video_track_enabled='on'/>", "output 'a'"},
         {"<iso_output file_duration_maxed='yes'/>", "neither true nor false"},
+        {"<iso_output file_duration='90' file_duration_units='minutes'/>",
+         "file_duration_units=\"minutes\" is none; set it to hour or min or sec"},
+        {"<iso_output video_bitrate='20' video_bitrate_units='mbps'/>",
+         "video_bitrate_units=\"mbps\" is none; set it to Kbps or Mbps"},
     };
     for (const auto& [text, words] : kCases) {
         IsoSettings settings;

@@ -146,6 +146,9 @@ std::vector<IsoProblem> DescribeIsoProblems(const tnISOValidator& validator,
                          settings.AsInt32("file_duration", 4),
                          text_of(settings, "file_duration_units", "hour")));
     }
+    if (text_of(settings, "output_filename", "").empty()) {
+        tell("no_filename", "its file has no name; set output_filename");
+    }
     if (validator.fBadFilename) {
         tell("bad_filename",
              fmt::format("the name '{}' holds what file systems refuse; take / \\ : * ? \" < > | "

@@ -1,6 +1,8 @@
 #include "IsoSettings.h"
 
+#include <algorithm>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <memory>
 #include <optional>
 
@@ -13,6 +15,19 @@ namespace {
 constexpr const char* kTruths[] = {"video_track_enabled", "audio_track_enabled",
                                    "file_duration_maxed"};
 constexpr const char* kNumbers[] = {"video_bitrate", "file_duration"};
+
+/// A key and the words that may stand there.
+struct Words {
+    const char* key;
+    std::vector<std::string> known;
+};
+
+/// The library takes a unit that it does not know for a rate or a time that nobody has asked for.
+const std::vector<Words>& units() {
+    static const std::vector<Words> all = {{"video_bitrate_units", {"Kbps", "Mbps"}},
+                                           {"file_duration_units", {"hour", "min", "sec"}}};
+    return all;
+}
 
 /// Records are read by id where files have keys.
 void name_identity() {
@@ -90,6 +105,18 @@ bool read_list(const zRecord& root, IsoSettings& settings, const std::string& wh
     return false;
 }
 
+bool are_units_known(const zRecord& output, const std::string& where, std::string& error) {
+    for (const Words& unit : units()) {
+        if (!output.ExistsKey(unit.key)) continue;
+        const std::string text = text_of(output, unit.key);
+        if (std::find(unit.known.begin(), unit.known.end(), text) != unit.known.end()) continue;
+        error = fmt::format("{}: {}=\"{}\" is none; set it to {}", where, unit.key, text,
+                            fmt::join(unit.known, " or "));
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool ReadIsoValues(zRecord& output, const std::string& where, std::string& error) {
@@ -110,7 +137,7 @@ bool ReadIsoValues(zRecord& output, const std::string& where, std::string& error
         }
         output.SetInt32(key, value);
     }
-    return true;
+    return are_units_known(output, where, error);
 }
 
 std::string IsoOutputName(const zRecord& output) {

@@ -34,7 +34,8 @@ bool ReadIsoSettingsText(const std::string& text, const std::string& where, IsoS
                          std::string& error);
 
 /// Turns what the element of one output says into values: words that are to be true or false,
-/// numbers that are to be numbers. False with one line in `error` for any that is neither.
+/// numbers that are to be numbers; units are to be known ones. False with one line in `error` for
+/// any that is not.
 bool ReadIsoValues(zRecord& output, const std::string& where, std::string& error);
 
 /// What people call the output: "output_display_name", else its file's name, else its identity.
