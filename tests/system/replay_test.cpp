@@ -314,8 +314,8 @@ TEST_F(Replay, MistakesAreToldInALine) {
     EXPECT_NE(again.err.find("stands there already"), std::string::npos) << again.err;
 }
 
-/// Waits on real time, since the commands of a show come while it runs: two seconds are eight of the
-/// show, of which a segment takes less than a half.
+/// Waits on real time, since the commands of a show come while it runs: two seconds are eight of
+/// the show, of which a segment takes less than a half.
 TEST_F(Replay, OutputThatIsSwitchedOnAgainGoesOnInAFolderBeside) {
     const std::string commands = "sleep 2; echo enable replay off; echo enable replay on; sleep 2";
     const ProcessResult live =
