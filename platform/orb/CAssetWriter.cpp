@@ -10,6 +10,7 @@
 #include "orb/MovieFileInventory.h"
 #include "orb/MovieQueue.h"
 #include "orb/TrackPipe.h"
+#include "orb/container/TrackTimes.h"
 #include "orb/filterSupport.h"
 #include "spar/trace.h"
 
@@ -107,7 +108,10 @@ Result CAssetWriter::Begin() {
         if (!track->Pipe().HasBegun()) continue;
         RObject<CMediaProperties> properties(track->GetProperties());
         MovieTrack description = track->Pipe().GetDescription();
-        description.expectedDuration = properties->GetDuration();
+        // Said in the scale of the properties, which need not be that of the file.
+        const long long scale = properties->GetTimescale();
+        description.expectedDuration =
+            scale > 0 ? Rescale(properties->GetDuration(), description.timescale, scale) : 0;
         descriptions.push_back(std::move(description));
         pipes.push_back(&track->Pipe());
     }

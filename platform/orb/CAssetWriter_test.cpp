@@ -109,6 +109,25 @@ TEST_F(CAssetWriterTest, SamplesOfTwoTracksReachTheFile) {
     EXPECT_EQ(1, disk.finished);
 }
 
+/// Sound is counted in frames by the file, whatever scale its properties speak.
+TEST_F(CAssetWriterTest, AnnouncedLengthIsCountedInTheScaleOfTheFile) {
+    ASSERT_EQ(0, Create());
+    RObject<CAudioProperties> shape = audio_shape('sowt', 1);
+    ASSERT_EQ(0, shape->SetTimescale(1000));
+    RObject<CAssetAudioWriter> sound(new CAssetAudioWriter(shape.Get()));
+    ASSERT_EQ(0, sound->SetInputFormat('sowt'));
+    ASSERT_EQ(0, asset->AddAudioWriter(sound.Get()));
+    ASSERT_EQ(0, sound->Begin());
+    RObject<CMediaProperties> properties(sound->GetProperties());
+    properties->SetDuration(13 * properties->GetTimescale());
+    ASSERT_EQ(0, asset->Begin());
+    ASSERT_EQ(0, sound->WriteSample(nullptr));
+    ASSERT_EQ(0, asset->Finish());
+    ASSERT_EQ(1u, disk.tracks.size());
+    EXPECT_EQ(48000, disk.tracks[0].timescale);
+    EXPECT_EQ(13 * 48000, disk.tracks[0].expectedDuration);
+}
+
 TEST_F(CAssetWriterTest, TracksKeepTheirOrderOfLife) {
     TraceCatcher trace;
     RObject<CAssetVideoCompressor> track(new CAssetVideoCompressor(video_shape().Get(), 'fvid'));
