@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include "tests/movies/LongRecording.h"
 #include "tests/movies/MovieFolder.h"
@@ -185,6 +186,44 @@ TEST(LargeFile, BeyondFourGigabytesIsAddressedRightly) {
     EXPECT_EQ(boxes.tracks[0].samples.size(), 150U);
     EXPECT_GT(boxes.tracks[0].samples.back().position, 149LL * (40 << 20));
     EXPECT_EQ(Ffprobe(path, true).seconds, 6);
+}
+
+/// Plain sound is numbered frame by frame with 32 bits. What is beyond that ends the recording, and
+/// what was numbered stays: the frames of nearly six hours here, of no more than a hole.
+TEST(LargeFile, SoundBeyondWhatTablesCountEndsTheFileWhole) {
+    constexpr long long kFrames = 1LL << 29;
+    constexpr std::size_t kBytes = kFrames * 2;
+    void* const silence = mmap(nullptr, kBytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(silence, MAP_FAILED);
+    const std::string path = MovieFolder() + "/numbers.mov";
+    MovieTrack track;
+    track.kind = MovieTrack::Kind::Audio;
+    track.format = 'sowt';
+    track.timescale = track.sampleRate = 192000;
+    track.channels = 1;
+    track.bitsPerSample = 16;
+    track.bytesPerPacket = 2;
+    WholeMovieFile file(path.c_str(), FileOptions({}), std::make_unique<HollowFile>(),
+                        WholeMovieFile::Checkpoints::ByHand);
+    ASSERT_EQ(file.AddTrack(track), 0);
+    ASSERT_EQ(file.Begin(), 0);
+    MovieSample sample;
+    sample.data = static_cast<const unsigned char*>(silence);
+    sample.size = kBytes;
+    sample.packets = kFrames;
+    for (int i = 0; i < 7; i++) ASSERT_EQ(file.WriteSample(0, sample), 0) << i;
+    const Result result = file.WriteSample(0, sample);
+    munmap(silence, kBytes);
+    const double seconds = 7.0 * kFrames / track.sampleRate;
+    char kept[64];
+    snprintf(kept, sizeof kept, "File too large; recording stopped, %.1f seconds kept", seconds);
+    EXPECT_NE(std::string(result.GetMessage()).find(kept), std::string::npos)
+        << result.GetMessage();
+    EXPECT_TRUE(file.Finish().Failed());
+    const ReaderOpinion opinion = Ffprobe(path);
+    EXPECT_EQ(opinion.complaints, "");
+    EXPECT_NEAR(opinion.seconds, seconds, 0.01);
+    std::filesystem::remove(path);
 }
 
 }  // namespace

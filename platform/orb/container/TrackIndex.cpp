@@ -1,5 +1,7 @@
 #include "TrackIndex.h"
 
+#include <limits>
+
 #include "SampleDescription.h"
 
 namespace Quillon::Orb {
@@ -16,6 +18,14 @@ long long TrackIndex::NominalDuration(const StoredSample& sample) const {
     const long long frames = sample.packets * fDescription.framesPerPacket;
     const long long whole = Rescale(frames, fDescription.timescale, fDescription.sampleRate);
     return fPlain || sample.duration <= 0 ? whole : sample.duration;
+}
+
+bool TrackIndex::Count(const StoredSample& sample) {
+    // Plain sound is numbered frame by frame: 24 hours at 48 kHz, 6 at 192.
+    constexpr long long kMost = std::numeric_limits<unsigned int>::max();
+    if (sample.packets > kMost - fCounted) return false;
+    fCounted += sample.packets;
+    return true;
 }
 
 void TrackIndex::Add(const StoredSample& sample) {

@@ -26,6 +26,9 @@ public:
     bool IsVideo() const { return fDescription.kind == MovieTrack::Kind::Video; }
     bool IsPlain() const { return fPlain; }
 
+    /// Counts a sample that is about to be written; false, and nothing counted, when the tables of
+    /// a file cannot number any more.
+    bool Count(const StoredSample& sample);
     void BeginChunk(long long position) { fTables.BeginChunk(position); }
     void Add(const StoredSample& sample);
 
@@ -44,6 +47,7 @@ private:
     PictureClock fClock;
     long long fFirstSound = 0;  // decode time of the first sample of sound
     long long fSoundTime = 0;   // media time of the next one
+    long long fCounted = 0;
 };
 
 }  // namespace Quillon::Orb

@@ -125,7 +125,7 @@ Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
 
 int WholeMovieFile::add_sample(int track, const MovieSample& sample) {
     const auto number = static_cast<std::size_t>(track);
-    const TrackIndex& index = *fMovie.tracks[number];
+    TrackIndex& index = *fMovie.tracks[number];
     const std::size_t size =
         index.IsPlain()
             ? static_cast<std::size_t>(sample.packets * index.Description().bytesPerPacket)
@@ -139,6 +139,7 @@ int WholeMovieFile::add_sample(int track, const MovieSample& sample) {
     stored.time = sample.decodeTime;
     stored.duration = sample.duration;
     stored.packets = index.IsPlain() ? sample.packets : 1;
+    if (!index.Count(stored)) return -EFBIG;
     fChanged = true;
     return fMedia->Add(number, stored, sample.data, size);
 }
