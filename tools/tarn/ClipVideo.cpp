@@ -80,7 +80,9 @@ bool is_full_range(AVPixelFormat format, AVColorRange range) {
 AVPixelFormat nearest_raw_format(AVPixelFormat format) {
     if (raw_format_of(format)) return format;
     const AVPixFmtDescriptor* shape = av_pix_fmt_desc_get(format);
-    if (!shape || (shape->flags & AV_PIX_FMT_FLAG_RGB)) return AV_PIX_FMT_BGRA;
+    // A palette's colours are sharp from pixel to pixel and of no matrix, as those of RGB are.
+    constexpr unsigned int kColours = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL;
+    if (!shape || (shape->flags & kColours) != 0) return AV_PIX_FMT_BGRA;
     const bool halfHeight = shape->log2_chroma_h > 0 || shape->nb_components < 3;
     return halfHeight ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_UYVY422;
 }

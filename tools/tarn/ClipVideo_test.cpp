@@ -26,6 +26,7 @@ constexpr Range kRanges[] = {
     {"-vf format=yuvj444p -c:v mjpeg", 0, '2vuy', true},
     {kFullByTag, 0, '2vuy', true},
     {"-vf format=gray -c:v png", 0, 'I420', true},
+    {"-vf split[a][b];[a]palettegen[p];[b][p]paletteuse -c:v png", 0, 'rgba', true},
     {"-vf format=yuv420p -c:v mpeg4", 0, 'I420', false},
     {"-vf format=yuv422p -c:v ffv1", 0, '2vuy', false},
     {"-vf format=yuv422p10 -c:v ffv1", 0, '2vuy', false},
