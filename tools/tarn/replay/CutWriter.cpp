@@ -75,6 +75,11 @@ bool CutWriter::Open(const std::string& path, const SegmentTrack& pictures,
     return !failed(fAsset->Begin(), error);
 }
 
+void CutWriter::announce(CMediaProperties& properties) const {
+    const auto ticks = fSeconds * static_cast<double>(properties.GetTimescale());
+    properties.SetDuration(static_cast<long long>(ticks));
+}
+
 bool CutWriter::add_pictures(const SegmentTrack& track, const tnMediaRecord& format) {
     RObject<CVideoProperties> properties(new CContainerReaderVideoProperties(nullptr));
     if (!MediaRecordToVideoProperties(format_of(track), format, properties)) return false;
@@ -88,6 +93,7 @@ bool CutWriter::add_pictures(const SegmentTrack& track, const tnMediaRecord& for
         if (avc->SetDecoderInfo(info.Get()).Failed()) return false;
         properties->SetExtension('h264', avc.Get());
     }
+    announce(*properties);
     fPictures = new CAssetVideoWriter(properties.Get());
     return fAsset->AddVideoWriter(fPictures.Get()).Succeeded() && fPictures->Begin().Succeeded();
 }
@@ -110,6 +116,7 @@ bool CutWriter::add_sound(const SegmentTrack& track, const tnMediaRecord& format
         info->SetDecoderInfo(copy_of(track.decoderInfo.data(), track.decoderInfo.size()).Get());
         properties->SetExtension('mspe', info.Get());
     }
+    announce(*properties);
     fSound = new CAssetAudioWriter(properties.Get());
     return fAsset->AddAudioWriter(fSound.Get()).Succeeded() && fSound->Begin().Succeeded();
 }

@@ -13,6 +13,9 @@
 /// The movie file that a cut is written to: packets of segments, as they are.
 class CutWriter {
 public:
+    /// How long it is going to be at most, before Open: what room its index gets.
+    void Announce(double seconds) { fSeconds = seconds; }
+
     /// `start` is the movie's beginning in ticks of the pictures, `primed` how many frames of the
     /// first packets of sound lie before it. `video` and `audio` are the recording's formats. False
     /// with one line in `error`.
@@ -29,6 +32,7 @@ public:
 private:
     bool add_pictures(const SegmentTrack& track, const tnMediaRecord& format);
     bool add_sound(const SegmentTrack& track, const tnMediaRecord& format, int primed);
+    void announce(Quillon::Orb::CMediaProperties& properties) const;
     bool failed(const Quillon::Orb::Result& result, std::string& error) const;
 
     template <typename T>
@@ -38,6 +42,7 @@ private:
     RObject<Quillon::Orb::CAssetWriter> fAsset;
     RObject<Quillon::Orb::CAssetVideoWriter> fPictures;
     RObject<Quillon::Orb::CAssetAudioWriter> fSound;
+    double fSeconds = 0;
     long long fStart = 0;
     int fFramesPerPacket = 1;
     int fFrameBytes = 0;

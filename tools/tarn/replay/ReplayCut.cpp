@@ -151,6 +151,9 @@ bool Cutter::begin(std::string& error) {
         }
         primed = static_cast<int>(start - fSoundEnd);
     }
+    const long long stop = std::min(fWish.out, fFiles.back().Piece().stop);
+    fWriter.Announce(
+        ReplaySeconds(std::max(0LL, stop - time_of(fStartTicks, fPictures.timescale))));
     if (!fWriter.Open(fWish.output, fPictures, fVideoFormat, fSound, fAudioFormat, fStartTicks,
                       primed, error)) {
         return false;
