@@ -4,6 +4,8 @@
 // anything is.
 
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -210,4 +212,57 @@ TEST(Live, ATerminalShowsTheShowAndItsCommands) {
     EXPECT_NE(result.out.find("take"), std::string::npos);
     EXPECT_NE(result.out.find("running"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("late 0"), std::string::npos) << result.out;
+}
+
+// A monitor that ends, a pipe into `head`: the recordings matter more than who watches them.
+TEST(Live, WhoReadsItsLinesMayGo) {
+    const TestFolder folder;
+    const std::string path =
+        WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
+                                          R"(<video codecname="MJPEG"/>)"));
+    const ProcessResult result = tests::Run(
+        {"bash", "-c", "set -o pipefail; env --default-signal=PIPE \"$@\" 2>&1 | head -n 1", "bash",
+         kTool, "live", path, "--json", "--seconds", "3", "--speed", kSpeed});
+    EXPECT_EQ(result.exitCode, 0) << result.out;
+    const std::vector<int> numbers = NumbersIn(folder.File("take.mov"), folder);
+    EXPECT_GT(numbers.size(), 75 * std::atof(kSpeed) / 2) << "longer than its first line";
+    ExpectInSequence(numbers, "take.mov");
+}
+
+TEST(Live, AClosedTerminalEndsItInOrder) {
+    const TestFolder folder;
+    const std::string path =
+        WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
+                                          R"(<video codecname="MJPEG"/>)"));
+    BackgroundProcess show({"env", "--default-signal=HUP", kTool, "live", path, "--json",
+                            "--seconds", "100", "--speed", kSpeed},
+                           BackgroundProcess::Input::kPipe);
+    std::string line;
+    while (show.ReadLine(line)) {
+        if (NumberOf(PartOf(line, "take"), "frames") > 5) break;
+    }
+    show.Signal(SIGHUP);
+    show.Signal(SIGHUP);
+    const ProcessResult end = show.Wait();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    EXPECT_NE(DoneLine(end).find(R"("state":"ended")"), std::string::npos) << end.out;
+    EXPECT_EQ(NumbersIn(folder.File("take.mov"), folder).size(), NumberOf(DoneLine(end), "frames"));
+}
+
+// What is typed then is for the shell in front; a program that reads it is stopped by the system.
+TEST(Live, PlaysOnInTheBackgroundOfATerminal) {
+    const TestFolder folder;
+    const std::string path =
+        WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
+                                          R"(<video codecname="MJPEG"/>)"));
+    BackgroundProcess shell(
+        {"script", "-qec",
+         "bash -c 'set -m; " + kTool + " live " + path + " --seconds 2 --speed " + kSpeed +
+             " & wait %1 && echo played to its end'",
+         "/dev/null"},
+        BackgroundProcess::Input::kPipe);
+    shell.Write("ls\n");
+    const ProcessResult result = shell.Wait();
+    EXPECT_NE(result.out.find("played to its end"), std::string::npos) << result.out;
+    ExpectInSequence(NumbersIn(folder.File("take.mov"), folder), "take.mov");
 }

@@ -102,13 +102,19 @@ private:
     LiveShow fShow;  // tells its end to those above
 };
 
+// Whoever reads this may have gone, and a write to nobody must not end the show: fmt would throw.
+void say_to(FILE* stream, const std::string& text) {
+    std::fputs(text.c_str(), stream);
+    std::fflush(stream);
+}
+
 void LiveRun::print(const std::string& line) const {
-    fmt::print("{}\n", line);
-    std::fflush(stdout);
+    say_to(stdout, line + "\n");
 }
 
 bool LiveRun::Run(std::string& error) {
     const std::atomic<bool>& stop = WatchStopSignal();
+    OutliveReaders();
     Show show;
     if (!ReadShow(fArguments.show, show, error)) return false;
     // A movie file keeps room for the index of a recording of an hour unless it is told better.
@@ -125,7 +131,7 @@ bool LiveRun::Run(std::string& error) {
         print(JsonOfEnd(fShow));
     } else {
         fView.Show("");
-        fmt::print("{}", TextOfShow(fShow));
+        say_to(stdout, TextOfShow(fShow));
     }
     return true;
 }
@@ -159,10 +165,9 @@ void LiveRun::tell_answer(const std::string& line, const LiveAnswer& answer) {
     } else if (fView.OnTerminal()) {
         fView.Say(answer.message);
     } else if (!answer.ok) {
-        fmt::print(stderr, "tarn live: {}\n", answer.message);
+        say_to(stderr, fmt::format("tarn live: {}\n", answer.message));
     } else if (answer.stats) {
-        fmt::print("{}", TextOfShow(fShow));
-        std::fflush(stdout);
+        say_to(stdout, TextOfShow(fShow));
     }
 }
 
@@ -176,7 +181,7 @@ void LiveRun::tell_change(const LiveOutputEntry& entry) {
         if (fView.OnTerminal()) {
             fView.Say(line);
         } else {
-            fmt::print(stderr, "tarn live: {}\n", line);
+            say_to(stderr, fmt::format("tarn live: {}\n", line));
         }
     }
 }
@@ -206,8 +211,10 @@ int run_live(const LiveArguments& arguments) {
     }
     LiveTrace::Remove();
     if (ran) return failed ? 1 : 0;
-    if (arguments.json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
-    fmt::print(stderr, "tarn live: {}\n", error);
+    if (arguments.json) {
+        say_to(stdout, fmt::format("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error)));
+    }
+    say_to(stderr, fmt::format("tarn live: {}\n", error));
     return 1;
 }
 

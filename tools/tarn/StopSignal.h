@@ -2,5 +2,10 @@
 
 #include <atomic>
 
-/// Becomes true at the first Ctrl-C (or SIGTERM); the second one ends the process at once.
+/// Becomes true at the first Ctrl-C (or SIGTERM), the second one of which ends the process at once,
+/// and when the terminal is closed.
 const std::atomic<bool>& WatchStopSignal();
+
+/// From now on a write to a pipe that nobody reads any more is an error to the writer, and not the
+/// program's end.
+void OutliveReaders();

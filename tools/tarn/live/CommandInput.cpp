@@ -5,6 +5,17 @@
 
 #include "spar/zThread.h"
 
+namespace {
+
+/// Whether what is typed is for another program: to read it from the background would stop this
+/// one, and its show.
+bool is_in_background() {
+    const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    return foreground >= 0 && foreground != getpgrp();
+}
+
+}  // namespace
+
 bool CommandInput::take_line(std::string& line) {
     const std::size_t end = fPending.find('\n');
     if (end == std::string::npos) {
@@ -20,7 +31,7 @@ bool CommandInput::take_line(std::string& line) {
 
 bool CommandInput::WaitForLine(int milliseconds, std::string& line) {
     if (take_line(line)) return true;
-    if (fEnded) {
+    if (fEnded || is_in_background()) {
         zThread::MicroSleep(static_cast<unsigned int>(milliseconds) * 1000);
         return false;
     }
