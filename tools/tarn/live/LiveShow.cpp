@@ -1,11 +1,13 @@
 #include "LiveShow.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "spar/zThread.h"
 #include "spar/zTime.h"
 #include "tarn/clocks/tnSystemClock.h"
+#include "tarn/foundation/tnOutputAccessor.h"
 
 #include "LiveSource.h"
 
@@ -29,6 +31,14 @@ bool check_output(const ShowOutput& output, const Show& show, std::string& error
         return false;
     }
     return !kind->check || kind->check(output, show, error);
+}
+
+/// Options behind an address do not make it another one. A file may have several names.
+bool is_same_place(const std::string& a, const std::string& b) {
+    if (a.find("://") != std::string::npos)
+        return a.substr(0, a.find('?')) == b.substr(0, b.find('?'));
+    std::error_code failed;
+    return std::filesystem::equivalent(a, b, failed) && !failed;
 }
 
 }  // namespace
@@ -95,7 +105,25 @@ bool LiveShow::add_output(const ShowOutput& output, std::string& error) {
     return true;
 }
 
+// Outputs that take turns may name one address, and one that was switched on again writes where its
+// description does not say: what counts is who writes there now.
+bool LiveShow::is_free(const ShowOutput& output, std::string& error) const {
+    const std::string place = output.Location();
+    if (place.empty() || tnOutputAccessor(output.record).AutoIncrementFileName()) return true;
+    for (const LiveOutputEntry& other : fOutputs) {
+        if (other.state != LiveState::kRunning || other.description.name == output.name) continue;
+        if (!is_same_place(place, other.location)) continue;
+        error = fmt::format(
+            "output '{}': output '{}' is writing to '{}'; switch that off first, or "
+            "choose another output_url",
+            output.name, other.description.name, other.location);
+        return false;
+    }
+    return true;
+}
+
 bool LiveShow::start_output(LiveOutputEntry& entry, std::string& error) {
+    if (!is_free(entry.description, error)) return false;
     if (!entry.output->Start(error)) return false;
     entry.figures = {};
     entry.firstFrame = find_source(entry.description.source)->Figures().frames;

@@ -82,6 +82,7 @@ private:
     bool open_source(const ShowSource& source, std::string& error);
     bool add_output(const ShowOutput& output, std::string& error);
     bool add_source(const std::string& text, std::string& error);
+    bool is_free(const ShowOutput& output, std::string& error) const;
     bool start_output(LiveOutputEntry& entry, std::string& error);
     void stop_output(LiveOutputEntry& entry, LiveState state);
     void set_state(LiveOutputEntry& entry, LiveState state);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
@@ -30,7 +31,9 @@ std::atomic<long long> gOwedFrames{0};
 
 class ScriptedOutput final : public LiveOutput {
 public:
-    explicit ScriptedOutput(const ShowOutput& output) : fName(output.name) {}
+    explicit ScriptedOutput(const ShowOutput& output)
+        : fName(output.name),
+          fLocation(output.Location().empty() ? "/" + output.name : output.Location()) {}
     ~ScriptedOutput() override {
         const Script& script = does();
         EXPECT_EQ(script.starts, script.stops) << fName;
@@ -51,11 +54,12 @@ public:
         if (figures.status != 0) figures.text = "no space left";
         return figures;
     }
-    std::string Location() const override { return "/" + fName; }
+    std::string Location() const override { return fLocation; }
 
 private:
     Script& does() const { return gScripts[fName]; }
     const std::string fName;
+    const std::string fLocation;
 };
 
 std::unique_ptr<LiveOutput> make_scripted(const ShowOutput& output, LiveSource&, std::string&) {
@@ -229,6 +233,28 @@ TEST_F(RunningShow, SaysWhatIsWrongWithACommand) {
         EXPECT_NE(fError.find(c.words), std::string::npos) << c.line << "\n" << fError;
     }
     EXPECT_EQ(fShow.Outputs().size(), 1u);
+}
+
+TEST_F(RunningShow, OnePlaceIsWrittenByOneOutputAtATime) {
+    const tests::TestFolder folder;
+    std::ofstream(folder.File("take.mov")) << "a";
+    std::filesystem::create_hard_link(folder.File("take.mov"), folder.File("other.mov"));
+    const auto at = [](const std::string& url) { return "output_url=\"" + url + "\""; };
+    ASSERT_TRUE(prepare(element("stream", at("udp://127.0.0.1:5000?ttl=2")) +
+                        element("file", at(folder.File("take.mov")))))
+        << fError;
+    const std::string again = "add " + element("again", at("udp://127.0.0.1:5000"));
+    EXPECT_FALSE(obey(again));
+    EXPECT_NE(fError.find("output 'stream' is writing to"), std::string::npos) << fError;
+    EXPECT_TRUE(obey("add " + element("next", at("udp://127.0.0.1:5001")))) << fError;
+    EXPECT_FALSE(obey("add " + element("link", at(folder.File("other.mov")))));
+    EXPECT_TRUE(obey("add " + element("counts", at(folder.File("other.mov")) +
+                                                    " output_autoinfilename=\"true\"")))
+        << fError;
+    EXPECT_TRUE(obey("enable stream off"));
+    EXPECT_TRUE(obey(again)) << fError;
+    EXPECT_FALSE(obey("enable stream on")) << "now the other one has it";
+    EXPECT_EQ(gScripts["link"].starts, 0);
 }
 
 TEST_F(RunningShow, PlaysOnUntilEncodersHaveGivenWhatTheyHold) {
