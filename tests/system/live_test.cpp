@@ -266,3 +266,53 @@ TEST(Live, PlaysOnInTheBackgroundOfATerminal) {
     EXPECT_NE(result.out.find("played to its end"), std::string::npos) << result.out;
     ExpectInSequence(NumbersIn(folder.File("take.mov"), folder), "take.mov");
 }
+
+// The filter of plain sound takes stereo in blocks of a thirtieth of a second only: neither the
+// frame rate nor what a clip brings may show.
+TEST(Live, PlainSoundReachesSharedFilesWhateverTheSource) {
+    const TestFolder folder;
+    const std::string clip = folder.File("mono.mov");
+    ASSERT_EQ(tests::Run({"ffmpeg",
+                          "-v",
+                          "error",
+                          "-nostdin",
+                          "-y",
+                          "-f",
+                          "lavfi",
+                          "-i",
+                          "testsrc2=s=160x120:r=25:d=3",
+                          "-f",
+                          "lavfi",
+                          "-i",
+                          "sine=440:r=32000:d=3",
+                          "-ac",
+                          "1",
+                          "-c:v",
+                          "mjpeg",
+                          "-c:a",
+                          "pcm_s16le",
+                          clip})
+                  .exitCode,
+              0);
+    const std::string tracks =
+        R"(<video codecname="x264" target_bit_rate="400" key_frame_rate="12"/>)"
+        R"(<audio codecname="PCM"/>)";
+    RunningShow show(WriteShow(
+        folder,
+        Bars("fps=\"29.97\" tone=\"440\"") + "<source name=\"mono\" catch_up=\"600\" clip=\"" +
+            clip + "\"/>" +
+            Output("bars", "ntsc", "Shared QuickTime", folder.File("ntsc.mov"), tracks) +
+            Output("mono", "mono", "Shared QuickTime", folder.File("mono out.mov"), tracks)));
+    ASSERT_TRUE(show.PlayTo(3)) << show.End().err;
+    const ProcessResult end = show.Quit();
+    EXPECT_EQ(end.exitCode, 0) << end.err;
+    ExpectWholeMovie(folder.File("ntsc.mov"), "h264", 1001.0 / 30000, 60);
+    ExpectWholeMovie(folder.File("mono out.mov"), "h264", 1.0 / 25, 50);
+    for (const char* name : {"ntsc.mov", "mono out.mov"}) {
+        const std::string path = folder.File(name);
+        EXPECT_EQ(ProbeStream(path, "a:0", "codec_name"), "pcm_s16le") << name;
+        EXPECT_GE(std::atof(ProbeStream(path, "a:0", "duration").c_str()),
+                  std::atof(ProbeStream(path, "v:0", "duration").c_str()))
+            << name;
+    }
+}

@@ -9,10 +9,22 @@
 
 namespace {
 
+// Plain sound through the filter manager is 16-bit stereo and nothing else.
+constexpr long long kChannels = 2;
+
+std::vector<short> in_stereo(const std::vector<short>& mono) {
+    std::vector<short> both;
+    both.reserve(mono.size() * 2);
+    for (const short sample : mono) both.insert(both.end(), 2, sample);
+    return both;
+}
+
 class ClipSound final : public LiveSound {
 public:
     ClipSound(std::unique_ptr<ClipAudio> clip, std::string path)
-        : fPath(std::move(path)), fClip(std::move(clip)), fFormat(fClip->Format()) {}
+        : fPath(std::move(path)), fClip(std::move(clip)), fFormat(fClip->Format()) {
+        fFormat.fChannels.SetInt32(2);
+    }
 
     const tnMediaRecord& Format() const override { return fFormat; }
 
@@ -23,14 +35,13 @@ public:
     }
 
     void Next(short* pcm, long long frames) override {
-        const auto channels = static_cast<long long>(fFormat.fChannels.AsInt32(2));
         while (frames > 0) {
             if (fNextRound && fPosition >= fRoundEnd) reopen();
             const long long until =
                 fNextRound ? std::min(fPosition + frames, fRoundEnd) : fPosition + frames;
             const long long count = until - fPosition;
-            take(pcm, static_cast<std::size_t>(count * channels));
-            pcm += count * channels;
+            take(pcm, static_cast<std::size_t>(count * kChannels));
+            pcm += count * kChannels;
             frames -= count;
             fPosition = until;
         }
@@ -57,6 +68,7 @@ private:
                     std::fill_n(pcm, samples, short{0});
                     return;
                 }
+                if (fClip->Channels() == 1) fPending = in_stereo(fPending);
             }
             const std::size_t count = std::min(samples, fPending.size() - fTaken);
             std::copy_n(fPending.data() + fTaken, count, pcm);

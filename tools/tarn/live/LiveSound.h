@@ -7,8 +7,8 @@
 
 #include "Show.h"
 
-/// The sound of a source as 16-bit PCM without an end: silence after a clip that is over. One
-/// thread at a time.
+/// The sound of a source as 16-bit stereo PCM without an end: silence after a clip that is over.
+/// One thread at a time.
 class LiveSound {
 public:
     /// Null with an empty `error` for a source without sound, with one line when it is broken.
