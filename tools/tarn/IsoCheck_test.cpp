@@ -232,6 +232,8 @@ TEST(IsoSettings, BadInputIsOneLine) {
         {"<iso_output file_duration='4.5h'/>", "file_duration=\"4.5h\""},
         {"<iso_output output_filename='a' video_track_enabled='on'/>", "output 'a'"},
         {"<iso_output file_duration_maxed='yes'/>", "neither true nor false"},
+        {"<iso><iso_output guid='A' output_filename='a'/><iso_output guid='A'/></iso>",
+         "guid=\"A\" is that of output 'a'; give each its own"},
         {"<iso_output file_duration='90' file_duration_units='minutes'/>",
          "file_duration_units=\"minutes\" is none; set it to hour or min or sec"},
         {"<iso_output video_bitrate='20' video_bitrate_units='mbps'/>",

@@ -79,6 +79,13 @@ bool read_output(const zRecord& element, IsoSettings& settings, const std::strin
     }
     const std::string its = fmt::format("{}: output '{}'", where, IsoOutputName(*output));
     if (!ReadIsoValues(*output, its, error)) return false;
+    const std::string guid = output->AsString('guid', "");
+    for (const zRecord* other : settings.outputs.Children()) {
+        if (other->AsString('guid', "") != guid) continue;
+        error = fmt::format("{}: guid=\"{}\" is that of output '{}'; give each its own", its, guid,
+                            IsoOutputName(*other));
+        return false;
+    }
     settings.outputs.AddChild(output.release(), 0x7FFFFFFF);
     return true;
 }
