@@ -10,7 +10,6 @@
 #include "orb/MovieFileInventory.h"
 #include "orb/MovieQueue.h"
 #include "orb/TrackPipe.h"
-#include "orb/container/TrackTimes.h"
 #include "orb/filterSupport.h"
 #include "spar/trace.h"
 
@@ -46,6 +45,12 @@ long long steady_now() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
+}
+
+/// Properties speak a scale of their own, which need not be that of the file. 0 for none.
+long long ticks_of(long long duration, long long scale, long long fileScale) {
+    if (scale <= 0) return 0;
+    return static_cast<long long>(static_cast<__int128>(duration) * fileScale / scale);
 }
 
 }  // namespace
@@ -108,10 +113,8 @@ Result CAssetWriter::Begin() {
         if (!track->Pipe().HasBegun()) continue;
         RObject<CMediaProperties> properties(track->GetProperties());
         MovieTrack description = track->Pipe().GetDescription();
-        // Said in the scale of the properties, which need not be that of the file.
-        const long long scale = properties->GetTimescale();
         description.expectedDuration =
-            scale > 0 ? Rescale(properties->GetDuration(), description.timescale, scale) : 0;
+            ticks_of(properties->GetDuration(), properties->GetTimescale(), description.timescale);
         descriptions.push_back(std::move(description));
         pipes.push_back(&track->Pipe());
     }
