@@ -77,6 +77,7 @@ void write_picture(tnFilterManager& manager, tnStreamBufferGroup& group, int fra
     buffer->ReleaseWriting();  // at the last release it is free again
 }
 
+// A thirtieth of a second at a time, at any frame rate: outputs of plain PCM take nothing else.
 void write_sound(tnFilterManager& manager, int frame) {
     std::vector<short> block(kRate / kFps * 2);
     const long long first = static_cast<long long>(frame) * kRate / kFps;

@@ -7,7 +7,10 @@ class tnAudioConverter;
 class tnPcmAudioFilterBuffer;
 
 /// The audio compressor that compresses nothing: it frames blocks of PCM, so that outputs of plain
-/// sound take the same road as encoded ones. Blocks last a thirtieth of a second. One thread.
+/// sound take the same road as encoded ones. One thread.
+///
+/// It takes 16-bit stereo in blocks of a thirtieth of a second and nothing else. Hosts whose
+/// pictures last longer or shorter than that write sound in a count of its own.
 class TARN_API tnPcmAudioFilter : public tnAudioCompressor {
 public:
     tnPcmAudioFilter();
