@@ -152,6 +152,22 @@ TEST_F(Failures, AnEncoderThatCannotTakeTheSourceIsToldOf) {
     EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, -1037);
 }
 
+// Sound was lost before the output began anew: less than ten seconds of pictures are a movie all
+// the same.
+TEST_F(Failures, PicturesWhoseSoundIsLostAreKept) {
+    Camera camera(1);
+    camera.LoseSound(60, 150);
+    Show show("Shared QuickTime", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+    camera.Write(0, 60);
+    ASSERT_EQ(show.Remove(), 0);
+    ASSERT_EQ(show.Add(fFolder.File("b.mov")), 0);
+    camera.Write(60, 150);
+    ASSERT_EQ(show.Remove(), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    ExpectEveryFrame(fFolder.File("b.mov"), 0, kFrame, 60);
+}
+
 TEST_F(Failures, AnOutputThatFailedMayBeginAnew) {
     MovieFileInventory::Add('mov ', make_full_disk);
     Camera camera(1);

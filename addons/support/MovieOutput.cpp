@@ -51,6 +51,11 @@ bool MovieOutput::has_ended() {
     return true;
 }
 
+bool MovieOutput::has_failed() {
+    const zMutexLock lock(fLock);
+    return fFailure != 0;
+}
+
 bool MovieOutput::takes_picture(tnVideoCompressor::EncodedBuffer&) {
     return true;
 }
@@ -119,19 +124,27 @@ void MovieOutput::run() {
         const int code = handle(std::move(item));
         if (code != 0) fail(code);
     }
+    if (!fBegun.load(std::memory_order_relaxed)) begin_at_end();
     if (!fBegun.load(std::memory_order_relaxed)) return;
     const int code = finish_file();
+    if (code != 0) fail(code);
+}
+
+/// A movie that ended while its pictures waited for sound is better without than not at all.
+void MovieOutput::begin_at_end() {
+    if (has_failed() || !fStart.DecideAtEnd()) return;
+    const int code = begin();
     if (code != 0) fail(code);
 }
 
 int MovieOutput::handle(MediaItem item) {
     if (fBegun.load(std::memory_order_relaxed)) return write(item);
     fStart.Add(std::move(item));
-    return begin_if_possible();
+    return fStart.Decide() ? begin() : 0;
 }
 
-int MovieOutput::begin_if_possible() {
-    if (!fStart.Decide()) return 0;
+/// Makes the file, and writes what waited for its start.
+int MovieOutput::begin() {
     int code = begin_file(fStart);
     if (code != 0) return code;
     fBegun.store(true, std::memory_order_relaxed);

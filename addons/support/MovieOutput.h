@@ -85,13 +85,15 @@ protected:
 
 private:
     bool has_ended() SPAR_EXCLUDES(fLock);
+    bool has_failed() SPAR_EXCLUDES(fLock);
     void put(MediaItem item) SPAR_EXCLUDES(fLock);
     bool wait_for_room() SPAR_REQUIRES(fLock);
     bool is_full() const SPAR_REQUIRES(fLock);
     bool take(MediaItem& item) SPAR_EXCLUDES(fLock);
     void run();
     int handle(MediaItem item);
-    int begin_if_possible();
+    int begin();
+    void begin_at_end();
     int write(const MediaItem& item);
     void fail(int code) SPAR_EXCLUDES(fLock);
 

@@ -23,6 +23,13 @@ bool MovieStart::Decide() {
     return fHasPictures && fHasSound ? decide_together() : decide_alone();
 }
 
+bool MovieStart::DecideAtEnd() {
+    if (Decide()) return true;
+    if (!fHasPictures || !fHasSound || fPictures.empty()) return false;
+    fHasSound = !fSounds.empty();
+    return begin_at(fPictures.front().startMs);
+}
+
 bool MovieStart::decide_alone() {
     const std::deque<MediaItem>& only = fHasPictures ? fPictures : fSounds;
     return !only.empty() && begin_at(only.front().startMs);

@@ -25,6 +25,8 @@ public:
     void Add(MediaItem item);
     /// True once, when the start is known: then the rest of this class answers.
     bool Decide();
+    /// The same when nothing more will come: pictures that waited for sound begin without it.
+    bool DecideAtEnd();
 
     bool HasPictures() const { return fHasPictures; }
     bool HasSound() const { return fHasSound; }

@@ -96,6 +96,28 @@ TEST(MovieStart, SoundThatNeverComesIsGivenUp) {
     EXPECT_EQ(start.TimeMs(), 0);
 }
 
+TEST(MovieStart, AtTheEndPicturesBeginWithoutSound) {
+    MovieStart start(true, true);
+    EXPECT_FALSE(start.DecideAtEnd()) << "nothing to begin with";
+    EXPECT_FALSE(add(start, picture(0, false)));
+    EXPECT_FALSE(add(start, picture(40, true)));
+    EXPECT_FALSE(add(start, picture(80, false)));
+    ASSERT_TRUE(start.DecideAtEnd());
+    EXPECT_FALSE(start.HasSound());
+    EXPECT_EQ(start.TimeMs(), 40);
+
+    MovieStart late(true, true);
+    EXPECT_FALSE(add(late, sound(0)));
+    EXPECT_FALSE(add(late, picture(40, true)));
+    ASSERT_TRUE(late.DecideAtEnd());
+    EXPECT_TRUE(late.HasSound()) << "what there is, is kept";
+    EXPECT_EQ(late.TimeMs(), 40);
+
+    MovieStart unseen(true, true);
+    EXPECT_FALSE(add(unseen, sound(0)));
+    EXPECT_FALSE(unseen.DecideAtEnd());
+}
+
 TEST(MovieStart, SoundThatWaitsForPicturesIsBounded) {
     MovieStart start(true, true);
     for (int ms = 0; ms < 200000; ms += 20) ASSERT_FALSE(add(start, sound(ms)));
