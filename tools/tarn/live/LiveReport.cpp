@@ -23,7 +23,7 @@ void append_output(std::string& text, const LiveOutputEntry& entry) {
     fmt::format_to(std::back_inserter(text), "  {:<14} {:<8} {} frames  {}  {}",
                    entry.description.name, TextOf(entry.state), entry.figures.frames,
                    TextOfBytes(entry.figures.bytes), entry.location);
-    if (entry.state == LiveState::kFailed) text += "  " + entry.figures.text;
+    if (!entry.figures.text.empty()) text += "  " + entry.figures.text;
     text += '\n';
 }
 

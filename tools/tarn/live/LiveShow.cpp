@@ -15,6 +15,8 @@ namespace {
 
 constexpr double kMicro = 1e6;
 constexpr double kLongestPlayOutSeconds = 2;
+constexpr double kEmptySeconds =
+    30;  // longer than a group of pictures before a late joiner's first
 constexpr unsigned int kLookAgainUs = 10'000;
 
 std::string joined(const std::vector<std::string>& words) {
@@ -137,11 +139,31 @@ void LiveShow::stop_output(LiveOutputEntry& entry, LiveState state) {
         entry.output->Stop();
         const LiveFigures last = entry.output->Figures();
         if (state != LiveState::kFailed || last.status != 0) entry.figures = last;
+        const bool isEmpty = note_if_empty(entry);
         // What only the closing has shown is a failure all the same.
-        if (entry.figures.status != 0) state = LiveState::kFailed;
+        if (entry.figures.status != 0 || isEmpty) state = LiveState::kFailed;
         if (state == LiveState::kFailed) ++fFailures;
     }
     set_state(entry, state);
+}
+
+// The tracks of a movie start together: where one gets nothing, because its encoder cannot take
+// what the source gives, the movie never begins and has no failure to tell.
+bool LiveShow::note_if_empty(LiveOutputEntry& entry) {
+    LiveFigures& figures = entry.figures;
+    if (figures.frames > 0 || figures.status != 0 || !entry.description.Track(TN_MEDIA_VIDEO)) {
+        return false;
+    }
+    const LiveSource* const source = find_source(entry.description.source);
+    if (!source) return false;
+    const auto given = static_cast<double>(source->Figures().frames - entry.firstFrame);
+    if (given < kEmptySeconds * source->FramesPerSecond()) return false;
+    figures.text = fmt::format(
+        "nothing has come out of its encoders for {:.0f} seconds; do they take the source's "
+        "pictures "
+        "and sound?",
+        given / source->FramesPerSecond());
+    return true;
 }
 
 void LiveShow::set_state(LiveOutputEntry& entry, LiveState state) {
@@ -284,6 +306,7 @@ void LiveShow::Poll() {
         if (entry.state != LiveState::kRunning) continue;
         entry.figures = entry.output->Figures();
         entry.location = entry.output->Location();
+        note_if_empty(entry);
         if (entry.figures.status != 0) {
             stop_output(entry, LiveState::kFailed);
         } else if (find_source(entry.description.source)->Figures().ended) {

@@ -85,6 +85,7 @@ private:
     bool is_free(const ShowOutput& output, std::string& error) const;
     bool start_output(LiveOutputEntry& entry, std::string& error);
     void stop_output(LiveOutputEntry& entry, LiveState state);
+    bool note_if_empty(LiveOutputEntry& entry);
     void set_state(LiveOutputEntry& entry, LiveState state);
     bool owes_pictures(const LiveOutputEntry& entry, long long frame);
     bool remove_source(const std::string& name, std::string& error);

@@ -276,6 +276,33 @@ TEST_F(RunningShow, PlaysOnUntilEncodersHaveGivenWhatTheyHold) {
     EXPECT_EQ(state(0), LiveState::kRunning);
 }
 
+// Half a minute of the show, at a hundred times its pace.
+TEST_F(RunningShow, AnOutputThatNothingEverReachesHasFailed) {
+    Show show;
+    ASSERT_TRUE(ReadShowText(R"(<show><source name="bars" picture="bars" tn_width="32")"
+                             R"( tn_height="32" catch_up="600"/>)"
+                             R"(<output kind="scripted" output_enabled="true")"
+                             R"( output_display_name="empty"><video codecname="x264"/></output>)" +
+                                 element("sound alone") + "</show>",
+                             "test", show, fError))
+        << fError;
+    LiveShow fast(100);
+    ASSERT_TRUE(fast.Prepare(show, fError)) << fError;
+    fast.Start();
+    fast.Poll();
+    EXPECT_EQ(fast.Outputs()[0].figures.text, "");
+    while (fast.Sources()[0]->Figures().frames < 30 * 25) std::this_thread::yield();
+    fast.Poll();
+    EXPECT_EQ(fast.Outputs()[0].state, LiveState::kRunning) << "it may come yet";
+    EXPECT_NE(fast.Outputs()[0].figures.text.find("nothing has come"), std::string::npos);
+    EXPECT_NE(TextOfShow(fast).find("nothing has come"), std::string::npos);
+    EXPECT_FALSE(fast.HasFailed());
+    fast.Stop();
+    EXPECT_EQ(fast.Outputs()[0].state, LiveState::kFailed);
+    EXPECT_EQ(fast.Outputs()[1].state, LiveState::kEnded);
+    EXPECT_TRUE(fast.HasFailed());
+}
+
 TEST_F(RunningShow, EndingStopsEveryOutput) {
     ASSERT_TRUE(prepare(element("a") + element("b")));
     fShow.Start();
