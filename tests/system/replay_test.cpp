@@ -214,6 +214,48 @@ TEST_F(Replay, ExactCutOfIntraPicturesIsACopy) {
     EXPECT_EQ(tests::CountFrames(movie), 45);
 }
 
+/// The third of five segments of this intra-coded recording, encoded in another way.
+void encode_third_otherwise(const std::string& folder, const std::string& kept,
+                            const std::vector<std::string>& how) {
+    std::filesystem::rename(folder + "/3.mov", kept);
+    std::vector<std::string> words = {"ffmpeg", "-v", "error", "-nostdin", "-i", kept};
+    words.insert(words.end(), how.begin(), how.end());
+    words.push_back(folder + "/3.mov");
+    ASSERT_EQ(tests::Run(words).exitCode, 0);
+}
+
+TEST_F(Replay, ExactCutOfMixedSegmentsIsEncoded) {
+    Record(10, "segment_seconds=\"1\"", "MJPEG");
+    // Its pictures count time otherwise too.
+    encode_third_otherwise(Folder(), fFolder.File("third.mov"),
+                           {"-c:v", "libx264", "-video_track_timescale", "90000", "-c:a", "copy"});
+    const std::string movie = fFolder.File("cut.mov");
+    const ProcessResult refused = Replays({"cut", "--in", "1", "--out", "5", movie});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.err.find("use --exact"), std::string::npos) << refused.err;
+
+    const ProcessResult cut =
+        Replays({"cut", "--in", "1", "--out", "5", "--exact", movie, "--json"});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    EXPECT_NE(cut.out.find("\"encoded\":true"), std::string::npos) << cut.out;
+    const std::vector<double> times = tests::ProbePictureTimes(movie);
+    ASSERT_EQ(times.size(), 100u);
+    for (std::size_t index = 0; index < times.size(); ++index) {
+        EXPECT_NEAR(times[index], static_cast<double>(index) / 25, 0.001);
+    }
+}
+
+TEST_F(Replay, SegmentWithoutSoundIsSilentInAnExactCut) {
+    Record(10, "segment_seconds=\"1\"", "MJPEG");
+    encode_third_otherwise(Folder(), fFolder.File("third.mov"), {"-c:v", "copy", "-an"});
+    const std::string movie = fFolder.File("cut.mov");
+    const ProcessResult cut = Replays({"cut", "--in", "1", "--out", "5", "--exact", movie});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    // What follows it stays with its pictures.
+    EXPECT_NEAR(tests::ProbeSeconds(movie, "v:0"), 4, 0.01);
+    EXPECT_NEAR(tests::ProbeSeconds(movie, "a:0"), 4, 0.08);
+}
+
 TEST_F(Replay, GapsAreClosedInACut) {
     Record(10);
     std::filesystem::remove(Movie(3));

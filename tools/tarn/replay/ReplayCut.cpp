@@ -46,6 +46,11 @@ public:
     bool CopiesExactly(bool& exactly, std::string& error);
     bool Copy(const std::atomic<bool>& stop, const std::function<void(double)>& progress,
               std::string& error);
+    /// After a Copy that failed: whether segments were encoded in more than one way, so that the
+    /// movie can only be encoded anew.
+    bool IsMixed() const { return fIsMixed; }
+    /// Lets go of the movie as far as it was copied.
+    void Abandon();
     const std::vector<SegmentFile>& Files() const { return fFiles; }
 
 private:
@@ -66,6 +71,7 @@ private:
     std::vector<SegmentFile> fFiles;
     CutWriter fWriter;
     bool fBegun = false;
+    bool fIsMixed = false;
 
     // the segment at hand
     SegmentTrack fPictures;
@@ -243,6 +249,7 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
             fFirstSound = fSound.WithoutPackets();
         }
         if (!fPictures.FitsTo(fFirstPictures) || !fSound.FitsTo(fFirstSound)) {
+            fIsMixed = true;
             error = fmt::format(
                 "'{}': is encoded otherwise than the segments before; cut up to it, or use --exact",
                 piece.path);
@@ -260,6 +267,13 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
     if (fBegun) return fWriter.Finish(error);
     error = fmt::format("'{}': no key frame in that stretch", fWish.output);
     return false;
+}
+
+void Cutter::Abandon() {
+    fWriter = CutWriter();
+    std::error_code ignored;
+    std::filesystem::remove(fWish.output, ignored);
+    fResult = {};
 }
 
 /// An empty line, or why the output cannot be where it is asked for.
@@ -292,6 +306,11 @@ bool CutReplay(const ReplayRecording& recording, const ReplayCutWish& wish,
     if (!cutter.Hold(recording, error)) return false;
     bool copies = true;
     if (wish.exact && !cutter.CopiesExactly(copies, error)) return false;
-    if (copies) return cutter.Copy(stop, progress, error);
+    if (copies) {
+        if (cutter.Copy(stop, progress, error)) return true;
+        if (!wish.exact || !cutter.IsMixed()) return false;
+        cutter.Abandon();
+        error.clear();
+    }
     return EncodeReplay(cutter.Files(), wish, stop, progress, result, error);
 }

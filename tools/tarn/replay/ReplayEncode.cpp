@@ -82,6 +82,9 @@ private:
         const auto ticks = [scale](long long time) {
             return av_rescale(time, scale, kReplayUnitsPerSecond);
         };
+        const long long own = fClip->Format().AsInt64('tmsc', 1);
+        frame.time = av_rescale(frame.time, scale, own);
+        frame.duration = av_rescale(frame.duration, scale, own);
         const long long time = ticks(fStretch.file->Piece().start) + frame.time;
         const long long half = frame.duration / 2;
         if (time + half < ticks(fStretch.from) || time + half >= ticks(fStretch.to)) return false;
@@ -134,14 +137,20 @@ private:
         if (fIndex == fStretches.size()) return false;
         const Stretch& stretch = fStretches[fIndex++];
         fClip = ClipAudio::Open(stretch.file->Path(), error);
-        if (!fClip) return fIndex > 1;
-        fFormat = fClip->Format();
+        if (fIndex == 1) {
+            if (!fClip) return false;
+            fFormat = fClip->Format();
+        }
+        // A segment whose sound does not go on as the first one's is silent, and as long.
+        if (!fClip || fClip->SampleRate() != SampleRate() || fClip->Channels() != Channels()) {
+            fClip.reset();
+        }
         const auto frames = [this](long long time) {
             return av_rescale(time, SampleRate(), kReplayUnitsPerSecond);
         };
         fSkip = frames(stretch.from - stretch.file->Piece().start);
         fLeft = frames(stretch.at + stretch.to - stretch.from) - frames(stretch.at);
-        fClip->StartAt(0);
+        if (fClip) fClip->StartAt(0);
         return true;
     }
 
