@@ -1,7 +1,11 @@
 #include "spar/zDirectory.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include "spar/zFileStream.h"
@@ -81,4 +85,18 @@ zDirectory* zDirectory::Factory() {
 
 bool zDirectory::Exists(const char* path) {
     return path != nullptr && zFileStream::IsFolder(path);
+}
+
+int zDirectory::ForEachEntry(const char* path, const std::function<void(const char*)>& function) {
+    if (path == nullptr) return null_path();
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path), ::closedir);
+    if (!folder) return code_of(std::error_code(errno, std::generic_category()));
+    const auto isFolderItself = [](const char* name) {
+        return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+    };
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const bool isSure = entry->d_type == DT_REG || entry->d_type == DT_DIR;
+        if (isSure && !isFolderItself(entry->d_name)) function(entry->d_name);
+    }
+    return 0;
 }

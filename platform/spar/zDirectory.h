@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,11 @@ public:
 
     /// Whether a folder stands at the path.
     static bool Exists(const char* path);
+
+    /// Calls `function` with the name of each file and folder in the folder, in no order. Links,
+    /// which may lead nowhere, are left out, and whatever the file system does not say the kind of:
+    /// a name that comes is there, of one that does not come nothing is said.
+    static int ForEachEntry(const char* path, const std::function<void(const char*)>& function);
 
     /// Makes the folder, and those above it that are missing. 0 if it stands already.
     virtual int Create(const char* path) = 0;

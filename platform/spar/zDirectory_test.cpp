@@ -1,5 +1,6 @@
 #include "spar/zDirectory.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -28,6 +29,20 @@ protected:
     std::string fRoot;
     const std::unique_ptr<zDirectory> fDirectory;
 };
+
+TEST_F(Directory, WalkNamesFilesAndFoldersButNoLinks) {
+    Touch("file");
+    std::filesystem::create_symlink(Path("nowhere"), Path("link"));
+    std::vector<std::string> names;
+    const auto take = [&](const char* name) { names.push_back(name); };
+    ASSERT_EQ(zDirectory::ForEachEntry(fRoot.c_str(), take), 0);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"file", "inner"}));
+    EXPECT_LT(zDirectory::ForEachEntry(Path("none").c_str(), take), 0);
+    EXPECT_LT(zDirectory::ForEachEntry(Path("file").c_str(), take), 0);
+    EXPECT_LT(zDirectory::ForEachEntry(nullptr, take), 0);
+    EXPECT_EQ(names.size(), 2u);
+}
 
 TEST_F(Directory, MakesFoldersAndThoseAbove) {
     EXPECT_TRUE(zDirectory::Exists(Path("inner/most").c_str()));
