@@ -140,6 +140,7 @@ private:
 
     int parse_file(zRecord& record) SPAR_REQUIRES(*fFileCritical);
     void take_formats(const zRecord& formats);
+    zString file_extension() const;
     void take_segments(const zRecord& segments) SPAR_REQUIRES(*fSegmentsCritical);
 
     zList<zString>* split_for_deletion(Segments& active, long long before)

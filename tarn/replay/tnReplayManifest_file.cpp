@@ -1,8 +1,10 @@
+#include <optional>
 #include <string>
 
 #include "spar/zFileStream.h"
 #include "spar/zRecord.h"
 #include "spar/zXML.h"
+#include "tarn/replay/SegmentListing.h"
 #include "tarn/replay/tnReplayManifest.h"
 
 // The manifest's text:
@@ -24,7 +26,8 @@
 static constexpr unsigned int kXmlForm = zXML::kAttributes | zXML::kNoDeclaration;
 static constexpr unsigned long long kTagID = 'xTag';
 static constexpr unsigned int kAllLevels = 0xFFFFFFFF;
-static constexpr unsigned int kFormatCount = 2;  // video and audio
+static constexpr unsigned int kFormatCount = 2;   // video and audio
+static constexpr unsigned int kListingPays = 64;  // segments
 
 // Writing ----------------------------------------------------------------------------------------
 
@@ -133,11 +136,21 @@ void tnReplayManifest::take_formats(const zRecord& formats) {
     }
 }
 
+zString tnReplayManifest::file_extension() const {
+    const zMutexLock lock(fFormatsLock);
+    return fVideoFormat.AsCString("file_extension", "mov");
+}
+
 void tnReplayManifest::take_segments(const zRecord& segments) {
-    zString path;
+    std::optional<SegmentListing> listing;
+    if (segments.ChildCount() >= kListingPays) listing.emplace(fFolder, file_extension());
+    const auto hasFile = [&](const tnReplaySegment* segment) {
+        zString path;
+        return (listing && listing->Has(segment->fId)) || GetSegmentPath(segment, path) == 0;
+    };
     for (const zRecord* child : segments.Children()) {
         auto* const segment = new tnReplaySegment;
-        if (segment->Read(*child, 0) != 0 || GetSegmentPath(segment, path) != 0) {
+        if (segment->Read(*child, 0) != 0 || !hasFile(segment)) {
             segment->Release();
             continue;
         }

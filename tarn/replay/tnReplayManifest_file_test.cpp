@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <random>
 
@@ -143,6 +144,45 @@ TEST_F(ReplayManifestFile, ReadLoadsWhatWasRecorded) {
     EXPECT_EQ(fManifest->VideoDuration(), 300);
     EXPECT_FALSE(fManifest->IsRecording());
     EXPECT_EQ(fManifest->BeginRecording(Video(), Audio()), -1);  // it has content
+}
+
+// Files of long recordings are looked for in one listing of the folder.
+
+TEST_F(ReplayManifestFile, LongListLeavesOutWhatHasNoFile) {
+    constexpr unsigned int kCount = 200;
+    Record(kCount);
+    // Past what fits into "%d": its file has a negative name.
+    WriteText(Movie("-2.mov"), "movie");
+    ASSERT_EQ(fManifest->AddSegment(0xFFFFFFFEu, 20000, 20100), 0);
+    Close();
+    for (const char* gone : {"1.mov", "64.mov", "99.mov", "120.mov", "150.mov", "200.mov"}) {
+        std::filesystem::remove(Movie(gone));
+    }
+    WriteText(Movie("64.mp4"), "another extension");
+    WriteText(Movie("064.mov"), "another name");
+    std::filesystem::create_symlink(Movie("nowhere"), Movie("99.mov"));
+    std::filesystem::create_symlink(Movie("2.mov"), Movie("120.mov"));
+    std::filesystem::create_directory(Movie("150.mov"));
+    Ids expected;
+    for (unsigned int id = 1; id <= kCount; ++id) {
+        if (id != 1 && id != 64 && id != 99 && id != 200) expected.push_back(id);
+    }
+    expected.push_back(0xFFFFFFFEu);
+    EXPECT_EQ(InFile(), expected);
+}
+
+TEST_F(ReplayManifestFile, LongListHasTheExtensionOfItsFormat) {
+    tnMediaRecord video = Video();
+    video.SetCString("file_extension", "seg.mxf");
+    ASSERT_EQ(fManifest->BeginRecording(video, Audio()), 0);
+    Ids expected;
+    for (unsigned int id = 1; id <= 100; ++id) {
+        ASSERT_EQ(fManifest->AddSegment(id, id * 100, id * 100 + 100), 0);
+        if (id % 2 == 0) expected.push_back(id);
+        WriteText(Movie(std::to_string(id) + (id % 2 == 0 ? ".seg.mxf" : ".mov")), "movie");
+    }
+    Close();
+    EXPECT_EQ(InFile(), expected);
 }
 
 TEST_F(ReplayManifestFile, ReadTwiceParsesOnce) {
