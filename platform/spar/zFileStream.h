@@ -41,8 +41,9 @@ public:
     /// Flush, and then waits until the bytes stand on the disk.
     int Sync();
 
-    /// Where the next byte is read or written, counted from the start of the file.
+    /// Where the next byte is read or written, counted from the start of the file. Flushes first.
     int SetPosition(long long position);
+    /// Where the file itself is read or written next: bytes that are gathered do not count yet.
     long long Position() const { return fPosition; }
 
     /// Whether something, file or folder, stands at the path.
