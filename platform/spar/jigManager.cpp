@@ -134,9 +134,17 @@ int jigManager::add_from(const jigAddon& addon, const std::string& source) {
     xIUnknown* object = make_object(addon);
     if (object == nullptr)
         return skipped(source, std::string("gives no '") + addon.fInterface + "'");
-    zMutexLock held(fLock);
-    fEntries.push_back({addon.fInterface, object, &addon});
+    // Meanwhile another thread, or the add-on itself, may have listed it.
+    if (!list_once(addon, object)) object->Release();
     return 0;
+}
+
+bool jigManager::list_once(const jigAddon& addon, xIUnknown* object) {
+    zMutexLock held(fLock);
+    const bool isListed = std::any_of(fEntries.begin(), fEntries.end(),
+                                      [&](const Entry& entry) { return entry.fAddon == &addon; });
+    if (!isListed) fEntries.push_back({addon.fInterface, object, &addon});
+    return !isListed;
 }
 
 bool jigManager::is_listed(const jigAddon& addon) const {

@@ -49,6 +49,8 @@ private:
 
     int add_from(const jigAddon& addon, const std::string& source);
     bool is_listed(const jigAddon& addon) const SPAR_EXCLUDES(fLock);
+    /// Lists the object, which the manager then owns; false when the add-on is listed already.
+    bool list_once(const jigAddon& addon, xIUnknown* object) SPAR_EXCLUDES(fLock);
     /// The first entry from `index` on with that interface, or kEnd.
     std::size_t find_from(std::size_t index, const std::string& interfaceName) const
         SPAR_EXCLUDES(fLock);

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "spar/jigAddon.h"
@@ -97,6 +98,23 @@ public:
 };
 
 const jigAddon kLinked = JIG_LINKED_ADDON(TestFormat, Linked);
+
+jigManager* gOwnManager = nullptr;
+
+/// Lists its own add-on while it is made, as a second thread might at that moment.
+class ListsItself : public Linked {
+public:
+    ListsItself();
+};
+
+const jigAddon kListsItself = JIG_LINKED_ADDON(TestFormat, ListsItself);
+
+ListsItself::ListsItself() {
+    jigManager* manager = std::exchange(gOwnManager, nullptr);
+    if (manager != nullptr) {
+        EXPECT_EQ(manager->Add(kListsItself), 0);
+    }
+}
 
 }  // namespace
 
@@ -227,6 +245,17 @@ TEST(jigManager, LinkedInAddonsStandBesideLoadedOnes) {
         EXPECT_EQ(manager.LoadFile(kAddons + "/good_b.so"), 0);
         EXPECT_EQ(names(manager), (std::vector<std::string>{"linked", "good_b"}));
         EXPECT_EQ(gAlive, 1);
+    }
+    EXPECT_EQ(gAlive, 0);
+}
+
+TEST(jigManager, AnAddonThatIsListedWhileItIsMadeIsListedOnce) {
+    {
+        jigManager manager;
+        gOwnManager = &manager;
+        EXPECT_EQ(manager.Add(kListsItself), 0);
+        EXPECT_EQ(names(manager), std::vector<std::string>{"linked"});
+        EXPECT_EQ(gAlive, 1) << "the second object is given back";
     }
     EXPECT_EQ(gAlive, 0);
 }
