@@ -121,8 +121,12 @@ int Reader::set_attribute(zRecord& record, const char* name, const char* value) 
     const std::string key = name_from_xml(name);
     zStringID& ids = zStringID::Default();
     // New keys stay in the table for good: one document may not fill it.
-    if (ids.Find(key) == 0 && ++fNewKeys > zXML::kMaxNewKeys) return zXML::kTooBig;
-    set_from_xml(record, ids.FindOrMake(key), value);
+    unsigned long long known = ids.Find(key);
+    if (known == 0) {
+        if (++fNewKeys > zXML::kMaxNewKeys) return zXML::kTooBig;
+        known = ids.FindOrMake(key);
+    }
+    set_from_xml(record, known, value);
     return 0;
 }
 

@@ -260,6 +260,7 @@ void append_xml_name(std::string& out, std::string_view name) {
 
 std::string name_from_xml(std::string_view name) {
     if (name == kEmptyName) return {};
+    if (name.find("_x") == std::string_view::npos) return std::string(name);
     std::string out;
     for (std::size_t i = 0; i < name.size(); ++i) {
         const std::string_view rest = name.substr(i);
