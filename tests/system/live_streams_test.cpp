@@ -93,13 +93,15 @@ private:
 TEST(Live, AReceiverThatIsGoneStopsThatOutputAlone) {
     const TestFolder folder;
     auto receiver = std::make_unique<Listener>();
+    auto other = std::make_unique<Listener>();
     RunningShow show(WriteShow(
         folder, Bars("tone=\"440\"") +
                     Output("bars", "told", "MPEG-TS", receiver->Address() + "?connect=1", kX264) +
-                    Output("bars", "untold", "MPEG-TS", receiver->Address(), kX264) +
+                    Output("bars", "untold", "MPEG-TS", other->Address(), kX264) +
                     Output("bars", "file", "Shared MPEG-4", folder.File("file.mp4"), kX264)));
     ASSERT_TRUE(show.PlayTo(1)) << show.End().err;
     receiver.reset();
+    other.reset();
     ASSERT_TRUE(show.ReadUntil([](const std::string& line) {
         return PartOf(line, "told").find("\"failed\"") != std::string::npos;
     }));
