@@ -1,6 +1,7 @@
 # tarn_folder(NAME SOURCES... LINKS...)   one folder: an object library with exact links
 # tarn_shared(NAME FOLDERS... LINKS...)   one shared library out of folders
-# tarn_test(NAME SOURCES... LINKS...)     one test program out of <folder>/*_test.cpp
+# tarn_test(NAME SOURCES... LINKS... [PARTS N])
+#                                         one test program out of <folder>/*_test.cpp, run in N parts
 # tarn_bench(NAME SOURCES... LINKS...)    one benchmark program
 # tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz)
 
@@ -34,14 +35,27 @@ function(tarn_test name)
     if(NOT TARN_TESTS)
         return()
     endif()
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "PARTS" "SOURCES;LINKS;LABELS")
     find_package(GTest REQUIRED)
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
     target_link_libraries(${name} PRIVATE ${arg_LINKS} test_support GTest::gmock GTest::gtest
                                           GTest::gtest_main)
-    add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 1200)
+    if(NOT arg_PARTS)
+        add_test(NAME ${name} COMMAND ${name})
+        set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 1200)
+        return()
+    endif()
+    # One after the other they would be what everybody waits for: the parts run beside each other, and
+    # first. Each writes its results under a name of its own.
+    math(EXPR last "${arg_PARTS} - 1")
+    foreach(part RANGE ${last})
+        add_test(NAME ${name}.${part}
+                 COMMAND sh -c "GTEST_OUTPUT=\"\${GTEST_OUTPUT:+\${GTEST_OUTPUT}${name}.${part}.xml}\" exec $<TARGET_FILE:${name}>")
+        set_tests_properties(${name}.${part} PROPERTIES
+            LABELS "${arg_LABELS}" TIMEOUT 1200 COST 100
+            ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_PARTS};GTEST_SHARD_INDEX=${part}")
+    endforeach()
 endfunction()
 
 function(tarn_bench name)
