@@ -8,10 +8,14 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include "spar/zTime.h"
+
 namespace {
 
 /// Only for what comes without an event: Ctrl-C, and a folder that is replaced.
 constexpr int kLookAgainMs = 250;
+/// How long a manifest has to stand as closed before it is taken for the recording's end.
+constexpr long long kSettledUs = 1'000'000;
 
 /// Wakes when something in a folder is written, made, renamed or removed.
 class FolderEvents {
@@ -68,6 +72,26 @@ private:
     std::map<unsigned int, ReplayPiece> fKnown;
 };
 
+/// Whether a recording has ended. A recorder that deletes old segments closes its manifest too, and
+/// begins another in its place at once: an end is one that stays.
+class Ending {
+public:
+    bool HasCome(const ReplayRecording& recording) {
+        std::error_code failed;
+        const auto written = std::filesystem::last_write_time(recording.manifest, failed);
+        if (!recording.closed || failed || written != fWritten) {
+            fWritten = written;
+            fSince = zTime::MicroNow();
+            return false;
+        }
+        return zTime::MicroNow() - fSince >= kSettledUs;
+    }
+
+private:
+    std::filesystem::file_time_type fWritten{};
+    long long fSince = 0;
+};
+
 }  // namespace
 
 bool WatchReplay(const std::string& place, const std::atomic<bool>& stop,
@@ -81,13 +105,14 @@ bool WatchReplay(const std::string& place, const std::atomic<bool>& stop,
         return false;
     }
     Watcher watcher(tell);
+    Ending ending;
     while (!stop) {
         ReplayRecording recording;
         // A manifest that is not there, or not whole, is one that is about to be.
         std::string passing;
         if (ReadReplay(manifest, recording, passing)) {
             watcher.Look(recording);
-            if (recording.closed) {
+            if (ending.HasCome(recording)) {
                 tell({ReplayNews::Kind::kClosed, {}});
                 return true;
             }
