@@ -38,6 +38,8 @@ private:
     TCache(const TCache&) = delete;
     TCache& operator=(const TCache&) = delete;
 
+    // A member of the class, which the check takes for a global of its instances.
+    // NOLINTNEXTLINE(readability-identifier-naming)
     static TCache* fSingleton;  // null while there is none; under a lock of its own
 
     zCritical* const fLock;  // owned
