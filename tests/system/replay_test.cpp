@@ -54,11 +54,12 @@ protected:
     }
 
     /// A show of generated pictures with a replay output.
+    /// However busy the machine is, no frame is given up: tests count them.
     std::string Show(const std::string& settings, const std::string& video = "x264") const {
         const std::string path = fFolder.File("show.xml");
         std::ofstream(path) << "<show>\n"
-                            << "<source name=\"a\" picture=\"bars\" size=\"320x180\" fps=\"25\" "
-                               "tone=\"440\"/>\n"
+                            << "<source name=\"a\" picture=\"bars\" "
+                               "fps=\"25\" tone=\"440\" catch_up=\"600\"/>\n"
                             << "<output source=\"a\" output_display_name=\"replay\" "
                                "kind=\"replay\" output_url=\""
                             << Folder() << "\" output_enabled=\"true\" " << settings << ">\n"
