@@ -3,7 +3,8 @@
 # tarn_test(NAME SOURCES... LINKS... [PARTS N])
 #                                         one test program out of <folder>/*_test.cpp, run in N parts
 # tarn_bench(NAME SOURCES... LINKS...)    one benchmark program
-# tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz)
+# tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz); elsewhere the test NAME, which
+#                                         feeds it what is kept in its corpus
 
 function(tarn_folder name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
@@ -70,14 +71,18 @@ function(tarn_bench name)
 endfunction()
 
 function(tarn_fuzz name)
-    if(NOT TARN_FUZZ)
-        return()
-    endif()
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
     target_link_libraries(${name} PRIVATE ${arg_LINKS})
-    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    if(TARN_FUZZ)
+        target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+        return()
+    endif()
+    target_sources(${name} PRIVATE run_corpus.cpp)
+    string(REGEX REPLACE "^fuzz_" "" corpus ${name})
+    add_test(NAME ${name} COMMAND ${name} "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${corpus}")
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
 endfunction()
 
 # tarn_room(TARGET DIR LINKS...)  the object library of a folder's sources, all but tests and benches

@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     if (scheme.IsEmpty() || port < 0 || port > 65535) std::abort();
     const bool bracketed = host.AsString().find(':') != std::string::npos;
-    const std::string plain = bracketed ? "[" + host.AsString() + "]" : host.AsString();
+    std::string plain = host.AsString();
+    if (bracketed) plain.insert(0, 1, '[').push_back(']');
     const std::string again =
         scheme.AsString() + "://" + plain + ":" + std::to_string(port) + path.AsString();
     zString host2, path2;

@@ -1,7 +1,8 @@
 """Counts the tests of one ctest run: passed and failed, from GoogleTest's XML results.
 
 What is no GoogleTest program (its name has no _test) is one test, and ctest's own list says
-how it ended. A test program that left no result, because it crashed or hung, is one failure.
+how it ended. A test program that left no result, because it crashed or hung, is one failure. Tests that were
+skipped are neither; each is told on standard error.
 Usage: count_tests.py RESULTS_DIR BUILD_DIR
 """
 import json
@@ -32,9 +33,12 @@ def main() -> None:
             continue
         seen.add(path.stem)
         bad = int(suite.get("failures", 0)) + int(suite.get("errors", 0))
-        skipped = sum(1 for case in suite.iter("testcase") if case.find("skipped") is not None)
+        skipped = [case for case in suite.iter("testcase") if case.find("skipped") is not None]
+        for case in skipped:
+            why = case.find("skipped").get("message", "").splitlines()[-1:]
+            print(f"skipped: {case.get('classname')}.{case.get('name')}:", *why, file=sys.stderr)
         failed += bad
-        passed += int(suite.get("tests", 0)) - bad - int(suite.get("disabled", 0)) - skipped
+        passed += int(suite.get("tests", 0)) - bad - int(suite.get("disabled", 0)) - len(skipped)
     silent = programs - seen
     fine = {name for name in silent & passed_by_ctest(results / "ctest.junit") if "_test" not in name}
     passed += len(fine)
