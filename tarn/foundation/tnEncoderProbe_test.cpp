@@ -11,6 +11,7 @@
 
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
+#include "orb/Rational.h"
 #include "spar/zTraceManager.h"
 
 #include "tests/support/vtbxTestSupport.h"
@@ -59,6 +60,12 @@ Result TestEncoder::SetInputProperties(const CVideoProperties* properties) {
     }
     return fails(kSetInput) ? Result(ResultError())
                             : CVideoCompressor::SetInputProperties(properties);
+}
+
+Result TestEncoder::AcceptProperty(const PropertyName& name, const PropertyValue& value) {
+    const bool isRefused =
+        fails(kOutputFormat) && name == CodeBookProperty::MediaFilter::OutputFormat;
+    return isRefused ? Result(ResultError()) : CVideoCompressor::AcceptProperty(name, value);
 }
 
 Result TestEncoder::Begin() {
@@ -153,6 +160,7 @@ TEST(tnEncoderProbe, OneFrameGoesIntoTheEncoder) {
     EXPECT_EQ(plan.fShape->GetFormat(), 'NV12');
     EXPECT_EQ(plan.fShape->GetWidth(), 1280);
     EXPECT_EQ(plan.fShape->GetHeight(), 720);
+    EXPECT_EQ(plan.fShape->GetFrameRate(), (Rational<long long>{3000, 100}));
     EXPECT_EQ(plan.fShape->GetFieldOrder(), 1);
     EXPECT_EQ(plan.fSampleTime, 0);
     EXPECT_EQ(plan.fSampleDuration, 100);
@@ -160,9 +168,10 @@ TEST(tnEncoderProbe, OneFrameGoesIntoTheEncoder) {
 
 TEST(tnEncoderProbe, EveryFailingStepIsANo) {
     using E = TestEncoder;
-    for (const E::Step step : {E::kCreate, E::kNoInputList, E::kEmptyInputList, E::kZeroInput,
-                               E::kSetInput, E::kNoOutputList, E::kEmptyOutputList, E::kBegin,
-                               E::kNoSuchFlag, E::kSoftware, E::kPut}) {
+    for (const E::Step step :
+         {E::kCreate, E::kNoInputList, E::kEmptyInputList, E::kZeroInput, E::kSetInput,
+          E::kNoOutputList, E::kEmptyOutputList, E::kOutputFormat, E::kBegin, E::kNoSuchFlag,
+          E::kSoftware, E::kPut}) {
         SCOPED_TRACE(step);
         TestEncoderFactory factory;
         factory.FailAt(step);

@@ -195,6 +195,7 @@ int tnUtils::CreateEncoderSummary(const zRecord& tracks, zString& out,
         return kNoEnabledTrack;
     }
     if (enabled.fVideo) {
+        // A track that names no encoder shows its size alone, behind the blank of the name.
         out.sprintf("%s (%d x %d)", enabled.fVideo->AsCString('mcon', "", nullptr),
                     enabled.fVideo->fWidth.AsInt32(0), enabled.fVideo->fHeight.AsInt32(0));
     }

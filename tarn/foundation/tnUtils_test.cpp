@@ -1,7 +1,11 @@
 #include "tarn/foundation/tnUtils.h"
 
+#include <cstddef>
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <iterator>
 #include <string>
+#include <utility>
 
 #include "spar/zRecord.h"
 #include "spar/zString.h"
@@ -101,7 +105,7 @@ const char* localized(const char* key) {
 void add_video(zRecord& tracks, const char* codec, int width, int height, bool enabled = true) {
     auto* track = new tnMediaRecord(TN_MEDIA_VIDEO);
     track->SetBool('mena', enabled, 0);
-    track->SetCString('mcon', codec, 0);
+    if (codec != nullptr) track->SetCString('mcon', codec, 0);
     track->fWidth.SetInt32(width);
     track->fHeight.SetInt32(height);
     tracks.AddChild(track, 0x7FFFFFFF);
@@ -150,6 +154,9 @@ TEST(tnUtils, SummaryTellsTheLastEnabledTracks) {
     zRecord sound;
     add_audio(sound, nullptr, 22050, true);
     EXPECT_EQ(summary(sound), "22.0 khz");
+    zRecord nameless;
+    add_video(nameless, nullptr, 1280, 720);
+    EXPECT_EQ(summary(nameless), " (1280 x 720)");
 }
 
 TEST(tnUtils, USBDevicesHaveNames) {
@@ -168,16 +175,32 @@ TEST(tnUtils, USBDevicesHaveNames) {
     }
     EXPECT_EQ(tnUtils::USBVendorIDToString(0), nullptr);
     EXPECT_EQ(tnUtils::USBVendorIDToString(1), nullptr);
-    EXPECT_STREQ(tnUtils::USBProductIDToString(1133, 2093), "Logitech HD Pro Webcam C920");
-    EXPECT_STREQ(tnUtils::USBProductIDToString(1133, 2057), "Logitech Webcam Pro 9000");
-    EXPECT_STREQ(tnUtils::USBProductIDToString(1133, 2469), "Logitech QuickCam 3000");
     EXPECT_EQ(tnUtils::USBProductIDToString(1133, 1), nullptr);
     EXPECT_EQ(tnUtils::USBProductIDToString(1133, 0), nullptr);
     EXPECT_EQ(tnUtils::USBProductIDToString(1452, 2093), nullptr);
     EXPECT_EQ(tnUtils::USBProductIDToString(7, 2093), nullptr);
-    int products = 0;
+}
+
+TEST(tnUtils, EveryLogitechCameraHasItsName) {
+    constexpr tnUtils::id_name kCameras[] = {
+        {2057, "Logitech Webcam Pro 9000"},    {2058, "Logitech Webcam 905"},
+        {2063, "Logitech Webcam 120"},         {2071, "Logitech Webcam C100"},
+        {2073, "Logitech Webcam C210"},        {2074, "Logitech Webcam C260"},
+        {2075, "Logitech HD Webcam C310"},     {2077, "Logitech HD Webcam C510"},
+        {2081, "Logitech HD Pro Webcam C910"}, {2083, "Logitech B910 HD Webcam"},
+        {2084, "Logitech Webcam C160"},        {2085, "Logitech HD Webcam C270"},
+        {2086, "Logitech HD Webcam C525"},     {2092, "Logitech HD Webcam C615"},
+        {2093, "Logitech HD Pro Webcam C920"}, {2100, "Logitech BC920 HD Pro Webcam"},
+        {2102, "Logitech B525 HD Webcam"},     {2448, "Logitech QuickCam Pro 9000"},
+        {2449, "QuickCam Pro for Notebooks"},  {2452, "QuickCam Orbit/Sphere AF"},
+        {2469, "Logitech QuickCam 3000"},
+    };
+    for (const auto& [id, name] : kCameras) {
+        EXPECT_STREQ(tnUtils::USBProductIDToString(1133, id), name);
+    }
+    std::size_t products = 0;
     while (tnUtils::LogitechProductIDs[products].fId != 0) ++products;
-    EXPECT_EQ(products, 21);
+    EXPECT_EQ(products, std::size(kCameras));
 }
 
 TEST(tnUtils, EncodersStartWithAQuality) {
@@ -204,6 +227,7 @@ TEST(tnUtils, FlagsDecideWhoIsOffered) {
         {"Windows Media Video 9", 0xC6},
         {"Windows Media Video 9 Screen", 0xC6},
         {"Windows Media Video V8", 0xC6},
+        {"Windows Media Video V8 x", 0xC6},
         {"Windows Media Video V7", 0xFFFFFFFF},
         {"Mpeg2", 0xFFFFFFFF},
         {"", 0xFFFFFFFF},
@@ -250,6 +274,20 @@ TEST(tnUtils, HardwareEncoderThatFailsIsNotOfferedWhateverTheFlags) {
     tnUtils::Shutdown();
 }
 
+TEST(tnUtils, AnswerOfATrialHoldsForFiveSeconds) {
+    tnUtils::Startup();
+    const TestEncoderFactory factory;
+    const long long before = zTime::MicroNow() / 1000;
+    EXPECT_TRUE(tnUtils::IsVideoCodecEnabledWithFlags(0, "Video Toolbox H.264"));
+    const long long after = zTime::MicroNow() / 1000;
+    bool value = false;
+    auto* cache = TCache<bool>::Singleton();
+    EXPECT_TRUE(cache->Find("Video Toolbox H.264", before + 4999, value));
+    EXPECT_TRUE(value);
+    EXPECT_FALSE(cache->Find("Video Toolbox H.264", after + 5000, value));
+    tnUtils::Shutdown();
+}
+
 TEST(tnUtils, StaleAnswerIsAskedForAgain) {
     tnUtils::Startup();
     const TestEncoderFactory factory;
@@ -263,6 +301,14 @@ TEST(tnUtils, StaleAnswerIsAskedForAgain) {
 }
 
 // The cache.
+
+TEST(TCache, StandsOnceTheUtilitiesAreUp) {
+    tnUtils::Shutdown();
+    ASSERT_FALSE(TCache<bool>::Exists());
+    tnUtils::Startup();
+    EXPECT_TRUE(TCache<bool>::Exists());
+    tnUtils::Shutdown();
+}
 
 TEST(TCache, LivesFromTheFirstUseToShutdown) {
     tnUtils::Shutdown();

@@ -64,6 +64,10 @@ public:
     Quillon::Orb::Result ReceiveSample(
         Quillon::Orb::RObject<Quillon::Orb::CVideoSample>& sample) override;
 
+protected:
+    Quillon::Orb::Result AcceptProperty(const Quillon::Orb::PropertyName& name,
+                                        const Quillon::Orb::PropertyValue& value) override;
+
 private:
     bool fails(Step step) const { return fPlan->fFailAt == step; }
 
