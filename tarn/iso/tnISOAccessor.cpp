@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <limits>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -68,10 +69,8 @@ int worth_of(const Unit (&units)[Count], std::string_view name) {
 
 /// Neither is empty, and they differ in case at most.
 bool is_same_name(zRecord const& one, zRecord const& other, const char* key) {
-    char oneScratch[64];
-    char otherScratch[64];
-    const std::string_view first = one.AsCString(key, "", &oneScratch);
-    const std::string_view second = other.AsCString(key, "", &otherScratch);
+    const std::string first = one.AsString(key, "");
+    const std::string second = other.AsString(key, "");
     if (first.empty() || first.size() != second.size()) return false;
     return std::equal(first.begin(), first.end(), second.begin(), [](char a, char b) {
         return std::tolower(static_cast<unsigned char>(a)) ==

@@ -10,6 +10,8 @@
 #include "spar/zRecord.h"
 #include "spar/zTraceManager.h"
 
+using namespace std::string_literals;
+
 namespace {
 
 constexpr int kMost = std::numeric_limits<int>::max();
@@ -43,10 +45,10 @@ zRecord with_format(const char* format) {
     return record;
 }
 
-zRecord with_path(const char* folder, const char* name) {
+zRecord with_path(const std::string& folder, const std::string& name) {
     zRecord record;
-    record.SetCString("output_folder", folder, 0);
-    record.SetCString("output_filename", name, 0);
+    record.SetString("output_folder", folder, 0);
+    record.SetString("output_filename", name, 0);
     return record;
 }
 
@@ -235,10 +237,10 @@ TEST(tnISOAccessor, DurationIsTheNumberInItsUnit) {
 
 TEST(tnISOAccessor, SameFolderAndNameAreOnePathCaseAside) {
     const struct {
-        const char* fFolder;
-        const char* fName;
-        const char* fOtherFolder;
-        const char* fOtherName;
+        std::string fFolder;
+        std::string fName;
+        std::string fOtherFolder;
+        std::string fOtherName;
         bool fIsSame;
     } kCases[] = {
         {"/media/iso", "cam1", "/media/iso", "cam1", true},
@@ -254,10 +256,12 @@ TEST(tnISOAccessor, SameFolderAndNameAreOnePathCaseAside) {
         {"/media/iso", "cam1", "/media/iso", "", false},
         {"/media/iso", "caf\xC3\xA9", "/media/iso", "CAF\xC3\xA9", true},
         {"/media/iso", "caf\xC3\xA9", "/media/iso", "caf\xC3\x89", false},  // bytes, not letters
+        {"/media/iso", "cam\0A"s, "/media/iso", "CAM\0a"s, true},
+        {"/media/iso", "cam\0001"s, "/media/iso", "cam\0002"s, false},
+        {"/media/iso", "cam"s, "/media/iso", "cam\0002"s, false},
     };
     for (const auto& c : kCases) {
-        SCOPED_TRACE(std::string(c.fFolder) + " " + c.fName + " " + c.fOtherFolder + " " +
-                     c.fOtherName);
+        SCOPED_TRACE(c.fFolder + " " + c.fName + " " + c.fOtherFolder + " " + c.fOtherName);
         const zRecord one = with_path(c.fFolder, c.fName);
         const zRecord other = with_path(c.fOtherFolder, c.fOtherName);
         EXPECT_EQ(tnISOAccessor(one).HasSamePath(tnISOAccessor(other)), c.fIsSame);

@@ -9,6 +9,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -18,6 +19,8 @@
 #include "spar/zThread.h"
 #include "tarn/iso/tnISOAccessor.h"
 #include "tarn/iso/tnISOFileLayer.h"
+
+#include "tests/support/NoThreads.h"
 
 namespace {
 
@@ -580,6 +583,25 @@ TEST_F(Validator, DestructionBeforeTheAnswerArrivesIsQuiet) {
     fValidator.reset();
     EXPECT_EQ(zThread::DrainMainQueue(), 0);
     EXPECT_EQ(fTold, 0);
+}
+
+TEST_F(Validator, WithoutAThreadItThrowsAndCanBeAskedAgain) {
+    check(fOutput);
+    fOutput.SetCString("source_id", "another", 0);
+    fTold = 0;
+    {
+        const tests::NoThreads none;
+        EXPECT_THROW(fValidator->Validate(fOutput), std::system_error);
+    }
+    EXPECT_EQ(fTold, 0) << "the call did not come to its end";
+    EXPECT_EQ(fValidator->fSourceId, "another") << "what was checked before stands";
+    EXPECT_FALSE(fValidator->HasProblems());
+    EXPECT_EQ(zThread::DrainMainQueue(), 0);
+
+    fFiles.SetFree("/media/iso", 1);
+    validate(fOutput);
+    EXPECT_EQ(finish_folder(), 1);
+    EXPECT_TRUE(fValidator->fLowDiskSpace);
 }
 
 TEST_F(Validator, ChecksAndEndsInAnyOrderKeepTheThreadsApart) {
