@@ -46,9 +46,10 @@ public:
 
     /// Puts `size` bytes at `time`; a null `data` leaves the content open but counts as written.
     ///
-    /// A hole since the last write of at most one unit repeats the last unit, a longer one is
-    /// silence, and one that does not fit falls between the two buffers. A write before the end of
-    /// what the buffer holds cuts it back, one before its start starts over. `size` must not exceed
+    /// A hole since the last write is filled by whole units: below one nothing is, from one to
+    /// below two the last unit is heard again, and a longer one is silence; one that does not fit
+    /// falls between the two buffers. A write before the end of what the buffer holds cuts it back,
+    /// one before its start starts over. `size` must not exceed
     /// the size given to Initialize: that is not checked. The two `long long`s are not used.
     void WriteToBuffer(const void* data, int size, long long, long long, double time,
                        double duration, int bytesPerUnit);
@@ -57,6 +58,9 @@ public:
     /// untouched -2 the end is not there yet; -3 the start is not held; -4 the hole between the
     /// buffers swallows the request; -5 the data is gone; -29 the buffer holds fewer bytes than its
     /// times say. A null `data` only asks. The `long long` is not used.
+    ///
+    /// A read over a break between the buffers skips as many units at the start of the second one
+    /// as the break is long, and what that one does not hold comes as zeros.
     int ReadFromBuffer(void* data, int size, long long, double time, double duration,
                        int bytesPerUnit);
 

@@ -22,7 +22,10 @@ struct tnRTBufferPeek {
         const zCriticalLock lock(*buffer.fCritical);
         return buffer.fWaiters;
     }
+    static void Raise(tnRTBuffer& buffer) { buffer.fSignal->Raise(); }
     static bool HasRaise(tnRTBuffer& buffer) { return buffer.fSignal->WaitFor(0) == 0; }
+    /// What a reader does whose time is up.
+    static int TimeOut(tnRTBuffer& buffer, int result) { return buffer.time_out(result); }
     static const tnRTBuffer::rt_buffer& First(tnRTBuffer& buffer) { return *buffer.fFirst; }
     static const tnRTBuffer::rt_buffer& Second(tnRTBuffer& buffer) { return *buffer.fSecond; }
     static bool WritesFirst(tnRTBuffer& buffer) { return buffer.fCurrent == buffer.fFirst.get(); }
@@ -309,6 +312,27 @@ TEST_F(tnRTBufferTest, ReaderDoesNotWaitWhereWaitingIsOfNoUse) {
     EXPECT_EQ(Peek::Waiters(fBuffer), 0);
 }
 
+TEST_F(tnRTBufferTest, ReaderWaitsForNothingButDataThatIsToCome) {
+    // A wait would take the raise that stands.
+    const auto wait_in_vain = [&](double time, int bytes, double duration) {
+        Peek::Raise(fBuffer);
+        const int result =
+            fBuffer.ReadFromBufferWithTimeout(nullptr, bytes, 0, time, duration, kUnit, kLong);
+        EXPECT_TRUE(Peek::HasRaise(fBuffer)) << result;
+        EXPECT_EQ(Peek::Waiters(fBuffer), 0) << result;
+        return result;
+    };
+    write(0, 15, 'a');
+    write(30, 5, 'A');  // does not fit, and neither does the hole
+    EXPECT_EQ(wait_in_vain(14, 15 * kUnit, 17), -4);
+    EXPECT_EQ(wait_in_vain(-5, 5 * kUnit, 5), -5);
+    EXPECT_EQ(wait_in_vain(0, 15 * kUnit, 15), 0);
+    fBuffer.Reset();
+    write(0, 20, 'a');
+    write(15, 8, 'A');  // cuts back, and flips
+    EXPECT_EQ(wait_in_vain(16, 2 * kUnit, 2), -29);
+}
+
 TEST_F(tnRTBufferTest, ReaderGetsWhatTheWriterDeliversInTime) {
     write(0, 4, 'a');
     std::atomic<int> result{1};
@@ -346,6 +370,42 @@ TEST_F(tnRTBufferTest, ReaderIsToldAfterItsTimeAndLeavesNoWish) {
     EXPECT_EQ(Peek::Waiters(fBuffer), 0);
     write(4, 1, 'e');  // nobody waits: nothing is raised
     EXPECT_FALSE(Peek::HasRaise(fBuffer));
+}
+
+TEST_F(tnRTBufferTest, WriterWhoDeliversTooLittleDoesNotStretchTheWait) {
+    // The writer puts one unit at one time over and over, whenever the reader waits; what the
+    // reader wants never comes. Real time passes: a tenth of a second, for which the writer is
+    // never silent.
+    write(0, 4, 'a');
+    std::atomic<bool> told{false};
+    std::thread writer([&] {
+        while (!told) {
+            if (Peek::Waiters(fBuffer) > 0) write(3, 1, 'x');
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_EQ(read_waiting(fBuffer, 2, 6, 100'000), -2);
+    told = true;
+    writer.join();
+}
+
+TEST_F(tnRTBufferTest, RaiseThatSlipsInAtTheEndOfTheTimeMisleadsNobody) {
+    // A reader's time runs out, and before it has the lock a write raises for it.
+    Peek::Raise(fBuffer);
+    EXPECT_EQ(Peek::TimeOut(fBuffer, -2), -2);
+    EXPECT_FALSE(Peek::HasRaise(fBuffer));
+    EXPECT_EQ(Peek::Waiters(fBuffer), 0);
+}
+
+TEST_F(tnRTBufferTest, ResetLetsWaitingReadersWaitOn) {
+    std::atomic<int> result{1};
+    std::thread reader([&] { result = read_waiting(fBuffer, 0, 4, kLong); });
+    wait_for_reader(fBuffer);
+    fBuffer.Reset();
+    EXPECT_EQ(Peek::Waiters(fBuffer), 1);
+    write(0, 4, 'a');
+    reader.join();
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(tnRTBufferTest, ReaderAndWriterOnTwoThreadsAgree) {
