@@ -14,7 +14,7 @@ std::optional<double> drift_of(const std::vector<MeasuredPair>& pairs) {
     const double span = pairs.back().seconds - pairs.front().seconds;
     if (span < kShortestDriftSeconds) return std::nullopt;
     // Close pairs tell the measurement's own steps and not the drift: half the clip lies between
-    // those that count. Of very many pairs, every so-manieth.
+    // those that count. Of very many pairs, every n-th.
     const std::size_t step = pairs.size() / kMostPairs + 1;
     std::vector<double> slopes{(pairs.back().offsetMs - pairs.front().offsetMs) / span};
     for (std::size_t i = 0; i < pairs.size(); i += step) {
