@@ -83,7 +83,9 @@ TEST(ClockCommand, SaysWhatIsWrong) {
         {{"--rate", "60000/1001x"}, "not a rate"},
         {{"--rate", "5000"}, "at most"},
         {{"--accuracy", "best"}, "--accuracy"},
+        {{"--rate", "nan"}, "above 0"},
         {{"--seconds", "0"}, "--seconds"},
+        {{"--seconds", "nan"}, "--seconds: 'nan' is not from 0.1 to 3600 seconds"},
         {{"--seconds", "0.1", "--rate", "1"}, "measure for longer"},
         {{"--seconds", "0.2", "--plot", "/nonexistent/plot.svg"}, "/nonexistent/plot.svg"},
     };

@@ -189,6 +189,24 @@ TEST(Live, BadShowsAreRefusedInOneLine) {
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
         EXPECT_EQ(result.err.rfind("tarn live: ", 0), 0u) << result.err;
     }
+    struct Option {
+        const char* name;
+        const char* value;
+        const char* words;
+    };
+    const Option options[] = {
+        {"--seconds", "nan", "--seconds: 'nan' is not from 0.001 to 10000000 seconds"},
+        {"--seconds", "inf", "--seconds: 'inf' is not from 0.001 to 10000000 seconds"},
+        {"--speed", "nan", "--speed: 'nan' is not from 0.001 to 100 times real time"},
+        {"--speed", "0", "--speed: '0' is not from 0.001 to 100 times real time"},
+    };
+    for (const Option& option : options) {
+        const ProcessResult result = tests::Run(
+            {kTool, "live", WriteShow(folder, Bars() + take), option.name, option.value});
+        EXPECT_NE(result.exitCode, 0) << option.words;
+        EXPECT_NE(result.err.find(option.words), std::string::npos) << result.err;
+        EXPECT_FALSE(std::filesystem::exists(folder.File("a.mov")));
+    }
     const ProcessResult gone = tests::Run({kTool, "live", folder.File("gone.xml"), "--json"});
     EXPECT_EQ(gone.exitCode, 1);
     EXPECT_NE(gone.out.find(R"({"event":"error","message":)"), std::string::npos) << gone.out;

@@ -342,6 +342,7 @@ const Refusal kRefusals[] = {
     {"LimitBeyondAllTime", {kCup, "FOLDER/out.mov", "--limit", "1e300"}, "'1e300' is not from"},
     {"SafeStatesBelowNothing", {kCup, "FOLDER/out.mov", "--moov-rate", "-1"}, "'-1' is not from 1"},
     {"NothingToRecord",
+    {"LimitThatIsNoNumber", {kCup, "FOLDER/out.mov", "--limit", "nan"}, "'nan' is not from 0.001"},
      {kCup, "FOLDER/out.mov", "--video", "none", "--audio", "none"},
      "nothing to record"},
 };

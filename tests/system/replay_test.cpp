@@ -367,6 +367,10 @@ TEST_F(Replay, OutputThatIsSwitchedOnAgainGoesOnInAFolderBeside) {
         tests::Run({"sh", "-c",
                     "(" + commands + "; echo quit) | " TARN_TOOL " live --speed 4 " +
                         Show("segment_seconds=\"0.4\"")});
+    const ProcessResult keep = Replays({"purge", "--keep", "nan"});
+    EXPECT_NE(keep.exitCode, 0);
+    EXPECT_NE(keep.err.find("--keep: 'nan' is not from 0 to 1000000000 seconds"), std::string::npos)
+        << keep.err;
     EXPECT_EQ(live.exitCode, 0) << live.err;
     EXPECT_FALSE(listed_in(Folder()).empty());
     EXPECT_FALSE(listed_in(Folder() + " 2").empty());

@@ -355,11 +355,15 @@ TEST(SyncSignal, SaysWhatIsWrong) {
         {{folder.File("no/clip.mov")}, "make it first"},
         {{clip, "--offset", "451"}, "--offset"},
         {{clip, "--offset", "-451"}, "--offset"},
+        {{clip, "--offset", "nan"}, "--offset: 'nan' is not from -450 to 450 milliseconds"},
+        {{clip, "--offset", "100,nan"}, "--offset: 'nan' is not from -450 to 450 milliseconds"},
         {{clip, "--size", "big"}, "WIDTHxHEIGHT"},
         {{clip, "--size", "321x240"}, "even"},
         {{clip, "--size", "64x64"}, "even, from 160"},
         {{clip, "--rate", "0"}, "not a rate"},
         {{clip, "--seconds", "1"}, "--seconds"},
+        {{clip, "--seconds", "nan"}, "--seconds: 'nan' is not from 2 to 86400 seconds"},
+        {{clip, "--seconds", "inf"}, "--seconds: 'inf' is not from 2 to 86400 seconds"},
         {{clip, "--video", "vp8"}, "--video"},
     };
     for (const Case& c : cases) {

@@ -12,6 +12,7 @@
 
 #include "ClockMeasure.h"
 #include "ClockPlot.h"
+#include "NumberRange.h"
 #include "ProgressLine.h"
 #include "StopSignal.h"
 #include "SvgDrawing.h"
@@ -142,7 +143,7 @@ void AddClockCommand(CLI::App& app, int& exitCode) {
         },
         "Ticks a second, such as 59.94 or 60000/1001 (60)");
     command->add_option("--seconds", arguments->options.seconds, "How long to measure (10)")
-        ->check(CLI::Range(0.1, 3600.0));
+        ->check(NumberBetween(0.1, 3600, "seconds"));
     command
         ->add_option("--accuracy", arguments->accuracy,
                      "How the clock waits: scac sleeps, asnc sleeps short and spins the rest")

@@ -15,6 +15,7 @@
 #include "tarn/movies/tnFiles.h"
 #include "tarn/sync/tnSleeper.h"
 
+#include "NumberRange.h"
 #include "SleepOption.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
@@ -31,6 +32,7 @@ constexpr int kPollMs = 50;
 constexpr long long kViewUs = 200'000;
 constexpr long long kJsonUs = 1'000'000;
 
+constexpr double kLongestSeconds = 1e7;
 struct LiveArguments {
     std::string show;
     std::string addons;
@@ -227,9 +229,9 @@ void AddLiveCommand(CLI::App& app, int& exitCode) {
     live->add_option("SHOW", arguments->show, "what runs, an XML file; see docs/live.md")
         ->required();
     live->add_option("--seconds", arguments->seconds, "end by itself after that long")
-        ->check(CLI::PositiveNumber);
+        ->check(NumberBetween(0.001, kLongestSeconds, "seconds"));
     live->add_option("--speed", arguments->speed, "pace beside real time: 0.5 takes twice as long")
-        ->check(CLI::Range(0.001, 100.0))
+        ->check(NumberBetween(0.001, 100, "times real time"))
         ->capture_default_str();
     live->add_option_function<std::string>(
             "--sleep",

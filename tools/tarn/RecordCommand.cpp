@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "NumberRange.h"
 #include "RecordReporter.h"
 #include "Recorder.h"
 #include "StopSignal.h"
@@ -20,18 +21,6 @@ constexpr int kLargestSide = 16384;
 constexpr double kLongestSeconds = 1e7;
 constexpr int kLongestInterval = 100'000;  // frames
 constexpr int kLongestMoovRate = 3600;     // seconds
-
-/// A number of the range, with a message that names it.
-CLI::Validator number_between(double least, double most, const char* unit) {
-    return {[=](std::string& text) -> std::string {
-                double value = 0;
-                if (CLI::detail::lexical_cast(text, value) && value >= least && value <= most) {
-                    return "";
-                }
-                return fmt::format("'{}' is not from {:g} to {:.0f} {}", text, least, most, unit);
-            },
-            fmt::format("[{:g} - {:.0f} {}]", least, most, unit)};
-}
 
 struct RecordArguments {
     RecordOptions options;
@@ -157,12 +146,12 @@ void AddRecordCommand(CLI::App& app, int& exitCode) {
         "prores_422_proxy, _lt, prores_422, _hq, prores_4444; mjpeg_best, _high, _medium, _low");
     record
         ->add_option("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
-        ->check(number_between(1, 2'000'000, "thousands of bits"))
+        ->check(NumberBetween(1, 2'000'000, "thousands of bits"))
         ->capture_default_str();
     record
         ->add_option("--key-frame-rate", options.keyFrameRate,
                      "frames from one key frame to the next")
-        ->check(number_between(1, kLongestInterval, "frames"));
+        ->check(NumberBetween(1, kLongestInterval, "frames"));
     record->add_option("--audio", options.audio, "pcm, aac or none")
         ->check(CLI::IsMember({"pcm", "aac", "none"}))
         ->capture_default_str();
@@ -172,9 +161,9 @@ void AddRecordCommand(CLI::App& app, int& exitCode) {
     record
         ->add_option("--moov-rate", options.moovRate,
                      "seconds between two states of the file that survive a crash")
-        ->check(number_between(1, kLongestMoovRate, "seconds"));
+        ->check(NumberBetween(1, kLongestMoovRate, "seconds"));
     record->add_option("--limit", options.limit, "seconds to record")
-        ->check(number_between(0.001, kLongestSeconds, "seconds"));
+        ->check(NumberBetween(0.001, kLongestSeconds, "seconds"));
     record->add_flag("--live", options.live, "at the clip's own pace");
     record->add_flag("--json", arguments->json, "a JSON object a line, for machines");
     record->callback([arguments, &exitCode] { exitCode = run_record(*arguments); });

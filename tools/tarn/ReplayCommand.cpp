@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "NumberRange.h"
 #include "ProgressLine.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
@@ -206,7 +207,7 @@ void AddReplayCommand(CLI::App& app, int& exitCode) {
     CLI::App* purge = replay->add_subcommand("purge", "Delete all but the last seconds");
     purge->add_option("--keep", arguments->keep, "seconds to keep")
         ->required()
-        ->check(CLI::Range(0.0, 1e9));
+        ->check(NumberBetween(0, 1e9, "seconds"));
     purge->add_flag("--force", arguments->force, "also a recording whose recorder was killed");
     purge->callback([arguments, &exitCode] { exitCode = run_purge(*arguments); });
 

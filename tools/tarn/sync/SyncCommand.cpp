@@ -12,6 +12,7 @@
 
 #include "../ClipAudio.h"
 #include "../ClipVideo.h"
+#include "../NumberRange.h"
 #include "../ProgressLine.h"
 #include "../RecordReporter.h"
 #include "../Recorder.h"
@@ -192,9 +193,9 @@ void add_signal(CLI::App& sync, int& exitCode) {
                      "milliseconds from tone to flash, positive when the picture comes later; "
                      "several (400,-400) take turns")
         ->delimiter(',')
-        ->check(CLI::Range(-kLargestSignalOffsetMs, kLargestSignalOffsetMs));
+        ->check(NumberBetween(-kLargestSignalOffsetMs, kLargestSignalOffsetMs, "milliseconds"));
     signal->add_option("--seconds", arguments->signal.seconds, "how long it is (20)")
-        ->check(CLI::Range(kShortestSignalSeconds, 86400.0));
+        ->check(NumberBetween(kShortestSignalSeconds, 86400, "seconds"));
     signal->add_option("--rate", arguments->rate, "frames a second, such as 25 or 60000/1001 (60)");
     signal->add_option("--size", arguments->size, "WIDTHxHEIGHT (1280x720)");
     signal->add_option("--video", arguments->record.video, "encoder: x264, ProRes, MJPEG, Mpeg2")
