@@ -248,7 +248,7 @@ bool ParseShowRate(const std::string& text, ShowRate& rate) {
     if (*end != 0 || !(first > 0) || !(second > 0) || !(first / second <= kFastestRate)) {
         return false;
     }
-    if (fraction && (!whole || first > 1e9)) return false;
+    if (fraction && (!whole || first > 1e9 || second > 1e9)) return false;
     if (whole) {
         rate = {static_cast<long long>(first), static_cast<long long>(second)};
         return true;

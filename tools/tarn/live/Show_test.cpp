@@ -193,8 +193,8 @@ TEST(ShowRate, IsExactForTheRatesOfTelevision) {
         EXPECT_EQ(rate.numerator, c.numerator) << c.text;
         EXPECT_EQ(rate.denominator, c.denominator) << c.text;
     }
-    for (const char* text : {"", "fast", "0", "-1", "1/0", "30/", "30/1.5", "25fps", "1e9", "nan",
-                             "inf", "0.0001", "1001"}) {
+    for (const char* text : {"", "fast", "0", "-1", "1/0", "1/1e300", "30/", "30/1.5", "25fps",
+                             "1e9", "nan", "inf", "0.0001", "1001"}) {
         ShowRate rate;
         EXPECT_FALSE(ParseShowRate(text, rate)) << text;
     }
