@@ -122,4 +122,12 @@ ProcessResult Run(const std::vector<std::string>& words) {
     return BackgroundProcess(words).Wait();
 }
 
+ProcessResult RunUnread(std::vector<std::string> words) {
+    words.insert(words.begin(), {"bash", "-c",
+                                 "exec 3> >(:); wait $!; "
+                                 "exec env --default-signal=PIPE \"$@\" >&3",
+                                 "bash"});
+    return Run(words);
+}
+
 }  // namespace tests

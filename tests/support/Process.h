@@ -14,6 +14,9 @@ struct ProcessResult {
 /// Runs a program to its end. No shell: every word is an argument.
 ProcessResult Run(const std::vector<std::string>& words);
 
+/// The same, where the program's standard output is a pipe that nobody reads any more.
+ProcessResult RunUnread(std::vector<std::string> words);
+
 /// A program that runs beside the test.
 class BackgroundProcess {
 public:

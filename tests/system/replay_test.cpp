@@ -300,6 +300,19 @@ TEST_F(Replay, RunningRecordingIsNotPurged) {
     EXPECT_LT(listed_in(Folder()).size(), count);
 }
 
+TEST_F(Replay, WatchEndsWithItsReader) {
+    Record(5);
+    // As a recorder leaves it that still runs: there is more to come, and nobody to tell.
+    std::string text;
+    std::getline(std::ifstream(Folder() + "/replay.xml"), text, '\0');
+    std::ofstream(Folder() + "/replay.xml") << text.substr(0, text.find("</segments>"));
+    for (const char* command : {"watch", "list"}) {
+        const ProcessResult result = tests::RunUnread({TARN_TOOL, "replay", Folder(), command});
+        EXPECT_EQ(result.exitCode, 0) << command;
+        EXPECT_TRUE(result.err.empty()) << result.err;
+    }
+}
+
 TEST_F(Replay, WatchTellsOfEachSegmentWhileAnotherProcessRecords) {
     std::filesystem::create_directories(Folder());
     BackgroundProcess watcher({TARN_TOOL, "replay", Folder(), "watch", "--json"});
@@ -354,6 +367,10 @@ TEST_F(Replay, MistakesAreToldInALine) {
         EXPECT_NE(result.err.find(one.fText), std::string::npos) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
     }
+    const ProcessResult keep = Replays({"purge", "--keep", "nan"});
+    EXPECT_NE(keep.exitCode, 0);
+    EXPECT_NE(keep.err.find("--keep: 'nan' is not from 0 to 1000000000 seconds"), std::string::npos)
+        << keep.err;
     const ProcessResult again = tests::Run(Live(Show("segment_seconds=\"1\""), 1));
     EXPECT_NE(again.exitCode, 0);
     EXPECT_NE(again.err.find("stands there already"), std::string::npos) << again.err;
@@ -367,10 +384,6 @@ TEST_F(Replay, OutputThatIsSwitchedOnAgainGoesOnInAFolderBeside) {
         tests::Run({"sh", "-c",
                     "(" + commands + "; echo quit) | " TARN_TOOL " live --speed 4 " +
                         Show("segment_seconds=\"0.4\"")});
-    const ProcessResult keep = Replays({"purge", "--keep", "nan"});
-    EXPECT_NE(keep.exitCode, 0);
-    EXPECT_NE(keep.err.find("--keep: 'nan' is not from 0 to 1000000000 seconds"), std::string::npos)
-        << keep.err;
     EXPECT_EQ(live.exitCode, 0) << live.err;
     EXPECT_FALSE(listed_in(Folder()).empty());
     EXPECT_FALSE(listed_in(Folder() + " 2").empty());

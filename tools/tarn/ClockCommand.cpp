@@ -14,6 +14,7 @@
 #include "ClockPlot.h"
 #include "NumberRange.h"
 #include "ProgressLine.h"
+#include "Say.h"
 #include "StopSignal.h"
 #include "SvgDrawing.h"
 #include "TextUnits.h"
@@ -75,27 +76,26 @@ std::string title_of(const ClockArguments& arguments, const ClockFigures& figure
 }
 
 void print_text(const ClockArguments& arguments, const ClockFigures& figures) {
-    fmt::print("{}; microseconds\n", title_of(arguments, figures));
-    fmt::print("{:<24} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "", "p50", "p90", "p99", "p99.9", "max");
+    Say("{}; microseconds\n", title_of(arguments, figures));
+    Say("{:<24} {:>8} {:>8} {:>8} {:>8} {:>8}\n", "", "p50", "p90", "p99", "p99.9", "max");
     for (const Row& row : rows_of(figures)) {
-        fmt::print("{:<24} {:>8} {:>8} {:>8} {:>8} {:>8}\n", row.name,
-                   PercentileOf(row.inOrder, 0.5), PercentileOf(row.inOrder, 0.9),
-                   PercentileOf(row.inOrder, 0.99), PercentileOf(row.inOrder, 0.999),
-                   PercentileOf(row.inOrder, 1));
+        Say("{:<24} {:>8} {:>8} {:>8} {:>8} {:>8}\n", row.name, PercentileOf(row.inOrder, 0.5),
+            PercentileOf(row.inOrder, 0.9), PercentileOf(row.inOrder, 0.99),
+            PercentileOf(row.inOrder, 0.999), PercentileOf(row.inOrder, 1));
     }
 }
 
 void print_json(const ClockArguments& arguments, const ClockFigures& figures) {
-    fmt::print(R"({{"event":"done","rate":{:.6f},"accuracy":"{}","load":{},"ticks":{},"lost":{})",
-               arguments.options.rate, arguments.accuracy, arguments.options.load,
-               figures.ticks.size(), figures.lost);
+    Say(R"({{"event":"done","rate":{:.6f},"accuracy":"{}","load":{},"ticks":{},"lost":{})",
+        arguments.options.rate, arguments.accuracy, arguments.options.load, figures.ticks.size(),
+        figures.lost);
     for (const Row& row : rows_of(figures)) {
-        fmt::print(R"(,"{}":{{"p50":{},"p90":{},"p99":{},"p99.9":{},"max":{}}})", row.key,
-                   PercentileOf(row.inOrder, 0.5), PercentileOf(row.inOrder, 0.9),
-                   PercentileOf(row.inOrder, 0.99), PercentileOf(row.inOrder, 0.999),
-                   PercentileOf(row.inOrder, 1));
+        Say(R"(,"{}":{{"p50":{},"p90":{},"p99":{},"p99.9":{},"max":{}}})", row.key,
+            PercentileOf(row.inOrder, 0.5), PercentileOf(row.inOrder, 0.9),
+            PercentileOf(row.inOrder, 0.99), PercentileOf(row.inOrder, 0.999),
+            PercentileOf(row.inOrder, 1));
     }
-    fmt::print("}}\n");
+    Say("}}\n");
 }
 
 int run(ClockArguments& arguments) {
@@ -117,14 +117,14 @@ int run(ClockArguments& arguments) {
         print_text(arguments, figures);
     }
     if (figures.ticks.empty()) {
-        fmt::print(stderr, "tarn clock: no ticks; measure for longer than three periods\n");
+        Say(stderr, "tarn clock: no ticks; measure for longer than three periods\n");
         return EXIT_FAILURE;
     }
     if (arguments.plot.empty()) return EXIT_SUCCESS;
     const std::string drawing = DrawClockFigures(title_of(arguments, figures), figures);
     std::string error;
     if (WriteDrawing(arguments.plot, drawing, error)) return EXIT_SUCCESS;
-    fmt::print(stderr, "tarn clock: {}\n", error);
+    Say(stderr, "tarn clock: {}\n", error);
     return EXIT_FAILURE;
 }
 

@@ -14,6 +14,7 @@
 
 #include "IsoCheck.h"
 #include "IsoSettings.h"
+#include "Say.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
 #include "XmlInput.h"
@@ -75,10 +76,9 @@ public:
             fProblems += problems.size();
             const std::string name = IsoOutputName(entry.settings);
             const std::string text = fJson ? json_of(name, problems) : lines_of(name, problems);
-            if (text != entry.told) fmt::print("{}", text);
+            if (text != entry.told) Say("{}", text);
             entry.told = text;
         }
-        std::fflush(stdout);
     }
 
     std::size_t OutputCount() const { return fChecks.size(); }
@@ -98,9 +98,8 @@ private:
 };
 
 void tell_error(const IsoArguments& arguments, const std::string& error) {
-    if (arguments.json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
-    std::fflush(stdout);
-    fmt::print(stderr, "tarn iso: {}\n", error);
+    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
+    Say(stderr, "tarn iso: {}\n", error);
 }
 
 /// A file that is checked over and over, and read again when its text has changed.
@@ -146,7 +145,7 @@ private:
 int watch(const IsoArguments& arguments) {
     const std::atomic<bool>& stop = WatchStopSignal();
     IsoWatch watched(arguments);
-    while (!stop) {
+    while (!stop && HasReader()) {
         const long long next = zTime::MicroNow() + kRoundUs;
         watched.Round();
         while (!stop && zTime::MicroNow() < next) zThread::MicroSleep(kNapUs);
@@ -165,8 +164,8 @@ int check(const IsoArguments& arguments) {
     checks.Run(kIsoFolderPatienceUs);
     checks.Tell();
     if (arguments.json) {
-        fmt::print("{{\"event\":\"done\",\"outputs\":{},\"problems\":{}}}\n", checks.OutputCount(),
-                   checks.ProblemCount());
+        Say("{{\"event\":\"done\",\"outputs\":{},\"problems\":{}}}\n", checks.OutputCount(),
+            checks.ProblemCount());
     }
     return checks.ProblemCount() == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
@@ -184,6 +183,7 @@ void AddIsoCommand(CLI::App& app, int& exitCode) {
                       "go on, and tell what changes in the file and on the disks, until Ctrl-C");
     command->add_flag("--json", arguments->json, "a JSON object a line, for machines");
     command->callback([arguments, &exitCode] {
+        exitCode = kCannotCheck;  // unless it comes to its end
         exitCode = arguments->watch ? watch(*arguments) : check(*arguments);
     });
 }

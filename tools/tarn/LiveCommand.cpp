@@ -16,6 +16,7 @@
 #include "tarn/sync/tnSleeper.h"
 
 #include "NumberRange.h"
+#include "Say.h"
 #include "SleepOption.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
@@ -31,8 +32,8 @@ namespace {
 constexpr int kPollMs = 50;
 constexpr long long kViewUs = 200'000;
 constexpr long long kJsonUs = 1'000'000;
-
 constexpr double kLongestSeconds = 1e7;
+
 struct LiveArguments {
     std::string show;
     std::string addons;
@@ -104,19 +105,12 @@ private:
     LiveShow fShow;  // tells its end to those above
 };
 
-// Whoever reads this may have gone, and a write to nobody must not end the show: fmt would throw.
-void say_to(FILE* stream, const std::string& text) {
-    std::fputs(text.c_str(), stream);
-    std::fflush(stream);
-}
-
 void LiveRun::print(const std::string& line) const {
-    say_to(stdout, line + "\n");
+    Say("{}\n", line);
 }
 
 bool LiveRun::Run(std::string& error) {
     const std::atomic<bool>& stop = WatchStopSignal();
-    OutliveReaders();
     Show show;
     if (!ReadShow(fArguments.show, show, error)) return false;
     // A movie file keeps room for the index of a recording of an hour unless it is told better.
@@ -133,7 +127,7 @@ bool LiveRun::Run(std::string& error) {
         print(JsonOfEnd(fShow));
     } else {
         fView.Show("");
-        say_to(stdout, TextOfShow(fShow));
+        SayText(stdout, TextOfShow(fShow));
     }
     return true;
 }
@@ -167,9 +161,9 @@ void LiveRun::tell_answer(const std::string& line, const LiveAnswer& answer) {
     } else if (fView.OnTerminal()) {
         fView.Say(answer.message);
     } else if (!answer.ok) {
-        say_to(stderr, fmt::format("tarn live: {}\n", answer.message));
+        Say(stderr, "tarn live: {}\n", answer.message);
     } else if (answer.stats) {
-        say_to(stdout, TextOfShow(fShow));
+        SayText(stdout, TextOfShow(fShow));
     }
 }
 
@@ -183,7 +177,7 @@ void LiveRun::tell_change(const LiveOutputEntry& entry) {
         if (fView.OnTerminal()) {
             fView.Say(line);
         } else {
-            say_to(stderr, fmt::format("tarn live: {}\n", line));
+            Say(stderr, "tarn live: {}\n", line);
         }
     }
 }
@@ -214,9 +208,9 @@ int run_live(const LiveArguments& arguments) {
     LiveTrace::Remove();
     if (ran) return failed ? 1 : 0;
     if (arguments.json) {
-        say_to(stdout, fmt::format("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error)));
+        Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
     }
-    say_to(stderr, fmt::format("tarn live: {}\n", error));
+    Say(stderr, "tarn live: {}\n", error);
     return 1;
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "EncoderTrial.h"
+#include "Say.h"
 #include "TextUnits.h"
 
 namespace {
@@ -17,20 +18,18 @@ const char* where_it_runs(const EncoderAnswer& answer) {
 
 void print_text(const EncoderKind& kind, const EncoderAnswer& answer) {
     if (answer.works) {
-        fmt::print("{:<20}  {}\n", kind.name, where_it_runs(answer));
+        Say("{:<20}  {}\n", kind.name, where_it_runs(answer));
     } else {
-        fmt::print("{:<20}  not here: {}\n", kind.name, answer.why);
+        Say("{:<20}  not here: {}\n", kind.name, answer.why);
     }
-    std::fflush(stdout);
 }
 
 void print_json(const EncoderKind& kind, const EncoderAnswer& answer) {
-    fmt::print(R"({{"event":"encoder","name":{},"offered":{},"runs":{},"why":{}}})"
-               "\n",
-               JsonString(kind.name), answer.works,
-               answer.works ? JsonString(where_it_runs(answer)) : "null",
-               answer.works ? "null" : JsonString(answer.why));
-    std::fflush(stdout);
+    Say(R"({{"event":"encoder","name":{},"offered":{},"runs":{},"why":{}}})"
+        "\n",
+        JsonString(kind.name), answer.works,
+        answer.works ? JsonString(where_it_runs(answer)) : "null",
+        answer.works ? "null" : JsonString(answer.why));
 }
 
 void probe(bool json) {
@@ -40,7 +39,7 @@ void probe(bool json) {
         offered += answer.works ? 1 : 0;
         json ? print_json(kind, answer) : print_text(kind, answer);
     }
-    if (json) fmt::print("{{\"event\":\"done\",\"offered\":{}}}\n", offered);
+    if (json) Say("{{\"event\":\"done\",\"offered\":{}}}\n", offered);
 }
 
 }  // namespace

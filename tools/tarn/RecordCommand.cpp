@@ -11,6 +11,7 @@
 #include "NumberRange.h"
 #include "RecordReporter.h"
 #include "Recorder.h"
+#include "Say.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
 
@@ -84,8 +85,7 @@ void print_summary(const RecordArguments& arguments, const Recorder& recorder, d
     std::error_code failed;
     const auto onDisk = static_cast<long long>(std::filesystem::file_size(options.output, failed));
     if (arguments.json) {
-        fmt::print(
-            R"({{"event":"done","path":{},"seconds":{:.3f},"frames":{},"audioFrames":{},"videoBytes":{},)"
+        Say(R"({{"event":"done","path":{},"seconds":{:.3f},"frames":{},"audioFrames":{},"videoBytes":{},)"
             R"("audioBytes":{},"fileBytes":{},"elapsed":{:.3f},"late":{:.3f},"stopped":{}}})"
             "\n",
             JsonString(options.output), figures.seconds.load(), figures.frames.load(),
@@ -93,19 +93,19 @@ void print_summary(const RecordArguments& arguments, const Recorder& recorder, d
             onDisk, elapsed, figures.lateSeconds.load(), stopped);
         return;
     }
-    fmt::print("{}: {} of {} video ({} frames) and {} audio, {}, written in {:.1f} s{}\n",
-               options.output, TextOfSeconds(figures.seconds), options.video, figures.frames.load(),
-               figures.audioFrames > 0 ? options.audio : std::string("no"), TextOfBytes(onDisk),
-               elapsed, stopped ? "; stopped on request" : "");
+    Say("{}: {} of {} video ({} frames) and {} audio, {}, written in {:.1f} s{}\n", options.output,
+        TextOfSeconds(figures.seconds), options.video, figures.frames.load(),
+        figures.audioFrames > 0 ? options.audio : std::string("no"), TextOfBytes(onDisk), elapsed,
+        stopped ? "; stopped on request" : "");
     if (options.live && figures.lateSeconds > 0.001) {
-        fmt::print("the encoder fell behind the clip's pace by up to {:.0f} ms\n",
-                   figures.lateSeconds * 1000);
+        Say("the encoder fell behind the clip's pace by up to {:.0f} ms\n",
+            figures.lateSeconds * 1000);
     }
 }
 
 int report_failure(const RecordArguments& arguments, const std::string& line) {
-    if (arguments.json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
-    fmt::print(stderr, "tarn record: {}\n", line);
+    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
+    Say(stderr, "tarn record: {}\n", line);
     return 1;
 }
 

@@ -10,6 +10,7 @@
 
 #include "ProgressLine.h"
 #include "Recorder.h"
+#include "Say.h"
 #include "TextUnits.h"
 
 namespace {
@@ -64,8 +65,7 @@ void RecordReporter::show_until_ended() {
     std::unique_lock<std::mutex> lock(fMutex);
     while (!fWake.wait_for(lock, pause, [this] { return fEnded; })) {
         if (fJson) {
-            fmt::print("{}\n", progress_json(fRecorder, Elapsed()));
-            std::fflush(stdout);
+            Say("{}\n", progress_json(fRecorder, Elapsed()));
         } else {
             line.Show(progress_text(fRecorder, Elapsed()));
         }

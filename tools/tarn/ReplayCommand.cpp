@@ -7,6 +7,7 @@
 
 #include "NumberRange.h"
 #include "ProgressLine.h"
+#include "Say.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
 #include "replay/ReplayCut.h"
@@ -31,8 +32,8 @@ struct ReplayArguments {
 };
 
 int tell_failure(const ReplayArguments& arguments, const std::string& error) {
-    if (arguments.json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
-    fmt::print(stderr, "tarn replay: {}\n", error);
+    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
+    Say(stderr, "tarn replay: {}\n", error);
     return 1;
 }
 
@@ -41,7 +42,7 @@ int run_list(const ReplayArguments& arguments) {
     ReplayRecording recording;
     std::string error;
     if (!ReadReplay(arguments.place, recording, error)) return tell_failure(arguments, error);
-    fmt::print("{}", arguments.json ? JsonOfReplay(recording) + "\n" : TextOfReplay(recording));
+    Say("{}", arguments.json ? JsonOfReplay(recording) + "\n" : TextOfReplay(recording));
     return 0;
 }
 
@@ -80,21 +81,20 @@ bool marks_of(const ReplayArguments& arguments, const ReplayRecording& recording
 
 void print_cut(const ReplayArguments& arguments, const ReplayCutResult& result) {
     if (arguments.json) {
-        fmt::print(
-            R"({{"event":"done","path":{},"from":{:.6f},"to":{:.6f},"frames":{},"segments":{},"gapSeconds":{:.6f},"encoded":{},"stopped":{}}})"
+        Say(R"({{"event":"done","path":{},"from":{:.6f},"to":{:.6f},"frames":{},"segments":{},"gapSeconds":{:.6f},"encoded":{},"stopped":{}}})"
             "\n",
             JsonString(arguments.output), ReplaySeconds(result.from), ReplaySeconds(result.to),
             result.frames, result.segments, ReplaySeconds(result.gaps), result.encoded,
             result.stopped);
         return;
     }
-    fmt::print("{}: {} to {}, {} frames of {} segments, {}{}{}\n", arguments.output,
-               TextOfSeconds(ReplaySeconds(result.from)), TextOfSeconds(ReplaySeconds(result.to)),
-               result.frames, result.segments, result.encoded ? "encoded anew" : "copied",
-               result.gaps > 0 ? fmt::format(", {} that were not recorded left out",
-                                             TextOfSeconds(ReplaySeconds(result.gaps)))
-                               : "",
-               result.stopped ? ", stopped before its end" : "");
+    Say("{}: {} to {}, {} frames of {} segments, {}{}{}\n", arguments.output,
+        TextOfSeconds(ReplaySeconds(result.from)), TextOfSeconds(ReplaySeconds(result.to)),
+        result.frames, result.segments, result.encoded ? "encoded anew" : "copied",
+        result.gaps > 0 ? fmt::format(", {} that were not recorded left out",
+                                      TextOfSeconds(ReplaySeconds(result.gaps)))
+                        : "",
+        result.stopped ? ", stopped before its end" : "");
 }
 
 int run_cut(const ReplayArguments& arguments) {
@@ -142,12 +142,12 @@ int run_purge(const ReplayArguments& arguments) {
     }
     if (!done) return tell_failure(arguments, error);
     if (arguments.json) {
-        fmt::print(R"({{"event":"done","removed":{},"kept":{},"bytes":{}}})"
-                   "\n",
-                   purged.removed, purged.kept, purged.bytes);
+        Say(R"({{"event":"done","removed":{},"kept":{},"bytes":{}}})"
+            "\n",
+            purged.removed, purged.kept, purged.bytes);
     } else {
-        fmt::print("{} segments removed, {} free; {} kept\n", purged.removed,
-                   TextOfBytes(purged.bytes), purged.kept);
+        Say("{} segments removed, {} free; {} kept\n", purged.removed, TextOfBytes(purged.bytes),
+            purged.kept);
     }
     return 0;
 }
@@ -160,15 +160,14 @@ void print_news(const ReplayArguments& arguments, const ReplayNews& news) {
     if (arguments.json) {
         const std::string rest =
             isClosed ? "" : fmt::format(R"(,"segment":{})", JsonOfPiece(news.piece));
-        fmt::print("{{\"event\":\"{}\"{}}}\n", event, rest);
+        Say("{{\"event\":\"{}\"{}}}\n", event, rest);
     } else if (isClosed) {
-        fmt::print("closed\n");
+        Say("closed\n");
     } else {
-        fmt::print("{:<8} {:>8}  {} to {}, {}\n", event, news.piece.id,
-                   TextOfSeconds(ReplaySeconds(news.piece.start)),
-                   TextOfSeconds(ReplaySeconds(news.piece.stop)), TextOfBytes(news.piece.bytes));
+        Say("{:<8} {:>8}  {} to {}, {}\n", event, news.piece.id,
+            TextOfSeconds(ReplaySeconds(news.piece.start)),
+            TextOfSeconds(ReplaySeconds(news.piece.stop)), TextOfBytes(news.piece.bytes));
     }
-    std::fflush(stdout);
 }
 
 int run_watch(const ReplayArguments& arguments) {

@@ -1,6 +1,7 @@
 #include "StopSignal.h"
 
 #include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -27,6 +28,15 @@ const std::atomic<bool>& WatchStopSignal() {
     // end.
     std::signal(SIGXFSZ, SIG_IGN);
     return gStop;
+}
+
+void KeepStandardStreams() {
+    // A file takes the lowest number that is free; those of the streams stay open for good.
+    std::FILE* file = nullptr;
+    do {
+        file = std::fopen("/dev/null", "r+");
+    } while (file != nullptr && fileno(file) <= fileno(stderr));
+    if (file != nullptr) std::fclose(file);
 }
 
 void OutliveReaders() {

@@ -6,6 +6,10 @@
 /// and when the terminal is closed.
 const std::atomic<bool>& WatchStopSignal();
 
+/// Opens /dev/null in place of the standard streams that are closed. The first file of a recording
+/// would take their numbers, and what is printed would stand in it.
+void KeepStandardStreams();
+
 /// From now on a write to a pipe that nobody reads any more is an error to the writer, and not the
 /// program's end.
 void OutliveReaders();

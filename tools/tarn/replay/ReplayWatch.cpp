@@ -10,6 +10,8 @@
 
 #include "spar/zTime.h"
 
+#include "../Say.h"
+
 namespace {
 
 /// Only for what comes without an event: Ctrl-C, and a folder that is replaced.
@@ -106,7 +108,7 @@ bool WatchReplay(const std::string& place, const std::atomic<bool>& stop,
     }
     Watcher watcher(tell);
     Ending ending;
-    while (!stop) {
+    while (!stop && HasReader()) {
         ReplayRecording recording;
         // A manifest that is not there, or not whole, is one that is about to be.
         std::string passing;

@@ -14,7 +14,7 @@ struct ReplayNews {
 };
 
 /// Follows a recording that another process makes: tells what it lists now and then each change as
-/// its manifest is flushed, until it is closed or `stop`. It need not have begun. False with one
-/// line in `error`.
+/// its manifest is flushed, until it is closed, `stop`, or nobody reads standard output any more.
+/// It need not have begun. False with one line in `error`.
 bool WatchReplay(const std::string& place, const std::atomic<bool>& stop,
                  const std::function<void(const ReplayNews&)>& tell, std::string& error);

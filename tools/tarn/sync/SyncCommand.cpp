@@ -16,6 +16,7 @@
 #include "../ProgressLine.h"
 #include "../RecordReporter.h"
 #include "../Recorder.h"
+#include "../Say.h"
 #include "../StopSignal.h"
 #include "../SvgDrawing.h"
 #include "../TextUnits.h"
@@ -29,8 +30,8 @@ namespace {
 constexpr long long kViewUs = 200'000;
 
 int report_failure(bool json, const char* command, const std::string& line) {
-    if (json) fmt::print("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
-    fmt::print(stderr, "tarn sync {}: {}\n", command, line);
+    if (json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
+    Say(stderr, "tarn sync {}: {}\n", command, line);
     return EXIT_FAILURE;
 }
 
@@ -66,20 +67,20 @@ std::string take_texts(SignalArguments& arguments) {
 void print_signal(const SignalArguments& arguments, const Recorder& recorder) {
     const auto pairs = SignalPairs(arguments.signal);
     if (!arguments.json) {
-        fmt::print("{}: {} of {} video and {} sound, {} pairs of flash and tone\n",
-                   arguments.record.output, TextOfSeconds(recorder.Figures().seconds),
-                   arguments.record.video, arguments.record.audio, pairs.size());
+        Say("{}: {} of {} video and {} sound, {} pairs of flash and tone\n",
+            arguments.record.output, TextOfSeconds(recorder.Figures().seconds),
+            arguments.record.video, arguments.record.audio, pairs.size());
         return;
     }
-    fmt::print(R"({{"event":"done","path":{},"seconds":{:.3f},"pairs":[)",
-               JsonString(arguments.record.output), recorder.Figures().seconds.load());
+    Say(R"({{"event":"done","path":{},"seconds":{:.3f},"pairs":[)",
+        JsonString(arguments.record.output), recorder.Figures().seconds.load());
     const char* between = "";
     for (const SignalPair& pair : pairs) {
-        fmt::print(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.flashSeconds,
-                   (pair.flashSeconds - pair.toneSeconds) * 1000);
+        Say(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.flashSeconds,
+            (pair.flashSeconds - pair.toneSeconds) * 1000);
         between = ",";
     }
-    fmt::print("]}}\n");
+    Say("]}}\n");
 }
 
 int run_signal(SignalArguments& arguments) {
@@ -112,30 +113,28 @@ std::string title_of(const MeasureArguments& arguments, const SyncMeasurement& m
 
 void print_text(const MeasureArguments& arguments, const SyncMeasurement& measurement,
                 const SyncFigures& figures) {
-    fmt::print("{} ({} flashes, {} tones); positive: the picture comes later\n",
-               title_of(arguments, measurement), measurement.flashes, measurement.tones);
+    Say("{} ({} flashes, {} tones); positive: the picture comes later\n",
+        title_of(arguments, measurement), measurement.flashes, measurement.tones);
     for (const MeasuredPair& pair : measurement.pairs) {
-        fmt::print("{:>10.3f} s {:>+9.1f} ms\n", pair.seconds, pair.offsetMs);
+        Say("{:>10.3f} s {:>+9.1f} ms\n", pair.seconds, pair.offsetMs);
     }
-    fmt::print("median {:+.1f} ms, spread {:.1f} ms ({:+.1f} to {:+.1f}), drift {}\n",
-               figures.median, figures.Spread(), figures.least, figures.most, TextOfDrift(figures));
+    Say("median {:+.1f} ms, spread {:.1f} ms ({:+.1f} to {:+.1f}), drift {}\n", figures.median,
+        figures.Spread(), figures.least, figures.most, TextOfDrift(figures));
 }
 
 void print_json(const MeasureArguments& arguments, const SyncMeasurement& measurement,
                 const SyncFigures& figures) {
-    fmt::print(
-        R"({{"event":"done","path":{},"seconds":{:.3f},"flashes":{},"tones":{},"frameMs":{:.3f},)"
+    Say(R"({{"event":"done","path":{},"seconds":{:.3f},"flashes":{},"tones":{},"frameMs":{:.3f},)"
         R"("blockMs":{:.3f},"pairs":[)",
         JsonString(arguments.clip), measurement.seconds, measurement.flashes, measurement.tones,
         measurement.frameMs, measurement.blockMs);
     const char* between = "";
     for (const MeasuredPair& pair : measurement.pairs) {
-        fmt::print(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.seconds, pair.offsetMs);
+        Say(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.seconds, pair.offsetMs);
         between = ",";
     }
     const auto& drift = figures.driftPerMinute;
-    fmt::print(
-        R"(],"median":{:.3f},"least":{:.3f},"most":{:.3f},"spread":{:.3f},"driftPerMinute":{}}})"
+    Say(R"(],"median":{:.3f},"least":{:.3f},"most":{:.3f},"spread":{:.3f},"driftPerMinute":{}}})"
         "\n",
         figures.median, figures.least, figures.most, figures.Spread(),
         drift ? fmt::format("{:.3f}", *drift) : "null");
@@ -169,8 +168,7 @@ int run_measure(const MeasureArguments& arguments) {
         print_text(arguments, measurement, figures);
     }
     if (measurement.pairs.empty()) {
-        fmt::print(
-            stderr,
+        Say(stderr,
             "tarn sync measure: '{}': no pair; a green flash in the middle and a DTMF tone on "
             "the left, less than half a second apart, make one\n",
             arguments.clip);

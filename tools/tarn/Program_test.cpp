@@ -1,0 +1,31 @@
+#include "Program.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "tests/support/NoThreads.h"
+#include "tests/support/TestFolder.h"
+
+namespace {
+
+TEST(Program, WhatACommandThrowsIsToldInALine) {
+    const tests::TestFolder folder;
+    const std::string settings = folder.File("iso.xml");
+    std::ofstream(settings) << "<iso_output output_folder=\"" << folder.Path() << "\"/>";
+    const char* const words[] = {"tarn", "iso", "check", settings.c_str()};
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    int exitCode = 0;
+    {
+        const tests::NoThreads none;
+        exitCode = RunProgram(4, words);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "tarn: Resource temporarily unavailable; the machine has no memory or no thread left "
+              "for it; end other programs and try again\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(exitCode, 2) << "as of all that cannot be checked";
+}
+
+}  // namespace
