@@ -54,7 +54,7 @@ mach_port_t own_thread() {
 }
 
 // One word, so that a reader never pairs an old half with a new one.
-uint64_t timebase_word(uint32_t numer, uint32_t denom) {
+constexpr uint64_t timebase_word(uint32_t numer, uint32_t denom) {
     return (uint64_t{numer} << 32) | denom;
 }
 

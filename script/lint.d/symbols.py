@@ -1,4 +1,4 @@
-"""Fails on a symbol or a library that one of our shared libraries should not show.
+"""Fails on a symbol or a library that one of our shared libraries should not show, and on work at load time.
 
 Strong symbols are ours by name. Weak ones may also be std's: templates and type information that the
 compiler emits wherever they are used have the visibility of namespace std, which is open, and every
@@ -23,6 +23,8 @@ NEEDED = {
     "liborb": {"spar", "avcodec", "avformat", "avutil", "swresample", "soxr", "turbojpeg", "fmt"},
     "libtarn": {"spar", "orb", "fmt", "xcb", "xcb-present", "xcb-randr", "drm"},
 }
+# The sources that have initialisers, in the order in which these run.
+INITIALISERS = {"libtarn": ["tnTarn.cpp", "tnFilterManager.cpp"]}
 SYSTEM = {"stdc++", "m", "gcc_s", "c", "ld-linux-x86-64", "ld-linux-aarch64"}
 
 
@@ -42,8 +44,43 @@ def symbol_complaints(library: str) -> list[str]:
     return found
 
 
+def name_of(library: str) -> str:
+    return re.sub(r"\.so.*", "", library.rsplit("/", 1)[-1])
+
+
+def initialisers(library: str) -> list[str]:
+    """The sources of the functions that the loader calls, in its order: what the relocations fill the array
+    of these functions with."""
+    names = {}
+    for line in output("nm", "--defined-only", library):
+        address, _, name = line.split(maxsplit=2)
+        names[int(address, 16)] = names.get(int(address, 16), []) + [name]
+    start = size = 0
+    for line in output("readelf", "-SW", library):
+        match = re.search(r"\.init_array\s+INIT_ARRAY\s+([0-9a-f]+)\s+[0-9a-f]+\s+([0-9a-f]+)", line)
+        if match:
+            start, size = (int(number, 16) for number in match.groups())
+    called = []
+    for line in output("readelf", "-rW", library):
+        match = re.match(r"([0-9a-f]+)\s+[0-9a-f]+\s+R_\w+_RELATIVE\s+([0-9a-f]+)", line)
+        if match and start <= int(match.group(1), 16) < start + size:
+            called.append((int(match.group(1), 16), names.get(int(match.group(2), 16), ["?"])))
+    if len(called) * 8 != size:
+        return [f"{size // 8 - len(called)} functions that no relocation names"]
+    found = [sorted(name)[0] for _, name in sorted(called)]
+    return [name.removeprefix("_GLOBAL__sub_I_") for name in found if name != "frame_dummy"]
+
+
+def initialiser_complaints(library: str) -> list[str]:
+    wanted = INITIALISERS.get(name_of(library))
+    if wanted is None:
+        return []
+    found = initialisers(library)
+    return [] if found == wanted else [f"{library}: loading it runs {found}, which is not {wanted}"]
+
+
 def needed_complaints(library: str) -> list[str]:
-    name = re.sub(r"\.so.*", "", library.rsplit("/", 1)[-1])
+    name = name_of(library)
     found = []
     for line in output("readelf", "-d", library):
         match = re.search(r"\(NEEDED\).*\[(?:lib)?([^]]+?)\.so", line)
@@ -54,7 +91,7 @@ def needed_complaints(library: str) -> list[str]:
 
 def main() -> int:
     found = [line for library in sys.argv[1:]
-             for line in symbol_complaints(library) + needed_complaints(library)]
+             for line in symbol_complaints(library) + needed_complaints(library) + initialiser_complaints(library)]
     print("\n".join(found), end="\n" if found else "", file=sys.stderr)
     return 1 if found else 0
 

@@ -17,15 +17,21 @@ public:
     }
 };
 
-MachineTime gMachineTime;
-std::atomic<tnTimeSource*> gCurrent{&gMachineTime};
+/// Made when it is first asked for and never destroyed: clocks may tick while the process ends.
+tnTimeSource& machine_time() {
+    static tnTimeSource& time = *new MachineTime;
+    return time;
+}
+
+std::atomic<tnTimeSource*> gCurrent{nullptr};  // null: the machine's
 
 }  // namespace
 
 tnTimeSource& tnTimeSource::Current() {
-    return *gCurrent.load();
+    tnTimeSource* const source = gCurrent.load();
+    return source ? *source : machine_time();
 }
 
 void tnTimeSource::SetCurrent(tnTimeSource* source) {
-    gCurrent = source ? source : &gMachineTime;
+    gCurrent = source;
 }

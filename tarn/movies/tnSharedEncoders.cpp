@@ -33,7 +33,12 @@ struct Encoder {
 
 // Recursive, since a filter's arrival runs inside a join and may want to join something else.
 std::recursive_mutex gLock;
-std::list<Encoder> gEncoders;  // under gLock
+
+/// Under gLock. Never destroyed: a stream may still leave while the process ends.
+std::list<Encoder>& encoders() {
+    static auto& list = *new std::list<Encoder>;
+    return list;
+}
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
@@ -59,13 +64,13 @@ bool is_same_wish(const tnMediaRecord& a, const tnMediaRecord& b) {
 }
 
 std::list<Encoder>::iterator find_by_wish(int source, const tnMediaRecord& wish) {
-    return std::find_if(gEncoders.begin(), gEncoders.end(), [&](const Encoder& encoder) {
+    return std::find_if(encoders().begin(), encoders().end(), [&](const Encoder& encoder) {
         return encoder.source == source && is_same_wish(encoder.wish, wish);
     });
 }
 
 std::list<Encoder>::iterator find_by_user(const tnOutputStream& stream) {
-    return std::find_if(gEncoders.begin(), gEncoders.end(), [&](const Encoder& encoder) {
+    return std::find_if(encoders().begin(), encoders().end(), [&](const Encoder& encoder) {
         return std::count(encoder.users.begin(), encoder.users.end(), &stream) > 0;
     });
 }
@@ -90,13 +95,13 @@ int tnSharedEncoders::Join(tnOutputStream& stream) {
     const std::shared_ptr<tnFilterManager> manager = tnFilterManager::Default();
     if (!manager) return kNobodyMakesIt;
     const Lock lock(gLock);
-    if (find_by_user(stream) != gEncoders.end()) return kStarted;
+    if (find_by_user(stream) != encoders().end()) return kStarted;
     // What the filter must make, which need not be what a subclass shows as its format.
     const tnMediaRecord wish = wish_of(stream.fEncodedFormat);
     const std::shared_ptr<void> life = zAsSharedPtr(&stream);
 
     const auto standing = find_by_wish(stream.Source(), wish);
-    if (standing != gEncoders.end()) {
+    if (standing != encoders().end()) {
         tnMediaRecord request(standing->asked);
         request.SetCString('mcon', kJoinOnly);
         standing->users.push_back(&stream);
@@ -104,7 +109,7 @@ int tnSharedEncoders::Join(tnOutputStream& stream) {
         return 0;
     }
     const tnMediaRecord request = request_of_its_own(*manager, stream.Source(), wish);
-    gEncoders.push_back({stream.Source(), wish, request, {&stream}});
+    encoders().push_back({stream.Source(), wish, request, {&stream}});
     stream.create_filters(request, life);
     if (manager->HasEqualOutput(stream.Source(), request)) return 0;
     Leave(stream);
@@ -114,14 +119,14 @@ int tnSharedEncoders::Join(tnOutputStream& stream) {
 void tnSharedEncoders::Leave(tnOutputStream& stream) {
     const Lock lock(gLock);
     const auto encoder = find_by_user(stream);
-    if (encoder == gEncoders.end()) return;
+    if (encoder == encoders().end()) return;
     std::erase(encoder->users, &stream);
-    if (encoder->users.empty()) gEncoders.erase(encoder);
+    if (encoder->users.empty()) encoders().erase(encoder);
     if (tnFilterManager::Default()) stream.DestroyFilters();
 }
 
 int tnSharedEncoders::CountUsers(int source, const tnMediaRecord& format) {
     const Lock lock(gLock);
     const auto encoder = find_by_wish(source, wish_of(format));
-    return encoder == gEncoders.end() ? 0 : static_cast<int>(encoder->users.size());
+    return encoder == encoders().end() ? 0 : static_cast<int>(encoder->users.size());
 }
