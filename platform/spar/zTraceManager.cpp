@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +20,35 @@ std::atomic<zTraceManager*>& current() {
     static std::atomic<zTraceManager*>& sink = *new std::atomic<zTraceManager*>(&standard_error());
     return sink;
 }
+
+/// Keeps from the calling thread the signal that a write to a pipe without a reader raises: unasked
+/// for, it would end the process. One that waited before is not ours and goes on waiting.
+class PipeSignalHeld {
+public:
+    PipeSignalHeld() {
+        sigemptyset(&fSignal);
+        sigaddset(&fSignal, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &fSignal, &fMaskBefore);
+        sigset_t pending;
+        sigpending(&pending);
+        fWaitedBefore = sigismember(&pending, SIGPIPE) == 1;
+    }
+    PipeSignalHeld(const PipeSignalHeld&) = delete;
+    PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+    ~PipeSignalHeld() { pthread_sigmask(SIG_SETMASK, &fMaskBefore, nullptr); }
+
+    /// Takes back the signal that a write has just raised.
+    void Take() {
+        const timespec atOnce = {};
+        while (!fWaitedBefore && sigtimedwait(&fSignal, nullptr, &atOnce) < 0 && errno == EINTR) {
+        }
+    }
+
+private:
+    sigset_t fSignal;
+    sigset_t fMaskBefore;
+    bool fWaitedBefore;
+};
 
 }  // namespace
 
@@ -39,9 +70,11 @@ void zTraceManager::TraceMessage(int, const std::string& text) {
     // One call a message keeps it whole; the loop is for a pipe that takes less than all of it.
     const char* next = text.data();
     std::size_t left = text.size();
+    PipeSignalHeld signal;
     while (left > 0) {
         const ssize_t written = write(STDERR_FILENO, next, left);
         if (written < 0 && errno == EINTR) continue;
+        if (written < 0 && errno == EPIPE) signal.Take();
         if (written <= 0) return;
         next += written;
         left -= static_cast<std::size_t>(written);

@@ -4,7 +4,8 @@
 
 #include "spar/export.h"
 
-/// A sink of trace messages. This class writes to standard error; a host derives its own.
+/// A sink of trace messages. This class writes to standard error; a host derives its own. What
+/// standard error does not take is lost, also when it is a pipe that nobody reads any more.
 ///
 /// Any thread may trace. A message goes out in one piece, so that the lines of two threads, or of
 /// two processes that share one log file, do not mix. Production code traces through spar/trace.h.

@@ -1,6 +1,7 @@
 #include "spar/zTraceManager.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
@@ -128,6 +129,45 @@ TEST(zTraceManager, LinesOfThreadsDoNotMix) {
     int count = 0;
     for (; std::getline(lines, line); ++count) ASSERT_EQ(line, std::string(200, line[0]));
     EXPECT_EQ(count, kThreads * kLines);
+}
+
+namespace {
+
+bool waits(int signal) {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, signal) == 1;
+}
+
+/// In a process of its own, whose standard error is a pipe that nobody reads: traces, and exits
+/// with 0 if that did nothing else.
+[[noreturn]] void trace_into_a_closed_pipe() {
+    int ends[2];
+    if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0) _exit(2);
+    close(ends[0]);
+    close(ends[1]);
+    signal(SIGPIPE, SIG_DFL);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    zTrace("to nobody\n");
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, &set, &mask);
+    if (sigismember(&mask, SIGPIPE) != 0) _exit(3);
+    zTrace("with the signal blocked\n");
+    if (waits(SIGPIPE)) _exit(4);
+    // The host's own, which it means to look at later.
+    raise(SIGPIPE);
+    zTrace("with a signal that waits\n");
+    _exit(waits(SIGPIPE) ? 0 : 5);
+}
+
+}  // namespace
+
+TEST(zTraceManagerDeathTest, APipeThatNobodyReadsEndsNobody) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(trace_into_a_closed_pipe(), testing::ExitedWithCode(0), "");
 }
 
 // The two texts stand in hosts' log filters.
