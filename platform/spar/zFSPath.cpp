@@ -5,9 +5,12 @@
 
 static constexpr char kSeparator = '/';
 
-/// Without the separators at its end; the root keeps its one.
+/// Without the separators at its end, and without the names "." there, which lead nowhere; the root
+/// keeps its separator.
 static std::string_view trimmed(std::string_view path) {
-    while (path.size() > 1 && path.back() == kSeparator) path.remove_suffix(1);
+    while (path.size() > 1 && (path.back() == kSeparator || path.ends_with("/."))) {
+        path.remove_suffix(1);
+    }
     return path;
 }
 

@@ -8,7 +8,8 @@
 /// A path as text: nothing here looks at the disk, and no link is followed.
 class SPAR_API zFSPath {
 public:
-    /// Separators at the end are dropped. A null path is the empty one.
+    /// Separators and names "." at the end are dropped, which leave the place the same. A null path
+    /// is the empty one.
     explicit zFSPath(const char* path);
     explicit zFSPath(const zString& path);
     ~zFSPath() = default;
