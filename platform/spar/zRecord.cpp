@@ -188,12 +188,23 @@ inline zVariable* zRecord::find_place(unsigned long long id) const {
     return nullptr;
 }
 
-/// The variable that `id` stands for, under whichever of its ids it was first set.
+/// The variable that `id` stands for, under whichever of its ids it was first set; unset only if it
+/// is a member.
 inline zVariable* zRecord::find_either(unsigned long long id) const {
     zVariable* found = find_place(id);
-    if (found != nullptr) return found;
+    if (found != nullptr && found->IsSet()) return found;
     const unsigned long long other = zStringID::Default().OtherID(id);
-    return other == 0 ? nullptr : find_place(other);
+    zVariable* twin = other == 0 ? nullptr : find_place(other);
+    return found == nullptr || (twin != nullptr && twin->IsSet()) ? twin : found;
+}
+
+/// Whether the variable was set under an id made for its key while the key's own id, entered later,
+/// is set as well: the own one is what the key reaches, and what counts.
+bool zRecord::is_hidden(const zVariable& variable) const {
+    if (!zStringID::IsMade(variable.ID())) return false;
+    const unsigned long long own = zStringID::Default().OtherID(variable.ID());
+    const zVariable* found = own == 0 ? nullptr : find_place(own);
+    return found != nullptr && found->IsSet();
 }
 
 inline const zVariable* zRecord::find_set(unsigned long long id) const {
@@ -320,7 +331,9 @@ void zRecord::copy_variables(const zRecord& source) {
     if (source.fLayout != nullptr) {
         for (unsigned int i = 0; i < source.fLayout->count; ++i) place_copy(source.member(i));
     }
-    for (unsigned int i = 0; i < source.fCount; ++i) place_copy(source.fVariables[i]);
+    for (unsigned int i = 0; i < source.fCount; ++i) {
+        if (!source.is_hidden(source.fVariables[i])) place_copy(source.fVariables[i]);
+    }
 }
 
 /// Copies a variable that this record, cleared before, does not hold yet.
@@ -404,23 +417,36 @@ zVariable& zRecord::append(unsigned long long id) {
 zVariable& zRecord::changing(unsigned long long id) {
     zVariable* found = find_either(id);
     variable_changing(id, found == nullptr || !found->IsSet(), false);
-    return found == nullptr ? append(id) : *found;
+    if (found == nullptr) return append(id);
+    if (found->ID() == id) return *found;
+    // A value from before the key had this id makes way for the member that has it.
+    zVariable* place = find_place(id);
+    if (place == nullptr) return *found;
+    remove(*found);
+    return *place;
 }
 
 void zRecord::RemoveID(unsigned long long id) {
-    zVariable* found = find_either(id);
-    if (found == nullptr || !found->IsSet()) return;
+    if (find_set(id) == nullptr) return;
     variable_changing(id, false, true);
-    if (found->IsPlaced()) {
-        found->Unset();
+    // Under both ids of its key, if it was set under both.
+    for (zVariable* found = find_either(id); found != nullptr && found->IsSet();) {
+        remove(*found);
+        found = find_either(id);
+    }
+}
+
+void zRecord::remove(zVariable& variable) {
+    if (variable.IsPlaced()) {
+        variable.Unset();
         return;
     }
-    found->~zVariable();
-    const std::size_t index = found - fVariables;
+    variable.~zVariable();
+    const std::size_t index = &variable - fVariables;
     unsigned char* tags = tags_of(fVariables, fCapacity);
     --fCount;
     std::memmove(tags + index, tags + index + 1, fCount - index);
-    relocate(found, found + 1, fCount - index);
+    relocate(&variable, &variable + 1, fCount - index);
 }
 
 void zRecord::RemoveKey(const char* key) {
@@ -444,9 +470,12 @@ bool zRecord::IsEmpty() const {
 }
 
 unsigned int zRecord::VariableCount() const {
-    unsigned int count = fCount;
+    unsigned int count = 0;
     for (unsigned int i = 0; fLayout != nullptr && i < fLayout->count; ++i) {
         if (member(i).IsSet()) ++count;
+    }
+    for (unsigned int i = 0; i < fCount; ++i) {
+        if (!is_hidden(fVariables[i])) ++count;
     }
     return count;
 }
@@ -456,7 +485,7 @@ void zRecord::ForEachVariable(const std::function<bool(const zVariable&)>& funct
         if (member(i).IsSet() && !function(member(i))) return;
     }
     for (unsigned int i = 0; i < fCount; ++i) {
-        if (!function(fVariables[i])) return;
+        if (!is_hidden(fVariables[i]) && !function(fVariables[i])) return;
     }
 }
 

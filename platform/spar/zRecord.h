@@ -23,9 +23,11 @@ enum z_match_method : unsigned int {
 /// it owns.
 ///
 /// Keys are tied to ids by zStringID. A key without an id of its own works all the same, and when
-/// such a pair is entered later the two reach the same variable. Registered members come first, in
-/// the order of their registration; the other variables follow in the order in which they were
-/// first set. That is the order in which a record prints and is written.
+/// such a pair is entered later the two reach the same variable; a value from before moves to the
+/// registered member of that id, if there is one, when it is next set through the record.
+/// Registered members come first, in the order of their registration; the other variables follow in
+/// the order in which they were first set. That is the order in which a record prints and is
+/// written.
 ///
 /// Getters convert as zVariable says and never fail: they give the default. Setters create what is
 /// missing and replace the kind; their last argument is reserved and 0.
@@ -169,6 +171,8 @@ private:
     const zVariable* find_set(const char* key) const;
     zVariable& changing(unsigned long long id);
     zVariable& append(unsigned long long id);
+    void remove(zVariable& variable);
+    bool is_hidden(const zVariable& variable) const;
     zVariable& member(unsigned int index) const;
     void set_text(unsigned long long id, std::string_view value);
     void place_copy(const zVariable& source);

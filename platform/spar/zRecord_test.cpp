@@ -211,6 +211,54 @@ TEST(zRecord, AVariableOfALateNameLandsInTheMember) {
     EXPECT_EQ(format.VariableCount(), 1u);
 }
 
+TEST(zRecord, AMemberWhoseNameCameLateTakesWhatWasSetBefore) {
+    struct Late : zRecord {
+        Late() {
+            zVariable* members[] = {&fValue};
+            RegisterVariables('rtLM', members, 1);
+        }
+        zVariable fValue{'rtLM'};
+    };
+    constexpr const char* kKey = "record_test_late_member";
+    Late read, written, removed, direct;
+    zRecord plain;
+    for (zRecord* record : std::initializer_list<zRecord*>{&read, &written, &removed, &direct})
+        record->SetCString(kKey, "early");
+    plain.SetCString(kKey, "early");
+    plain.SetInt32('rtLM', 2);
+    zStringID::Default().Add('rtLM', kKey, false);
+
+    EXPECT_EQ(read.AsString('rtLM', ""), "early");
+    EXPECT_EQ(read.AsString(kKey, ""), "early");
+    EXPECT_TRUE(read.ExistsID('rtLM'));
+    Late copy;
+    copy.Copy(read, true, true, {});
+    EXPECT_EQ(copy.AsString('rtLM', ""), "early");
+
+    written.SetInt32('rtLM', 5);
+    EXPECT_EQ(written.fValue.AsInt32(0), 5);
+    EXPECT_EQ(written.AsInt32(kKey, 0), 5);
+    EXPECT_EQ(written.VariableCount(), 1u);
+
+    removed.RemoveKey(kKey);
+    EXPECT_TRUE(removed.IsEmpty());
+    EXPECT_FALSE(removed.ExistsKey(kKey));
+
+    // What the owner of the member sets counts, and stands there once.
+    direct.fValue.SetInt32(7);
+    for (zRecord* record : std::initializer_list<zRecord*>{&direct, &plain}) {
+        EXPECT_EQ(record->AsInt32(kKey, 0), record == &plain ? 2 : 7);
+        EXPECT_EQ(ids_of(*record), std::vector<unsigned long long>{'rtLM'});
+        EXPECT_EQ(record->VariableCount(), 1u);
+        Late other;
+        other.Copy(*record, true, true, {});
+        EXPECT_EQ(other.AsInt32('rtLM', 0), record == &plain ? 2 : 7);
+        record->RemoveID('rtLM');
+        EXPECT_TRUE(record->IsEmpty());
+        EXPECT_FALSE(record->ExistsKey(kKey));
+    }
+}
+
 TEST(zRecord, KeepsTheOrderOfFirstSetting) {
     zRecord record;
     record.SetInt32('zzzz', 1);

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr unsigned long long kMadeBit = 1ull << 63;
 constexpr std::size_t kFirstTableSize = 1024;  // slots; a power of two
 constexpr std::uint64_t kMix = 0x9e3779b97f4a7c15ull;
 
@@ -138,7 +137,7 @@ int zStringID::Add(unsigned long long id, const char* key, bool /*reserved*/) {
         return 0;
     }
     const unsigned long long made = entry->id.load(std::memory_order_relaxed);
-    if ((made & kMadeBit) == 0) return -1;
+    if (!IsMade(made)) return -1;
     Table& byID = room_in(fByID);
     entry->madeID.store(made, std::memory_order_relaxed);
     entry->id.store(id, std::memory_order_release);

@@ -26,11 +26,15 @@ public:
     /// The id of the key, 0 if it has none.
     unsigned long long Find(std::string_view key) const;
 
-    /// The id of the key, which is made if it has none. Never 0.
+    /// The id of the key, which is made if it has none. Never 0. `key` holds no zero byte: nobody
+    /// could ask for it under that name.
     unsigned long long FindOrMake(std::string_view key);
 
     /// The key of the id, null if it has none. Lives as long as the process.
     const char* Key(unsigned long long id) const;
+
+    /// Whether the id was made for a key that had none of its own.
+    static bool IsMade(unsigned long long id) { return (id & kMadeBit) != 0; }
 
     /// The other id of the variable that `id` stands for: a key that was used before its own id was
     /// entered has two. 0 if there is none.
@@ -41,6 +45,8 @@ public:
 private:
     struct Entry;
     struct Table;
+
+    static constexpr unsigned long long kMadeBit = 1ull << 63;
 
     zStringID() = default;
     ~zStringID() = delete;  // lives as long as the process
