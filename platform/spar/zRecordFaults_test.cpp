@@ -5,6 +5,7 @@
 #include <string>
 
 #include "spar/zMemoryStream.h"
+#include "spar/zPool.h"
 #include "spar/zRecord.h"
 #include "spar/zString.h"
 #include "spar/zXML.h"
@@ -14,8 +15,18 @@
 // Memory that runs out at the first, second, third ... allocation, until an operation gets through.
 // Each time nothing is leaked, the source is as it was and the target can still be used.
 //
+// Plain arrays grow by realloc, which runs out like the rest: the linker leads its calls here.
+//
 // The sanitizers bring allocators of their own, which are better left alone.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+extern "C" void* __real_realloc(void* block, std::size_t size);
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
+extern "C" void* __wrap_realloc(void* block, std::size_t size) {
+    return __real_realloc(block, size);
+}
+
+#else
 
 namespace {
 
@@ -38,6 +49,12 @@ void freed(void* block) {
 }
 
 }  // namespace
+
+extern "C" void* __wrap_realloc(void* block, std::size_t size) {
+    if (gLeft == 0) return nullptr;
+    if (gLeft > 0) --gLeft;
+    return __real_realloc(block, size);
+}
 
 void* operator new(std::size_t size) {
     return allocated(size);
@@ -199,6 +216,56 @@ TEST(zStringFaults, RoomThatCannotBeHadIsNull) {
     gLeft = -1;
     EXPECT_EQ(room, nullptr);
     EXPECT_EQ(text, "a text that is long enough to live on the heap");
+}
+
+/// What a pool holds, as text: a letter an entry, free or taken.
+template <class Pool>
+std::string states(const Pool& pool) {
+    std::string text;
+    for (int i = 0; i < pool.Count(); ++i) text += pool.StateAt(i) == Pool::kTaken ? 't' : 'f';
+    return text;
+}
+
+// To just past the 64 positions where the set of free ones gets a level more.
+TEST(zPoolFaults, AnItemThatFindsNoRoomStaysTheCallersAndThePoolAsItWas) {
+    const long live = gLive;
+    int failures = 0;
+    {
+        zPool<int, zPoolAllocator<int>> pool;
+        for (int position = 0; position < 140; ++position) {
+            auto* item = new int(position);
+            const std::string before = states(pool);
+            int added = -1024;
+            for (long failing = 0; added == -1024 && failing < 100; ++failing) {
+                gLeft = failing;
+                added = pool.Add(item);
+                gLeft = -1;
+                if (added != -1024) continue;
+                ++failures;
+                ASSERT_EQ(states(pool), before);
+                ASSERT_EQ(pool.Return(item), -1) << "it is none of the pool's";
+                // All but one are taken; that one still goes round, and nothing else does.
+                int* lent = nullptr;
+                ASSERT_EQ(pool.Get(&lent), position > 0 ? position - 1 : -1);
+                if (position == 0) continue;
+                ASSERT_EQ(*lent, position - 1);
+                ASSERT_EQ(pool.Return(lent), 0);
+            }
+            ASSERT_EQ(added, position);
+            int* taken = nullptr;  // leaves the new one as the only one that is free
+            if (position > 0) {
+                ASSERT_EQ(pool.Get(&taken), position - 1);
+            }
+            gLeft = 0;  // neither needs memory
+            if (position > 0) {
+                ASSERT_EQ(pool.Return(taken), 0);
+                ASSERT_EQ(pool.Get(&taken), position - 1);
+            }
+            gLeft = -1;
+        }
+    }
+    EXPECT_GT(failures, 10);
+    EXPECT_EQ(gLive, live);
 }
 
 }  // namespace

@@ -359,6 +359,18 @@ namespace {
     _exit(ordinary == 2 ? 0 : 1);
 }
 
+/// In a process of its own, whose user may have no thread more: asks for one, and exits with 0 if
+/// there was none.
+[[noreturn]] void start_a_thread_too_many() {
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_NPROC, &none);
+    if (geteuid() == 0 && setuid(65534) != 0) _exit(2);
+    bool ran = false;
+    Body body([&] { ran = true; });
+    const auto thread = start(body, "one too many");
+    _exit(thread == nullptr && !ran ? 0 : 1);
+}
+
 int lines_in(const std::string& text) {
     return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
 }
@@ -369,5 +381,12 @@ TEST(zThreadDeathTest, ARefusalOfRealTimeIsNoErrorAndTracedOnce) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(run_urgent_threads_without_the_right(), testing::ExitedWithCode(0),
                 testing::AllOf(testing::HasSubstr("real-time scheduling refused"),
+                               testing::ResultOf(lines_in, 1)));
+}
+
+TEST(zThreadDeathTest, AThreadThatTheSystemRefusesIsNullAndTraced) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(start_a_thread_too_many(), testing::ExitedWithCode(0),
+                testing::AllOf(testing::HasSubstr("zThread: 'one too many' could not be started"),
                                testing::ResultOf(lines_in, 1)));
 }
