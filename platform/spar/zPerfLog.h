@@ -12,8 +12,8 @@
 ///     static zPerfLog::Variable closing("tnWriteORB2_Close", 1, 50);
 ///     zPerfLog timing(closing);
 ///
-/// Costs two readings of the clock and three relaxed additions; any number of threads may time
-/// against one variable.
+/// Costs two readings of the clock, two relaxed additions and a look at the maximum; any number of
+/// threads may time against one variable.
 class SPAR_API zPerfLog {
 public:
     class Variable;
