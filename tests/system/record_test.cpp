@@ -264,6 +264,18 @@ TEST(Record, ScalesThePicture) {
     EXPECT_EQ(ProbeStream(file, "v:0", "height"), "240");
 }
 
+TEST(Record, ATerminalShowsHowFarItIs) {
+    const TestFolder folder;
+    const std::string command = "stty cols 100; " + kTool + " record " + kCup + " " +
+                                folder.File("cup.mov") +
+                                " --video MJPEG --live --limit 2 --audio none";
+    // A terminal that `script` makes.
+    const ProcessResult run = tests::Run({"script", "-qec", command, "/dev/null"});
+    EXPECT_EQ(run.exitCode, 0) << run.out;
+    EXPECT_NE(run.out.find("[####"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find(" fps"), std::string::npos) << run.out;
+}
+
 TEST(Record, ClosesTheFileWhenInterrupted) {
     const TestFolder folder;
     const std::string file = folder.File("out.mov");
