@@ -87,6 +87,7 @@ public:
     int VideoCodecFormat() const override { return 7; }
     zRecord* FrameMetaData() const override { return nullptr; }
     int DisplayOffsetRelativeToDuration() const override { return 0; }
+    void Print() override {}
     int DisplayOffsetInMilliseconds() const override { return 0; }
 
 private:

@@ -65,6 +65,8 @@ int RawVideoBuffer::DisplayOffsetRelativeToDuration() const {
     return 0;
 }
 
+void RawVideoBuffer::Print() {}
+
 int RawVideoBuffer::DisplayOffsetInMilliseconds() const {
     return 0;
 }

@@ -24,6 +24,7 @@ public:
     int VideoCodecFormat() const override;
     zRecord* FrameMetaData() const override;
     int DisplayOffsetRelativeToDuration() const override;
+    void Print() override;
     int DisplayOffsetInMilliseconds() const override;
 
     /// With a reference for the caller.
@@ -42,8 +43,7 @@ private:
     unsigned int fSize = 0;
 };
 
-/// The compressor that compresses nothing: it hands frames on, after the one copy that sets the
-/// host's memory free.
+/// Hands frames on as they are, after the one copy that sets the host's memory free.
 ///
 /// A frame that waited for a slow file in the host's own memory would take that memory from every
 /// other output; the copy lies in pooled memory that the outputs of the source share.

@@ -15,9 +15,9 @@ class CMpeg4AvcDataReference;
 /// One encoded picture as the media library's sample, with the times that the compressor worked
 /// out. It becomes bytes when somebody asks: many observers pass the sample on and never want them.
 ///
-/// Bytes of H.264 stand behind length fields, never behind start codes; what a decoder needs
-/// beforehand travels apart. Observers see the buffer when its times are complete, from any number
-/// of threads; it may outlive its compressor, but for GetDecoderDescription.
+/// H.264 comes as movie files store it, a length field in front of each NAL unit; the parameter
+/// sets are in the decoder description. Observers see the buffer when its times are complete, from
+/// any number of threads; it may outlive its compressor, but for GetDecoderDescription.
 class TARN_API OrbVideoBuffer : public tnVideoCompressor::EncodedBuffer {
 public:
     /// Shares both objects. `description` stays the compressor's. `time`, in ticks, is that of the
@@ -49,8 +49,9 @@ public:
     virtual Quillon::Orb::CVideoSample* OrbVideoSample();
 
     /// Once, by the compressor before delivery: fixes the size, after filling an H.264 unit up to
-    /// `pad` bytes. 0, or -1 where there are no bytes. Filler comes in NAL units of at least six
-    /// bytes, so a unit that lacks less stays as it is.
+    /// `pad` bytes. -1 where there are no data or their rendering failed; 0 may leave the size 0.
+    /// Filler comes in NAL units of at least two bytes behind their length field, so a unit that
+    /// lacks less stays as it is.
     virtual int InitializeData(unsigned int pad);
 
 protected:

@@ -5,10 +5,9 @@
 
 #include "spar/zBuffer.h"
 
-/// The compressor's decoder description through `cache`. A failed attempt leaves the cache empty,
-/// so that the next call asks again; a success, an empty description included, is final: of calls
-/// on several threads, as of one who joins and of one who already writes, the first to succeed
-/// stands.
+/// The compressor's decoder description through `cache`: while the compressor has none, each call
+/// puts the question anew, and the first answer, which may be empty, holds for good. That is so
+/// also for calls on several threads, as of one who joins and of one who already writes.
 template <typename Compressor>
 std::shared_ptr<const std::vector<unsigned char>> CachedDecoderInfo(
     Compressor& compressor, std::shared_ptr<const std::vector<unsigned char>>& cache) {

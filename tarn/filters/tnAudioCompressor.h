@@ -15,7 +15,7 @@ class CAudioSample;
 /// An audio encoder. One thread at a time; EncodeFrame returns its buffer, there is no callback.
 class TARN_API tnAudioCompressor : public tnFilter {
 public:
-    /// One block of encoded audio, made of packets. Counted; observers share it.
+    /// What came out of the encoder at once: one packet or more. Observers share it by its count.
     class TARN_API EncodedBuffer : public zRefCount {
     public:
         virtual int CodecType() const = 0;
@@ -24,10 +24,10 @@ public:
         virtual unsigned int PacketSize(int packet) = 0;
         virtual const unsigned char* PacketData(int packet) = 0;
         virtual Quillon::Orb::CAudioSample* AudioSample(int packet);
-        /// Milliseconds: the time that the filter gave the packet, and how long it lasts.
+        /// Milliseconds: when the packet begins, as the encoder counts, and how long it lasts.
         virtual double Timestamp(int packet) const = 0;
         virtual double DurationMilli(int packet) const = 0;
-        /// Sample frames in the packet.
+        /// How many sample frames it decodes to.
         virtual unsigned int SampleCount(int packet) = 0;
 
         /// One time a packet in milliseconds, -1 while unset. The filter manager writes them; there
@@ -38,16 +38,16 @@ public:
     bool CreateFilter(const tnMediaRecord& input) override;
     std::shared_ptr<const std::vector<unsigned char>> DecoderInfo() override;
 
-    // The decoder description stands last here and first in tnVideoCompressor: add-ons are built
-    // against these places.
+    // GetDecoderDescription is the last of these, where in tnVideoCompressor it is the first:
+    // add-ons are built against both.
 
-    /// Prepares the filter for both formats: 0 or a negative code.
+    /// Gets ready to make `output` of `input`: 0 or a negative code.
     virtual int Create(const tnMediaRecord& input, const tnMediaRecord& output) = 0;
     /// Encodes `count` bytes of PCM that begin at `timeMs`. 0 with `*out` set, which the caller
     /// releases; 0 with null when there is nothing to deliver yet; an error with null.
     virtual int EncodeFrame(tnAudioCompressor::EncodedBuffer** out, double timeMs, void* data,
                             unsigned int count) = 0;
-    /// Sample frames in one output packet.
+    /// Sample frames that a full packet decodes to.
     virtual int FramesPerPacket() const = 0;
     virtual int GetDecoderDescription(zBuffer& out);
 

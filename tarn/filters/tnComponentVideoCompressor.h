@@ -7,7 +7,8 @@ class IProperties;
 }
 
 /// What the compressors over one component of known code and format share: the component is told
-/// the very shape that reaches it, converter or not, and nothing of ProRes. Abstract.
+/// the very shape that reaches it, converter or not, and before it begins its own format in place
+/// of the ProRes that it was offered. Abstract.
 ///
 /// Settings come from the output record: 'mtbr' ("target_bit_rate", kilobits per second),
 /// "key_frame_rate" (frames), 'mpro' ("profile": 'base', 'main', 'high'), "strict_cbr". A setting

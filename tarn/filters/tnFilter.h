@@ -8,8 +8,8 @@
 
 class tnMediaRecord;
 
-/// An encoder, or what stands in for one: configured from a record, it takes raw samples and gives
-/// encoded buffers.
+/// An encoder, or what stands in for one: a record says what it is to make of the raw frames or
+/// blocks that it is handed.
 class TARN_API tnFilter : public xCUnknown {
 public:
     /// The records that the filter holds; they live as long as it.
@@ -18,7 +18,8 @@ public:
     virtual void SetOutputFormat(const tnMediaRecord& format) = 0;
     /// Builds the real encoder for that input and the held output format; true on success.
     virtual bool CreateFilter(const tnMediaRecord& input) = 0;
-    /// What a decoder needs beforehand; null if there is none, or none yet. Kept once it is there.
+    /// What decoders are to be told before the first buffer; null for nothing, or nothing yet. Kept
+    /// once it is there.
     /// From an initialisation function or the sample path, also at once.
     virtual std::shared_ptr<const std::vector<unsigned char>> DecoderInfo() = 0;
 };

@@ -70,8 +70,22 @@ TEST(Compressors, AFailingCreateNeverReachesTheInputFormat) {
     EXPECT_EQ(video.fConfigured, 0);
     AudioCompressor audio;
     EXPECT_TRUE(audio.CreateFilter(AudioFormat(nullptr)));
-    audio.fCreateResult = -1;
-    EXPECT_FALSE(audio.CreateFilter(AudioFormat(nullptr)));
+    for (const int result : {-1, 1}) {
+        audio.fCreateResult = result;
+        EXPECT_FALSE(audio.CreateFilter(AudioFormat(nullptr))) << result;
+    }
+}
+
+// Whether the encoder took the source is not asked: it answers frames with what went wrong.
+TEST(Compressors, TheOutputIsAlsoTheSettingsAndTheInputsFateIsNotTheCreations) {
+    VideoCompressor video;
+    video.SetOutputFormat(VideoFormat("codec"));
+    video.fConfigureResult = -1;
+    EXPECT_TRUE(video.CreateFilter(VideoFormat(nullptr)));
+    EXPECT_EQ(video.fConfigured, 1);
+    EXPECT_EQ(video.fMadeFor.AsString('mcon', ""), "codec");
+    EXPECT_TRUE(video.fOneRecord);
+    EXPECT_EQ(video.fUserData, nullptr);
 }
 
 TEST(EncodedBuffers, HaveTheirDefaults) {

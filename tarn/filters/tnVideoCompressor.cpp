@@ -11,12 +11,10 @@ unsigned int tnVideoCompressor::EncodedBuffer::CompressedDataSize() {
     return DataSize();
 }
 
-void tnVideoCompressor::EncodedBuffer::Print() {}
-
 void tnVideoCompressor::EncodedBuffer::GetDescription(zString&) {}
 
 bool tnVideoCompressor::CreateFilter(const tnMediaRecord& input) {
-    // One record serves as output format and as settings.
+    // Settings are keys of the output format itself.
     const tnMediaRecord output(OutputFormat());
     if (Create(output, output, nullptr) != 0) return false;
     SetInputFormat(input);

@@ -26,22 +26,22 @@ public:
         virtual const unsigned char* Data() = 0;
         virtual Quillon::Orb::CByteArray* DataAsByteArray();
         virtual unsigned int DataSize() = 0;
-        /// The picture starts a group.
+        /// Decoders can begin here.
         virtual bool IsKeyFrame() const = 0;
-        /// The picture may be thrown away without harm to others.
+        /// No other picture refers to this one.
         virtual bool CanDropBuffer() const = 0;
-        /// Ticks of the output timescale.
+        /// Ticks of the 'tmsc' in the output format.
         virtual unsigned int Duration() const = 0;
         /// Decode time.
         virtual double BufferTimeInMilliseconds() const = 0;
         virtual int GetDecoderDescription(zBuffer& out) = 0;
         virtual int VideoCodecFormat() const = 0;
-        /// What was given with the frame, or null; the buffer goes on owning it.
+        /// What the host wrote beside the frame; null if nothing. It stays the buffer's.
         virtual zRecord* FrameMetaData() const = 0;
         virtual unsigned int CompressedDataSize();
-        /// Display time less the running decode time, in ticks.
+        /// Ticks from where the sum of all durations stands to when the picture is shown.
         virtual int DisplayOffsetRelativeToDuration() const = 0;
-        virtual void Print();
+        virtual void Print() = 0;
         virtual void GetDescription(zString& text);
         virtual int DisplayOffsetInMilliseconds() const = 0;
 
@@ -53,11 +53,11 @@ public:
     bool CreateFilter(const tnMediaRecord& input) override;
     std::shared_ptr<const std::vector<unsigned char>> DecoderInfo() override;
 
-    /// Fills `out` with what a decoder needs beforehand: 0, or a negative code; -1 here.
+    /// Fills `out` with what decoders are to be told first: 0, or a negative code; -1 here.
     virtual int GetDecoderDescription(zBuffer& out);
-    /// Makes the encoder component: 0 or a negative code. `settings` are the record's own keys.
+    /// Gets hold of the encoder: 0 or a negative code. `settings` are the record's own keys.
     virtual int Create(const tnMediaRecord& output, const zRecord& settings, void* userData) = 0;
-    /// Configures and starts the encoder: 0 or a negative code.
+    /// Sets it going for frames of this kind: 0 or a negative code.
     virtual int SetInputFormat(const tnMediaRecord& input);
     /// Encodes one frame, of `time` ticks: 0 or a negative code. Owns one writing reference of
     /// `buffer` and gives it back on every path. With a `callback`, finished buffers go to it,
@@ -66,7 +66,7 @@ public:
                             bool keyFrame,
                             int (*callback)(tnVideoCompressor::EncodedBuffer*, void*),
                             const zRecord* metaData) = 0;
-    /// Composition time step of the encoder.
+    /// How far apart the encoder puts composition times.
     virtual double GetCTSIncrementInMilliseconds() const = 0;
     /// 0 if frames of that raster type can be taken, else -1.
     virtual int CanOutputFormat(tnMediaRecord& format, bool flag) = 0;

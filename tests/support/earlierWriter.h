@@ -32,6 +32,7 @@ public:
     int VideoCodecFormat() const override { return 0; }
     zRecord* FrameMetaData() const override { return nullptr; }
     int DisplayOffsetRelativeToDuration() const override { return 0; }
+    void Print() override {}
     int DisplayOffsetInMilliseconds() const override { return 0; }
 
     std::vector<unsigned char> fBytes = std::vector<unsigned char>(kWidth * kHeight * 4, 128);

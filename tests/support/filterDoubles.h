@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -30,6 +31,7 @@ public:
     int VideoCodecFormat() const override { return 7; }
     zRecord* FrameMetaData() const override { return nullptr; }
     int DisplayOffsetRelativeToDuration() const override { return 0; }
+    void Print() override {}
     int DisplayOffsetInMilliseconds() const override { return 0; }
 
 private:
@@ -44,14 +46,17 @@ public:
     const tnMediaRecord& InputFormat() const override { return fInput; }
     const tnMediaRecord& OutputFormat() const override { return fOutput; }
     void SetOutputFormat(const tnMediaRecord& format) override { fOutput = format; }
-    int Create(const tnMediaRecord&, const zRecord&, void*) override {
+    int Create(const tnMediaRecord& output, const zRecord& settings, void* userData) override {
         ++fCreated;
+        fMadeFor = output;
+        fOneRecord = &settings == &output;
+        fUserData = userData;
         return fCreateResult;
     }
     int SetInputFormat(const tnMediaRecord& input) override {
         fInput = input;
         ++fConfigured;
-        return 0;
+        return fConfigureResult;
     }
     int EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecord&, long long time, bool keyFrame,
                     int (*)(tnVideoCompressor::EncodedBuffer*, void*), const zRecord*) override {
@@ -76,7 +81,11 @@ public:
 
     tnMediaRecord fInput;
     tnMediaRecord fOutput;
+    tnMediaRecord fMadeFor;
+    bool fOneRecord = false;  ///< Create got one record as output and as settings
+    void* fUserData = this;   ///< that Create got
     int fCreateResult = 0;
+    int fConfigureResult = 0;
     int fCreated = 0;
     int fConfigured = 0;
     int fKeyRequests = 0;
@@ -91,7 +100,10 @@ public:
 class Sound final : public tnAudioCompressor::EncodedBuffer {
 public:
     Sound(int packets, double milliseconds, double time)
-        : fPackets(packets), fMilliseconds(milliseconds), fTime(time) {}
+        : fPackets(packets), fMilliseconds(milliseconds), fTime(time) {
+        ++gLiving;
+    }
+    ~Sound() override { --gLiving; }
 
     int CodecType() const override { return 0; }
     int PacketCount() const override { return fPackets; }
@@ -100,6 +112,8 @@ public:
     double Timestamp(int) const override { return fTime; }
     double DurationMilli(int) const override { return fMilliseconds; }
     unsigned int SampleCount(int) override { return 1; }
+
+    static inline std::atomic<int> gLiving{0};
 
 private:
     unsigned char fByte = 0;
@@ -121,7 +135,8 @@ public:
     int EncodeFrame(EncodedBuffer** out, double timeMs, void*, unsigned int count) override {
         fTimes.push_back(timeMs);
         fCounts.push_back(count);
-        *out = fResult == 0 && fPackets > 0 ? new Sound(fPackets, fMilliseconds, timeMs) : nullptr;
+        const bool gives = (fResult == 0 || fGivesAlways) && fPackets > 0;
+        *out = gives ? new Sound(fPackets, fMilliseconds, timeMs) : nullptr;
         return fResult;
     }
     int FramesPerPacket() const override { return 0; }
@@ -130,6 +145,7 @@ public:
     tnMediaRecord fOutput;
     int fCreateResult = 0;
     int fResult = 0;
+    bool fGivesAlways = false;  ///< also with a result that is an error
     int fPackets = 1;
     double fMilliseconds = 10.0;
     std::vector<double> fTimes;
