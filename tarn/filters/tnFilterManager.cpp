@@ -44,13 +44,16 @@ std::shared_ptr<tnFilterManager> tnFilterManager::Default() {
 }
 
 void tnFilterManager::Startup() {
+    // The last one may end here, and with it what its observers hold: not under the lock.
+    std::shared_ptr<tnFilterManager> last;
     const Lock lock(gMutex);
-    gSingleton = std::make_shared<tnFilterManager>();
+    last = std::exchange(gSingleton, std::make_shared<tnFilterManager>());
 }
 
 void tnFilterManager::Shutdown() {
+    std::shared_ptr<tnFilterManager> last;
     const Lock lock(gMutex);
-    gSingleton.reset();
+    last.swap(gSingleton);
 }
 
 void tnFilterManager::RegisterFactory(const std::string& name,
@@ -89,10 +92,11 @@ void tnFilterManager::StartObservingFilter(int source, std::shared_ptr<zObject> 
                                            const tnMediaRecord& format, InitFunction init,
                                            AudioFunction audio, VideoFunction video) {
     {
+        // In no output, it ends here with what its functions hold: not under the lock.
+        const Observer observer{owner, std::move(init), std::move(video), std::move(audio)};
         const Lock lock(gMutex);
         Source& entry = fSources[source];
         entry.fRoads.reset();
-        const Observer observer{owner, std::move(init), std::move(video), std::move(audio)};
         const auto equal = std::find_if(
             entry.fOutputs.begin(), entry.fOutputs.end(),
             [&](const Output& output) { return FormatsAreEqual(format, output.fFormat); });
@@ -101,8 +105,8 @@ void tnFilterManager::StartObservingFilter(int source, std::shared_ptr<zObject> 
             equal->fListeners.reset();
         }
 
-        // Joining does not end the request: a codec with a factory always gets a filter of its own,
-        // and its observer hears both. Add-ons that count on an encoder of their own lean on this;
+        // Who has joined goes on: where a factory bears the codec's name it makes one more filter,
+        // and the observer hears both. Add-ons that count on an encoder of their own lean on this;
         // those that want to share ask without a factory's name.
         const std::string codec = format.AsString('mcon', "");
         const auto factory =
@@ -298,8 +302,8 @@ void tnFilterManager::deliver_video(
     }
 }
 
-// The first encoded buffer of a source stands at the sync time of its first write; the others
-// follow at the distance of their own times.
+// The source's first encoded buffer of all is laid on the sync time of its first write; from there
+// buffers keep the distances that their encoders gave them.
 void tnFilterManager::stamp_sync_time(Source& entry, tnVideoCompressor::EncodedBuffer& buffer) {
     if (entry.fFirstSampleTime == -1) return;
     const auto time = WholeNumberOf<long long>(buffer.BufferTimeInMilliseconds());

@@ -15,13 +15,13 @@
 class tnStreamBuffer;
 class zObject;
 
-/// Where raw media meets encoders: the host writes numbered sources, output streams say which
-/// encoded format of which source they want, and equal wishes share one encoder.
+/// Brings frames and sound of the host's numbered sources to encoders, and what they make to the
+/// output streams that asked for it. Equal wishes may share one encoder: see StartObservingFilter.
 ///
 /// One instance serves the process. One recursive lock guards it and every entry. Factories,
 /// encoder set-up and encoder teardown run under that lock; encoding and observers never do. The
-/// host writes each source from one thread at a time; initialisation functions run on the thread
-/// whose call made the filter ready, sample functions on the thread that writes.
+/// host never writes one source on two threads at once; an initialisation function is called by
+/// whoever made the filter ready, a sample function by whoever writes.
 class TARN_API tnFilterManager {
 public:
     using InitFunction = std::function<void(std::shared_ptr<tnFilter>)>;
@@ -30,7 +30,7 @@ public:
 
     struct Observer {
         std::weak_ptr<zObject> fOwner;  ///< identity and liveness
-        InitFunction fInitialize;       ///< called once with the filter when it is ready
+        InitFunction fInitialize;       ///< gets the filter once that is ready, and never again
         VideoFunction fVideo;           ///< may be empty
         AudioFunction fAudio;           ///< may be empty
     };
@@ -57,7 +57,7 @@ public:
         std::shared_ptr<tnMediaRecord> fInputFormat;  ///< set once
         std::deque<Output> fOutputs;
         long long fFirstSampleTime = -1;  ///< milliseconds: sync time of the first video write
-        long long fFirstBufferTime = -1;  ///< milliseconds: time of the first encoded video buffer
+        long long fFirstBufferTime = -1;  ///< milliseconds: where its encoder put the first buffer
         /// fOutputs as writes see them; null until a write needs them, and with every change.
         std::shared_ptr<const std::vector<Road>> fRoads;
     };
@@ -98,7 +98,7 @@ public:
     /// What the host writes to the source. The first call holds as long as the source has outputs.
     void SetInputFormat(int source, const tnMediaRecord& format);
 
-    /// Copies of the observers of the output that holds this filter.
+    /// Who hears this filter of the source, as copies.
     std::deque<Observer> ObserversForFilter(int source, const std::shared_ptr<tnFilter>& filter);
 
     /// Whether a request would join an output: shape, rate, timescale and target bit rate decide,
@@ -107,9 +107,10 @@ public:
 
     /// Encodes one frame for every output of `source` and delivers what is finished.
     ///
-    /// `syncTime` milliseconds on the host's line; `time` ticks of the source's timescale. Each
-    /// output takes a writing reference of `buffer` of its own and gives it back on every path.
-    /// Blocks as long as the encoders do. Reports nothing: a frame that cannot be encoded is gone.
+    /// `syncTime` milliseconds on the host's line; `time` ticks of the timescale that the outputs
+    /// ask for ('tmsc'), each of which takes it as its own. Each output takes a writing reference
+    /// of `buffer` of its own and gives it back on every path. Blocks as long as the encoders do.
+    /// Reports nothing: a frame that cannot be encoded is gone.
     void WriteVideoSample(int source, long long syncTime, long long time, tnStreamBuffer& buffer,
                           const tnMediaRecord& format);
 
