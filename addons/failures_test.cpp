@@ -6,6 +6,7 @@
 #include <fstream>
 #include <mutex>
 #include <netinet/in.h>
+#include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include "orb/container/MovieFile.h"
 
 #include "tests/support/addonHost.h"
+#include "tests/support/orbDoubles.h"
 
 using namespace addonTest;
 using namespace Quillon::Orb;
@@ -150,6 +152,64 @@ TEST_F(Failures, AnEncoderThatCannotTakeTheSourceIsToldOf) {
     tnFilterManager::Default()->SetInputFormat(1, source);
     EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 2);
     EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, -1037);
+}
+
+TEST_F(Failures, AnEncoderThatIsNotThereIsToldOf) {
+    orbDoubles::Script script;
+    orbDoubles::Registered<CVideoCompressor, orbDoubles::Compressor> noX264('h264', script);
+    orbDoubles::Registered<CVideoCompressor, orbDoubles::Compressor> noProRes('vtbx', script);
+    noX264.GiveNull();
+    noProRes.GiveNull();
+    for (const char* codec : {"x264", "ProRes"}) {
+        SCOPED_TRACE(codec);
+        Camera camera(1);
+        Show show("Shared QuickTime", {camera.Picture(codec)});
+        ASSERT_EQ(show.Add(fFolder.File(std::string(codec) + ".mov")), 0);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+        camera.Write(0, 2);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 2);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, -1044);
+    }
+}
+
+// Pictures would wait for such sound, and then begin without it.
+TEST_F(Failures, SoundThatCannotBeEncodedIsToldOf) {
+    const struct {
+        const char* codec;
+        int bits;      ///< of the source
+        int channels;  ///< of the source
+        const char* trouble;
+        int status;
+    } rows[] = {{"MPEG-4 Audio", 16, 2, "", 0},
+                {"MPEG-4 Audio", 16, 0, "", -1041},
+                {"MPEG-4 Audio", 24, 2, "", -1054},
+                {"MPEG-4 Audio", 16, 2, "is not there", -1055},
+                {"MPEG-4 Audio", 16, 2, "does not begin", -1056},
+                {"MPEG-4 Audio", 16, 2, "refuses", -1057},
+                {"PCM", 16, 2, "", 0},
+                {"PCM", 24, 2, "", -1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.codec << ", " << row.bits << " bits, "
+                                        << row.channels << " channels " << row.trouble);
+        const std::string trouble = row.trouble;
+        orbDoubles::Script script;
+        script.failBegin = trouble == "does not begin";
+        if (trouble == "refuses") script.refused = {"AudioCompressor::BitRate"};
+        std::optional<orbDoubles::Registered<CAudioCompressor, orbDoubles::AudioDouble>> encoder;
+        if (!trouble.empty()) encoder.emplace('caac', script);
+        if (trouble == "is not there") encoder->GiveNull();
+        const Camera camera(1);
+        Show show("Shared QuickTime", {camera.H264(), camera.Sound(row.codec)});
+        ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+        tnMediaRecord source = camera.Sound(nullptr);
+        source.fBitsPerSample.SetInt32(row.bits);
+        source.fChannels.SetInt32(row.channels);
+        tnFilterManager::Default()->SetInputFormat(2, source);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fState, row.status == 0 ? 0 : 2);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fStatus, row.status);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+        show.End();
+    }
 }
 
 // Sound was lost before the output began anew: less than ten seconds of pictures are a movie all

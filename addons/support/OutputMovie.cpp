@@ -4,7 +4,9 @@
 
 #include "spar/zAsSharedPtr.h"
 #include "spar/zFileStream.h"
+#include "tarn/filters/tnAacAudioCompressor.h"
 #include "tarn/filters/tnOrbVideoCompressor.h"
+#include "tarn/filters/tnPcmAudioFilter.h"
 #include "tarn/movies/tnSharedEncoders.h"
 
 namespace {
@@ -35,6 +37,18 @@ std::string numbered(const std::string& path, int number) {
     return path.substr(0, end) + " " + std::to_string(number) + path.substr(end);
 }
 
+/// What keeps a filter from encoding; 0 for nothing, and for kinds that cannot be asked.
+int error_of(const tnFilter* filter) {
+    if (const auto* video = dynamic_cast<const tnOrbVideoCompressor*>(filter)) {
+        return video->ConfigurationError();
+    }
+    if (const auto* aac = dynamic_cast<const tnAacAudioCompressor*>(filter)) {
+        return aac->ConfigurationError();
+    }
+    const auto* pcm = dynamic_cast<const tnPcmAudioFilter*>(filter);
+    return pcm ? pcm->ConfigurationError() : 0;
+}
+
 }  // namespace
 
 OutputMovieStream::OutputMovieStream(int source, const tnMediaRecord& request,
@@ -48,10 +62,10 @@ int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
     const int code = tnOutputStream::GetOutputStatistics(statistics);
     if (statistics.fState != 0) return code;
     const std::shared_ptr<tnFilter> filter = std::atomic_load(&fFilter);
-    const auto* const encoder = dynamic_cast<const tnOrbVideoCompressor*>(filter.get());
-    if (!encoder || encoder->ConfigurationError() == 0) return code;
+    const int error = error_of(filter.get());
+    if (error == 0) return code;
     statistics.fState = 2;
-    statistics.fStatus = encoder->ConfigurationError();
+    statistics.fStatus = error;
     return code;
 }
 

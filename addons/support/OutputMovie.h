@@ -18,7 +18,8 @@ public:
     OutputMovieStream(int source, const tnMediaRecord& request, const tnMediaRecord& track,
                       std::shared_ptr<tnOutputStreamSync> sync);
     const tnMediaRecord& EncodedFormat() const override { return fTrack; }
-    /// Beside what the output reports: an encoder that could not be set up for the source.
+    /// Beside what the output reports: an encoder that could not be set up for the source, or is
+    /// not there.
     int GetOutputStatistics(tn_output_statistics& statistics) override;
 
 private:

@@ -104,6 +104,28 @@ TEST_F(EncodedVideoBuffer, IsFilledUpToItsPadAndNoFurther) {
     }
 }
 
+// The same picture behind a length field of two bytes, which is what counts then.
+//
+//     a unit of 98 bytes           pad 98    pad 101   pad 102   pad 300
+//     filler that it gets               0     none *         4       202
+//     * a filler NAL unit takes four bytes at least
+TEST_F(EncodedVideoBuffer, IsAsLongAsItsLengthFieldsMakeIt) {
+    fEncoder->fOutput = AvcOutput(2);
+    const struct {
+        unsigned int pad;
+        unsigned int size;
+    } rows[] = {{0, 98}, {98, 98}, {101, 98}, {102, 102}, {300, 300}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.pad);
+        const auto buffer = buffer_of(AvcSample(98, 1, 0, 2));
+        EXPECT_EQ(buffer->InitializeData(row.pad), 0);
+        EXPECT_EQ(buffer->DataSize(), row.size);
+        const std::vector<unsigned char> bytes = bytes_of(*buffer);
+        ASSERT_EQ(bytes.size(), row.size);
+        EXPECT_EQ(bytes[1], 96) << "behind a length field";
+    }
+}
+
 TEST_F(EncodedVideoBuffer, OtherCodecsAreNeverFilled) {
     const auto buffer = buffer_of(PlainSample(50));
     EXPECT_EQ(buffer->InitializeData(400), 0);

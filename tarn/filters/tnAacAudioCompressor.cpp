@@ -70,6 +70,11 @@ int tnAacAudioCompressor::GetDecoderDescription(zBuffer& out) {
 int tnAacAudioCompressor::Create(const tnMediaRecord& input, const tnMediaRecord& output) {
     fInputFormat = input;
     fOutputFormat = output;
+    fCreateError = prepare();
+    return fCreateError;
+}
+
+int tnAacAudioCompressor::prepare() {
     fStarted = false;
     fConverter.reset();
     if (fEncoder) fEncoder->End();

@@ -36,8 +36,11 @@ public:
     int FramesPerPacket() const override;
     /// The AudioSpecificConfig: refers to the compressor's own bytes.
     int GetDecoderDescription(zBuffer& out) override;
+    /// What Create gave, 0 before it; see tnOrbVideoCompressor::ConfigurationError.
+    int ConfigurationError() const { return fCreateError; }
 
 private:
+    int prepare();
     int open_encoder();
     void read_output();
     void follow_time(double timeMs, unsigned int bytes);
@@ -54,6 +57,7 @@ private:
     int fFramesPerPacket = 0;
     int fPrimingFrames = 0;
 
+    int fCreateError = 0;
     bool fStarted = false;
     double fNextMs = 0;    // when the next block is due
     double fOriginMs = 0;  // when the first frame of all would be heard, had no block been missing

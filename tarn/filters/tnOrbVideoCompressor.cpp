@@ -27,6 +27,7 @@ constexpr int kConverterDidNotBegin = -1040;
 constexpr int kEncoderRefusedInput = -1041;
 constexpr int kEncoderRefusedOutput = -1042;
 constexpr int kEncoderDidNotBegin = -1043;
+constexpr int kNoEncoder = -1044;
 
 constexpr float kUsualRate = 30.0f;
 constexpr int kFirstHdHeight = 720;
@@ -118,7 +119,15 @@ int tnOrbVideoCompressor::Create(const tnMediaRecord& output, const zRecord& set
     fOutputFormat = output;
     const std::string codec = fOutputFormat.AsString('mcon', "");
     fIsH264 = codec.find("264") != std::string::npos;
-    return create_orb_compressor(settings);
+    const int result = create_orb_compressor(settings);
+    fLacksEncoder = result != 0;
+    return result;
+}
+
+// Subclasses that need no component at all never come through SetInputFormat here, and lack none.
+int tnOrbVideoCompressor::ConfigurationError() const {
+    if (fConfigureError != 0) return fConfigureError;
+    return fLacksEncoder ? kNoEncoder : 0;
 }
 
 // What subclasses leave as it is.
@@ -187,7 +196,8 @@ int tnOrbVideoCompressor::SetInputFormat(const tnMediaRecord& input) {
     fInputFormat = input;
     fConfigureError = 0;
     fConverter.Clear();
-    if (!fEncoder) return 0;
+    fLacksEncoder = !fEncoder;
+    if (fLacksEncoder) return 0;
     fConfigureError = configure(input);
     if (fConfigureError != 0) {
         tear_down();
@@ -249,18 +259,15 @@ void tnOrbVideoCompressor::describe_input(Properties& properties) const {
 }
 
 // Tells the component what it would get and give if a subclass said nothing else. Whether it takes
-// that does not matter yet; components list their input formats by their output.
+// that does not matter yet: one that only makes another format refuses this one, and traces it.
+// Components list their input formats by their output.
 void tnOrbVideoCompressor::offer_defaults(const Properties& input) {
     const unsigned int format = ProResFormat(fOutputFormat);
     const RObject<CVideoProperties> output(new CVideoProperties(&input));
     if (output) output->SetFormat(format);
     fEncoder->CTransformFilterT<CVideoFilter>::SetInputProperties(&input);
     fEncoder->SetProperties(output.Get());
-    const RObject<CValueList<unsigned int>> given(fEncoder->GetOutputFormats());
-    // One that lists others would refuse, and trace it, which nobody needs to read.
-    if (!given || given->GetCount() == 0 || given->HasValue(format)) {
-        fEncoder->SetOutputFormat(format);
-    }
+    fEncoder->SetOutputFormat(format);
 }
 
 void tnOrbVideoCompressor::trace_configuration(const tnMediaRecord& input,

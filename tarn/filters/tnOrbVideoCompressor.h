@@ -58,9 +58,10 @@ public:
     /// format, to begin; -1041 the encoder refused the input; -1042 it refused the output format;
     /// -1043 it did not begin; -1024 out of memory; or a subclass's own code.
     int SetInputFormat(const tnMediaRecord& input) override;
-    /// What SetInputFormat found wrong, 0 for nothing. For whoever has the filter from an
-    /// initialisation function, since nobody looks at the answers to frames.
-    int ConfigurationError() const { return fConfigureError; }
+    /// What keeps it from encoding: what SetInputFormat found wrong, -1044 where Create made no
+    /// encoder, 0 for nothing. For whoever has the filter from an initialisation function, since
+    /// nobody looks at the answers to frames.
+    int ConfigurationError() const;
     /// `time` is in ticks of the output's timescale. `format` tells the frame's size, raster type
     /// and, for packed formats, the bytes from row to row. The stream buffer is free when this
     /// returns. Finished buffers go to fOnEncodedBuffer and to `callback`, if there is one, on this
@@ -107,7 +108,8 @@ protected:
     int create_cpu_uncompressed_videosample(tnStreamBuffer& buffer, const tnMediaRecord& format,
                                             RObject<Quillon::Orb::CVideoSample>& sample);
     /// Copies the frame's pixels into a reference of its raster type: 0, or -1 if that cannot be
-    /// locked. Other types than 'I420', 'NV12' and 'rgb ' leave it untouched.
+    /// locked or the frame is shorter than its format. Other types than 'I420', 'NV12' and 'rgb '
+    /// leave it untouched. Rows for which the reference has no room are left out.
     int copy_buffer(RObject<Quillon::Orb::CPixelDataReference>& target, tnStreamBuffer& buffer,
                     const tnMediaRecord& format);
     /// The same through the converter.
@@ -183,4 +185,5 @@ private:
     void deliver(OrbVideoBuffer& buffer, Callback callback);
 
     std::vector<zRecord*> fReplacedMetaData;  // of frames that came at the time of another; owned
+    bool fLacksEncoder = false;               // for ConfigurationError alone
 };

@@ -31,6 +31,12 @@ bool is_planar420(int raster) {
     return raster == 'I420' || raster == 'NV12';
 }
 
+/// How many rows of `rowBytes`, each `stride` behind the last, lie in so many bytes.
+int rows_in(long long bytes, int stride, int rowBytes) {
+    if (stride <= 0 || rowBytes > bytes) return 0;
+    return static_cast<int>((bytes - rowBytes) / stride + 1);
+}
+
 /// Holds pixels for as long as it lives; without data where they could not be locked.
 class LockedPixels {
 public:
@@ -44,6 +50,7 @@ public:
 
     unsigned char* Data() const { return fLocked ? fPixels.GetData() : nullptr; }
     int Stride() const { return fPixels.GetStride(); }
+    int Rows(int rowBytes) const { return rows_in(fPixels.GetLength(), Stride(), rowBytes); }
 
 private:
     CPixelDataReference& fPixels;
@@ -64,9 +71,9 @@ int tnOrbVideoCompressor::EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecor
     if (error != 0) return error;
     if (!sample || sample->SetTime(time).Failed()) return kNoTime;
     if (metaData) keep_meta_data(time, *metaData);
-    // Before the encoder gets the frame, so that the queue is never behind it. A frame that is
-    // refused leaves its time there, and those after it take the time of the one before them: what
-    // comes out is never without a time, and nothing tells which frame is missing.
+    // Before the encoder gets the frame, so that a time waits for whatever it gives. A frame that
+    // is refused leaves its time there, and those after it take the time of the one before them:
+    // what comes out is never without a time, and nothing tells which frame is missing.
     fInputTimes.push(time);
     if (keyFrame) sample->SetHint(CMediaSample::kHintKeyFrame);
     compress_h264(sample);
@@ -126,25 +133,17 @@ int tnOrbVideoCompressor::copy_buffer(RObject<CPixelDataReference>& target, tnSt
     const auto* from = static_cast<const unsigned char*>(buffer.GetPointer());
     unsigned char* const out = to.Data();
     if (!from || !out) return -1;
+    const bool planar = is_planar420(raster_of(format));
+    if (!planar && raster_of(format) != 'rgb ') return 0;
+    // Planes lie behind each other without a gap, each row as long as the picture is wide.
     const int width = format.fWidth.AsInt32(0);
     const int height = format.fHeight.AsInt32(0);
-    const int stride = to.Stride();
-    switch (raster_of(format)) {
-        case 'I420':
-            zCopyImage(from, width, out, stride, width, height * 3 / 2);
-            break;
-        case 'NV12': {
-            const auto rows = static_cast<std::ptrdiff_t>(height);
-            zCopyImage(from, width, out, stride, width, height);
-            zCopyImage(from + rows * width, width, out + rows * stride, stride, width, height / 2);
-            break;
-        }
-        case 'rgb ':
-            zCopyImage(from, format.fBytesPerRow.AsInt32(0), out, stride, width * 4, height);
-            break;
-        default:
-            break;
-    }
+    const int stride = planar ? width : format.fBytesPerRow.AsInt32(0);
+    const int rowBytes = planar ? width : width * 4;
+    const int rows = planar ? height * 3 / 2 : height;
+    const int available = buffer.GetDataSize();
+    if (available > 0 && rows_in(available, stride, rowBytes) < rows) return -1;
+    zCopyImage(from, stride, out, to.Stride(), rowBytes, std::min(rows, to.Rows(rowBytes)));
     return 0;
 }
 
@@ -159,14 +158,13 @@ int tnOrbVideoCompressor::convert_buffer(RObject<CPixelDataReference>& target,
     const LockedPixels to(*target, CDataReference::kWrite);
     const LockedPixels from(*source, CDataReference::kRead);
     if (!to.Data() || !from.Data()) return -1;
+    const bool planar = raster_of(format) == 'I420';
     const int height = format.fHeight.AsInt32(0);
-    if (raster_of(format) == 'I420') {
-        zCopyImage(from.Data(), from.Stride(), to.Data(), to.Stride(), format.fWidth.AsInt32(0),
-                   height * 3 / 2);
-    } else {
-        zCopyImage(from.Data(), from.Stride(), to.Data(), to.Stride(),
-                   std::min(from.Stride(), to.Stride()), height);
-    }
+    const int rowBytes = planar ? format.fWidth.AsInt32(0) : std::min(from.Stride(), to.Stride());
+    // A converter that made packed pixels of planar ones leaves fewer rows than came in.
+    const int rows =
+        std::min({planar ? height * 3 / 2 : height, from.Rows(rowBytes), to.Rows(rowBytes)});
+    zCopyImage(from.Data(), from.Stride(), to.Data(), to.Stride(), rowBytes, rows);
     return 0;
 }
 
@@ -245,14 +243,15 @@ void tnOrbVideoCompressor::pop_encoded_buffer(long long nextTime, OrbVideoBuffer
     buffer->fDisplayOffsetMs = WholeNumberOf<int>(1000.0 / static_cast<double>(ticks) * offset);
     set_duration(nextTime, *buffer);
     if (fPadForStrictCBR) {
-        // What closes a second counts for nothing in the next.
+        // The buffer that closed a second is that one's alone: the next begins empty.
         fBytesThisSecond = lastOfSecond ? 0 : buffer->DataSize() + fBytesThisSecond;
     }
     deliver(*buffer, callback);
 }
 
-// The size, not an amount, that the last buffer of a second shall have, so that the second reaches
-// the target. One that is over it gets nothing, and the excess is not carried over.
+// How long the buffer that ends a second has to be for the second to be full; 0 leaves it as it is.
+// Where the bytes before it were too many already they stay so, and no later second makes up for
+// it.
 unsigned int tnOrbVideoCompressor::padding_of(bool lastOfSecond) const {
     if (!fPadForStrictCBR || !lastOfSecond || fBytesThisSecond > fTargetBytesPerSecond) return 0;
     return fTargetBytesPerSecond - fBytesThisSecond;

@@ -3,11 +3,9 @@
 #include <optional>
 #include <thread>
 
-#include "orb/CPixelBufferDataReference.h"
 #include "spar/zRecord.h"
 
 #include "tests/support/orbCompressorKit.h"
-#include "tests/support/orbDoubles.h"
 
 using namespace orbCompressorKit;
 
@@ -17,18 +15,13 @@ constexpr int kWidth = 16;
 constexpr int kHeight = 8;
 constexpr int kSize = kWidth * kHeight * 2;
 
-tnMediaRecord frame_of(unsigned int raster, int width = kWidth, int height = kHeight,
-                       int bytesPerRow = 0) {
-    tnMediaRecord record(TN_MEDIA_VIDEO);
-    record.fWidth.SetInt32(width);
-    record.fHeight.SetInt32(height);
-    record.fColourspace.SetInt32(static_cast<int>(raster));
-    if (bytesPerRow > 0) record.fBytesPerRow.SetInt32(bytesPerRow);
-    return record;
-}
-
 tnMediaRecord plain_frame() {
-    return frame_of('2vuy', kWidth, kHeight, kWidth * 2);
+    tnMediaRecord record(TN_MEDIA_VIDEO);
+    record.fWidth.SetInt32(kWidth);
+    record.fHeight.SetInt32(kHeight);
+    record.fColourspace.SetInt32('2vuy');
+    record.fBytesPerRow.SetInt32(kWidth * 2);
+    return record;
 }
 
 class VideoCompressorRoad : public testing::Test {
@@ -194,6 +187,15 @@ TEST_F(VideoCompressorRoad, WithoutARateTheNominalDurationIsNothing) {
     begin();
     encode_all({7, 7, 7});
     EXPECT_EQ(fDelivered, (std::vector<Delivered>{{ms(7), 0, 0, 0, true}, {ms(7), 0, 0, 0, true}}));
+}
+
+// 1000 / 23.976 = 41.708, and 41 is what is left of it.
+TEST_F(VideoCompressorRoad, TheNominalDurationLosesItsFraction) {
+    fOutput.SetInt64('tmsc', 1000);
+    fOutput.SetFloat('mfps', 23.976f);
+    begin();
+    encode_all({7, 7, 7});
+    EXPECT_EQ(fDelivered, (std::vector<Delivered>{{7.0, 41, 0, 0, true}, {7.0, 41, -41, 0, true}}));
 }
 
 TEST_F(VideoCompressorRoad, WithoutATimescaleFramesStillGoThrough) {
@@ -378,6 +380,21 @@ TEST_F(VideoCompressorRoad, AFlushForgetsTimesAndFinishedBuffers) {
         << "the encoder's first sample takes the first time after the flush";
 }
 
+// The one that waits for its successor has left the list, and the first after the flush is that.
+//
+//     in     0    1001    flush    5005
+//     out    A       B                C
+//     waits       A: 1001             B: 4004
+TEST_F(VideoCompressorRoad, AFlushLeavesTheBufferThatWaitsForItsSuccessor) {
+    begin();
+    encode_all({0, 1001});
+    fCompressor->flush_encoder();
+    EXPECT_EQ(Buffer::gLiving, 2) << "the delivered one, which the test holds, and the waiting one";
+    encode(5005);
+    EXPECT_EQ(fDelivered,
+              (std::vector<Delivered>{{ms(0), 1001, 0, 0, false}, {ms(1001), 4004, 0, 0, false}}));
+}
+
 TEST_F(VideoCompressorRoad, WithNothingWaitingThereIsNothingToPop) {
     EXPECT_FALSE(fCompressor->pop_encoded_buffers(nullptr));
     begin();
@@ -482,183 +499,6 @@ TEST_F(VideoCompressorRoad, AComponentThatPadsIsLeftAlone) {
     ASSERT_EQ(fBuffers.size(), 2u);
     EXPECT_EQ(fBuffers[1]->DataSize(), 1000u);
     EXPECT_EQ(fCompressor->fBytesThisSecond, 0u);
-}
-
-// Samples.
-
-class SampleInMemory : public VideoCompressorRoad {
-protected:
-    struct Shape {
-        int width = 0;
-        int height = 0;
-        int stride = 0;
-        int length = 0;
-        bool same = false;  ///< as the stream buffer has it
-        bool own = false;   ///< and no part of it
-    };
-
-    std::optional<Shape> shape_of(const tnMediaRecord& format) {
-        RObject<CVideoSample> sample;
-        if (fCompressor->create_cpu_uncompressed_videosample(*fFrame, format, sample) != 0) {
-            return {};
-        }
-        const RObject<CPixelDataReference> pixels(sample->GetDataReference<CPixelDataReference>());
-        EXPECT_TRUE(pixels);
-        pixels->Lock(1);
-        Shape shape{pixels->GetWidth(), pixels->GetHeight(), pixels->GetStride(),
-                    pixels->GetLength()};
-        const auto* from = static_cast<const unsigned char*>(fFrame->GetPointer());
-        shape.own = pixels->GetData() != from;
-        shape.same = std::equal(from, from + shape.length, pixels->GetData());
-        EXPECT_EQ(sample->GetDuration(), 77);
-        pixels->Unlock();
-        return shape;
-    }
-};
-
-TEST_F(SampleInMemory, IsOneCopyOfTheFrame) {
-    const struct {
-        unsigned int raster;
-        int width;
-        int height;
-        int bytesPerRow;
-        int stride;
-        int length;
-    } rows[] = {
-        {'2vuy', 16, 8, 32, 32, 256},     {'2vuy', 16, 8, 48, 48, 384},
-        {'rgb ', 16, 8, 64, 64, 512},     {'I420', 16, 8, 0, 16, 16 * 12},
-        {'I420', 16, 8, 99, 16, 16 * 12},  // the record's rows do not count
-        {'NV12', 16, 8, 99, 16, 16 * 12}, {'I420', 16, 9, 0, 16, 16 * 13},  // 9 * 3 / 2 = 13
-        {'2vuy', 16, 8, 0, 0, 0},  // but elsewhere nothing else tells them
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.raster << " " << row.bytesPerRow);
-        fFrame = StreamBufferOf(1024);
-        fFrame->SetDurationForData(77);
-        const auto shape = shape_of(frame_of(row.raster, row.width, row.height, row.bytesPerRow));
-        ASSERT_TRUE(shape);
-        EXPECT_EQ(shape->width, row.width);
-        EXPECT_EQ(shape->height, row.height);
-        EXPECT_EQ(shape->stride, row.stride);
-        EXPECT_EQ(shape->length, row.length);
-        EXPECT_TRUE(shape->same);
-        EXPECT_TRUE(shape->own);
-    }
-}
-
-TEST_F(SampleInMemory, IsNotMadeOfMoreThanThereIs) {
-    fFrame = StreamBufferOf(256);
-    fFrame->SetDurationForData(77);
-    EXPECT_TRUE(shape_of(frame_of('2vuy', 16, 8, 32)));
-    EXPECT_FALSE(shape_of(frame_of('2vuy', 16, 8, 33)));
-    EXPECT_FALSE(shape_of(frame_of('I420', 16, 12)));
-    EXPECT_FALSE(shape_of(frame_of('2vuy', 16, -1, 32)));
-    EXPECT_FALSE(shape_of(frame_of('2vuy', 16, 0x10000, 0x10000)));
-}
-
-class ConvertedSample : public SampleInMemory {
-protected:
-    ConvertedSample() { component().fInputFormats = {'NV12'}; }
-
-    orbDoubles::Script fScript;
-    orbDoubles::Registered<CVideoConverter, orbDoubles::Converter> fConverters{'vfc ', fScript};
-};
-
-TEST_F(ConvertedSample, ComesFromTheConverterWithoutACopyBefore) {
-    begin();
-    ASSERT_TRUE(fCompressor->fNeedsConversion);
-    fFrame->SetDurationForData(77);
-    const auto shape = shape_of(plain_frame());
-    ASSERT_TRUE(shape);
-    EXPECT_FALSE(shape->own) << "this converter hands its input on";
-    EXPECT_EQ(shape->length, kSize);
-}
-
-TEST_F(ConvertedSample, FailsWithItsConverter) {
-    begin();
-    fScript.failSample = true;
-    EXPECT_EQ(encode(0), -1);
-    fScript.failSample = false;
-    fCompressor->fConverter.Clear();
-    EXPECT_EQ(encode(0), -1);
-}
-
-TEST_F(ConvertedSample, IsNoSampleWhileTheConverterGivesNone) {
-    begin();
-    fScript.giveNothing = true;
-    EXPECT_EQ(encode(0), -1046);
-}
-
-// Pixels for subclasses.
-
-RObject<CPixelDataReference> target_of(int width, int height, int stride, int rows) {
-    const RObject<CByteArray> bytes(new CByteArray(stride * rows, 1));
-    std::fill_n(bytes->GetData(), stride * rows, static_cast<unsigned char>(0xEE));
-    return RObject<CPixelDataReference>(
-        new CPixelBufferDataReference(bytes.Get(), width, height, stride));
-}
-
-/// How many of the target's first rows are `rowBytes` of the source, in order and with the rest of
-/// each row left alone.
-int rows_copied(CPixelDataReference& target, const unsigned char* source, int sourceStride,
-                int rowBytes, int rows) {
-    target.Lock(1);
-    int copied = 0;
-    for (; copied < rows; ++copied) {
-        const unsigned char* row = target.GetData() + copied * target.GetStride();
-        if (!std::equal(row, row + rowBytes, source + copied * sourceStride)) break;
-        if (!std::all_of(row + rowBytes, row + target.GetStride(),
-                         [](unsigned char byte) { return byte == 0xEE; })) {
-            break;
-        }
-    }
-    target.Unlock();
-    return copied;
-}
-
-TEST_F(SampleInMemory, PixelsAreCopiedRowByRow) {
-    const struct {
-        unsigned int raster;
-        int sourceStride;
-        int rowBytes;
-        int rows;  ///< that arrive, of 12
-    } rows[] = {
-        {'I420', 16, 16, 12}, {'NV12', 16, 16, 12}, {'rgb ', 72, 64, 8},
-        {'2vuy', 32, 32, 0},  {'rgba', 64, 64, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.raster);
-        fFrame = StreamBufferOf(72 * 16);
-        RObject<CPixelDataReference> target = target_of(16, 8, 80, 12);
-        EXPECT_EQ(fCompressor->copy_buffer(target, *fFrame,
-                                           frame_of(row.raster, 16, 8, row.sourceStride)),
-                  0);
-        const auto* from = static_cast<const unsigned char*>(fFrame->GetPointer());
-        EXPECT_EQ(rows_copied(*target, from, row.sourceStride, row.rowBytes, 12), row.rows);
-    }
-}
-
-TEST_F(SampleInMemory, PixelsGoThroughTheSampleOnTheirWayToTheTarget) {
-    fFrame = StreamBufferOf(1024);
-    const auto* from = static_cast<const unsigned char*>(fFrame->GetPointer());
-    RObject<CPixelDataReference> wide = target_of(16, 8, 80, 12);
-    EXPECT_EQ(fCompressor->convert_buffer(wide, *fFrame, frame_of('I420')), 0);
-    EXPECT_EQ(rows_copied(*wide, from, 16, 16, 12), 12);
-
-    RObject<CPixelDataReference> narrow = target_of(16, 8, 24, 8);
-    EXPECT_EQ(fCompressor->convert_buffer(narrow, *fFrame, frame_of('2vuy', 16, 8, 32)), 0);
-    EXPECT_EQ(rows_copied(*narrow, from, 32, 24, 8), 8) << "the smaller of the two strides";
-
-    fFrame = StreamBufferOf(10);
-    EXPECT_EQ(fCompressor->convert_buffer(narrow, *fFrame, frame_of('2vuy', 16, 8, 32)), -1);
-}
-
-TEST_F(ConvertedSample, WithoutPixelsNothingIsCopied) {
-    begin();
-    RObject<CPixelDataReference> target = target_of(16, 8, 32, 8);
-    EXPECT_EQ(fCompressor->convert_buffer(target, *fFrame, plain_frame()), 0);
-    fScript.giveNothing = true;
-    EXPECT_EQ(fCompressor->convert_buffer(target, *fFrame, plain_frame()), -1);
 }
 
 }  // namespace

@@ -177,6 +177,16 @@ TEST_F(VideoCompressorSetUp, ASubclassThatNamesNoFormatAsksForProResAndPrintsThe
     EXPECT_TRUE(fTrace.HasLineWith({"codec_quality", "prores_422_hq"}));
 }
 
+// One that names only other formats than ProRes is offered it all the same, and its refusal is
+// nothing.
+TEST_F(VideoCompressorSetUp, WhatAComponentListsDoesNotKeepTheOfferFromIt) {
+    component().fListsOutputs = {'h264'};
+    create();
+    fCompressor->SetInputFormat(video_of('2vuy'));
+    EXPECT_EQ(component().fOutputFormats, (std::vector<unsigned int>{'apcn', 'h264'}));
+    EXPECT_EQ(encode(), 0);
+}
+
 TEST_F(VideoCompressorSetUp, HolesInTheInputAreFilledFromTheOutput) {
     tnMediaRecord output = output_of();
     output.SetUInt64('dura', 1001);
@@ -236,6 +246,20 @@ TEST_F(VideoCompressorSetUp, AnOutputWithoutARateHasAFrameDurationAndNoRate) {
     EXPECT_EQ(component().fInputs[0]->GetFrameRate(), (Rational<long long>{30000, 0}));
 }
 
+// Frame durations are in the source's ticks, and lose their fraction: 1000 / 23.976 = 41.708.
+TEST_F(VideoCompressorSetUp, AFramesDurationIsInTheSourcesTicks) {
+    tnMediaRecord output = output_of();
+    output.SetFloat('mfps', 23.976f);
+    create(output);
+    tnMediaRecord input = video_of('2vuy');
+    input.SetInt64('tmsc', 1000);
+    fCompressor->SetInputFormat(input);
+    ASSERT_EQ(component().fInputs.size(), 1u);
+    EXPECT_EQ(component().fInputs[0]->GetFrameDuration(), 41);
+    EXPECT_EQ(component().fInputs[0]->GetTimescale(), 30000);
+    EXPECT_EQ(component().fInputs[0]->GetFrameRate(), (Rational<long long>{30000, 1251}));
+}
+
 TEST_F(VideoCompressorSetUp, PutsAConverterInFrontWhereThereIsNoFormatInCommon) {
     create();
     fCompressor->SetInputFormat(video_of('NV12'));
@@ -264,6 +288,25 @@ TEST_F(VideoCompressorSetUp, AnEncoderThatNamesNoFormatGetsNone) {
     create();
     fCompressor->SetInputFormat(video_of('2vuy'));
     EXPECT_EQ(encode(), -1039);
+}
+
+TEST_F(VideoCompressorSetUp, ALackOfFormatsIsNoFormat) {
+    create();
+    EXPECT_EQ(fCompressor->encoder_input_format_for_colorspace('I420'),
+              static_cast<unsigned int>('I420'));
+    EXPECT_EQ(fCompressor->encoder_input_format_for_colorspace('NV12'),
+              static_cast<unsigned int>('UYVY'));
+    component().fInputFormats = {};
+    EXPECT_EQ(fCompressor->encoder_input_format_for_colorspace('UYVY'), 0u);
+    component().fListsNoInputs = true;
+    EXPECT_EQ(fCompressor->encoder_input_format_for_colorspace('UYVY'), 0u);
+}
+
+TEST_F(VideoCompressorSetUp, AnyResultThatIsNoFailureIsABeginning) {
+    EXPECT_EQ(fCompressor->encode_began(Result(0)), 0);
+    EXPECT_EQ(fCompressor->encode_began(Result(1)), 0);
+    EXPECT_EQ(fCompressor->encode_began(Result(-1)), -1043);
+    EXPECT_EQ(fCompressor->encode_began(Result(-77)), -1043);
 }
 
 TEST_F(VideoCompressorSetUp, EveryFailureIsTheAnswerToEachFrame) {
@@ -313,6 +356,7 @@ TEST_F(VideoCompressorSetUp, EveryFailureIsTheAnswerToEachFrame) {
         EXPECT_EQ(fCompressor->SetInputFormat(video_of(row.raster)), 0);
         EXPECT_EQ(encode(), row.code);
         EXPECT_EQ(encode(), row.code);
+        EXPECT_EQ(fCompressor->ConfigurationError(), row.code);
         EXPECT_FALSE(fCompressor->fEncoder) << "torn down";
         EXPECT_FALSE(fCompressor->fConverter);
         EXPECT_EQ(encoder->fEnded, row.encoderEnded);
@@ -321,6 +365,7 @@ TEST_F(VideoCompressorSetUp, EveryFailureIsTheAnswerToEachFrame) {
         // A second set-up forgets the code, and finds no encoder.
         fCompressor->SetInputFormat(video_of('2vuy'));
         EXPECT_EQ(encode(), -1044);
+        EXPECT_EQ(fCompressor->ConfigurationError(), -1044);
     }
 }
 
@@ -328,8 +373,21 @@ TEST_F(VideoCompressorSetUp, WithoutAnEncoderFramesAreAnsweredSo) {
     fCompressor->fWithoutEncoder = true;
     EXPECT_EQ(create(), 0);
     EXPECT_EQ(encode(), -1044) << "before SetInputFormat";
+    EXPECT_EQ(fCompressor->ConfigurationError(), 0) << "nobody has asked for anything yet";
     EXPECT_EQ(fCompressor->SetInputFormat(video_of('gry8')), 0);
     EXPECT_EQ(encode(), -1044);
+    EXPECT_EQ(fCompressor->ConfigurationError(), -1044);
+
+    make();
+    fCompressor->fWithoutEncoder = true;
+    fCompressor->fCreateResult = -77;
+    EXPECT_EQ(create(), -77);
+    EXPECT_EQ(fCompressor->ConfigurationError(), -1044) << "it never comes to SetInputFormat";
+    fCompressor->fWithoutEncoder = false;
+    fCompressor->fCreateResult = 0;
+    EXPECT_EQ(create(), 0);
+    fCompressor->SetInputFormat(video_of('2vuy'));
+    EXPECT_EQ(fCompressor->ConfigurationError(), 0);
 }
 
 TEST_F(VideoCompressorSetUp, TellsWhatItConfigures) {

@@ -48,9 +48,11 @@ int tnPcmAudioFilter::Create(const tnMediaRecord& input, const tnMediaRecord& ou
     fOutputFormat = output;
     delete fConverter;
     fConverter = nullptr;
+    fCreateError = 0;
     if (!tnAudioConverter::NeedsConversion(fInputFormat, fOutputFormat)) return 0;
     fConverter = tnAudioConverter::Factory();
-    return fConverter->Init(fInputFormat, fOutputFormat);
+    fCreateError = fConverter->Init(fInputFormat, fOutputFormat);
+    return fCreateError;
 }
 
 int tnPcmAudioFilter::EncodeFrame(EncodedBuffer** out, double timeMs, void* data,

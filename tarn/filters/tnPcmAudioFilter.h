@@ -6,8 +6,8 @@
 class tnAudioConverter;
 class tnPcmAudioFilterBuffer;
 
-/// The audio compressor that compresses nothing: it frames blocks of PCM, so that outputs of plain
-/// sound take the same road as encoded ones. One thread.
+/// Hands PCM on as it is, a packet for each block, where others encode: outputs of plain sound are
+/// then fed as all others are. One thread.
 ///
 /// It takes 16-bit stereo in blocks of a thirtieth of a second and nothing else. Hosts whose
 /// pictures last longer or shorter than that write sound in a count of its own.
@@ -26,6 +26,8 @@ public:
     /// converted; see the source.
     int EncodeFrame(EncodedBuffer** out, double timeMs, void* data, unsigned int bytes) override;
     int FramesPerPacket() const override;
+    /// What Create gave, 0 before it; see tnOrbVideoCompressor::ConfigurationError.
+    int ConfigurationError() const { return fCreateError; }
 
 private:
     int copy_block(tnPcmAudioFilterBuffer& buffer, const void* data, unsigned int bytes) const;
@@ -35,4 +37,5 @@ private:
     tnMediaRecord fInputFormat;
     tnMediaRecord fOutputFormat;
     long long fTotalSamples = 0;  // sample frames given out
+    int fCreateError = 0;
 };

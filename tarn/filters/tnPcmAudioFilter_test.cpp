@@ -5,7 +5,14 @@
 #include <numeric>
 #include <vector>
 
+#include "orb/CAudioConverter.h"
+#include "orb/CAudioSample.h"
+#include "orb/CBufferDataReference.h"
 #include "tarn/filters/tnPcmAudioFilterBuffer.h"
+
+#include "tests/support/orbDoubles.h"
+
+using namespace Quillon::Orb;
 
 namespace {
 
@@ -135,10 +142,58 @@ TEST(PcmAudioFilter, ABlockThatConvertsIsDroppedAndOneThatFailsGoesOnInSilence) 
     }
 }
 
+/// A change of rate that gives so many bytes for any block.
+class FixedRate final : public CAudioConverter {
+public:
+    FixedRate(unsigned int code, orbDoubles::Script& script)
+        : CAudioConverter(code), fBytes(static_cast<int>(script.numbers["bytes"])) {
+        DeclareInt(CodeBookProperty::AudioConverter::SampleRate, 0, 0, 1 << 20);
+    }
+    CValueList<unsigned int>* GetInputFormats() override { return orbDoubles::list_of({}); }
+    CValueList<unsigned int>* GetOutputFormats() override { return orbDoubles::list_of({'sowt'}); }
+    Result Begin() override { return 0; }
+    Result End() override { return 0; }
+    Result PutSample(int, CMediaSample*) override { return 0; }
+    Result GetSample(int, RObject<CMediaSample>& sample) override {
+        const RObject<CByteArray> bytes(new CByteArray(fBytes, 1));
+        const RObject<CBufferDataReference> data(new CBufferDataReference(bytes.Get()));
+        sample = new CAudioSample(fBytes / 4);
+        return sample->SetDataReference(data.Get());
+    }
+
+private:
+    const int fBytes;
+};
+
+// A block has room by the ratio of the rates: what fits in has converted and is dropped.
+//
+//     44100 to 48000    48000 * 30 / 44100 = 32.7    room for 33 frames
+//     48000 to 44100    44100 * 30 / 48000 = 27.6    room for 28 frames
+TEST(PcmAudioFilter, AConvertedBlockHasRoomByTheRatioOfTheRates) {
+    const struct {
+        int input;
+        int output;
+        int frames;
+    } rows[] = {{44100, 48000, 33}, {48000, 44100, 28}, {48000, 96000, 60}, {96000, 48000, 15}};
+    for (const auto& row : rows) {
+        for (const int more : {0, 1}) {
+            SCOPED_TRACE(testing::Message() << row.input << " to " << row.output << ", " << more);
+            orbDoubles::Script script;
+            script.numbers["bytes"] = (row.frames + more) * 4;
+            const orbDoubles::Registered<CAudioConverter, FixedRate> rate('asrc', script);
+            tnPcmAudioFilter filter;
+            ASSERT_EQ(filter.Create(format_of(row.input), format_of(row.output)), 0);
+            EXPECT_EQ(encode(filter, std::vector<unsigned char>(6400)).result, more ? 0 : -1);
+        }
+    }
+}
+
 TEST(PcmAudioFilter, AConverterThatCannotDoTheFormatsFailsTheCreationAndStays) {
     tnPcmAudioFilter filter;
+    EXPECT_EQ(filter.ConfigurationError(), 0);
     filter.SetOutputFormat(format_of(48000, 2, 16));
     EXPECT_FALSE(filter.CreateFilter(format_of(48000, 2, 24)));
+    EXPECT_EQ(filter.ConfigurationError(), -1);
     EXPECT_EQ(filter.InputFormat().fBitsPerSample.AsInt32(0), 24);
     // It goes on as any converter that fails.
     EXPECT_EQ(encode(filter, std::vector<unsigned char>(9600)).result, 0);
@@ -150,6 +205,9 @@ TEST(PcmAudioFilter, CreatingAgainWithEqualFormatsTakesTheConverterAway) {
     ASSERT_EQ(filter.Create(format_of(48000), format_of(44100)), 0);
     ASSERT_EQ(filter.Create(format_of(48000), format_of(48000)), 0);
     EXPECT_EQ(encode(filter, std::vector<unsigned char>(6400)).result, 0);
+    EXPECT_NE(filter.Create(format_of(48000, 2, 24), format_of(48000)), 0);
+    ASSERT_EQ(filter.Create(format_of(48000), format_of(48000)), 0);
+    EXPECT_EQ(filter.ConfigurationError(), 0);
 }
 
 TEST(PcmAudioFilter, AnInputWithoutARateMakesEmptyBlocks) {

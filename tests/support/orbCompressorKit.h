@@ -21,22 +21,25 @@ namespace orbCompressorKit {
 
 using namespace Quillon::Orb;
 
-/// An H.264 unit of one NAL unit that takes `size` bytes behind a length field of four.
-inline RObject<CMpeg4AvcAccessUnit> UnitOf(int size, bool key = false) {
+/// An H.264 unit of one NAL unit that takes `size` bytes behind a length field of so many.
+inline RObject<CMpeg4AvcAccessUnit> UnitOf(int size, bool key = false, int field = 4) {
     const RObject<CByteArray> bytes(new CByteArray(size, 1));
     unsigned char* data = bytes->GetData();
-    const int length = size - 4;
-    for (int i = 0; i < 4; ++i) data[i] = static_cast<unsigned char>(length >> (24 - 8 * i));
-    std::fill_n(data + 4, length, static_cast<unsigned char>(0x55));
-    data[4] = key ? 0x65 : 0x41;
+    const int length = size - field;
+    for (int i = 0; i < field; ++i) {
+        data[i] = static_cast<unsigned char>(length >> (8 * (field - 1 - i)));
+    }
+    std::fill_n(data + field, length, static_cast<unsigned char>(0x55));
+    data[field] = key ? 0x65 : 0x41;
     RObject<CMpeg4AvcAccessUnit> unit(new CMpeg4AvcAccessUnit());
-    unit->ParseLengthPrefixed(bytes.Get(), 4);
+    unit->ParseLengthPrefixed(bytes.Get(), field);
     return unit;
 }
 
-inline RObject<CVideoSample> AvcSample(int size, int pictureType = 1, long long offset = 0) {
+inline RObject<CVideoSample> AvcSample(int size, int pictureType = 1, long long offset = 0,
+                                       int field = 4) {
     RObject<CVideoSample> sample(new CVideoSample(pictureType, 0, 0));
-    const RObject<CMpeg4AvcAccessUnit> unit = UnitOf(size, pictureType == 0);
+    const RObject<CMpeg4AvcAccessUnit> unit = UnitOf(size, pictureType == 0, field);
     const RObject<CMpeg4AvcDataReference> data(new CMpeg4AvcDataReference(unit.Get()));
     sample->SetDataReference(data.Get());
     sample->SetCompositionOffset(offset);
@@ -54,10 +57,11 @@ inline RObject<CVideoSample> PlainSample(int size, int pictureType = 0, long lon
 }
 
 /// Parameter sets as an encoder gives them out of band.
-inline RObject<CMpeg4AvcProperties> AvcProperties() {
+inline RObject<CMpeg4AvcProperties> AvcProperties(int field = 4) {
     const unsigned char sets[] = {0, 0, 0, 1, 0x67, 66, 0, 30, 0x95, 0xA0, 0, 0, 0, 1, 0x68, 0xCE};
     const RObject<CMpeg4AvcDecoderConfiguration> configuration(new CMpeg4AvcDecoderConfiguration());
     configuration->ParseAnnexB(sets, sizeof sets);
+    configuration->SetNalUnitLengthSize(field);
     return RObject<CMpeg4AvcProperties>(new CMpeg4AvcProperties(configuration.Get()));
 }
 
@@ -72,7 +76,9 @@ public:
     /// The samples that the next frames give, a list for each; plain ones of 10 bytes after that.
     std::deque<Samples> fGives;
     std::vector<unsigned int> fInputFormats = {'UYVY', 'I420'};
-    RObject<CVideoProperties> fOutput;  ///< null: what a compressor answers by itself
+    bool fListsNoInputs = false;                   ///< GetInputFormats gives null
+    std::vector<unsigned int> fListsOutputs = {};  ///< none: GetOutputFormats gives null
+    RObject<CVideoProperties> fOutput;             ///< null: what a compressor answers by itself
     bool fRefuseInput = false;
     bool fRefuseOutput = false;
     bool fRefuseBegin = false;
@@ -90,11 +96,11 @@ public:
         return CVideoCompressor::GetOutputProperties(pin);
     }
     CValueList<unsigned int>* GetInputFormats() override {
-        auto* list = new CValueList<unsigned int>();
-        for (const unsigned int format : fInputFormats) list->AddValue(format);
-        return list;
+        return fListsNoInputs ? nullptr : list_of(fInputFormats);
     }
-    CValueList<unsigned int>* GetOutputFormats() override { return nullptr; }
+    CValueList<unsigned int>* GetOutputFormats() override {
+        return fListsOutputs.empty() ? nullptr : list_of(fListsOutputs);
+    }
     Result SetInputProperties(const CVideoProperties* properties) override {
         fInputs.emplace_back(new CVideoProperties(properties));
         if (fRefuseInput) return ResultError();
@@ -136,13 +142,19 @@ protected:
     }
 
 private:
+    static CValueList<unsigned int>* list_of(const std::vector<unsigned int>& formats) {
+        auto* list = new CValueList<unsigned int>();
+        for (const unsigned int format : formats) list->AddValue(format);
+        return list;
+    }
+
     std::deque<RObject<CVideoSample>> fReady;
 };
 
 /// Output properties that carry what H.264 needs.
-inline RObject<CVideoProperties> AvcOutput() {
+inline RObject<CVideoProperties> AvcOutput(int field = 4) {
     RObject<CVideoProperties> output(new CVideoProperties(nullptr));
-    const RObject<CMpeg4AvcProperties> avc = AvcProperties();
+    const RObject<CMpeg4AvcProperties> avc = AvcProperties(field);
     RObject<CByteArray> info;
     avc->GetDecoderInfo(info);
     const RObject<CDecoderSpecificProperties> specific(new CDecoderSpecificProperties());
@@ -186,6 +198,8 @@ public:
     using tnOrbVideoCompressor::convert_buffer;
     using tnOrbVideoCompressor::copy_buffer;
     using tnOrbVideoCompressor::create_cpu_uncompressed_videosample;
+    using tnOrbVideoCompressor::encode_began;
+    using tnOrbVideoCompressor::encoder_input_format_for_colorspace;
     using tnOrbVideoCompressor::fBytesThisSecond;
     using tnOrbVideoCompressor::fConfigureError;
     using tnOrbVideoCompressor::fConverter;
