@@ -22,16 +22,14 @@ constexpr double kFrame = 1001.0 / 30000;
 
 class Addons : public AddonTest {};
 
-TEST_F(Addons, AreFiveFormatsWithNamesAndIds) {
+TEST_F(Addons, AreSixFormatsWithNamesAndIds) {
     const struct {
         const char* name;
         unsigned int id;
         bool streams;
-    } formats[] = {{"QuickTime", 'mov ', false},
-                   {"MPEG-4", 'mp4 ', false},
-                   {"Shared QuickTime", 'smov', false},
-                   {"Shared MPEG-4", 'smp4', false},
-                   {"MPEG-TS", 'ts  ', true}};
+    } formats[] = {{"QuickTime", 'mov ', false},        {"MPEG-4", 'mp4 ', false},
+                   {"Shared QuickTime", 'smov', false}, {"Shared MPEG-4", 'smp4', false},
+                   {"MPEG-TS", 'ts  ', true},           {"Replay", 'rply', false}};
     for (const auto& format : formats) {
         unsigned int id = 0;
         EXPECT_EQ(tnFiles::GetFormatID(format.name, &id), 0) << format.name;
