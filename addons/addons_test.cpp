@@ -70,7 +70,10 @@ TEST_F(Addons, MovieDescribesItself) {
     EXPECT_EQ(show.Movie().ArchiveTracksToRecord(record), 0);
     ASSERT_EQ(record.ChildCount(), 2u);
     EXPECT_EQ(record.Child(0)->AsString('mcon', ""), "x264");
+    for (const zRecord* track : record.Children()) EXPECT_EQ(track->AsString('xTag', ""), "track");
     tnMediaRecord format;
+    EXPECT_EQ(show.Movie().GetTrackFormat(0, &format), 0);
+    EXPECT_FALSE(format.ExistsID('xTag')) << "no name is made up";
     EXPECT_EQ(show.Movie().GetTrackFormat(2, &format), -1010);
     EXPECT_EQ(show.Movie().GetTrackFormat(0, nullptr), -22);
     zRecord setting;

@@ -228,7 +228,9 @@ int OutputMovie::GetTrackFormat(unsigned int index, tnMediaRecord* format) {
     if (!format) return kNullArgument;
     for (tnStream* stream : fStreams) {
         if (index-- > 0) continue;
+        const std::string name = format->AsString('xTag', "");
         *format = stream->EncodedFormat();
+        if (!name.empty()) format->SetString('xTag', name);
         return 0;
     }
     return kNoSuchIndex;

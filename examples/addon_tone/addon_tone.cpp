@@ -136,7 +136,9 @@ public:
     unsigned int TrackCount() override { return fStreams.Count(); }
     int GetTrackFormat(unsigned int index, tnMediaRecord* format) override {
         if (index >= TrackCount()) return -1010;
+        const std::string name = format->AsString('xTag', "");  // the element's, which stays
         *format = fStream->EncodedFormat();
+        if (!name.empty()) format->SetString('xTag', name);
         return 0;
     }
     unsigned int FormatID() override { return 'tone'; }

@@ -15,16 +15,16 @@ class zRecord;
 
 /// What UpdateOutput does with an output.
 enum tn_output_update : int {
-    TN_OUTPUT_UPDATE_ADD = 1,     ///< start an output and remember it
-    TN_OUTPUT_UPDATE_REMOVE = 2,  ///< stop an output and forget it
-    TN_OUTPUT_UPDATE_ENABLE = 3,  ///< carry the enabled flag over to the remembered output
+    TN_OUTPUT_UPDATE_ADD = 1,     ///< it begins, and is remembered
+    TN_OUTPUT_UPDATE_REMOVE = 2,  ///< it ends, and is forgotten
+    TN_OUTPUT_UPDATE_ENABLE = 3,  ///< what is remembered of it takes over whether it is switched on
 };
 
-/// One destination, as the host sees it: a file, or the set of network outputs of one add-on. It
-/// owns its streams.
+/// What the host writes one programme to: a file, or all the network outputs that one add-on
+/// serves. It owns its streams.
 ///
-/// As with tnStream, a subclass writes only what its kind of output can do: -28 is the answer for
-/// what it cannot, 0 where there is nothing to say.
+/// As in tnStream everything has an answer already, and a subclass overrides what it has a better
+/// one for: -28 is the answer for what cannot be done, 0 where there is nothing to say.
 class TARN_API tnMovie : public xCUnknown {
 public:
     tnMovie();
@@ -45,11 +45,13 @@ public:
     virtual int UpdateOutput(const tnOutputAccessor& output, const zRecord* settings,
                              zRecord& result, tn_output_update update);
     virtual bool IsOutputActive(tn_output type);
-    /// These two keep fWriting even though they give -28, so that a subclass may call them first
-    /// and then do its own work.
+    /// Both note in fWriting what was asked, and then answer -28 all the same: an override that
+    /// begins by calling them has the flag kept for it.
     virtual int BeginWriting(const zRecord* settings);
     virtual int FinishWriting();
     virtual unsigned int TrackCount() = 0;
+    /// Fills in the track's format, and leaves the element's name ('xTag') that `format` bears:
+    /// whoever asks has named it.
     virtual int GetTrackFormat(unsigned int index, tnMediaRecord* format) = 0;
     virtual unsigned int FormatID() = 0;
     /// Owned by the add-on.
