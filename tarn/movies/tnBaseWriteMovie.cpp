@@ -97,9 +97,10 @@ int tnBaseWriteMovie::remove_output(const tnOutputAccessor& output, tn_output ty
     if (code != 0) return code;
     code = EndOutput(output, active, result);
     // Forgotten even if it did not stop well: it cannot be stopped twice.
-    zRecord* record = active.Record();
-    fOutputs.RemoveChildPtr(record);
-    delete record;
+    if (zRecord* record = active.Record()) {
+        fOutputs.RemoveChildPtr(record);
+        delete record;
+    }
     return code;
 }
 

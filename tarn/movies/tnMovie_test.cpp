@@ -79,6 +79,64 @@ TEST(Stream, ThePooledWriteGivesItsReferenceBackAndTheRawWritesResult) {
     EXPECT_EQ(again, buffer);
 }
 
+/// Notes the raw write that it gets, and whether its buffer was still out meanwhile.
+class NotingStream final : public tnStream {
+public:
+    explicit NotingStream(tnStreamBufferGroup& group) : fGroup(group) {}
+    using tnStream::WriteSample;
+    int WriteSample(void* data, unsigned int size, long long time, unsigned int samples,
+                    long long duration, zRecord& info) override {
+        ++calls;
+        fData = data;
+        fSize = size;
+        fTime = time;
+        fSamples = samples;
+        fDuration = duration;
+        fInfo = &info;
+        tnStreamBuffer* other = nullptr;
+        wasOut = fGroup.GetBuffer(&other, false) == -1025;
+        return 7;
+    }
+    const tnMediaRecord& DisplayFormat() const override { return fFormat; }
+    const tnMediaRecord& EncodedFormat() const override { return fFormat; }
+
+    int calls = 0;
+    void* fData = nullptr;
+    unsigned int fSize = 0;
+    long long fTime = 0;
+    unsigned int fSamples = 0;
+    long long fDuration = 0;
+    zRecord* fInfo = nullptr;
+    bool wasOut = false;
+
+private:
+    tnMediaRecord fFormat;
+    tnStreamBufferGroup& fGroup;
+};
+
+TEST(Stream, ThePooledWriteIsTheRawOneOfWhatTheBufferHolds) {
+    tnStreamBufferGroup group;
+    ASSERT_EQ(group.CreateBuffers(1, 48, false), 0);
+    const Held<NotingStream> stream(new NotingStream(group));
+    tnStreamBuffer* buffer = nullptr;
+    ASSERT_EQ(group.GetBuffer(&buffer, false), 0);
+    buffer->SetNumberOfSamples(3);
+    buffer->SetDurationForData(1001);
+    buffer->AddWritingRef();
+    zRecord info;
+    EXPECT_EQ(stream->WriteSample(*buffer, 90000, info, 5), 7);
+    EXPECT_EQ(stream->calls, 1);
+    EXPECT_EQ(stream->fData, buffer->GetPointer());
+    EXPECT_EQ(stream->fSize, 48u);
+    EXPECT_EQ(stream->fTime, 90000);
+    EXPECT_EQ(stream->fSamples, 3u);
+    EXPECT_EQ(stream->fDuration, 1001);
+    EXPECT_EQ(stream->fInfo, &info);
+    EXPECT_TRUE(stream->wasOut) << "the data is the write's until it returns";
+    tnStreamBuffer* again = nullptr;
+    EXPECT_EQ(group.GetBuffer(&again, false), 0);
+}
+
 TEST(Stream, KeepsAnIdForEachOfTwoKindsOfOutput) {
     const Held<tnStream> stream(new PlainStream(tnMediaRecord(TN_MEDIA_VIDEO)));
     stream->SetOutputUniqueID(TN_OUTPUT_DEFAULT, 11);
@@ -99,22 +157,28 @@ public:
         *stream = giveNoStream ? nullptr : new PlainStream(format);
         return 0;
     }
-    int BeginOutput(const tnOutputAccessor& output, const zRecord*, zRecord&) override {
+    int BeginOutput(const tnOutputAccessor& output, const zRecord* settings,
+                    zRecord& result) override {
         changesAmidstWrites += writing > 0 ? 1 : 0;
         begun.push_back(output.OutputType());
+        settingsSeen.push_back(settings);
+        results.push_back(&result);
         return output.OutputType() == failOnType ? -55 : 0;
     }
     int EndOutput(const tnOutputAccessor& output, const tnOutputAccessor& active,
-                  zRecord&) override {
+                  zRecord& result) override {
         changesAmidstWrites += writing > 0 ? 1 : 0;
         ended.push_back(output.OutputType());
+        endedURL = output.URL();
         activeURL = active.URL();
+        hadActiveRecord = active.Record() != nullptr;
+        results.push_back(&result);
         return endResult;
     }
     unsigned int TrackCount() override { return tracks; }
     int GetTrackFormat(unsigned int index, tnMediaRecord* format) override {
         format->fWidth.SetInt32(static_cast<int>(index) + 100);
-        return 0;
+        return trackResult;
     }
     unsigned int FormatID() override { return 'movf'; }
     const char* FormatName() override { return "Test Movie"; }
@@ -124,16 +188,22 @@ public:
     unsigned int StreamCount() const { return fStreams.Count(); }
     unsigned int OutputCount() const { return fOutputs.ChildCount(); }
     bool Writing() const { return fWriting; }
+    int StatisticsObserver() const { return fStatisticsObserver; }
 
     std::vector<int> flagsSeen;
     std::vector<int> begun;
     std::vector<int> ended;
+    std::vector<const zRecord*> settingsSeen;
+    std::vector<zRecord*> results;
+    std::string endedURL;
     std::string activeURL;
+    bool hadActiveRecord = false;
     int failOnFlags = -1;
     int failOnType = -1;
     int endResult = 0;
     bool giveNoStream = false;
     unsigned int tracks = 1;
+    int trackResult = 0;
     std::atomic<int> writing{0};  ///< writes under way
     int changesAmidstWrites = 0;
 };
@@ -205,6 +275,9 @@ TEST(Movie, AnswersForWhatItCannotDoAndKeepsItsFlag) {
     EXPECT_TRUE(movie->Writing());
     EXPECT_EQ(movie->FinishWriting(), -28);
     EXPECT_FALSE(movie->Writing());
+    EXPECT_EQ(movie->StatisticsObserver(), 0);
+    movie->SetStatisticsObserver(123);
+    EXPECT_EQ(movie->StatisticsObserver(), 123);
 }
 
 TEST(Movie, DescribesItselfAndItsTracks) {
@@ -222,6 +295,20 @@ TEST(Movie, DescribesItselfAndItsTracks) {
     zRecord untouched;
     EXPECT_EQ(movie->ArchiveTracksToRecord(untouched), -1022);
     EXPECT_TRUE(untouched.IsEmpty());
+}
+
+TEST(Movie, DescribesEveryTrackWhateverAskingForItSays) {
+    const Held<Movie> movie(new Movie());
+    movie->tracks = 2;
+    movie->trackResult = -5;
+    zRecord record;
+    record.AddChild(new zRecord(), kAppend);
+    EXPECT_EQ(movie->ArchiveTracksToRecord(record), 0);
+    ASSERT_EQ(record.ChildCount(), 3u) << "behind what is there";
+    for (unsigned int track = 0; track < 2; ++track) {
+        EXPECT_EQ(record.Child(track + 1)->AsString('xTag', ""), "track");
+        EXPECT_EQ(record.Child(track + 1)->AsInt32('mwid', 0), 100 + static_cast<int>(track));
+    }
 }
 
 TEST(Movie, TellsItsObservers) {
@@ -281,8 +368,11 @@ TEST(BaseWriteMovie, RemembersEveryOutputEvenAfterAFailure) {
     outputs.AddChild(output(9, false), kAppend);
     outputs.AddChild(output(2, true), kAppend);
     outputs.AddChild(output(3, true), kAppend);
-    EXPECT_EQ(movie->BeginWritingFromDestination(outputs, nullptr, result), -55);
+    const zRecord settings;
+    EXPECT_EQ(movie->BeginWritingFromDestination(outputs, &settings, result), -55);
     EXPECT_EQ(movie->begun, (std::vector<int>{1, 2}));
+    EXPECT_EQ(movie->settingsSeen, (std::vector<const zRecord*>(2, &settings)));
+    EXPECT_EQ(movie->results, (std::vector<zRecord*>(2, &result)));
     EXPECT_EQ(movie->OutputCount(), 4u);
     EXPECT_TRUE(movie->IsOutputActive(static_cast<tn_output>(3)));
     EXPECT_FALSE(movie->IsOutputActive(static_cast<tn_output>(9)));
@@ -302,7 +392,9 @@ TEST(BaseWriteMovie, AddsRemovesAndEnablesOutputs) {
     EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, static_cast<tn_output_update>(0)),
               -1011);
 
-    EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_ADD), 0);
+    const zRecord settings;
+    EXPECT_EQ(movie->UpdateOutput(accessor, &settings, result, TN_OUTPUT_UPDATE_ADD), 0);
+    EXPECT_EQ(movie->settingsSeen, std::vector<const zRecord*>{&settings});
     EXPECT_TRUE(movie->IsOutputActive(TN_OUTPUT_DEFAULT));
     const std::unique_ptr<zRecord> off(output(1, false));
     EXPECT_EQ(movie->UpdateOutput(tnOutputAccessor(*off), nullptr, result, TN_OUTPUT_UPDATE_ENABLE),
@@ -310,8 +402,13 @@ TEST(BaseWriteMovie, AddsRemovesAndEnablesOutputs) {
     EXPECT_FALSE(movie->IsOutputActive(TN_OUTPUT_DEFAULT));
 
     movie->endResult = -66;
-    EXPECT_EQ(movie->UpdateOutput(accessor, nullptr, result, TN_OUTPUT_UPDATE_REMOVE), -66);
-    EXPECT_EQ(movie->activeURL, "one");
+    const std::unique_ptr<zRecord> asked(output(1, true, "other"));
+    EXPECT_EQ(
+        movie->UpdateOutput(tnOutputAccessor(*asked), nullptr, result, TN_OUTPUT_UPDATE_REMOVE),
+        -66);
+    EXPECT_EQ(movie->endedURL, "other");
+    EXPECT_EQ(movie->activeURL, "one") << "what is remembered of it";
+    EXPECT_EQ(movie->results, (std::vector<zRecord*>(2, &result))) << "of its start and its end";
     EXPECT_EQ(movie->OutputCount(), 0u) << "forgotten although it did not stop well";
 
     movie->failOnType = 1;
@@ -390,6 +487,26 @@ TEST(BaseWriteMovie, AnOutputWithoutARecordIsOfTheDefaultKind) {
     EXPECT_EQ(movie->begun, std::vector<int>{1});
     EXPECT_EQ(movie->UpdateOutput(tnOutputAccessor(), nullptr, result, TN_OUTPUT_UPDATE_ENABLE), 0);
     EXPECT_FALSE(movie->IsOutputActive(TN_OUTPUT_DEFAULT));
+}
+
+// An empty place among the outputs counts as an output of the default kind.
+TEST(BaseWriteMovie, EndsAnOutputOfWhichNothingIsRemembered) {
+    const Held<Movie> movie(new Movie());
+    zRecord outputs;
+    zRecord result;
+    outputs.AddChild(nullptr, kAppend);
+    outputs.AddChild(output(2, true), kAppend);
+    EXPECT_EQ(movie->BeginWritingFromDestination(outputs, nullptr, result), 0);
+    ASSERT_EQ(movie->OutputCount(), 2u);
+    movie->endResult = -66;
+    const std::unique_ptr<zRecord> asked(output(1, true));
+    EXPECT_EQ(
+        movie->UpdateOutput(tnOutputAccessor(*asked), nullptr, result, TN_OUTPUT_UPDATE_REMOVE),
+        -66);
+    EXPECT_EQ(movie->ended, std::vector<int>{1});
+    EXPECT_FALSE(movie->hadActiveRecord);
+    EXPECT_EQ(movie->OutputCount(), 2u) << "there is nothing to forget";
+    EXPECT_TRUE(movie->IsOutputActive(TN_OUTPUT_STREAMING));
 }
 
 TEST(BaseWriteMovie, CopiesOutARememberedOutput) {
