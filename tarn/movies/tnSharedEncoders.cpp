@@ -98,6 +98,8 @@ int tnSharedEncoders::Join(tnOutputStream& stream) {
     if (find_by_user(stream) != encoders().end()) return kStarted;
     // What the filter must make, which need not be what a subclass shows as its format.
     const tnMediaRecord wish = wish_of(stream.fEncodedFormat);
+    // Neither pictures nor sound, or a rate that is no number: no two such wishes are ever equal.
+    if (!tnFilterManager::FormatsAreEqual(wish, wish)) return kNobodyMakesIt;
     const std::shared_ptr<void> life = zAsSharedPtr(&stream);
 
     const auto standing = find_by_wish(stream.Source(), wish);
@@ -112,7 +114,11 @@ int tnSharedEncoders::Join(tnOutputStream& stream) {
     encoders().push_back({stream.Source(), wish, request, {&stream}});
     stream.create_filters(request, life);
     if (manager->HasEqualOutput(stream.Source(), request)) return 0;
-    Leave(stream);
+    // It observes nothing, and is not stopped either: a stop ends every source that has no outputs,
+    // with the input format that the next wish needs.
+    const auto refused = find_by_user(stream);
+    if (refused != encoders().end()) encoders().erase(refused);
+    stream.fObserverToken.reset();
     return kNobodyMakesIt;
 }
 

@@ -23,11 +23,13 @@ public:
     tnSharedEncoders() = delete;
 
     /// Starts the stream on an encoder of its encoded format: 0; -22 if it has started already;
-    /// -1041, with nothing changed, when no factory makes that codec.
+    /// -1041, with nothing changed, when no factory makes that codec, or the format is one that
+    /// nobody can share: neither pictures nor sound, or of a frame rate that is no number.
     ///
     /// A stream that joins a running encoder gets what comes next, which need not be a key frame.
     /// The stream is kept alive until no delivery to it can be under way any more, which may be
-    /// after Leave and after its maker's last release. Its filter may arrive before this returns.
+    /// after Leave and after its maker's last release. Its filter may arrive before this returns,
+    /// on this thread and under the plan's lock, and so may those of other streams that waited.
     static int Join(tnOutputStream& stream);
     /// Stops the stream; the encoder goes with its last user. One that has not joined is left
     /// alone. A delivery that is under way on another thread is not waited for.

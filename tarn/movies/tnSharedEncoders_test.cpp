@@ -3,6 +3,7 @@
 #include "tarn/movies/tnSharedEncoders.h"
 
 #include <atomic>
+#include <cmath>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
@@ -181,6 +182,33 @@ TEST_F(SharedEncoders, TheEncoderOutlivesWhoeverBroughtIt) {
     tnSharedEncoders::Join(*again.stream);
     EXPECT_EQ(fMade, 2) << "it went with its last user";
     tnSharedEncoders::Leave(*again.stream);
+}
+
+// A source that has been given its format and no output yet would end, format and all, with any
+// stop.
+TEST_F(SharedEncoders, AWishThatNobodyServesChangesNothing) {
+    fManager->RegisterFactory("none", [] { return std::shared_ptr<tnFilter>(); });
+    fManager->SetInputFormat(kSource, VideoFormat(nullptr));
+    tnMediaRecord unsteady = VideoFormat("one");
+    unsteady.SetFloat('mfps', std::nanf(""));
+    tnMediaRecord text = VideoFormat("one");
+    text.fType.SetInt32('text');
+    for (const tnMediaRecord& wish : {VideoFormat("three"), VideoFormat("none"), unsteady, text}) {
+        for (const int source : {kSource, kSource + 1}) {
+            Guest refused(source, wish);
+            EXPECT_EQ(tnSharedEncoders::Join(*refused.stream), -1041);
+            EXPECT_EQ(tnSharedEncoders::CountUsers(source, wish), 0);
+            EXPECT_EQ(refused.stream->AddRef(), 2) << "nothing holds it";
+            refused.stream->Release();
+            EXPECT_EQ(tnSharedEncoders::Join(*refused.stream), -1041) << "it has not started";
+        }
+    }
+    EXPECT_EQ(fMade, 0);
+    Guest guest(kSource, VideoFormat("one"));
+    EXPECT_EQ(tnSharedEncoders::Join(*guest.stream), 0);
+    write(3);
+    EXPECT_EQ(guest.sink->Count(), 3) << "the source still knows its format";
+    tnSharedEncoders::Leave(*guest.stream);
 }
 
 TEST_F(SharedEncoders, SayWhatCannotBe) {
