@@ -23,6 +23,7 @@ struct Behaviour {
     bool supportsDefault;
     int loadResult;
     int createResult;
+    bool refuses = false;  ///< its interface, once it has been listed
 };
 
 std::vector<Behaviour> gBehaviours;
@@ -32,7 +33,7 @@ template <int Place>
 class TestFile final : public tnXIMovieFile {
 public:
     int QueryInterface(const char* name, void** out) override {
-        if (std::string(name) != "tnXIMovieFile") return -31;
+        if (does().refuses || std::string(name) != "tnXIMovieFile") return -31;
         ++fCount;
         *out = static_cast<tnXIMovieFile*>(this);
         return 0;
@@ -120,6 +121,38 @@ TEST_F(Files, WithNobodyToAskSaySo) {
     void* found = nullptr;
     EXPECT_EQ(tnFiles::QueryInterface("tnXIMovieFile", &found), -31);
     tnFiles::LoadAddons(fManager);
+}
+
+TEST_F(Files, AnAddonWithoutItsInterfaceIsPassedOver) {
+    gBehaviours[0].refuses = true;
+    EXPECT_EQ(tnFiles::LoadFile("x", &fMovie, fOptions, fFunctions), -1254);
+    EXPECT_EQ(gCalls, (std::vector<std::string>{"load 1", "load 2"}));
+    gBehaviours[1].refuses = true;
+    gCalls.clear();
+    EXPECT_EQ(tnFiles::CreateMovie(&fMovie, 20, TN_OUTPUT_DEFAULT), 0);
+    EXPECT_EQ(gCalls, std::vector<std::string>{"create 2"});
+    unsigned int id = 0;
+    EXPECT_EQ(tnFiles::GetFormatID("Alpha", &id), -1020);
+    EXPECT_EQ(tnFiles::GetFormatID("Gamma", &id), 0);
+}
+
+TEST_F(Files, AddonsThatAllLackTheirInterfaceAreNobodyToAsk) {
+    for (Behaviour& behaviour : gBehaviours) behaviour.refuses = true;
+    EXPECT_EQ(tnFiles::LoadFile("x", &fMovie, fOptions, fFunctions), -1015);
+    EXPECT_EQ(tnFiles::CreateMovie(&fMovie, 10, TN_OUTPUT_DEFAULT), -1017);
+    EXPECT_TRUE(gCalls.empty());
+    void* found = this;
+    EXPECT_EQ(tnFiles::QueryInterface("tnXIMovieFile", &found), -31);
+    tnXIMovieFile* file = nullptr;
+    EXPECT_EQ(tnFiles::GetMovieFileInterface("Alpha", &file), -1016);
+
+    tnFormatsIterator* walk = tnFiles::CreateFormatIterator();
+    tnFormatsIterator::tn_format format{99, "before", true};
+    for (walk->Init(); !walk->Done(); walk->Next()) EXPECT_EQ(walk->Current(format), -31);
+    EXPECT_EQ(format.id, 99u);
+    EXPECT_STREQ(format.name, "before");
+    EXPECT_TRUE(format.flag);
+    walk->Delete();
 }
 
 TEST_F(Files, CreateGoesOnAfterAFailureAndPastUnsupportedOutputs) {

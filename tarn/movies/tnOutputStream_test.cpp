@@ -179,6 +179,66 @@ TEST_F(OutputStream, WithoutASyncTimeTheDecodeTimeCounts) {
     video->DestroyFilters();
 }
 
+// Whole milliseconds, and never later than the buffer itself.
+TEST_F(OutputStream, AFractionOfADecodeTimeIsCutOff) {
+    const auto video = stream(VideoFormat("video"), fSink);
+    tnFilterManager::Default()->SetInputFormat(kSource, VideoFormat(nullptr));
+    video->CreateFilters();
+    fVideo->fOnEncodedBuffer({new Picture(640.75, true), [](Picture* one) { one->Release(); }});
+    EXPECT_EQ(fSink->times, std::vector<long long>{-1});
+    EXPECT_FALSE(fSync->CanSendFrame(video.get(), 639, true));
+    EXPECT_TRUE(fSync->CanSendFrame(video.get(), 640, false));
+    video->DestroyFilters();
+}
+
+/// Gives its packets a time past what came in.
+class LateAudioCompressor final : public AudioCompressor {
+public:
+    int EncodeFrame(EncodedBuffer** out, double timeMs, void*, unsigned int) override {
+        *out = new Sound(1, 10, timeMs + 0.75);
+        return 0;
+    }
+};
+
+TEST_F(OutputStream, AFractionOfAPacketsTimeIsCutOff) {
+    tnFilterManager::Default()->RegisterFactory("late", [] {
+        return std::shared_ptr<tnFilter>(new LateAudioCompressor(),
+                                         [](tnFilter* filter) { filter->Release(); });
+    });
+    const auto audio = stream(AudioFormat("late"), fSink);
+    audio->CreateFilters();
+    tnFilterManager::Default()->SetInputFormat(kSource, AudioFormat(nullptr));
+    const char block[4] = {};
+    tnFilterManager::Default()->WriteAudioSamples(kSource, -1, block, 32, 48000, 0, 0);
+    EXPECT_EQ(fSink->times, std::vector<long long>{-1});
+    EXPECT_FALSE(fSync->CanSendFrame(audio.get(), 999, false));
+    EXPECT_TRUE(fSync->CanSendFrame(audio.get(), 1000, false));
+    audio->DestroyFilters();
+}
+
+/// Shows what subclasses see.
+class OpenStream final : public tnOutputStream {
+public:
+    using tnOutputStream::tnOutputStream;
+    bool HasFilter() const { return fHasFilter; }
+    const tnFilter* Filter() const { return fFilter.get(); }
+};
+
+TEST_F(OutputStream, TellsItsSubclassWhenTheFilterHasCome) {
+    const std::shared_ptr<OpenStream> video(new OpenStream(kSource, VideoFormat("video"), fSync),
+                                            [](tnOutputStream* s) { s->Release(); });
+    EXPECT_FALSE(video->HasFilter());
+    video->CreateFilters();
+    EXPECT_FALSE(video->HasFilter()) << "it waits for the source's format";
+    EXPECT_EQ(video->Filter(), nullptr);
+    tnFilterManager::Default()->SetInputFormat(kSource, VideoFormat(nullptr));
+    EXPECT_TRUE(video->HasFilter());
+    EXPECT_EQ(video->Filter(), fVideo);
+    video->DestroyFilters();
+    EXPECT_TRUE(video->HasFilter()) << "both stay as they are";
+    EXPECT_EQ(video->Filter(), fVideo);
+}
+
 TEST_F(OutputStream, SoundTakesItsTimeFromItsStampOrElseFromTheFilter) {
     const auto audio = stream(AudioFormat("audio"), fSink);
     audio->CreateFilters();
@@ -318,18 +378,35 @@ TEST(OutputStreamSync, TracingNeverStopsTheStart) {
     }
 }
 
-//  first   5000 K5040          the span is that of all first times and the start
-//  second       100
+// The span is that of all first times and the start, whichever of them is the earliest.
 TEST(OutputStreamSync, TellsHowFarApartTheStreamsBegan) {
-    const Stands stands;
-    TraceKeeper trace;
-    tnOutputStreamSync sync;
-    sync.AddStream(stands.first);
-    sync.AddStream(stands.second);
-    EXPECT_FALSE(sync.CanSendFrame(stands.first, 5000, true));
-    EXPECT_FALSE(sync.CanSendFrame(stands.second, 100, false));
-    EXPECT_TRUE(sync.CanSendFrame(stands.first, 5040, true));
-    EXPECT_EQ(trace.traced, "Stream Sync: 4940ms 4.94s\n");
+    struct Case {
+        std::vector<long long> pictures;
+        std::vector<long long> sound;
+        long long start;
+        const char* traced;
+    };
+    const Case cases[] = {
+        {{5000}, {100}, 5040, "Stream Sync: 4940ms 4.94s\n"},
+        {{5000}, {100, 300, 20}, 5040, "Stream Sync: 4940ms 4.94s\n"},  // the first of each counts
+        {{}, {1000}, 960, "Stream Sync: 40ms 0.04s\n"},
+        {{1000}, {1010}, 960, "Stream Sync: 50ms 0.05s\n"},
+    };
+    for (const Case& c : cases) {
+        const Stands stands;
+        TraceKeeper trace;
+        tnOutputStreamSync sync;
+        sync.AddStream(stands.first);
+        sync.AddStream(stands.second);
+        for (const long long time : c.pictures) {
+            EXPECT_FALSE(sync.CanSendFrame(stands.first, time, true));
+        }
+        for (const long long time : c.sound) {
+            EXPECT_FALSE(sync.CanSendFrame(stands.second, time, false));
+        }
+        EXPECT_TRUE(sync.CanSendFrame(stands.first, c.start, true));
+        EXPECT_EQ(trace.traced, c.traced);
+    }
 }
 
 // Whoever asks after the start, on any thread, is answered by the one time.

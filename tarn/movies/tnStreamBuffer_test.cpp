@@ -1,6 +1,7 @@
 #include "tarn/movies/tnStreamBuffer.h"
 
 #include <cstdint>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <thread>
@@ -81,8 +82,9 @@ TEST(StreamBufferGroup, AReleaseTooManyIsNotSeenAndTheBufferStaysTaken) {
     ASSERT_EQ(group.GetBuffer(&buffer, false), 0);
     EXPECT_EQ(buffer->ReleaseWriting(), -1);
     EXPECT_EQ(returns.count, 0);
-    tnStreamBuffer* other = nullptr;
+    tnStreamBuffer* other = buffer;
     EXPECT_EQ(group.GetBuffer(&other, false), -1025);
+    EXPECT_EQ(other, nullptr);
     group.buffer_returned(nullptr);
     EXPECT_EQ(returns.count, 0) << "nothing is ignored";
 }
@@ -114,7 +116,7 @@ TEST(StreamBufferGroup, LeavesAReferencedBufferAlone) {
     ASSERT_EQ(group.GetBuffer(&buffer, false), 0);
     buffer->AddWritingRef();
     EXPECT_EQ(buffer->ReturnToGroupIfWritingRefCountIsZero(), 1);
-    tnStreamBuffer* other = nullptr;
+    tnStreamBuffer* other = buffer;
     EXPECT_EQ(group.GetBuffer(&other, false), -1025);
     EXPECT_EQ(other, nullptr);
 }
@@ -140,9 +142,11 @@ TEST(StreamBufferGroup, GrowsOnlyWhenAsked) {
     const std::unique_ptr<tnStreamBufferGroup> group(
         tnStreamBufferGroup::CreateForFormat(format, 0));
     ASSERT_NE(group, nullptr);
-    tnStreamBuffer* buffer = nullptr;
+    tnStreamBuffer before;
+    tnStreamBuffer* buffer = &before;
     EXPECT_EQ(group->GetBuffer(nullptr, true), -22);
     EXPECT_EQ(group->GetBuffer(&buffer, false), -1025);
+    EXPECT_EQ(buffer, nullptr);
     EXPECT_EQ(group->GetBuffer(&buffer, true), 0);
     EXPECT_EQ(buffer->GetDataSize(), 128 * 32);
     EXPECT_EQ(group->PeekBufferAt(0), buffer);
@@ -189,14 +193,83 @@ TEST(StreamBufferGroup, TellsOfExhaustedMemory) {
     format.fBytesPerRow.SetInt32(-1);
     format.fHeight.SetInt32(1);
     EXPECT_EQ(tnStreamBufferGroup::CreateForFormat(format, 1), nullptr);
+    const std::unique_ptr<tnStreamBufferGroup> empty(
+        tnStreamBufferGroup::CreateForFormat(format, 0));
+    tnStreamBuffer before;
+    tnStreamBuffer* buffer = &before;
+    EXPECT_EQ(empty->GetBuffer(&buffer, true), -1025) << "it cannot grow";
+    EXPECT_EQ(buffer, nullptr);
 }
 
+/// Makes as many buffers as it is told to, and then none.
+class ShortGroup final : public tnStreamBufferGroup {
+public:
+    explicit ShortGroup(int buffers) : fLeft(buffers) {}
+    tnStreamBuffer* create_and_add_buffer() override {
+        return fLeft-- > 0 ? tnStreamBufferGroup::create_and_add_buffer() : nullptr;
+    }
+
+private:
+    int fLeft;
+};
+
+TEST(StreamBufferGroup, KeepsTheBuffersThatItGotBeforeMemoryRanOut) {
+    ShortGroup group(2);
+    EXPECT_EQ(group.CreateBuffers(5, 64, false), -1024);
+    tnStreamBuffer* first = nullptr;
+    tnStreamBuffer* second = nullptr;
+    ASSERT_EQ(group.GetBuffer(&first, false), 0);
+    ASSERT_EQ(group.GetBuffer(&second, false), 0);
+    EXPECT_NE(first, second);
+    tnStreamBuffer* third = first;
+    EXPECT_EQ(group.GetBuffer(&third, false), -1025);
+    EXPECT_EQ(third, nullptr);
+}
+
+TEST(StreamBufferGroup, OfNoBuffersKnowsTheSizeThatItGrowsBy) {
+    for (const int count : {0, -1}) {
+        tnStreamBufferGroup group;
+        EXPECT_EQ(group.CreateBuffers(count, 64, false), 0);
+        tnStreamBuffer* buffer = nullptr;
+        EXPECT_EQ(group.GetBuffer(&buffer, false), -1025);
+        ASSERT_EQ(group.GetBuffer(&buffer, true), 0);
+        EXPECT_EQ(buffer->GetDataSize(), 64);
+    }
+}
+
+/// Its buffers come full of 0xAA, so that whatever is written into them shows.
+class FilledGroup final : public tnStreamBufferGroup {
+public:
+    static constexpr unsigned char kFill = 0xAA;
+
+    tnStreamBuffer* create_and_add_buffer() override {
+        tnStreamBuffer* const buffer = tnStreamBufferGroup::create_and_add_buffer();
+        const auto size = static_cast<std::size_t>(buffer->GetDataSize());
+        std::memset(buffer->GetPointer(), kFill, size);
+        return buffer;
+    }
+    const unsigned char* Bytes(int buffer) {
+        return static_cast<const unsigned char*>(PeekBufferAt(buffer)->GetPointer());
+    }
+};
+
+//  page      0         1         2         3
+//  bytes     0aaa ...  0aaa ...  0aaa ...  aaaaa         five bytes are no page
 TEST(StreamBufferGroup, TouchesWholePagesOnly) {
-    tnStreamBufferGroup group;
+    constexpr int kSize = 3 * 4096 + 5;
+    FilledGroup group;
+    EXPECT_EQ(group.CreateBuffers(1, kSize, true), 0);
+    for (int at = 0; at < kSize; ++at) {
+        const bool isTouched = at == 0 || at == 4096 || at == 8192;
+        ASSERT_EQ(group.Bytes(0)[at], isTouched ? 0 : FilledGroup::kFill) << at;
+    }
     EXPECT_EQ(group.CreateBuffers(2, 1000, true), 0);
-    EXPECT_EQ(group.CreateBuffers(1, 3 * 4096 + 5, true), 0);
-    const auto* bytes = static_cast<const char*>(group.PeekBufferAt(2)->GetPointer());
-    for (int page = 0; page < 3; ++page) EXPECT_EQ(bytes[page * 4096], 0);
+    EXPECT_EQ(group.Bytes(1)[0], FilledGroup::kFill);
+    EXPECT_EQ(group.Bytes(2)[0], FilledGroup::kFill);
+    EXPECT_EQ(group.CreateBuffers(1, 4096, true), 0);
+    EXPECT_EQ(group.Bytes(3)[0], 0);
+    EXPECT_EQ(group.CreateBuffers(1, kSize, false), 0);
+    EXPECT_EQ(group.Bytes(4)[0], FilledGroup::kFill) << "only when asked";
 }
 
 TEST(StreamBufferGroup, IsSharedByThreads) {
