@@ -5,12 +5,12 @@
 #include "spar/zRecord.h"
 #include "tarn/movies/tnMovie.h"
 
-/// The common base of movies that write: the streams made from a track list, the record of the
-/// active outputs, and a reader-writer lock that lets samples flow while outputs come and go.
+/// What movies that write have in common: streams for the tracks that they are given, a note of
+/// each output, and one lock under which any number of writes go on beside each other, and none
+/// beside the start or end of an output.
 ///
-/// Threads that write samples bracket each write with BeginStreamWrite and EndStreamWrite;
-/// UpdateOutput waits for them. The streams are made before samples flow and change only at
-/// destruction.
+/// Whoever writes a sample does so between BeginStreamWrite and EndStreamWrite; UpdateOutput waits
+/// until nobody does. The streams come before the first sample and stay until the movie goes.
 class TARN_API tnBaseWriteMovie : public tnMovie {
 public:
     tnBaseWriteMovie();

@@ -7,8 +7,8 @@
 
 class zRecord;
 
-/// An output target as the host's user interface works with it. A subclass describes it; this class
-/// adds the change notifications "tnDestinationMsg".
+/// A place to send media to, as people see and set it in the host. A subclass describes it; this
+/// class tells observers of changes, with the message "tnDestinationMsg".
 class TARN_API tnDestination : public zObservable {
 public:
     // A destination's own business, for the host; nothing here calls them.

@@ -7,9 +7,9 @@
 
 /// Where an output stream puts its encoded buffers; the add-on implements it.
 ///
-/// Called on the thread that delivers the source's buffers, one call at a time per stream, in order
-/// of arrival, with no lock held. A sink that blocks holds up the encoder and all later outputs of
-/// the source.
+/// Each stream calls it in the order in which its buffers come, never twice at once, under no lock,
+/// on the thread that writes the source: while it blocks, neither the encoder nor any output behind
+/// it gets on.
 class tnEncodedSink {
 public:
     virtual ~tnEncodedSink() = default;

@@ -12,17 +12,17 @@ class tnXIMovieFile;
 class zRecord;
 struct tnAppFunctions;
 
-/// The registry of movie kinds. It holds no table: each call walks the add-ons that offer
-/// "tnXIMovieFile" afresh, in the manager's order, and the first that accepts wins.
+/// The kinds of movie that add-ons bring. Nothing is remembered between calls: each asks the
+/// add-ons that bear "tnXIMovieFile", first loaded first, until one will.
 ///
-/// LoadAddons runs before any other call; then any thread may call.
+/// LoadAddons comes first; from then on any thread may call.
 class TARN_API tnFiles {
 public:
     /// Remembers the manager, which must outlive the library's use; loads nothing itself.
     static void LoadAddons(jigManager& manager);
 
     /// Lets each add-on look at the file until one answers anything but -1254, which is the result.
-    /// -1014 before LoadAddons; -1015 if nobody could be asked; -1254 if all refused.
+    /// -1014 before LoadAddons; -1015 if there was nobody to ask; -1254 if it is nobody's kind.
     static int LoadFile(const char* path, tnMovie** movie, const zRecord& options,
                         tnAppFunctions& functions);
 
@@ -35,9 +35,9 @@ public:
     /// Asks every add-on of that id that writes to that kind of output until one makes a movie: 0;
     /// -1014 before LoadAddons; -1017 if none did.
     static int CreateMovie(tnMovie** movie, unsigned int formatID, tn_output output);
-    /// -1018 for an empty name; the code of GetFormatID; else as CreateMovie.
+    /// The two in one: -1018 for a name that is empty, GetFormatID's code, or CreateMovie's.
     static int CreateMovieWithName(tnMovie** movie, const std::string& name, tn_output output);
-    /// 0; -1 for a null `id` or an empty name; -1020 and an id of 0 if no add-on has that name.
+    /// 0; -1 for a null `id` or an empty name; -1020 and an id of 0 for a name that nobody bears.
     static int GetFormatID(const std::string& name, unsigned int* id);
 
     /// The first add-on that lists `interfaceName`: what its GetInterface gave; -31 if there is

@@ -14,15 +14,16 @@
 
 class zObject;
 
-/// The stream of one track of an output add-on: an observer of the shared encoder of its source.
+/// One track of an output add-on, at the far end of an encoder that others may be listening to too.
 ///
-/// Raw samples do not come here: the host writes them to the filter manager. This stream asks the
-/// manager for a filter of its encoded format, takes the encoded buffers on their delivery thread,
-/// holds them back until the movie's tracks may start, and passes them to its sink, oldest first.
-/// No buffer is dropped. CreateFilters and DestroyFilters bracket its work; the owner calls both.
+/// Raw samples do not come here: the host writes them to the filter manager. From the manager this
+/// stream hears what an encoder makes in its encoded format, on the thread that brings it. It keeps
+/// that until the tracks of its movie may begin, and from then on hands it to its sink, oldest
+/// first. No buffer is dropped. The owner begins the work with CreateFilters and ends it with
+/// DestroyFilters.
 class TARN_API tnOutputStream : public tnStream {
 public:
-    /// `sync` is shared by all streams of the movie. Observes nothing yet.
+    /// All streams of a movie get the same `sync`. Observes nothing yet.
     tnOutputStream(int source, const tnMediaRecord& format,
                    std::shared_ptr<tnOutputStreamSync> sync);
     /// The owner has called DestroyFilters before. Buffers still pending are dropped.
@@ -30,7 +31,7 @@ public:
 
     /// Changes what DisplayFormat shows and nothing of the filter in use: 0.
     int SetFormat(const tnMediaRecord& format) override;
-    /// Both accept and discard: samples reach the encoders through the filter manager.
+    /// Both take what comes and do nothing with it: it is the filter manager that feeds encoders.
     int WriteSample(void* data, unsigned int size, long long time, unsigned int samples,
                     long long duration, zRecord& info) override;
     int WriteSample(tnStreamBuffer& buffer, long long time, zRecord& info, int flags) override;
@@ -49,7 +50,7 @@ public:
     /// Stops observing. What is pending stays so, for a later CreateFilters.
     void DestroyFilters();
 
-    /// The add-on sets it before CreateFilters.
+    /// Comes before CreateFilters and is never null: a delivery does not look whether it is there.
     void SetSink(std::shared_ptr<tnEncodedSink> sink) { fSink = std::move(sink); }
     /// The sink's report of a problem, 0 for none. Any thread.
     void SetStatus(int status, long long value);
@@ -78,7 +79,7 @@ private:
     const int fSource;
     tnMediaRecord fDisplayFormat;
     tnMediaRecord fEncodedFormat;
-    std::shared_ptr<zObject> fObserverToken;  // identity as an observer; empty unless observing
+    std::shared_ptr<zObject> fObserverToken;  // who observes, for the manager; only while it does
     // delivery thread; oldest first
     std::vector<std::shared_ptr<tnVideoCompressor::EncodedBuffer>> fPendingVideo;
     std::vector<std::shared_ptr<tnAudioCompressor::EncodedBuffer>> fPendingAudio;

@@ -10,9 +10,9 @@ class tnOutputStream;
 
 /// Makes the tracks of one movie start together. All its streams share one.
 ///
-/// Nothing passes until every stream has seen a buffer; the first video key frame from then on is
-/// the start of the movie for all. A movie with one stream starts at its first buffer, key frame or
-/// not.
+/// Everything waits until there has been a buffer of each stream; with the next key frame of the
+/// pictures the movie begins, on all tracks. A stream that has no others to wait for begins at
+/// once, whatever its first buffer is.
 class TARN_API tnOutputStreamSync {
 public:
     /// Enters a stream of the movie. For every stream, before any buffer flows: a stream that is

@@ -19,11 +19,11 @@ struct tn_output_statistics {
     long long fStatusValue = 0;  ///< a number that goes with the code
 };
 
-/// One track of an output, as the host sees it: it has a format and takes samples.
+/// One track of an output, as the host sees it: samples go in, of the format that it shows.
 ///
-/// Every operation has an answer here, so that a subclass writes only what its kind of output can
-/// do: -28 for what it cannot, 0 where there is nothing to say. Whether calls may come from several
-/// threads is the subclass's matter; the count is atomic.
+/// Every operation has an answer here, and a subclass overrides those for which it has a better
+/// one: -28 for what cannot be done, 0 where there is nothing to say. Whether calls may come from
+/// several threads is the subclass's matter; the count is atomic.
 class TARN_API tnStream : public xCUnknown {
 public:
     virtual long long Timescale() const;

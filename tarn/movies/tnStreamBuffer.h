@@ -9,8 +9,8 @@ class tnStreamBufferGroup;
 /// One frame's memory, lent out by its group and handed along by a counted writing reference.
 ///
 /// The producer takes it from the group with a count of 0, fills it, and adds a reference for
-/// itself while it hands it to several consumers, each with a reference of its own. When the count
-/// falls to 0 the buffer goes back to its group, on the thread of the last release.
+/// itself while it hands it to several consumers, one more for each. Whoever gives the last one
+/// back, on whatever thread, returns the buffer to its group with it.
 class TARN_API tnStreamBuffer {
 public:
     tnStreamBuffer() = default;

@@ -13,7 +13,7 @@ constexpr int kOutOfMemory = -1024;
 constexpr int kNoFreeBuffer = -1025;
 constexpr int kPageBytes = 4096;
 
-// Sizes wrap as everywhere in format arithmetic; a nonsensical one fails at the allocation.
+// Sizes wrap as everywhere in format arithmetic; one that wraps below 0 fails at the allocation.
 int wrapping_product(int a, int b) {
     return static_cast<int>(static_cast<unsigned int>(a) * static_cast<unsigned int>(b));
 }

@@ -30,12 +30,12 @@ public:
     /// when none is free and none could be added. `grow` adds one in need.
     int GetBuffer(tnStreamBuffer** out, bool grow);
 
-    /// `function` is called with every buffer that has come back, which it may take again at once,
-    /// on the thread of the last release. Before buffers circulate; null for none.
+    /// `function` hears of every buffer that has come back, which it may take again at once, on the
+    /// thread that brought it back. Set before buffers circulate; null for none.
     void SetBufferReturnFunction(void (*function)(tnStreamBuffer*, void*), void* userData);
 
-    /// The buffer at `index` in order of addition, free or taken; it stays as it is. Null past the
-    /// end.
+    /// The buffer that was added as number `index`, from 0, whether it is out or not; nothing about
+    /// it changes. Null past the end.
     tnStreamBuffer* PeekBufferAt(int index);
 
     /// Adds one free buffer of the group's size; null when out of memory.

@@ -6,18 +6,18 @@
 class tnMovie;
 class zRecord;
 
-/// The host's table of functions, passed through to add-ons; the library does not look into it.
+/// What the host lets add-ons call; the library only hands it on.
 struct tnAppFunctions;
 
 /// What an output add-on offers under the name "tnXIMovieFile": one kind of movie.
 class tnXIMovieFile : public xIUnknown {
 public:
-    /// Destruction goes through these two; the library calls neither.
+    /// Kept for add-ons and their makers; the library calls neither.
     virtual void DeleteInterface() = 0;
     virtual int GetVersion() = 0;
 
-    /// Opens an existing file: 0; -1254 if this add-on does not read this file; other codes for a
-    /// real failure. The caller releases the movie.
+    /// Makes a movie of a file that exists, which the caller releases: 0; -1254 for a file of
+    /// another kind, so that the next add-on is asked; any other code ends the search.
     virtual int LoadFile(const char* path, tnMovie** movie, const zRecord& options,
                          tnAppFunctions& functions) = 0;
     /// Makes an empty movie, which the caller releases: 0 on success.
