@@ -23,13 +23,19 @@ namespace {
 constexpr long long kWish = 10 * kReplayUnitsPerSecond;
 constexpr double kNsPerMs = 1e6;
 
-std::string write_show(const tests::TestFolder& folder, const std::string& size) {
+struct Size {
+    int width = 1280;
+    int height = 720;
+};
+
+/// The show refuses a size that is none, and what it takes is what it draws.
+std::string write_show(const tests::TestFolder& folder, const Size& size) {
     const std::string path = folder.File("show.xml");
     std::ofstream show(path);
     show << "<show>\n";
     for (const char* name : {"a", "b"}) {
-        show << "<source name=\"" << name << "\" picture=\"bars\" size=\"" << size
-             << "\" fps=\"25\" tone=\"440\"/>\n"
+        show << "<source name=\"" << name << "\" picture=\"bars\" tn_width=\"" << size.width
+             << "\" tn_height=\"" << size.height << "\" fps=\"25\" tone=\"440\"/>\n"
              << "<output source=\"" << name << "\" output_display_name=\"" << name
              << "\" kind=\"replay\" output_url=\"" << folder.File(name)
              << "\" segment_seconds=\"1\" keep_seconds=\"60\" output_enabled=\"true\">\n"
@@ -40,15 +46,19 @@ std::string write_show(const tests::TestFolder& folder, const std::string& size)
     return path;
 }
 
-bool decode_first(const std::string& path) {
+/// `size` becomes the picture's own.
+bool decode_first(const std::string& path, Size& size) {
     std::string error;
     const auto clip = ClipVideo::Open(path, 0, 0, error);
     ClipFrame frame;
-    return clip && clip->Next(frame);
+    if (!clip || !clip->Next(frame)) return false;
+    size = {clip->Format().fWidth.AsInt32(0), clip->Format().fHeight.AsInt32(0)};
+    return true;
 }
 
 struct Ours {
     bench::Samples read, cut, whole;
+    Size size;  // of the pictures that were cut
 };
 
 bool cut_once(const std::string& folder, const std::string& movie, Ours& samples) {
@@ -66,7 +76,7 @@ bool cut_once(const std::string& folder, const std::string& movie, Ours& samples
             recording, wish, false, [](double) {}, result, error))
         return false;
     const int64_t cut = bench::NowNs();
-    if (!decode_first(movie)) return false;
+    if (!decode_first(movie, samples.size)) return false;
     const int64_t end = bench::NowNs();
     samples.read.Add(static_cast<double>(read - begin) / kNsPerMs);
     samples.cut.Add(static_cast<double>(cut - read) / kNsPerMs);
@@ -89,7 +99,8 @@ bool concat_once(const std::string& folder, const std::string& list, const std::
     const int64_t begin = bench::NowNs();
     const auto ran = tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-y", "-f", "concat", "-safe",
                                  "0", "-i", list, "-c", "copy", "-movflags", "+faststart", movie});
-    if (ran.exitCode != 0 || !decode_first(movie)) return false;
+    Size size;
+    if (ran.exitCode != 0 || !decode_first(movie, size)) return false;
     samples.Add(static_cast<double>(bench::NowNs() - begin) / kNsPerMs);
     return true;
 }
@@ -103,7 +114,11 @@ void print(const char* name, bench::Samples& samples) {
 
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::atoi(argv[1]) : 50;
-    const std::string size = argc > 2 ? argv[2] : "1280x720";
+    Size size;
+    if (argc > 2 && std::sscanf(argv[2], "%dx%d", &size.width, &size.height) != 2) {
+        std::fprintf(stderr, "replay_wish_bench [ROUNDS] [WIDTHxHEIGHT]\n");
+        return 1;
+    }
     QuietenAv();
     const tests::TestFolder folder;
     const tests::BackgroundProcess recorder({TARN_TOOL, "live", write_show(folder, size)});
@@ -130,7 +145,8 @@ int main(int argc, char** argv) {
         }
     }
     recorder.Signal(SIGINT);
-    std::printf("%-34s %8s %8s   ms, two sources of %s record\n", "", "p50", "p99", size.c_str());
+    std::printf("%-34s %8s %8s   ms, two sources of %dx%d record\n", "", "p50", "p99",
+                ours.size.width, ours.size.height);
     print("wish to list of segments", ours.read);
     print("list to movie", ours.cut);
     print("wish to first decoded picture", ours.whole);
