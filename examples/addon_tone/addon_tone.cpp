@@ -3,12 +3,13 @@
 //
 //   ToneFilter   an encoder, registered with the filter manager under a codec name
 //   ToneMovie    a movie with one stream, which asks for that encoder
-//   ToneFile     the sink that takes what the encoder gives
+//   ToneFile     the sink that takes what the encoder gives, and a thread that writes it
 //   ToneFormat   what the host finds, by the interface name "tnXIMovieFile"
 
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <string>
 #include <utility>
@@ -16,6 +17,9 @@
 
 #include "spar/jigAddon.h"
 #include "spar/zFileStream.h"
+#include "spar/zMutex.h"
+#include "spar/zThread.h"
+#include "spar/zThreadMain.h"
 #include "tarn/filters/tnFilterManager.h"
 #include "tarn/movies/tnBaseWriteMovie.h"
 #include "tarn/movies/tnEncodedSink.h"
@@ -85,26 +89,89 @@ private:
     long long fFrames = 0;
 };
 
-/// A WAV file of unknown length, as pipes write them. Called on the thread that writes the source.
-class ToneFile final : public tnEncodedSink {
+/// A WAV file of unknown length, as pipes write them. Packets come on the thread that writes the
+/// source, which must not wait for a disk: a thread of the file's own writes them.
+class ToneFile final : public tnEncodedSink, private zThreadMain {
 public:
-    explicit ToneFile(const std::string& path) : fFile(path.c_str(), Z_FILE_WRITE, false) {}
+    /// `stream` hears of a failure, until Close.
+    ToneFile(const std::string& path, tnOutputStream& stream)
+        : fFile(path.c_str(), Z_FILE_WRITE, false), fStream(stream) {}
+    ~ToneFile() override { Close(); }
     int Open() {
         static const unsigned char header[] =
             "RIFF\xff\xff\xff\xffWAVEfmt \x10\0\0\0\x01\0\x02\0\x80\xbb\0\0\0\xee\x02\0\x04\0\x10\0"
             "data\xff\xff\xff\xff";
-        const int code = fFile.Open();
-        return code != 0 ? code : fFile.Write(header, sizeof header - 1);
+        if (fFile.Open() != 0 || fFile.Write(header, sizeof header - 1) != 0) return kNoPlace;
+        fThread.reset(zThread::Factory("tone file", this, 4, 1));
+        return fThread ? 0 : kNoPlace;
+    }
+    /// Writes what waits. Nothing is taken from here on.
+    void Close() {
+        {
+            const zMutexLock lock(fLock);
+            fEnding = true;
+            fChanged.WakeAll();
+        }
+        if (!fThread) return;
+        fThread->Join();
+        fThread.reset();
+        const int code = fFile.Close();
+        const zMutexLock lock(fLock);
+        if (code != 0) fail(kWriteFailed);
     }
     void WriteVideo(std::shared_ptr<tnFilter>,
                     std::shared_ptr<tnVideoCompressor::EncodedBuffer>) override {}
     void WriteAudio(std::shared_ptr<tnFilter>,
                     std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) override {
-        fFile.Write(buffer->PacketData(0), buffer->PacketSize(0));
+        const zMutexLock lock(fLock);
+        if (fEnding) return;
+        if (fPackets.size() == kMostPackets) return fail(kTooSlow);
+        fPackets.push_back(std::move(buffer));
+        fChanged.WakeAll();
     }
 
 private:
-    zFileStream fFile;
+    static constexpr int kNoPlace = -1006;
+    static constexpr int kTooSlow = -14;
+    static constexpr int kWriteFailed = -1059;
+    static constexpr std::size_t kMostPackets = 100;  // some seconds
+
+    int Main(int, const char**) override {
+        while (const auto packet = next()) {
+            const int code = fFile.Write(packet->PacketData(0), packet->PacketSize(0));
+            const zMutexLock lock(fLock);
+            if (code == 0) fBytes += packet->PacketSize(0);
+            if (code != 0) fail(kWriteFailed);
+        }
+        return 0;
+    }
+    /// Null at the end.
+    std::shared_ptr<tnAudioCompressor::EncodedBuffer> next() {
+        const zMutexLock lock(fLock);
+        while (fPackets.empty() && !fEnding) fChanged.Wait(fLock);
+        if (fPackets.empty()) return nullptr;
+        auto packet = std::move(fPackets.front());
+        fPackets.pop_front();
+        return packet;
+    }
+    /// Says so once, and takes nothing more: what stands in the file is kept.
+    void fail(int code) SPAR_REQUIRES(fLock) {
+        if (fStatus != 0) return;
+        fStatus = code;
+        fEnding = true;
+        fPackets.clear();
+        fStream.SetStatus(code, fBytes);
+    }
+
+    zFileStream fFile;  // the thread's, once it runs
+    tnOutputStream& fStream;
+    std::unique_ptr<zThread> fThread;
+    zMutex fLock;
+    zCondition fChanged;
+    std::deque<std::shared_ptr<tnAudioCompressor::EncodedBuffer>> fPackets SPAR_GUARDED_BY(fLock);
+    long long fBytes SPAR_GUARDED_BY(fLock) = 0;
+    int fStatus SPAR_GUARDED_BY(fLock) = 0;
+    bool fEnding SPAR_GUARDED_BY(fLock) = false;
 };
 
 class ToneMovie final : public tnBaseWriteMovie {
@@ -124,9 +191,10 @@ public:
     }
     int BeginOutput(const tnOutputAccessor& output, const zRecord*, zRecord&) override {
         if (!fStream) return -1009;
-        const auto file = std::make_shared<ToneFile>(output.URL());
-        if (file->Open() != 0) return -1006;
-        fStream->SetSink(file);
+        fFile = std::make_shared<ToneFile>(output.URL(), *fStream);
+        const int code = fFile->Open();
+        if (code != 0) return code;
+        fStream->SetSink(fFile);
         return tnSharedEncoders::Join(*fStream);  // from here on packets arrive
     }
     int EndOutput(const tnOutputAccessor&, const tnOutputAccessor&, zRecord&) override {
@@ -149,8 +217,10 @@ public:
 private:
     void stop() {
         if (fStream) tnSharedEncoders::Leave(*fStream);
+        if (fFile) fFile->Close();
     }
     tnOutputStream* fStream = nullptr;
+    std::shared_ptr<ToneFile> fFile;  // a packet may be on its way to it: the stream has it too
 };
 
 class ToneFormat final : public tnXIMovieFile {
