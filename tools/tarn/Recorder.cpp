@@ -15,7 +15,8 @@
 #include "ClipAudio.h"
 #include "ClipVideo.h"
 #include "avHandles.h"
-#include "writerText.h"
+#include "codeText.h"
+#include "folderTrouble.h"
 
 namespace {
 
@@ -142,10 +143,9 @@ tnMediaRecord Recorder::encoded_audio() const {
 }
 
 bool Recorder::open_writer() {
-    const std::filesystem::path folder = std::filesystem::path(fOptions.output).parent_path();
-    if (!folder.empty() && !std::filesystem::is_directory(folder)) {
-        fail(fmt::format("'{}': there is no folder '{}'; make it first", fOptions.output,
-                         folder.string()));
+    const std::string trouble = FolderTrouble(std::filesystem::path(fOptions.output).parent_path());
+    if (!trouble.empty()) {
+        fail(fmt::format("'{}': {}", fOptions.output, trouble));
         return false;
     }
     fWriter = new tnWriteORB2();

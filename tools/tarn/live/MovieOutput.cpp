@@ -12,9 +12,10 @@
 #include "tarn/movies/tnStream.h"
 #include "tarn/movies/tnXIMovieFile.h"
 
+#include "../codeText.h"
+#include "../folderTrouble.h"
 #include "LiveSource.h"
 #include "LiveTrace.h"
-#include "movieText.h"
 
 namespace {
 
@@ -230,11 +231,9 @@ bool is_same_file(const std::string& a, const std::string& b) {
 /// A file of its own, in a folder that is there.
 bool check_path(const ShowOutput& output, const Show& show, std::string& error) {
     const std::string path = output.Location();
-    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    std::error_code failed;
-    if (!folder.empty() && !std::filesystem::is_directory(folder, failed)) {
-        error = fmt::format("output '{}': there is no folder '{}'; make it first", output.name,
-                            folder.string());
+    const std::string trouble = FolderTrouble(std::filesystem::path(path).parent_path());
+    if (!trouble.empty()) {
+        error = fmt::format("output '{}': {}", output.name, trouble);
         return false;
     }
     for (const ShowSource& source : show.sources) {
