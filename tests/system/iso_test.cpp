@@ -96,7 +96,8 @@ TEST(IsoCheckCommand, BadInputIsOneLine) {
     const std::string broken = Write(folder.File("broken.xml"), "<iso><iso_output>");
     const std::pair<std::string, const char*> kCases[] = {
         {folder.File("none.xml"), "there is no such file"},
-        {folder.Path(), "there is no such file"},
+        {folder.Path(), "is a folder"},
+        {"/dev/null", "is a pipe or a device"},
         {broken, "ends before </iso>"},
         {Write(folder.File("word.xml"), "<iso_output file_duration=\"long\"/>"),
          "file_duration=\"long\" is no whole number"},
@@ -129,6 +130,22 @@ TEST(IsoCheckCommand, WatchTellsWhatChanges) {
     EXPECT_TRUE(Appears(log, "two:mov: the name"));
     Write(settings, Output("cam1", "three.mov", place));
     EXPECT_TRUE(Appears(log, "three.mov: ok"));
+    process.Signal(SIGINT);
+    EXPECT_EQ(process.Wait().exitCode, 0);
+}
+
+TEST(IsoCheckCommand, WatchTellsThatTheFileIsEmptyFromTheStart) {
+    const TestFolder folder;
+    const std::string settings = Write(folder.File("iso.xml"), "");
+    const std::string log = folder.File("log");
+    BackgroundProcess process(
+        {"sh", "-c", "exec \"$0\" iso check --watch \"$1\" 2> \"$2\"", TARN_TOOL, settings, log});
+    EXPECT_TRUE(Appears(log, "holds no whole XML element"));
+    std::filesystem::remove(settings);
+    EXPECT_TRUE(Appears(log, "there is no such file"));
+    std::ofstream(log).close();  // what it says next is new
+    Write(settings, "");
+    EXPECT_TRUE(Appears(log, "holds no whole XML element"));
     process.Signal(SIGINT);
     EXPECT_EQ(process.Wait().exitCode, 0);
 }

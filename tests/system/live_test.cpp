@@ -129,6 +129,10 @@ TEST(Live, AnOutputThatCannotStartIsToldAndTheShowGoesOn) {
         WriteShow(folder, Bars() + Output("bars", "take", "QuickTime", folder.File("take.mov"),
                                           R"(<video codecname="MJPEG"/>)")));
     ASSERT_TRUE(show.PlayTo(0.2)) << show.End().err;
+    const auto replay = [&](const std::string& more) {
+        return "add <output kind=\"replay\" output_display_name=\"r\" output_url=\"" +
+               folder.File("r") + "\" " + more + "><video codecname=\"x264\"/></output>";
+    };
     struct Case {
         std::string command;
         const char* words;
@@ -137,11 +141,16 @@ TEST(Live, AnOutputThatCannotStartIsToldAndTheShowGoesOn) {
         {"add " + Output("bars", "x", "RealFormat", "x.mov", kMjpeg), "there are: "},
         {"add " + Output("bars", "x", "QuickTime", "udp://127.0.0.1:9", kMjpeg), "does not write"},
         {"add " + Output("bars", "x", "QuickTime", "/nonexistent/x.mov", kMjpeg), "no folder"},
+        {"add " + Output("bars", "x", "QuickTime", std::string(300, 'a') + "/x.mov", kMjpeg),
+         "File name too long"},
+        {replay("segment_seconds=\"fast\""), "segment_seconds=\\\"fast\\\" is no number from 0.2"},
+        {replay("keep_seconds=\"1O\""), "keep_seconds=\\\"1O\\\" is no number from 0"},
+        {replay("keep_seconds=\"1\""), "keep_seconds=\\\"1\\\" is less than a segment"},
         {"add " + Output("bars", "x", "QuickTime", folder.File("take.mov"), kMjpeg), "writes to"},
         {"add " + Output("bars", "x", "QuickTime", folder.File("x.mov"), kMjpeg), "has no sound"},
         {"add " + Output("bars", "x", "Shared QuickTime", folder.File("x.mov"),
                          R"(<video codecname="Crayon"/>)"),
-         "codecname"},
+         "is not known here"},
         {"add " + Output("bars", "x", "Shared QuickTime", folder.File("x.mov"),
                          R"(<video codecname="x264"/><video codecname="x264"/>)"),
          "one <video>"},

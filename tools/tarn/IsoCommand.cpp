@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -122,8 +123,9 @@ private:
         IsoSettings settings;
         const std::string where = fmt::format("'{}'", fArguments.path);
         const bool read = ReadXmlFile(fArguments.path, text, error);
-        if (read && text == fText) return;
-        fText = text;
+        if (read && fText == text) return;
+        fText.reset();
+        if (read) fText = text;
         // What was good before goes on being checked while its file is being mended.
         if (!read || !ReadIsoSettingsText(text, where, settings, error)) {
             if (error != fError) tell_error(fArguments, error);
@@ -136,7 +138,7 @@ private:
     }
 
     const IsoArguments& fArguments;
-    std::string fText;
+    std::optional<std::string> fText;  // as it was read last
     std::string fError;
     std::unique_ptr<IsoChecks> fChecks;
     long long fPatienceUs = kIsoFolderPatienceUs;

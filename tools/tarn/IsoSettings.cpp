@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <limits>
 #include <memory>
-#include <optional>
 
 #include "spar/zStringID.h"
 
+#include "ElementValues.h"
 #include "XmlInput.h"
 
 namespace {
@@ -34,35 +35,19 @@ void name_identity() {
     zStringID::Default().Add('guid', "guid", false);
 }
 
-std::string text_of(const zRecord& record, const char* key) {
-    char scratch[64] = {};
-    return record.AsCString(key, "", &scratch);
-}
-
-bool read_truth(const zRecord& record, const char* key, bool otherwise, const std::string& where,
-                bool& value, std::string& error) {
-    value = otherwise;
-    if (!record.ExistsKey(key)) return true;
-    const std::string text = text_of(record, key);
-    value = text == "true" || text == "1";
-    if (value || text == "false" || text == "0") return true;
-    error = fmt::format("{}: {}=\"{}\" is neither true nor false", where, key, text);
-    return false;
-}
-
 bool read_source(const zRecord& element, bool isShot, IsoSettings& settings,
                  const std::string& where, std::string& error) {
     const char* const key = isShot ? "shot_id" : "source_id";
     IsoSource source;
-    source.id = text_of(element, key);
+    source.id = ElementText(element, key);
     source.isShot = isShot;
     if (source.id.empty()) {
         error = fmt::format("{}: a <{}> has no {}; give it one", where, XmlTagOf(element), key);
         return false;
     }
     const std::string its = fmt::format("{}: {} '{}'", where, XmlTagOf(element), source.id);
-    if (!read_truth(element, "video", true, its, source.hasVideo, error) ||
-        !read_truth(element, "audio", true, its, source.hasAudio, error)) {
+    if (!ReadTruth(element, "video", source.hasVideo, its, error) ||
+        !ReadTruth(element, "audio", source.hasAudio, its, error)) {
         return false;
     }
     settings.sources.push_back(source);
@@ -115,7 +100,7 @@ bool read_list(const zRecord& root, IsoSettings& settings, const std::string& wh
 bool are_units_known(const zRecord& output, const std::string& where, std::string& error) {
     for (const Words& unit : units()) {
         if (!output.ExistsKey(unit.key)) continue;
-        const std::string text = text_of(output, unit.key);
+        const std::string text = ElementText(output, unit.key);
         if (std::find(unit.known.begin(), unit.known.end(), text) != unit.known.end()) continue;
         error = fmt::format("{}: {}=\"{}\" is none; set it to {}", where, unit.key, text,
                             fmt::join(unit.known, " or "));
@@ -130,18 +115,15 @@ bool ReadIsoValues(zRecord& output, const std::string& where, std::string& error
     for (const char* const key : kTruths) {
         if (!output.ExistsKey(key)) continue;
         bool value = false;
-        if (!read_truth(output, key, false, where, value, error)) return false;
+        if (!ReadTruth(output, key, value, where, error)) return false;
         output.SetBool(key, value);
     }
     for (const char* const key : kNumbers) {
         if (!output.ExistsKey(key)) continue;
-        constexpr int kNone = -2147483647;
-        const int value = output.AsInt32(key, kNone);
-        if (value == kNone) {
-            error =
-                fmt::format("{}: {}=\"{}\" is no whole number", where, key, text_of(output, key));
-            return false;
-        }
+        constexpr int kLeast = std::numeric_limits<int>::min();
+        constexpr int kMost = std::numeric_limits<int>::max();
+        int value = 0;
+        if (!ReadWhole(output, key, kLeast, kMost, value, where, error)) return false;
         output.SetInt32(key, value);
     }
     return are_units_known(output, where, error);
@@ -149,7 +131,7 @@ bool ReadIsoValues(zRecord& output, const std::string& where, std::string& error
 
 std::string IsoOutputName(const zRecord& output) {
     for (const char* const key : {"output_display_name", "output_filename"}) {
-        const std::string name = text_of(output, key);
+        const std::string name = ElementText(output, key);
         if (!name.empty()) return name;
     }
     return output.AsString('guid', "");

@@ -14,6 +14,7 @@
 #include "Say.h"
 #include "StopSignal.h"
 #include "TextUnits.h"
+#include "codecQualities.h"
 
 namespace {
 
@@ -42,32 +43,19 @@ bool parse_size(const std::string& text, RecordOptions& options) {
            side(begin + middle + 1, begin + text.size(), options.height);
 }
 
-struct QualityOf {
-    const char* video;
-    std::vector<std::string> qualities;
-};
-
-const QualityOf gQualities[] = {
-    {"ProRes", {"prores_422_proxy", "prores_422_lt", "prores_422", "prores_422_hq", "prores_4444"}},
-    {"MJPEG", {"mjpeg_best", "mjpeg_high", "mjpeg_medium", "mjpeg_low"}},
-};
-
 /// An empty line, or what is wrong with the quality for this encoder.
 std::string check_quality(const RecordOptions& options) {
     if (options.quality.empty()) return "";
-    const auto* known =
-        std::find_if(std::begin(gQualities), std::end(gQualities),
-                     [&](const QualityOf& row) { return options.video == row.video; });
-    if (known == std::end(gQualities)) {
+    const std::vector<std::string>* const names = QualitiesOf(options.video);
+    if (!names) {
         return fmt::format(
             "--quality '{}': {} goes by --bitrate; only ProRes and MJPEG have "
             "qualities",
             options.quality, options.video);
     }
-    const auto& names = known->qualities;
-    if (std::find(names.begin(), names.end(), options.quality) != names.end()) return "";
+    if (std::find(names->begin(), names->end(), options.quality) != names->end()) return "";
     return fmt::format("--quality '{}': {} has {}", options.quality, options.video,
-                       fmt::join(names, ", "));
+                       fmt::join(*names, ", "));
 }
 
 std::string check_arguments(RecordArguments& arguments) {

@@ -1,6 +1,8 @@
 #include "XmlInput.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
 
@@ -12,12 +14,14 @@ namespace {
 std::string xml_trouble(int code) {
     switch (code) {
         case zXML::kNoElement:
-            return "holds no whole XML element";
+            return "holds no whole XML element; give it one, with its end";
         case zXML::kDoctype:
             return "has a document type, which is not read; take the DOCTYPE out";
         case zXML::kTooDeep:
+            return fmt::format("has more than {} elements within each other; take some out",
+                               zXML::kMaxDepth);
         case zXML::kTooBig:
-            return "is too deep or too big";
+            return "is larger than what is read; is it the right file?";
         default:
             return "is not well-formed XML; check its tags and quotes (xmllint shows the line)";
     }
@@ -29,6 +33,23 @@ bool is_closed(const std::string& text, const zRecord& record) {
     return !record.HasChildren() && last > 0 && text.compare(last - 1, 2, "/>") == 0;
 }
 
+/// Why a file is not read, as far as its name shows; empty when it may be.
+std::string path_trouble(const std::string& path) {
+    std::error_code failed;
+    switch (std::filesystem::status(path, failed).type()) {
+        case std::filesystem::file_type::regular:
+            return "";
+        case std::filesystem::file_type::not_found:
+            return "there is no such file; check its path";
+        case std::filesystem::file_type::none:
+            return fmt::format("cannot be read: {}; check its path", failed.message());
+        case std::filesystem::file_type::directory:
+            return "is a folder; name a file in it";
+        default:
+            return "is a pipe or a device, which may never end; write its text into a file";
+    }
+}
+
 }  // namespace
 
 std::string XmlTagOf(const zRecord& record) {
@@ -36,9 +57,9 @@ std::string XmlTagOf(const zRecord& record) {
 }
 
 bool ReadXmlFile(const std::string& path, std::string& text, std::string& error) {
-    std::error_code failed;
-    if (!std::filesystem::is_regular_file(path, failed)) {
-        error = fmt::format("'{}': there is no such file", path);
+    const std::string trouble = path_trouble(path);
+    if (!trouble.empty()) {
+        error = fmt::format("'{}': {}", path, trouble);
         return false;
     }
     std::FILE* const file = std::fopen(path.c_str(), "rb");
@@ -53,8 +74,18 @@ bool ReadXmlFile(const std::string& path, std::string& text, std::string& error)
            (got = std::fread(block, 1, sizeof block, file)) > 0) {
         text.append(block, got);
     }
+    const bool isWhole = std::ferror(file) == 0;
+    if (!isWhole) {
+        error = fmt::format("'{}': cannot be read to its end: {}; check its disk", path,
+                            std::strerror(errno));
+    }
     std::fclose(file);
-    return true;
+    if (isWhole && text.size() > zXML::kMaxTagBytes) {
+        error = fmt::format("'{}': is larger than {} bytes; is it the right file?", path,
+                            zXML::kMaxTagBytes);
+        return false;
+    }
+    return isWhole;
 }
 
 bool ParseXmlText(const std::string& text, const std::string& where, zRecord& record,

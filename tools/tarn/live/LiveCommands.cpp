@@ -1,10 +1,8 @@
 #include "LiveCommands.h"
 
-#include <filesystem>
 #include <fmt/format.h>
-#include <fstream>
-#include <iterator>
 
+#include "../XmlInput.h"
 #include "LiveShow.h"
 
 namespace {
@@ -34,15 +32,10 @@ LiveAnswer done(const std::string& message) {
 LiveAnswer add(const std::string& rest, LiveShow& show) {
     if (rest.empty()) return failure("add: add what? " + std::string(kHelp));
     std::string text = rest;
-    if (rest[0] != '<') {
-        std::ifstream file(rest);
-        if (!file || !std::filesystem::is_regular_file(rest)) {
-            return failure(fmt::format(
-                "add: '{}' is neither an <output> element nor a file that holds one", rest));
-        }
-        text.assign(std::istreambuf_iterator<char>(file), {});
-    }
     std::string error;
+    if (rest[0] != '<' && !ReadXmlFile(rest, text, error)) {
+        return failure("add: neither an <output> element nor a file that holds one: " + error);
+    }
     return show.Add(text, error) ? done("added") : failure(error);
 }
 

@@ -25,6 +25,13 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
+template <typename Element>
+std::string names_of(const std::vector<Element>& elements) {
+    std::vector<std::string> names;
+    for (const Element& element : elements) names.push_back(element.name);
+    return names.empty() ? "none" : joined(names);
+}
+
 bool check_output(const ShowOutput& output, const Show& show, std::string& error) {
     const LiveOutputKind* const kind = LiveOutputKinds::Find(output.kind);
     if (!kind) {
@@ -269,7 +276,9 @@ bool LiveShow::Remove(const std::string& name, std::string& error) {
 bool LiveShow::remove_source(const std::string& name, std::string& error) {
     LiveSource* const source = find_source(name);
     if (!source) {
-        error = fmt::format("there is no output or source '{}'", name);
+        error = fmt::format(
+            "there is no output or source '{}'; there are the outputs: {}; the sources: {}", name,
+            names_of(fShow.outputs), names_of(fShow.sources));
         return false;
     }
     for (const ShowOutput& output : fShow.outputs) {
@@ -288,7 +297,8 @@ bool LiveShow::remove_source(const std::string& name, std::string& error) {
 bool LiveShow::Enable(const std::string& name, bool on, std::string& error) {
     LiveOutputEntry* const entry = find_output(name);
     if (!entry) {
-        error = fmt::format("there is no output '{}'", name);
+        error =
+            fmt::format("there is no output '{}'; there are: {}", name, names_of(fShow.outputs));
         return false;
     }
     const bool running = entry->state == LiveState::kRunning;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <fmt/format.h>
 
+#include "../ElementValues.h"
 #include "LiveSource.h"
 #include "MovieOutput.h"
 
@@ -12,6 +13,7 @@ namespace {
 constexpr double kSegmentSeconds = 2;
 constexpr double kShortestSeconds = 0.2;
 constexpr double kLongestSeconds = 600;
+constexpr double kLongestKept = 1e9;
 
 double segment_seconds(const ShowOutput& output) {
     return output.record.AsDouble("segment_seconds", kSegmentSeconds);
@@ -41,16 +43,19 @@ std::unique_ptr<LiveOutput> MakeReplayOutput(const ShowOutput& output, LiveSourc
 }
 
 bool CheckReplayOutput(const ShowOutput& output, const Show& show, std::string& error) {
-    const double length = segment_seconds(output);
-    if (!(length >= kShortestSeconds && length <= kLongestSeconds)) {
-        error = fmt::format("output '{}': segment_seconds goes from {} to {}", output.name,
-                            kShortestSeconds, kLongestSeconds);
+    const std::string where = fmt::format("output '{}'", output.name);
+    double length = kSegmentSeconds;
+    double kept = 0;
+    if (!ReadNumber(output.record, "segment_seconds", kShortestSeconds, kLongestSeconds, length,
+                    where, error) ||
+        !ReadNumber(output.record, "keep_seconds", 0, kLongestKept, kept, where, error)) {
         return false;
     }
-    const double kept = output.record.AsDouble("keep_seconds", 0);
-    if (kept != 0 && !(kept >= length)) {
-        error = fmt::format("output '{}': keep_seconds is at least segment_seconds ({}), or 0",
-                            output.name, length);
+    if (kept != 0 && kept < length) {
+        error = fmt::format(
+            "{}: keep_seconds=\"{}\" is less than a segment; set it to segment_seconds ({}) or "
+            "more, or to 0 to keep everything",
+            where, kept, length);
         return false;
     }
     if (!output.Track(TN_MEDIA_VIDEO)) {

@@ -5,11 +5,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <utility>
 
 #include "tarn/foundation/tnOutputAccessor.h"
 
+#include "../ElementValues.h"
 #include "../XmlInput.h"
+#include "../codecQualities.h"
 
 namespace {
 
@@ -17,6 +20,9 @@ constexpr double kFastestRate = 1000;
 constexpr int kLargestSide = 16384;
 constexpr int kDefaultWidth = 640;
 constexpr int kDefaultHeight = 360;
+constexpr double kLongestSeconds = 1e7;
+constexpr int kLongestMoovRate = 3600;        // seconds
+constexpr int kLongestKeyInterval = 100'000;  // frames
 
 // A record counts a text that spells a number as that number, and "true" as no truth at all. People
 // write true and false; where a text is meant, it stays one.
@@ -52,27 +58,10 @@ bool parse_xml(const std::string& text, const std::string& where, const std::str
     return true;
 }
 
-/// A number of the element, in its own words: what is not one at all must not pass as a default.
-bool read_number(const zRecord& record, const char* key, double least, double most, double& value,
-                 const std::string& where, std::string& error) {
-    if (!record.ExistsKey(key)) return true;
-    char scratch[64] = {};
-    const std::string text = record.AsCString(key, "", &scratch);
-    char* end = nullptr;
-    const double read = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != 0 || !std::isfinite(read) || read < least || read > most) {
-        error = fmt::format("{}: {}=\"{}\" is no number from {:g} to {:g}", where, key, text, least,
-                            most);
-        return false;
-    }
-    value = read;
-    return true;
-}
-
 bool read_side(const zRecord& record, const char* key, int& side, const std::string& where,
                std::string& error) {
     double value = side;
-    if (!read_number(record, key, 2, kLargestSide, value, where, error)) return false;
+    if (!ReadNumber(record, key, 2, kLargestSide, value, where, error)) return false;
     side = static_cast<int>(value);
     if (value != side || side % 2 != 0) {
         error = fmt::format("{}: {}=\"{:g}\" has to be even", where, key, value);
@@ -102,7 +91,6 @@ bool read_rate(const zRecord& record, ShowSource& source, const std::string& whe
 
 bool read_source(const zRecord& record, ShowSource& source, const std::string& file,
                  std::string& error) {
-    source.record = record;
     source.name = record.AsString("name", "");
     if (source.name.empty()) {
         error = fmt::format("{}: a <source> has no name; give it name=\"...\"", file);
@@ -110,14 +98,22 @@ bool read_source(const zRecord& record, ShowSource& source, const std::string& f
     }
     const std::string where = fmt::format("{}: source '{}'", file, source.name);
     source.clip = record.AsString("clip", "");
-    source.loop = record.AsBool("loop", true);
+    if (!KnowsAttributes(
+            record,
+            {"name", "clip", "picture", "loop", "fps", "tone", "tn_width", "tn_height", "catch_up"},
+            where, error) ||
+        !ReadTruth(record, "loop", source.loop, where, error)) {
+        return false;
+    }
     const std::string picture = record.AsString("picture", source.clip.empty() ? "" : "none");
     if (source.clip.empty() && picture != "bars") {
         error = fmt::format("{}: needs clip=\"FILE\" or picture=\"bars\"", where);
         return false;
     }
-    if (!source.clip.empty() && !std::filesystem::exists(source.clip)) {
-        error = fmt::format("{}: there is no clip '{}'; check its path", where, source.clip);
+    std::error_code failed;
+    if (!source.clip.empty() && !std::filesystem::exists(source.clip, failed)) {
+        const std::string why = failed ? " (" + failed.message() + ")" : "";
+        error = fmt::format("{}: there is no clip '{}'{}; check its path", where, source.clip, why);
         return false;
     }
     if (source.clip.empty()) {
@@ -128,8 +124,19 @@ bool read_source(const zRecord& record, ShowSource& source, const std::string& f
     return read_rate(record, source, where, error) &&
            read_side(record, "tn_width", source.width, where, error) &&
            read_side(record, "tn_height", source.height, where, error) &&
-           read_number(record, "tone", 0, 20000, source.toneHz, where, error) &&
-           read_number(record, "catch_up", 0, 3600, source.catchUp, where, error);
+           ReadNumber(record, "tone", 0, 20000, source.toneHz, where, error) &&
+           ReadNumber(record, "catch_up", 0, 3600, source.catchUp, where, error);
+}
+
+bool check_quality(const zRecord& track, const std::string& where, std::string& error) {
+    if (!track.ExistsKey("codec_quality")) return true;
+    const std::string quality = ElementText(track, "codec_quality");
+    const std::string codec = track.AsString('mcon', "");
+    const std::vector<std::string>* const known = QualitiesOf(codec);
+    if (!known || std::find(known->begin(), known->end(), quality) != known->end()) return true;
+    error = fmt::format("{}: codec_quality=\"{}\" is none of {}; there are: {}", where, quality,
+                        codec, fmt::join(*known, ", "));
+    return false;
 }
 
 bool read_track(const zRecord& element, tnMediaRecord& track, const std::string& where,
@@ -147,9 +154,38 @@ bool read_track(const zRecord& element, tnMediaRecord& track, const std::string&
         track.SetUInt32("audio_output_track_mask", 1);
     }
     double rate = 0;
-    if (!read_number(track, "target_bit_rate", 1, 2e6, rate, where, error)) return false;
+    int keys = 0;
+    if (!ReadNumber(track, "target_bit_rate", 1, 2e6, rate, where, error) ||
+        !ReadWhole(track, "key_frame_rate", 1, kLongestKeyInterval, keys, where, error)) {
+        return false;
+    }
     if (rate > 0) track.SetInt32('mtbr', static_cast<int>(rate));
+    if (keys > 0) track.SetInt32("key_frame_rate", keys);
+    return check_quality(track, where, error);
+}
+
+/// What an add-on would read as a default, if it were none of what is meant there.
+bool read_values(zRecord& record, const std::string& where, std::string& error) {
+    for (const char* const key : {"output_enabled", "output_autoinfilename"}) {
+        bool value = false;
+        if (!ReadTruth(record, key, value, where, error)) return false;
+        if (record.ExistsKey(key)) record.SetBool(key, value);
+    }
+    double expected = 0;
+    int moovRate = 0;
+    if (!ReadNumber(record, "expected_seconds", 0, kLongestSeconds, expected, where, error) ||
+        !ReadWhole(record, "moov_rate", 0, kLongestMoovRate, moovRate, where, error)) {
+        return false;
+    }
+    if (record.ExistsKey("expected_seconds")) record.SetDouble("expected_seconds", expected);
+    if (record.ExistsKey("moov_rate")) record.SetInt32("moov_rate", moovRate);
     return true;
+}
+
+std::string names_of(const std::vector<ShowSource>& sources) {
+    std::string names;
+    for (const ShowSource& source : sources) names += (names.empty() ? "" : ", ") + source.name;
+    return names.empty() ? "none" : names;
 }
 
 bool read_output(const zRecord& record, const Show& show, ShowOutput& output,
@@ -163,13 +199,15 @@ bool read_output(const zRecord& record, const Show& show, ShowOutput& output,
         return false;
     }
     const std::string where = fmt::format("{}: output '{}'", file, output.name);
+    if (!read_values(output.record, where, error)) return false;
     output.kind = record.AsString("kind", "movie");
     output.format = record.AsString("format_name", "");
     output.source = record.AsString("source", show.sources.size() == 1 ? show.sources[0].name : "");
     if (!show.FindSource(output.source)) {
         error = output.source.empty()
                     ? fmt::format("{}: says no source; give it source=\"NAME\"", where)
-                    : fmt::format("{}: there is no source '{}'", where, output.source);
+                    : fmt::format("{}: there is no source '{}'; there are: {}", where,
+                                  output.source, names_of(show.sources));
         return false;
     }
     if (output.kind == "movie" && output.format.empty()) {

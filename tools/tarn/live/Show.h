@@ -42,7 +42,6 @@ struct ShowSource {
     ShowRate rate;       ///< of generated pictures; a clip brings its own
     double toneHz = 0;   ///< of generated sound; 0 for none
     double catchUp = 2;  ///< seconds of lost ticks that are rendered after all; the rest is skipped
-    zRecord record;      ///< the element as it stands, for keys of others
 };
 
 /// One output. `record` carries the keys that tnOutputAccessor reads, `tracks` the children.

@@ -31,6 +31,13 @@ std::string show_of(const std::string& inner) {
     return "<show>" + inner + "</show>";
 }
 
+/// A show whose output says that too, and whose pictures.
+std::string with(const std::string& output, const std::string& video = "") {
+    return show_of(std::string(kSource) +
+                   R"(<output output_display_name="take" format_name="QuickTime" )" + output +
+                   R"(><video codecname="ProRes" )" + video + "/></output>");
+}
+
 TEST_F(ShowFile, SaysSourcesOutputsAndTheirTracks) {
     ASSERT_TRUE(read(R"(<?xml version="1.0"?>
         <show>
@@ -120,6 +127,16 @@ TEST_F(ShowFile, BadOnesSayWhatWhereAndWhatToDo) {
         {show_of(R"(<source name="a" picture="bars" tn_height="99999"/>)" + output), "tn_height"},
         {show_of(R"(<source name="a" picture="bars" tone="-1"/>)" + output), "tone"},
         {show_of(R"(<source name="a" picture="bars" catch_up="nan"/>)" + output), "catch_up"},
+        // What must not pass as the default of a key that is not there.
+        {show_of(R"(<source name="a" picture="bars" loop="no"/>)" + output),
+         "loop=\"no\" is neither true nor false; write"},
+        {show_of(R"(<source name="a" picture="bars" tn_widht="320"/>)" + output),
+         "tn_widht=\"320\" is unknown; there are: name, clip"},
+        {show_of(R"(<source name="a" picture="bars" tone="1O"/>)" + output), "tone=\"1O\" is no"},
+        // Looking for these files is what fails.
+        {show_of(R"(<source name="a" clip=")" + std::string(300, 'a') + R"("/>)" + output),
+         "aaa' (File name too long); check its path"},
+        {show_of(R"(<source name="a" clip="/dev/null/a.mp4"/>)" + output), "no clip '/dev/null/a"},
         {show_of(source + source + output), "two sources are called 'bars'"},
         {show_of(source + output + output), "two outputs are called 'take'"},
         {show_of(source + R"(<output source="x" output_display_name="t"/>)"), "no source 'x'"},
@@ -132,6 +149,16 @@ TEST_F(ShowFile, BadOnesSayWhatWhereAndWhatToDo) {
         {show_of(source + R"(<output output_display_name="t" format_name="M">)"
                           R"(<video target_bit_rate="much"/></output>)"),
          "target_bit_rate"},
+        {with(R"(output_enabled="yes")"), "output_enabled=\"yes\" is neither"},
+        {with(R"(output_autoinfilename="yes")"), "output_autoinfilename=\"yes\" is neither"},
+        {with(R"(moov_rate="often")"), "moov_rate=\"often\" is no whole number from 0"},
+        {with(R"(moov_rate="1.5")"), "moov_rate=\"1.5\" is no whole number"},
+        {with(R"(expected_seconds="1h")"), "expected_seconds=\"1h\" is no number"},
+        {with(R"(expected_seconds="-1")"), "expected_seconds=\"-1\" is no number"},
+        {with("", R"(key_frame_rate="fast")"), "key_frame_rate=\"fast\" is no whole number from 1"},
+        {with("", R"(key_frame_rate="0")"), "key_frame_rate=\"0\""},
+        {with("", R"(codec_quality="bogus")"),
+         "codec_quality=\"bogus\" is none of ProRes; there are: prores_422_proxy"},
     };
     for (const Case& c : cases) {
         EXPECT_FALSE(read(c.text)) << c.text;
@@ -141,12 +168,46 @@ TEST_F(ShowFile, BadOnesSayWhatWhereAndWhatToDo) {
     }
 }
 
+TEST_F(ShowFile, ValuesOfItsOutputsReachTheAddOnAsSuch) {
+    ASSERT_TRUE(read(with(R"(output_enabled="1" output_autoinfilename="true" moov_rate="2" )"
+                          R"(expected_seconds="7.5" of_its_own="yes")",
+                          R"(key_frame_rate="12" codec_quality="prores_422_lt")")))
+        << fError;
+    const ShowOutput& output = fShow.outputs[0];
+    EXPECT_TRUE(output.Enabled());
+    EXPECT_TRUE(output.record.AsBool("output_autoinfilename", false));
+    EXPECT_EQ(output.record.AsInt32("moov_rate", 0), 2);
+    EXPECT_EQ(output.record.AsDouble("expected_seconds", 0), 7.5);
+    EXPECT_EQ(output.record.AsString("of_its_own", ""), "yes");
+    EXPECT_EQ(output.Track(TN_MEDIA_VIDEO)->AsInt32("key_frame_rate", 0), 12);
+    ASSERT_TRUE(read(with(R"(output_enabled="0")"))) << fError;
+    EXPECT_FALSE(fShow.outputs[0].Enabled());
+    ASSERT_TRUE(
+        read(show_of(R"(<source name="a" picture="bars" loop="0"/>)" + std::string(kOutput))))
+        << fError;
+    EXPECT_FALSE(fShow.sources[0].loop);
+}
+
 TEST_F(ShowFile, IsReadFromDisk) {
     const tests::TestFolder folder;
     const std::string path = folder.File("show.xml");
     EXPECT_FALSE(ReadShow(path, fShow, fError));
     EXPECT_NE(fError.find("no such file"), std::string::npos) << fError;
-    EXPECT_FALSE(ReadShow(folder.Path(), fShow, fError));
+    struct Case {
+        std::string path;
+        const char* words;
+    };
+    const Case cases[] = {
+        {folder.Path(), "is a folder"},
+        {"/dev/zero", "is a pipe or a device"},
+        {std::string(300, 'a'), "File name too long"},
+        {"/proc/self/mem", "cannot be read to its end: Input/output error"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(ReadShow(c.path, fShow, fError)) << c.path;
+        EXPECT_NE(fError.find("'" + c.path + "': "), std::string::npos) << fError;
+        EXPECT_NE(fError.find(c.words), std::string::npos) << fError;
+    }
     std::FILE* const file = std::fopen(path.c_str(), "w");
     std::fputs(show_of(std::string(kSource) + kOutput).c_str(), file);
     std::fclose(file);
