@@ -29,7 +29,10 @@ private:
 
     zStream& fStream;
     const std::string fSeparator;
-    std::string fText;  // not handed to the stream yet
+    std::string fText;         // not handed to the stream yet
+    unsigned long fBytes = 0;  // handed to the stream
+    unsigned int fElements = 0;
+    unsigned int fVariables = 0;
 };
 
 int Writer::WriteDeclaration() {
@@ -43,6 +46,8 @@ void Writer::append_margin(int depth) {
 }
 
 int Writer::hand_on() {
+    fBytes += fText.size();
+    if (fBytes > zXML::kMaxDocumentBytes) return zXML::kTooBig;
     const int result = fStream.WriteString(fText);
     fText.clear();
     return result;
@@ -68,10 +73,13 @@ void append_element_name(std::string& out, const zRecord& record) {
 
 int Writer::append_tag(const zRecord& record, bool isEmpty) {
     const std::size_t start = fText.size();
-    if (record.VariableCount() > zXML::kMaxAttributes) return zXML::kTooBig;
+    const zVariable* tag = has_tag(record) ? record.FindVariable(kTagID) : nullptr;
+    const unsigned int attributes = record.VariableCount() - (tag == nullptr ? 0 : 1);
+    if (attributes > zXML::kMaxAttributes) return zXML::kTooBig;
+    fVariables += attributes;
+    if (fVariables > zXML::kMaxVariables || ++fElements > zXML::kMaxElements) return zXML::kTooBig;
     fText += '<';
     append_element_name(fText, record);
-    const zVariable* tag = has_tag(record) ? record.FindVariable(kTagID) : nullptr;
     record.ForEachVariable([&](const zVariable& variable) {
         if (&variable == tag) return true;
         fText += ' ';

@@ -31,7 +31,8 @@ public:
     static constexpr int kTooDeep = -5204;
     static constexpr int kTooBig = -5205;
 
-    // bounds that a reader holds; a record past those of depth, tag and attributes is not written
+    // Bounds that a reader holds. A record past one of them is not written, but for the new keys,
+    // which may be known where it is written and not where it is read.
     static constexpr int kMaxDepth = 256;
     static constexpr unsigned long kMaxDocumentBytes = 64ul << 20;
     static constexpr unsigned long kMaxTagBytes = 16ul << 20;  ///< one tag with its attributes
@@ -49,8 +50,7 @@ public:
     /// Reads a file; the root element becomes `record` itself, whatever it held before. A document
     /// that just ends too early is no failure: it gives every element whose end tag stands, in the
     /// elements that hold them, and the root with its attributes. So does one that ends in zero
-    /// bytes, as a crash of the machine can leave it. After a failure `record` is as it
-    /// was.
+    /// bytes, as a crash of the machine can leave it. After a failure `record` is as it was.
     static int ParseFile(unsigned int format, zRecord* record, const char* path);
     /// The same from any stream, read to its end.
     static int ParseStream(unsigned int format, zRecord* record, zStream* stream);

@@ -1,9 +1,12 @@
 #include <algorithm>
+#include <cstddef>
+#include <cstdlib>
 #include <exception>
 #include <expat.h>
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "spar/zFileStream.h"
@@ -16,7 +19,66 @@
 static constexpr unsigned long long kTagID = 'xTag';
 static constexpr unsigned long kChunkBytes = 64 * 1024;
 
+// What one text that fills a tag takes, three times over; a tag that is all attributes would take
+// twice this before they could be counted.
+static constexpr std::size_t kMaxParserBytes = 96ul << 20;
+
 namespace {
+
+/// Bounds the memory that the parser takes for itself.
+///
+/// The parser's allocator has no argument of its own: the thread notes whose parser it is in.
+class ParserMemory {
+public:
+    /// Stands around each call of the parser.
+    class Use {
+    public:
+        explicit Use(ParserMemory& memory) { gUsed = &memory; }
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        ~Use() { gUsed = nullptr; }
+    };
+
+    /// Whether something was refused that would have passed the bound.
+    bool HasRefused() const { return fHasRefused; }
+
+    static constexpr XML_Memory_Handling_Suite Suite() { return {&allocate, &resize, &release}; }
+
+private:
+    struct alignas(std::max_align_t) Head {
+        std::size_t size;
+    };
+
+    static void* allocate(std::size_t size) { return resize(nullptr, size); }
+    static void* resize(void* content, std::size_t size);
+    static void release(void* content);
+
+    static inline thread_local ParserMemory* gUsed = nullptr;
+
+    std::size_t fBytes = 0;
+    bool fHasRefused = false;
+};
+
+void* ParserMemory::resize(void* content, std::size_t size) {
+    Head* former = content == nullptr ? nullptr : static_cast<Head*>(content) - 1;
+    const std::size_t others = gUsed->fBytes - (former == nullptr ? 0 : former->size);
+    if (size > kMaxParserBytes - others) {
+        gUsed->fHasRefused = true;
+        return nullptr;
+    }
+    auto* block = static_cast<Head*>(std::realloc(former, sizeof(Head) + size));
+    if (block == nullptr) return nullptr;
+    block->size = size;
+    gUsed->fBytes = others + size;
+    return block + 1;
+}
+
+void ParserMemory::release(void* content) {
+    if (content == nullptr) return;
+    Head* block = static_cast<Head*>(content) - 1;
+    gUsed->fBytes -= block->size;
+    std::free(block);
+}
 
 /// Builds a tree of records out of the parser's calls.
 ///
@@ -25,7 +87,7 @@ namespace {
 class Reader {
 public:
     Reader();
-    ~Reader() { XML_ParserFree(fParser); }
+    ~Reader();
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
@@ -48,15 +110,19 @@ private:
     int set_attribute(zRecord& record, const char* name, const char* value);
     void end_element();
     int parse(const char* data, unsigned long size, bool isFinal);
+    void note_front(const char* chunk, unsigned long size);
     int result_of_failure(zStream& stream, const char* chunk, unsigned long size);
     bool is_zero_from_here(zStream& stream, const char* chunk, unsigned long size) const;
+    bool is_zero_to_the_end(zStream& stream, const char* data, unsigned long size) const;
     int close_early();
     void stop(int result);
 
+    ParserMemory fMemory;
     XML_Parser fParser;
     zRecord fRoot;
     std::vector<Open> fOpen;
     unsigned long fBytes = 0;
+    bool fIsWide = false;  // characters of two bytes, one of which may be zero
     unsigned int fElements = 0;
     unsigned int fVariables = 0;
     unsigned int fNewKeys = 0;
@@ -64,11 +130,19 @@ private:
     std::exception_ptr fThrown;  // by a handler, held while the parser's C frames unwind
 };
 
-Reader::Reader() : fParser(XML_ParserCreate(nullptr)) {
+Reader::Reader() {
+    const ParserMemory::Use use(fMemory);
+    const XML_Memory_Handling_Suite suite = ParserMemory::Suite();
+    fParser = XML_ParserCreate_MM(nullptr, &suite, nullptr);
     if (fParser == nullptr) throw std::bad_alloc();
     XML_SetUserData(fParser, this);
     XML_SetElementHandler(fParser, on_start, on_end);
     XML_SetStartDoctypeDeclHandler(fParser, on_doctype);
+}
+
+Reader::~Reader() {
+    const ParserMemory::Use use(fMemory);
+    XML_ParserFree(fParser);
 }
 
 void Reader::stop(int result) {
@@ -118,7 +192,7 @@ int Reader::set_attribute(zRecord& record, const char* name, const char* value) 
         set_from_xml(record, *id, value);
         return 0;
     }
-    const std::string key = name_from_xml(name);
+    const std::string key = key_from_xml(name);
     zStringID& ids = zStringID::Default();
     // New keys stay in the table for good: one document may not fill it.
     unsigned long long known = ids.Find(key);
@@ -150,6 +224,7 @@ void Reader::end_element() {
 }
 
 int Reader::parse(const char* data, unsigned long size, bool isFinal) {
+    const ParserMemory::Use use(fMemory);
     const auto status = XML_Parse(fParser, data, static_cast<int>(size), isFinal ? 1 : 0);
     if (fThrown) std::rethrow_exception(fThrown);
     return status == XML_STATUS_OK ? 0 : -1;
@@ -161,17 +236,34 @@ int Reader::Read(zStream& stream) {
         unsigned long got = 0;
         const int read = stream.Read(chunk.get(), kChunkBytes, &got);
         if (read != 0) return read;
+        note_front(chunk.get(), got);
         fBytes += got;
         if (fBytes > zXML::kMaxDocumentBytes) return zXML::kTooBig;
-        if (parse(chunk.get(), got, got == 0) != 0) {
+        // The parser need not see the zero bytes that stand in the place of an end: whatever they
+        // tear apart, a character too, is then just cut.
+        const std::size_t zero = fIsWide ? got : std::string_view(chunk.get(), got).find('\0');
+        const unsigned long size = std::min<unsigned long>(got, zero);
+        if (size < got && !is_zero_to_the_end(stream, chunk.get() + size, got - size)) {
+            return zXML::kNotWellFormed;
+        }
+        const bool isLast = got == 0 || size < got;
+        if (parse(chunk.get(), size, isLast) != 0) {
             return result_of_failure(stream, chunk.get(), got);
         }
-        if (got == 0) return 0;
+        if (isLast) return 0;
         // What the parser keeps back is the start of one tag or text.
         const long long done = std::max<long long>(XML_GetCurrentByteIndex(fParser), 0);
         if (fBytes - static_cast<unsigned long>(done) > zXML::kMaxTagBytes + kChunkBytes) {
             return zXML::kTooBig;
         }
+    }
+}
+
+/// A mark at the front, or a zero byte beside the first character.
+void Reader::note_front(const char* chunk, unsigned long size) {
+    for (unsigned long i = 0; i < size && fBytes + i < 2; ++i) {
+        const auto byte = static_cast<unsigned char>(chunk[i]);
+        if (byte == 0 || byte >= 0xFE) fIsWide = true;
     }
 }
 
@@ -185,9 +277,10 @@ int Reader::result_of_failure(zStream& stream, const char* chunk, unsigned long 
         case XML_ERROR_UNCLOSED_CDATA_SECTION:
             return close_early();
         case XML_ERROR_INVALID_TOKEN:
-            if (is_zero_from_here(stream, chunk, size)) return close_early();
+            if (fIsWide && is_zero_from_here(stream, chunk, size)) return close_early();
             return zXML::kNotWellFormed;
         case XML_ERROR_NO_MEMORY:
+            if (fMemory.HasRefused()) return zXML::kTooBig;
             throw std::bad_alloc();
         default:
             return zXML::kNotWellFormed;
@@ -203,7 +296,12 @@ bool Reader::is_zero_from_here(zStream& stream, const char* chunk, unsigned long
     const auto at = static_cast<unsigned long>(XML_GetCurrentByteIndex(fParser));
     const unsigned long chunkStart = fBytes - size;
     if (at < chunkStart || at >= fBytes) return false;
-    if (!all_zero(chunk + (at - chunkStart), fBytes - at)) return false;
+    return is_zero_to_the_end(stream, chunk + (at - chunkStart), fBytes - at);
+}
+
+/// Whether `data`, the end of what was read, and the rest of the stream are nothing but zero bytes.
+bool Reader::is_zero_to_the_end(zStream& stream, const char* data, unsigned long size) const {
+    if (!all_zero(data, size)) return false;
     char rest[4096];
     unsigned long got = 0;
     for (unsigned long total = fBytes; total <= zXML::kMaxDocumentBytes; total += got) {

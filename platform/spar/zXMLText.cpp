@@ -272,6 +272,11 @@ std::string name_from_xml(std::string_view name) {
     return out;
 }
 
+std::string key_from_xml(std::string_view name) {
+    std::string key = name_from_xml(name);
+    return key.find('\0') == std::string::npos ? key : std::string(name);
+}
+
 void append_xml_key(std::string& out, unsigned long long id) {
     const char* key = zStringID::Default().Key(id);
     if (key != nullptr) return append_xml_name(out, key);

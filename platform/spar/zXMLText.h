@@ -16,6 +16,9 @@ inline constexpr std::string_view kUntagged = "_xrecord";
 /// underscore that begins what would be taken for such a form.
 void append_xml_name(std::string& out, std::string_view name);
 std::string name_from_xml(std::string_view name);
+/// The key of an attribute's name. No key holds a zero byte: a name that spells one is the key as
+/// it stands.
+std::string key_from_xml(std::string_view name);
 
 /// Appends the attribute name of the variable `id`: its key, or _xid_ and the digits of the id.
 void append_xml_key(std::string& out, unsigned long long id);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "spar/zFileStream.h"
 #include "spar/zMemoryStream.h"
@@ -139,6 +140,33 @@ TEST(zXML, EscapesNames) {
         EXPECT_EQ(parse(written(record), back), 0);
         EXPECT_TRUE(Same(back, record)) << name;
     }
+}
+
+// Keys are C strings: a zero byte in one would hide the rest of it.
+TEST(zXML, AnAttributeWithAZeroByteInItsNameKeepsTheNameAsItStands) {
+    const std::pair<const char*, const char*> kCases[] = {
+        {"<a b_x00_c='1'/>", "<a b_x5F_x00_c=\"1\"/>"},
+        {"<a b='1' b_x00_c='2'/>", "<a b=\"1\" b_x5F_x00_c=\"2\"/>"},
+        {"<a _x00_='1' _x_='2'/>", "<a _x5F_x00_=\"1\" _x_=\"2\"/>"},
+        {"<a b_x00__x41_='1'/>", "<a b_x5F_x00__x5F_x41_=\"1\"/>"},
+        {"<a_x00_b/>", "<a_x00_b/>"},  // tags are texts, which hold any bytes
+    };
+    for (const auto& [text, expected] : kCases) {
+        zRecord record;
+        EXPECT_EQ(parse(text, record), 0) << text;
+        EXPECT_EQ(written(record, nullptr), expected);
+        zRecord again;
+        EXPECT_EQ(parse(written(record), again), 0) << text;
+        EXPECT_TRUE(Same(again, record)) << text;
+    }
+}
+
+TEST(zXML, AKeyThatGotItsIdLateIsWrittenOnce) {
+    zRecord record = tagged("a");
+    record.SetInt32("test_xml_late", 1);
+    record.SetInt32('xtLa', 2);
+    zStringID::Default().Add('xtLa', "test_xml_late", false);
+    EXPECT_NE(written(record, nullptr).find("<a test_xml_late=\"int32:2\"/>"), std::string::npos);
 }
 
 TEST(zXML, AnUntaggedRecordStaysUntagged) {
@@ -371,6 +399,50 @@ TEST(zXML, ZeroBytesAtTheEndCountAsCut) {
     EXPECT_EQ(parsed_as("<m><s/>" + few + "<s/></m>"), "-5201");
     EXPECT_EQ(parsed_as("<m><s/>" + zeros + "<s/></m>"), "-5201");
     EXPECT_EQ(parsed_as("<m><s/>\x01"), "-5201");
+    // In the middle of a character.
+    for (const std::string& torn :
+         std::vector<std::string>{"\xE2\x82", "\xE2", "\xC3", "\xF0\x9F\x98", "\xF0"}) {
+        EXPECT_EQ(parsed_as("<m><s/>" + torn + zeros), "<m><s/></m>");
+        EXPECT_EQ(parsed_as("<m><s/><s a='" + torn + zeros), "<m><s/></m>");
+        EXPECT_EQ(parsed_as("<m><s/><s a='" + torn + few), "<m><s/></m>");
+        EXPECT_EQ(parsed_as("<m a='" + torn + few), "-5202");
+        EXPECT_EQ(parsed_as("<m><s/>" + torn + few + "<s/></m>"), "-5201");
+        EXPECT_EQ(parsed_as("<m><s/>" + torn + "!!!!" + zeros), "-5201");
+    }
+    EXPECT_EQ(parsed_as("<m><s/>\x80" + zeros), "-5201") << "no character begins like this";
+}
+
+// Wherever a piece of reading ends: right before the torn character, in it, behind it.
+TEST(zXML, ZeroBytesBehindAPieceOfReadingCountAsCut) {
+    const std::string front = "<m><s/><s a='";
+    for (std::size_t size = 65536 - 5; size < 65536 + 5; ++size) {
+        const std::string text(size - front.size(), 'x');
+        for (const std::size_t zeros : {1u, 10u, 200000u}) {
+            EXPECT_EQ(parsed_as(front + text + "\xE2\x82" + std::string(zeros, '\0')),
+                      "<m><s/></m>")
+                << size << " and " << zeros;
+        }
+    }
+}
+
+TEST(zXML, ZeroBytesAtTheEndOfTwoByteCharactersCountAsCutToo) {
+    const auto wide = [](const std::string& text, bool isLittle) {
+        std::string bytes = isLittle ? "\xFF\xFE" : "\xFE\xFF";
+        for (const char c : text) {
+            bytes += isLittle ? c : '\0';
+            bytes += isLittle ? '\0' : c;
+        }
+        return bytes;
+    };
+    for (const bool isLittle : {false, true}) {
+        for (const std::size_t front : {0u, 2u}) {  // with and without the mark
+            const std::string zeros(1000, '\0');
+            const std::string cut = wide("<m><s/><s a='", isLittle).substr(front);
+            EXPECT_EQ(parsed_as(cut + zeros), "<m><s/></m>");
+            EXPECT_EQ(parsed_as(wide("<m><s/></m>", isLittle).substr(front)), "<m><s/></m>");
+            EXPECT_EQ(parsed_as(cut + zeros + "x"), "-5201");
+        }
+    }
 }
 
 TEST(zXML, WhatIsWrongIsRefusedAndChangesNothing) {
@@ -464,14 +536,20 @@ TEST(zXML, SizeIsBounded) {
     GTEST_SKIP() << "one thread and hundreds of megabytes: a minute here, with nothing to find";
 #endif
     const std::size_t tooMuch = zXML::kMaxDocumentBytes + 1;
-    EXPECT_LT(peak_rise("<a>" + std::string(tooMuch, ' '), zXML::kTooBig), 20) << "blanks";
-    EXPECT_LT(peak_rise("<a b='" + std::string(tooMuch, 'x'), zXML::kTooBig), 80) << "one text";
-    EXPECT_LT(peak_rise("<" + std::string(tooMuch, 'x'), zXML::kTooBig), 80) << "one name";
+    EXPECT_LT(peak_rise(std::string("<a>").append(tooMuch, ' '), zXML::kTooBig), 20) << "blanks";
+    EXPECT_LT(peak_rise(std::string("<a b='").append(tooMuch, 'x'), zXML::kTooBig), 80)
+        << "one text";
+    EXPECT_LT(peak_rise(std::string("<").append(tooMuch, 'x'), zXML::kTooBig), 80) << "one name";
     EXPECT_LT(peak_rise(repeated("<a/>", zXML::kMaxElements, "<a>"), zXML::kTooBig), 200)
         << "elements";
     std::string wide = "<e";
     for (int i = 0; i < 1024; ++i) wide += fmt::format(" a{}=''", i);
     wide += "/>";
+    std::string crowded = "<e";
+    for (int i = 0; crowded.size() < zXML::kMaxTagBytes - 100; ++i) {
+        crowded += fmt::format(" a{:x}=''", i);
+    }
+    EXPECT_LT(peak_rise(crowded + "/>", zXML::kTooBig), 110) << "attributes";
     const std::size_t count = zXML::kMaxVariables / 1024 + 1;
     EXPECT_LT(peak_rise(repeated(wide, count, "<a>"), zXML::kTooBig), 300) << "variables";
 }
@@ -499,6 +577,11 @@ TEST(zXML, AttributesAndNewKeysAreBounded) {
     EXPECT_EQ(parse(document("keys", zXML::kMaxNewKeys / each, each), record), 0)
         << "keys that are known by now";
 
+    // What is read can be written.
+    zMemoryStream most;
+    EXPECT_EQ(parse(document("most", 1, zXML::kMaxAttributes), record), 0);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &most, "\n", 0), 0);
+
     zRecord wide;
     for (unsigned int i = 0; i <= zXML::kMaxAttributes; ++i) wide.SetInt32(1 + i, 0);
     zMemoryStream stream;
@@ -508,6 +591,41 @@ TEST(zXML, AttributesAndNewKeysAreBounded) {
     zRecord back;
     EXPECT_EQ(parse(std::string(stream.Content()), back), 0);
     EXPECT_TRUE(Same(back, wide));
+}
+
+/// Forgets what it takes.
+class Nowhere : public zMemoryStream {
+public:
+    int Write(const void*, unsigned long) override { return 0; }
+};
+
+TEST(zXML, WhatNoReaderTakesIsNotWritten) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "one thread and hundreds of megabytes: a minute here, with nothing to find";
+#endif
+    Nowhere stream;
+    zRecord many;
+    for (unsigned int i = 1; i < zXML::kMaxElements; ++i) many.AddChild(new zRecord, 0x7FFFFFFF);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &many, &stream, "", 0), 0);
+    many.AddChild(new zRecord, 0x7FFFFFFF);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &many, &stream, "", 0), zXML::kTooBig) << "elements";
+
+    zRecord rows;
+    for (unsigned int row = 0; row < zXML::kMaxVariables / 1024; ++row) {
+        auto* child = new zRecord;
+        for (unsigned int i = 1; i <= 1024; ++i) child->SetBool(i, true);
+        rows.AddChild(child, 0x7FFFFFFF);
+    }
+    EXPECT_EQ(zXML::WriteStream(kWrite, &rows, &stream, "", 0), 0);
+    rows.SetBool(1ull, true);
+    EXPECT_EQ(zXML::WriteStream(kWrite, &rows, &stream, "", 0), zXML::kTooBig) << "variables";
+
+    zRecord large;
+    for (unsigned long size = 0; size < zXML::kMaxDocumentBytes; size += 8ul << 20) {
+        EXPECT_EQ(zXML::WriteStream(kWrite, &large, &stream, "", 0), 0) << size;
+        add_child(large, "text").SetString("text", std::string(8ul << 20, 'x'));
+    }
+    EXPECT_EQ(zXML::WriteStream(kWrite, &large, &stream, "", 0), zXML::kTooBig) << "bytes";
 }
 
 TEST(zXML, LongTextsComeBack) {
