@@ -12,8 +12,8 @@ namespace {
 
 constexpr unsigned int kBlocksPerSecond = 30;
 
-// It scales with the ratio of the rates alone and so is 30 frames where they are equal, which is
-// not the length of an unconverted block. Converted blocks have always been counted so.
+// By the rates' ratio and nothing else, so that equal rates leave room for 30 frames: a block that
+// goes through as it is has many more. Converted blocks have always been counted so.
 int converted_frames(unsigned int inputRate, unsigned int outputRate) {
     if (inputRate == 0) return 0;
     return WholeNumberOf<int>(std::ceil(outputRate * 30.0 / inputRate));
@@ -85,8 +85,8 @@ int tnPcmAudioFilter::convert_block(tnPcmAudioFilterBuffer& buffer, void* data,
     unsigned int outBytes = 0;
     const int result = fConverter->Convert(data, buffer.fData.data(), bytes, capacity, capacity,
                                            &outFrames, &outBytes);
-    // Deliberate, and not to be turned round: a block that converted is dropped, and one that did
-    // not goes on as silence. Hosts that ask for PCM in a format that the source does not have lean
+    // Meant just so, however odd it reads: a block that converted is dropped, and one that did not
+    // goes on as silence. Hosts that ask for PCM in a format that the source does not have lean
     // on getting no sound of it, rather than sound in blocks of another length than they wrote.
     if (result == 0) return -1;
     const auto channels = static_cast<unsigned int>(fOutputFormat.fChannels.AsInt32(0));
