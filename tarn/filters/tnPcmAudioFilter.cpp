@@ -10,6 +10,7 @@
 
 namespace {
 
+constexpr int kNoConversion = -1054;
 constexpr unsigned int kBlocksPerSecond = 30;
 
 // By the rates' ratio and nothing else, so that equal rates leave room for 30 frames: a block that
@@ -51,8 +52,9 @@ int tnPcmAudioFilter::Create(const tnMediaRecord& input, const tnMediaRecord& ou
     fCreateError = 0;
     if (!tnAudioConverter::NeedsConversion(fInputFormat, fOutputFormat)) return 0;
     fConverter = tnAudioConverter::Factory();
-    fCreateError = fConverter->Init(fInputFormat, fOutputFormat);
-    return fCreateError;
+    const int result = fConverter->Init(fInputFormat, fOutputFormat);
+    if (result != 0) fCreateError = kNoConversion;
+    return result;
 }
 
 int tnPcmAudioFilter::EncodeFrame(EncodedBuffer** out, double timeMs, void* data,

@@ -26,7 +26,8 @@ public:
     /// converted; see the source.
     int EncodeFrame(EncodedBuffer** out, double timeMs, void* data, unsigned int bytes) override;
     int FramesPerPacket() const override;
-    /// What Create gave, 0 before it; see tnOrbVideoCompressor::ConfigurationError.
+    /// -1054 where Create found no conversion between the formats, else 0; see
+    /// tnOrbVideoCompressor::ConfigurationError.
     int ConfigurationError() const { return fCreateError; }
 
 private:

@@ -193,7 +193,7 @@ TEST(PcmAudioFilter, AConverterThatCannotDoTheFormatsFailsTheCreationAndStays) {
     EXPECT_EQ(filter.ConfigurationError(), 0);
     filter.SetOutputFormat(format_of(48000, 2, 16));
     EXPECT_FALSE(filter.CreateFilter(format_of(48000, 2, 24)));
-    EXPECT_EQ(filter.ConfigurationError(), -1);
+    EXPECT_EQ(filter.ConfigurationError(), -1054);
     EXPECT_EQ(filter.InputFormat().fBitsPerSample.AsInt32(0), 24);
     // It goes on as any converter that fails.
     EXPECT_EQ(encode(filter, std::vector<unsigned char>(9600)).result, 0);

@@ -41,6 +41,7 @@ constexpr CodeText kTexts[] = {
     {kWriterTrackRefused,
      "this kind of file takes no track of {}; use another codec or another kind of file"},
     {kWriterVideoBegin, "{} does not start with these settings; check them", true},
+    {-1044, "{} is not here; use another codec"},
     {kWriterConversion, "a picture could not be converted for {}; use another size", true},
     {kWriterCopy, "there is no memory for a copy of a picture; stop other outputs"},
     {kWriterVideoSample,
