@@ -14,42 +14,18 @@
 #include "spar/zStringID.h"
 
 #include "tests/support/randomRecords.h"
+#include "tests/support/xmlRecords.h"
 
 namespace {
 
+using records::add_child;
+using records::kRead;
+using records::kWrite;
+using records::parse;
+using records::parsed_as;
 using records::Same;
-
-constexpr unsigned int kWrite = 5;
-constexpr unsigned int kRead = 1;
-
-std::string written(const zRecord& record, const char* separator = "\n", int depth = 0) {
-    zMemoryStream stream;
-    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &stream, separator, depth), 0);
-    return std::string(stream.Content());
-}
-
-int parse(const std::string& text, zRecord& record) {
-    return zXML::ParseMemory(kRead, &record, text.data(), text.size());
-}
-
-/// What XML looks like that describes the record, for comparing trees by eye.
-std::string parsed_as(const std::string& text) {
-    zRecord record;
-    const int result = parse(text, record);
-    return result != 0 ? std::to_string(result) : written(record, nullptr);
-}
-
-zRecord tagged(const char* tag) {
-    zRecord record;
-    record.SetCString('xTag', tag);
-    return record;
-}
-
-zRecord& add_child(zRecord& parent, const char* tag) {
-    auto* child = new zRecord(tagged(tag));
-    parent.AddChild(child, 0x7FFFFFFF);
-    return *child;
-}
+using records::tagged;
+using records::written;
 
 TEST(zXML, WritesARecordAsAnElement) {
     zStringID::Default().Add('xtWi', "test_xml_width", false);
@@ -466,178 +442,6 @@ TEST(zXML, WhatIsWrongIsRefusedAndChangesNothing) {
         EXPECT_EQ(parse(text, record), expected) << text;
         EXPECT_TRUE(Same(record, before)) << text;
     }
-}
-
-/// Kilobytes of a line of the process's status.
-long status_kilobytes(const std::string& name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        if (word != name + ":") continue;
-        long value = 0;
-        status >> value;
-        return value;
-    }
-    return -1;
-}
-
-/// Reads `text` and tells how far the process's memory rose above what it was before, at its peak,
-/// in megabytes.
-long peak_rise(const std::string& text, int expected) {
-    std::ofstream("/proc/self/clear_refs") << "5";  // the peak counts from here
-    const long before = status_kilobytes("VmRSS");
-    zRecord record;
-    EXPECT_EQ(parse(text, record), expected);
-    const long rise = (status_kilobytes("VmHWM") - before) / 1024;
-    ::testing::Test::RecordProperty("peak_megabytes", static_cast<int>(rise));
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return 0;  // their own memory drowns ours
-#else
-    return rise;
-#endif
-}
-
-std::string repeated(const std::string& part, std::size_t count, const char* front = "") {
-    std::string text = front;
-    text.reserve(text.size() + part.size() * count);
-    for (std::size_t i = 0; i < count; ++i) text += part;
-    return text;
-}
-
-TEST(zXML, BombsAreRefusedBeforeTheyGoOff) {
-    std::string laughs = "<!DOCTYPE l [<!ENTITY a0 'ha'>";
-    for (int i = 1; i < 30; ++i) {
-        laughs += fmt::format("<!ENTITY a{} '&a{};&a{};'>", i, i - 1, i - 1);
-    }
-    laughs += "]><l>&a29;</l>";
-    EXPECT_LT(peak_rise(laughs, zXML::kDoctype), 20);
-}
-
-TEST(zXML, DepthIsBounded) {
-    const auto nested = [](int depth) {
-        const std::size_t count = static_cast<std::size_t>(depth);
-        return repeated("<a>", count) + repeated("</a>", count);
-    };
-    zRecord record;
-    EXPECT_EQ(parse(nested(zXML::kMaxDepth), record), 0);
-    EXPECT_EQ(parse(written(record), record), 0) << "what is read can be written";
-    EXPECT_EQ(parse(nested(zXML::kMaxDepth + 1), record), zXML::kTooDeep);
-    EXPECT_EQ(parse(repeated("<a>", zXML::kMaxDepth) + "<a/>", record), zXML::kTooDeep);
-    EXPECT_LT(peak_rise(repeated("<a>", 5000000), zXML::kTooDeep), 20);
-
-    zRecord outer;
-    outer.AddChild(new zRecord(record), 0x7FFFFFFF);  // a level more than is read
-    zMemoryStream stream;
-    EXPECT_EQ(zXML::WriteStream(kWrite, &outer, &stream, "\n", 0), zXML::kTooDeep);
-    EXPECT_TRUE(stream.Content().empty());
-}
-
-TEST(zXML, SizeIsBounded) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "one thread and hundreds of megabytes: a minute here, with nothing to find";
-#endif
-    const std::size_t tooMuch = zXML::kMaxDocumentBytes + 1;
-    EXPECT_LT(peak_rise(std::string("<a>").append(tooMuch, ' '), zXML::kTooBig), 20) << "blanks";
-    EXPECT_LT(peak_rise(std::string("<a b='").append(tooMuch, 'x'), zXML::kTooBig), 80)
-        << "one text";
-    EXPECT_LT(peak_rise(std::string("<").append(tooMuch, 'x'), zXML::kTooBig), 80) << "one name";
-    EXPECT_LT(peak_rise(repeated("<a/>", zXML::kMaxElements, "<a>"), zXML::kTooBig), 200)
-        << "elements";
-    std::string wide = "<e";
-    for (int i = 0; i < 1024; ++i) wide += fmt::format(" a{}=''", i);
-    wide += "/>";
-    std::string crowded = "<e";
-    for (int i = 0; crowded.size() < zXML::kMaxTagBytes - 100; ++i) {
-        crowded += fmt::format(" a{:x}=''", i);
-    }
-    EXPECT_LT(peak_rise(crowded + "/>", zXML::kTooBig), 110) << "attributes";
-    const std::size_t count = zXML::kMaxVariables / 1024 + 1;
-    EXPECT_LT(peak_rise(repeated(wide, count, "<a>"), zXML::kTooBig), 300) << "variables";
-}
-
-TEST(zXML, AttributesAndNewKeysAreBounded) {
-    const auto document = [](const std::string& stem, unsigned int elements, unsigned int each) {
-        std::string text = "<a>";
-        unsigned int number = 0;
-        for (unsigned int element = 0; element < elements; ++element) {
-            text += "<e";
-            for (unsigned int i = 0; i < each; ++i) {
-                text += fmt::format(" {}{}=''", stem, number++);
-            }
-            text += "/>";
-        }
-        return text + "</a>";
-    };
-    zRecord record;
-    EXPECT_EQ(parse(document("most", 1, zXML::kMaxAttributes), record), 0);
-    EXPECT_EQ(record.Child(0)->VariableCount(), zXML::kMaxAttributes + 1) << "and the tag";
-    EXPECT_EQ(parse(document("more", 1, zXML::kMaxAttributes + 1), record), zXML::kTooBig);
-    const unsigned int each = 1024;
-    EXPECT_EQ(parse(document("keys", zXML::kMaxNewKeys / each, each), record), 0);
-    EXPECT_EQ(parse(document("kezs", zXML::kMaxNewKeys / each + 1, each), record), zXML::kTooBig);
-    EXPECT_EQ(parse(document("keys", zXML::kMaxNewKeys / each, each), record), 0)
-        << "keys that are known by now";
-
-    // What is read can be written.
-    zMemoryStream most;
-    EXPECT_EQ(parse(document("most", 1, zXML::kMaxAttributes), record), 0);
-    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &most, "\n", 0), 0);
-
-    zRecord wide;
-    for (unsigned int i = 0; i <= zXML::kMaxAttributes; ++i) wide.SetInt32(1 + i, 0);
-    zMemoryStream stream;
-    EXPECT_EQ(zXML::WriteStream(kWrite, &wide, &stream, "\n", 0), zXML::kTooBig);
-    wide.RemoveID(1);
-    EXPECT_EQ(zXML::WriteStream(kWrite, &wide, &stream, "\n", 0), 0);
-    zRecord back;
-    EXPECT_EQ(parse(std::string(stream.Content()), back), 0);
-    EXPECT_TRUE(Same(back, wide));
-}
-
-/// Forgets what it takes.
-class Nowhere : public zMemoryStream {
-public:
-    int Write(const void*, unsigned long) override { return 0; }
-};
-
-TEST(zXML, WhatNoReaderTakesIsNotWritten) {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "one thread and hundreds of megabytes: a minute here, with nothing to find";
-#endif
-    Nowhere stream;
-    zRecord many;
-    for (unsigned int i = 1; i < zXML::kMaxElements; ++i) many.AddChild(new zRecord, 0x7FFFFFFF);
-    EXPECT_EQ(zXML::WriteStream(kWrite, &many, &stream, "", 0), 0);
-    many.AddChild(new zRecord, 0x7FFFFFFF);
-    EXPECT_EQ(zXML::WriteStream(kWrite, &many, &stream, "", 0), zXML::kTooBig) << "elements";
-
-    zRecord rows;
-    for (unsigned int row = 0; row < zXML::kMaxVariables / 1024; ++row) {
-        auto* child = new zRecord;
-        for (unsigned int i = 1; i <= 1024; ++i) child->SetBool(i, true);
-        rows.AddChild(child, 0x7FFFFFFF);
-    }
-    EXPECT_EQ(zXML::WriteStream(kWrite, &rows, &stream, "", 0), 0);
-    rows.SetBool(1ull, true);
-    EXPECT_EQ(zXML::WriteStream(kWrite, &rows, &stream, "", 0), zXML::kTooBig) << "variables";
-
-    zRecord large;
-    for (unsigned long size = 0; size < zXML::kMaxDocumentBytes; size += 8ul << 20) {
-        EXPECT_EQ(zXML::WriteStream(kWrite, &large, &stream, "", 0), 0) << size;
-        add_child(large, "text").SetString("text", std::string(8ul << 20, 'x'));
-    }
-    EXPECT_EQ(zXML::WriteStream(kWrite, &large, &stream, "", 0), zXML::kTooBig) << "bytes";
-}
-
-TEST(zXML, LongTextsComeBack) {
-    zRecord record = tagged("long");
-    record.SetString("text", std::string(12u << 20, 'x'));
-    zRecord back;
-    EXPECT_EQ(parse(written(record), back), 0);
-    EXPECT_TRUE(Same(back, record));
-    record.SetString("text", std::string(zXML::kMaxTagBytes, 'x'));
-    zMemoryStream stream;
-    EXPECT_EQ(zXML::WriteStream(kWrite, &record, &stream, "\n", 0), zXML::kTooBig)
-        << "what could not be read is not written";
 }
 
 TEST(zXML, RefusesWhatItCannotWorkOn) {
