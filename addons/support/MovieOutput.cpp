@@ -4,6 +4,29 @@
 #include <utility>
 
 #include "spar/trace.h"
+#include "spar/zThreadMain.h"
+
+namespace {
+
+// An ordinary thread.
+constexpr char kThreadClass = 4;
+constexpr char kThreadNumber = 1;
+
+}  // namespace
+
+/// What the thread runs. An output that hangs is left behind, so it keeps the output.
+class MovieOutput::Body final : public zThreadMain {
+public:
+    explicit Body(std::shared_ptr<MovieOutput> output) : fOutput(std::move(output)) {}
+    int Main(int, const char**) override {
+        fOutput->run();
+        delete this;
+        return 0;
+    }
+
+private:
+    const std::shared_ptr<MovieOutput> fOutput;
+};
 
 MovieOutput::MovieOutput(Settings settings, Room room)
     : fSettings(std::move(settings)),
@@ -12,14 +35,17 @@ MovieOutput::MovieOutput(Settings settings, Room room)
 
 MovieOutput::~MovieOutput() = default;
 
-void MovieOutput::Start(Report report) {
+int MovieOutput::Start(Report report) {
     fReport = std::move(report);
-    fThread = std::thread([self = shared_from_this()] {
-        self->run();
-        const zMutexLock lock(self->fLock);
-        self->fEnded = true;
-        self->fChanged.WakeAll();
-    });
+    auto body = std::make_unique<Body>(shared_from_this());
+    fThread.reset(zThread::Factory("movie output", body.get(), kThreadClass, kThreadNumber));
+    if (!fThread) {
+        zTrace("'{}': the system has no thread for the output; end other programs\n",
+               fSettings.where);
+        return kNoThread;
+    }
+    body.release();  // deletes itself
+    return 0;
 }
 
 void MovieOutput::Stop() {
@@ -28,13 +54,11 @@ void MovieOutput::Stop() {
         fEnding = true;
         fChanged.WakeAll();
     }
-    if (!fThread.joinable()) return;
-    if (has_ended()) {
-        fThread.join();
-        return;
-    }
-    fThread.detach();
-    fail(kTooSlow);
+    if (!fThread) return;
+    const bool isOver = has_ended();
+    if (isOver) fThread->Join();
+    fThread.reset();
+    if (!isOver) fail(kTooSlow);
 }
 
 /// Whether the thread came to its end within the time for that.
@@ -119,6 +143,13 @@ bool MovieOutput::take(MediaItem& item) {
 }
 
 void MovieOutput::run() {
+    write_until_end();
+    const zMutexLock lock(fLock);
+    fEnded = true;
+    fChanged.WakeAll();
+}
+
+void MovieOutput::write_until_end() {
     MediaItem item;
     while (take(item)) {
         const int code = handle(std::move(item));

@@ -5,9 +5,9 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "spar/zMutex.h"
+#include "spar/zThread.h"
 
 #include "addons/support/MediaItem.h"
 #include "addons/support/MovieStart.h"
@@ -24,6 +24,7 @@ public:
     static constexpr int kPatienceMs = 2000;
     /// The status of an output that could not keep up.
     static constexpr int kTooSlow = -14;
+    static constexpr int kNoThread = -1;
 
     struct Settings {
         std::string where;  ///< path or address
@@ -47,9 +48,10 @@ public:
 
     /// Looks whether there can be an output: 0 or a negative code. Control thread.
     virtual int Open() = 0;
-    /// Starts the thread, which keeps this object while it runs. `report` is called once, from any
+    /// Starts the thread, which keeps this object while it runs. 0, or kNoThread with a trace line,
+    /// and nothing runs, when the system has no thread to give. `report` is called once, from any
     /// thread, if the output fails.
-    void Start(Report report);
+    int Start(Report report);
     /// Takes nothing more, writes what waits, completes the file. Control thread; once. Blocks as
     /// long as that takes, but no longer than the settings say: a disk that never answers then
     /// keeps the output's thread, which ends when it may, and nothing else.
@@ -84,13 +86,16 @@ protected:
     const Settings fSettings;
 
 private:
+    class Body;
+
     bool has_ended() SPAR_EXCLUDES(fLock);
     bool has_failed() SPAR_EXCLUDES(fLock);
     void put(MediaItem item) SPAR_EXCLUDES(fLock);
     bool wait_for_room() SPAR_REQUIRES(fLock);
     bool is_full() const SPAR_REQUIRES(fLock);
     bool take(MediaItem& item) SPAR_EXCLUDES(fLock);
-    void run();
+    void run() SPAR_EXCLUDES(fLock);
+    void write_until_end();
     int handle(MediaItem item);
     int begin();
     void begin_at_end();
@@ -99,7 +104,7 @@ private:
 
     const Room fRoom;
     Report fReport;  // fixed by Start
-    std::thread fThread;
+    std::unique_ptr<zThread> fThread;
 
     // the thread that delivers pictures, and the one that delivers sound
     std::shared_ptr<const TrackFormat> fPictureFormat;

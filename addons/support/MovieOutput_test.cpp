@@ -4,6 +4,7 @@
 
 #include "addons/support/OutputFan.h"
 #include "addons/support/SoundLine.h"
+#include "tests/support/NoThreads.h"
 #include "tests/support/filterDoubles.h"
 
 using filterDoubles::Picture;
@@ -99,6 +100,17 @@ TEST_F(Outputs, EverythingThatWaitsIsWrittenBeforeTheEnd) {
     EXPECT_EQ(fReports, 0);
     output->WriteVideo(nullptr, picture(50));  // too late, and no harm
     EXPECT_EQ(output->fWritten, 50);
+}
+
+TEST_F(Outputs, WithoutAThreadThereIsNone) {
+    const auto output = std::make_shared<GatedOutput>(MovieOutput::Settings{}, MovieOutput::Room{});
+    {
+        const tests::NoThreads none;
+        EXPECT_EQ(output->Start([this](int) { ++fReports; }), MovieOutput::kNoThread);
+    }
+    output->Stop();
+    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output.use_count(), 1) << "nothing keeps it";
 }
 
 TEST_F(Outputs, AFullQueueThatDoesNotWaitIsAFailureToldOnce) {

@@ -137,7 +137,8 @@ int OutputMovie::BeginOutput(const tnOutputAccessor& output, const zRecord* sett
     const std::shared_ptr<MovieOutput> made = make_output(wish);
     int code = made->Open();
     if (code != 0) return code;
-    made->Start(reporter(made));
+    code = made->Start(reporter(made));
+    if (code != 0) return code;
     fFan->Add(made);
     fRunning[type] = made;
     ++fStarts[without_scheme(output.URL())];
