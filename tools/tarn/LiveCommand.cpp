@@ -43,12 +43,13 @@ struct LiveArguments {
     bool trace = false;
 };
 
-/// Where the output add-ons are: beside this program in a build, under lib once installed.
+/// Where the output add-ons are: beside this program in a build, in the folder of the libraries
+/// once installed, whose way from here stays the same where the whole is moved.
 std::string addons_folder(const LiveArguments& arguments) {
     if (!arguments.addons.empty()) return arguments.addons;
     std::error_code failed;
     const auto here = std::filesystem::read_symlink("/proc/self/exe", failed).parent_path();
-    const auto installed = here.parent_path() / "lib" / "tarn" / "addons";
+    const auto installed = (here / TARN_ADDONS_FROM_PROGRAM).lexically_normal();
     const auto built = here / "addons";
     return std::filesystem::is_directory(built, failed) ? built.string() : installed.string();
 }
