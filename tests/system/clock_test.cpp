@@ -70,6 +70,32 @@ TEST(ClockCommand, DrawsWhatOtherToolsCanRender) {
     }
 }
 
+TEST(ClockCommand, ARateOfTelevisionIsThatOfShows) {
+    const ProcessResult result = Clock({"--rate", "59.94", "--seconds", "0.2", "--json"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("\"rate\":59.940060"), std::string::npos) << result.out;
+}
+
+TEST(ClockCommand, APlotThatCannotBeWrittenIsToldBeforeItMeasures) {
+    const ProcessResult result = Clock({"--seconds", "3600", "--plot", "/nonexistent/plot.svg"});
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_TRUE(result.out.empty()) << result.out;
+    EXPECT_NE(result.err.find("/nonexistent/plot.svg': the plot cannot be written"),
+              std::string::npos)
+        << result.err;
+    const TestFolder folder;
+    const std::string plot = folder.File("plot.svg");
+    EXPECT_NE(Clock({"--seconds", "0.1", "--rate", "1", "--plot", plot}).exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(plot)) << "asking leaves nothing behind";
+}
+
+TEST(ClockCommand, MachinesAreToldWhatIsWrongToo) {
+    const ProcessResult result = Clock({"--seconds", "0.1", "--rate", "1", "--json"});
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_NE(result.out.find(R"({"event":"error","message":"no ticks)"), std::string::npos)
+        << result.out;
+}
+
 TEST(ClockCommand, SaysWhatIsWrong) {
     struct Case {
         std::vector<std::string> options;

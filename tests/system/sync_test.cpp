@@ -1,6 +1,7 @@
 // `tarn sync`: clips with flashes and tones at known offsets, and what is measured of them after
 // trips through encoders and other programs.
 #include <cmath>
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -263,6 +264,10 @@ TEST(SyncMeasure, SaysWhatIsWrong) {
     const ProcessResult plot = Sync("measure", {clip, "--plot", "/nonexistent/plot.svg"});
     EXPECT_NE(plot.exitCode, 0);
     EXPECT_NE(plot.err.find("/nonexistent/plot.svg"), std::string::npos);
+    EXPECT_TRUE(plot.out.empty()) << "before it measures: " << plot.out;
+    const ProcessResult json = Sync("measure", {dark, "--json"});
+    EXPECT_NE(json.out.find(R"({"event":"error","message":")"), std::string::npos) << json.out;
+    EXPECT_NE(json.out.find("no pair"), std::string::npos) << json.out;
 }
 
 TEST(SyncSignal, AnotherDecoderHearsItsDigits) {
@@ -343,6 +348,26 @@ TEST(SyncSignal, TellsItsPairs) {
     EXPECT_NEAR(times[2], 150 * 1.001 / 30, 1e-6);
 }
 
+TEST(SyncSignal, StoppedTellsOfThePairsInTheFileAlone) {
+    const TestFolder folder;
+    const std::string clip = folder.File("clip.mov");
+    tests::BackgroundProcess process({TARN_TOOL, "sync", "signal", clip, "--seconds", "86400",
+                                      "--size", kSmall, "--rate", "25", "--json"});
+    std::string line;
+    ASSERT_TRUE(process.ReadLine(line)) << "how far it is, once a second";
+    process.Signal(SIGINT);
+    const ProcessResult result = process.Wait();
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::string done = result.out.substr(result.out.find(R"({"event":"done")"));
+    EXPECT_NE(done.find(R"("stopped":true)"), std::string::npos) << done;
+    const double seconds = NumberOf(done, "seconds");
+    const std::vector<double> times = NumbersOf(done, "at");
+    EXPECT_LT(seconds, 86400);
+    // One every other second, from the first on.
+    EXPECT_NEAR(static_cast<double>(times.size()), seconds / 2, 1.5) << done;
+    EXPECT_TRUE(times.empty() || times.back() < seconds) << done;
+}
+
 TEST(SyncSignal, SaysWhatIsWrong) {
     const TestFolder folder;
     struct Case {
@@ -358,6 +383,7 @@ TEST(SyncSignal, SaysWhatIsWrong) {
         {{clip, "--offset", "nan"}, "--offset: 'nan' is not from -450 to 450 milliseconds"},
         {{clip, "--offset", "100,nan"}, "--offset: 'nan' is not from -450 to 450 milliseconds"},
         {{clip, "--size", "big"}, "WIDTHxHEIGHT"},
+        {{clip, "--size", "4294967616x320"}, "WIDTHxHEIGHT"},
         {{clip, "--size", "321x240"}, "even"},
         {{clip, "--size", "64x64"}, "even, from 160"},
         {{clip, "--rate", "0"}, "not a rate"},

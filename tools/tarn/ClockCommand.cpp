@@ -18,6 +18,7 @@
 #include "StopSignal.h"
 #include "SvgDrawing.h"
 #include "TextUnits.h"
+#include "live/Show.h"
 
 namespace {
 
@@ -31,18 +32,15 @@ struct ClockArguments {
     bool json = false;
 };
 
-/// "59.94" or "60000/1001"; empty, or what is wrong with it.
+/// "59.94", which is 60000/1001; empty, or what is wrong with it.
 std::string parse_rate(const std::string& text, double& rate) {
-    char* end = nullptr;
-    rate = std::strtod(text.c_str(), &end);
-    if (*end == '/') {
-        const double divisor = std::strtod(end + 1, &end);
-        rate /= divisor;
+    ShowRate read;
+    if (!ParseShowRate(text, read, kHighestRate)) {
+        return fmt::format(
+            "'{}' is not a rate above 0 and at most {:g} ticks a second; write 59.94 or 60000/1001",
+            text, kHighestRate);
     }
-    if (text.empty() || *end != '\0') return "not a rate; write 59.94 or 60000/1001";
-    if (!(rate > 0 && rate <= kHighestRate)) {
-        return fmt::format("a rate is above 0 and at most {:g} ticks a second", kHighestRate);
-    }
+    rate = read.PerSecond();
     return {};
 }
 
@@ -98,7 +96,15 @@ void print_json(const ClockArguments& arguments, const ClockFigures& figures) {
     Say("}}\n");
 }
 
+int report_failure(const ClockArguments& arguments, const std::string& line) {
+    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
+    Say(stderr, "tarn clock: {}\n", line);
+    return EXIT_FAILURE;
+}
+
 int run(ClockArguments& arguments) {
+    std::string error;
+    if (!CanWriteDrawing(arguments.plot, error)) return report_failure(arguments, error);
     arguments.options.accuracy =
         arguments.accuracy == "asnc" ? tnClock::clock_rate_asnc : tnClock::clock_rate_scac;
     const std::atomic<bool>& stopped = WatchStopSignal();
@@ -117,15 +123,12 @@ int run(ClockArguments& arguments) {
         print_text(arguments, figures);
     }
     if (figures.ticks.empty()) {
-        Say(stderr, "tarn clock: no ticks; measure for longer than three periods\n");
-        return EXIT_FAILURE;
+        return report_failure(arguments, "no ticks; measure for longer than three periods");
     }
     if (arguments.plot.empty()) return EXIT_SUCCESS;
     const std::string drawing = DrawClockFigures(title_of(arguments, figures), figures);
-    std::string error;
     if (WriteDrawing(arguments.plot, drawing, error)) return EXIT_SUCCESS;
-    Say(stderr, "tarn clock: {}\n", error);
-    return EXIT_FAILURE;
+    return report_failure(arguments, error);
 }
 
 }  // namespace

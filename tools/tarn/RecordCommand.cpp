@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
@@ -15,6 +14,7 @@
 #include "StopSignal.h"
 #include "TextUnits.h"
 #include "codecQualities.h"
+#include "parseSize.h"
 
 namespace {
 
@@ -29,19 +29,6 @@ struct RecordArguments {
     std::string size;
     bool json = false;
 };
-
-/// WIDTHxHEIGHT in plain digits. Whether a side must be even is the encoder's to say.
-bool parse_size(const std::string& text, RecordOptions& options) {
-    const auto side = [](const char* from, const char* to, int& value) {
-        const auto [end, error] = std::from_chars(from, to, value);
-        return error == std::errc() && end == to && value >= kSmallestSide && value <= kLargestSide;
-    };
-    const std::size_t middle = text.find('x');
-    if (middle == std::string::npos) return false;
-    const char* begin = text.data();
-    return side(begin, begin + middle, options.width) &&
-           side(begin + middle + 1, begin + text.size(), options.height);
-}
 
 /// An empty line, or what is wrong with the quality for this encoder.
 std::string check_quality(const RecordOptions& options) {
@@ -59,11 +46,14 @@ std::string check_quality(const RecordOptions& options) {
 }
 
 std::string check_arguments(RecordArguments& arguments) {
-    if (!arguments.size.empty() && !parse_size(arguments.size, arguments.options)) {
+    RecordOptions& options = arguments.options;
+    // Whether a side must be even is the encoder's to say.
+    if (!arguments.size.empty() &&
+        !ParseSize(arguments.size, kSmallestSide, kLargestSide, options.width, options.height)) {
         return fmt::format("--size '{}': give it as WIDTHxHEIGHT, each from {} to {}",
                            arguments.size, kSmallestSide, kLargestSide);
     }
-    return check_quality(arguments.options);
+    return check_quality(options);
 }
 
 void print_summary(const RecordArguments& arguments, const Recorder& recorder, double elapsed,

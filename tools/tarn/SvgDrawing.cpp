@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 #include <iterator>
 #include <utility>
@@ -30,6 +31,13 @@ std::string escaped(const std::string& text) {
         }
     }
     return result;
+}
+
+/// Of the call before.
+std::string text_of_failure(const std::string& path) {
+    return fmt::format(
+        "'{}': the plot cannot be written: {}; check its folder, or choose another file", path,
+        std::strerror(errno));
 }
 
 }  // namespace
@@ -99,6 +107,26 @@ double RoundStep(double whole) {
     return power;
 }
 
+bool CanWriteDrawing(const std::string& path, std::string& error) {
+    std::error_code failed;
+    const auto found = std::filesystem::status(path, failed).type();
+    const bool isNew = found == std::filesystem::file_type::not_found;
+    // Pipes and devices take what comes when it comes.
+    if (path.empty() || (!isNew && found != std::filesystem::file_type::regular &&
+                         found != std::filesystem::file_type::directory &&
+                         found != std::filesystem::file_type::none)) {
+        return true;
+    }
+    FILE* const file = std::fopen(path.c_str(), "ab");
+    if (!file) {
+        error = text_of_failure(path);
+        return false;
+    }
+    std::fclose(file);
+    if (isNew) std::filesystem::remove(path, failed);
+    return true;
+}
+
 bool WriteDrawing(const std::string& path, const std::string& drawing, std::string& error) {
     FILE* file = std::fopen(path.c_str(), "wb");
     bool written = file != nullptr;
@@ -106,8 +134,6 @@ bool WriteDrawing(const std::string& path, const std::string& drawing, std::stri
         written = std::fwrite(drawing.data(), 1, drawing.size(), file) == drawing.size();
         written = std::fclose(file) == 0 && written;
     }
-    if (!written) {
-        error = fmt::format("'{}': the plot cannot be written: {}", path, std::strerror(errno));
-    }
+    if (!written) error = text_of_failure(path);
     return written;
 }

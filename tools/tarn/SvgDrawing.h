@@ -43,5 +43,9 @@ private:
 /// A step of 1, 2 or 5 times a power of ten that divides `whole` into four to ten.
 double RoundStep(double whole);
 
+/// Whether WriteDrawing could write there now, which leaves no file behind: to be asked before a
+/// long measurement. True for no path. False with one line in `error`.
+bool CanWriteDrawing(const std::string& path, std::string& error);
+
 /// False with one line in `error` when the file cannot be written.
 bool WriteDrawing(const std::string& path, const std::string& drawing, std::string& error);

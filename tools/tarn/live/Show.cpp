@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr double kFastestRate = 1000;
 constexpr int kLargestSide = 16384;
 constexpr int kDefaultWidth = 640;
 constexpr int kDefaultHeight = 360;
@@ -78,7 +77,7 @@ bool read_rate(const zRecord& record, ShowSource& source, const std::string& whe
     if (!ParseShowRate(text, source.rate)) {
         error = fmt::format(
             "{}: fps=\"{}\" is no rate; write 25, 29.97 or 60000/1001, above 0 and up to {:g}",
-            where, text, kFastestRate);
+            where, text, kFastestShowRate);
         return false;
     }
     if (!source.clip.empty()) {
@@ -271,7 +270,7 @@ bool add_elements(const zRecord& root, const std::string& where, Show& show, std
 
 }  // namespace
 
-bool ParseShowRate(const std::string& text, ShowRate& rate) {
+bool ParseShowRate(const std::string& text, ShowRate& rate, double fastest) {
     char* end = nullptr;
     const double first = std::strtod(text.c_str(), &end);
     double second = 1;
@@ -283,7 +282,7 @@ bool ParseShowRate(const std::string& text, ShowRate& rate) {
         if (end == divisor) return false;
     }
     const bool whole = first == std::floor(first) && second == std::floor(second);
-    if (*end != 0 || !(first > 0) || !(second > 0) || !(first / second <= kFastestRate)) {
+    if (*end != 0 || !(first > 0) || !(second > 0) || !(first / second <= fastest)) {
         return false;
     }
     if (fraction && (!whole || first > 1e9 || second > 1e9)) return false;

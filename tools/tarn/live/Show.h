@@ -29,8 +29,10 @@ struct ShowRate {
     bool IsGiven() const { return numerator > 0; }
 };
 
-/// "25", "29.97" (which is 30000/1001) or "60000/1001"; false for what is no rate up to 1000.
-bool ParseShowRate(const std::string& text, ShowRate& rate);
+constexpr double kFastestShowRate = 1000;
+
+/// "25", "29.97" (which is 30000/1001) or "60000/1001"; false for what is no rate up to `fastest`.
+bool ParseShowRate(const std::string& text, ShowRate& rate, double fastest = kFastestShowRate);
 
 /// Where pictures and sound come from: a clip, or generated bars with a tone.
 struct ShowSource {

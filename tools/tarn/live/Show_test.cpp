@@ -259,6 +259,9 @@ TEST(ShowRate, IsExactForTheRatesOfTelevision) {
         ShowRate rate;
         EXPECT_FALSE(ParseShowRate(text, rate)) << text;
     }
+    ShowRate rate;
+    EXPECT_TRUE(ParseShowRate("1500", rate, 2000)) << "clocks tick faster than pictures come";
+    EXPECT_FALSE(ParseShowRate("2001", rate, 2000));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "SyncCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -20,6 +21,7 @@
 #include "../StopSignal.h"
 #include "../SvgDrawing.h"
 #include "../TextUnits.h"
+#include "../parseSize.h"
 #include "SyncFigures.h"
 #include "SyncMeter.h"
 #include "SyncPlot.h"
@@ -28,6 +30,7 @@
 namespace {
 
 constexpr long long kViewUs = 200'000;
+constexpr int kLargestSignalSide = 8192;
 
 int report_failure(bool json, const char* command, const std::string& line) {
     if (json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
@@ -46,16 +49,12 @@ struct SignalArguments {
 /// Empty, or what is wrong with the arguments.
 std::string take_texts(SignalArguments& arguments) {
     SignalOptions& signal = arguments.signal;
-    char rest = 0;
-    if (!arguments.size.empty() &&
-        std::sscanf(arguments.size.c_str(), "%dx%d%c", &signal.width, &signal.height, &rest) != 2) {
-        return fmt::format("--size '{}': give it as WIDTHxHEIGHT", arguments.size);
-    }
-    for (const int side : {signal.width, signal.height}) {
-        if (side % 2 != 0 || side < kSmallestSignalSide || side > 8192) {
-            return fmt::format("--size '{}': both sides are even, from {} to 8192", arguments.size,
-                               kSmallestSignalSide);
-        }
+    const bool isSize =
+        arguments.size.empty() || ParseSize(arguments.size, kSmallestSignalSide, kLargestSignalSide,
+                                            signal.width, signal.height);
+    if (!isSize || signal.width % 2 != 0 || signal.height % 2 != 0) {
+        return fmt::format("--size '{}': give it as WIDTHxHEIGHT, both even, from {} to {}",
+                           arguments.size, kSmallestSignalSide, kLargestSignalSide);
     }
     if (!arguments.rate.empty() && !ParseShowRate(arguments.rate, signal.rate)) {
         return fmt::format("--rate '{}': not a rate; write 25, 29.97 or 60000/1001",
@@ -64,16 +63,19 @@ std::string take_texts(SignalArguments& arguments) {
     return {};
 }
 
-void print_signal(const SignalArguments& arguments, const Recorder& recorder) {
-    const auto pairs = SignalPairs(arguments.signal);
+void print_signal(const SignalArguments& arguments, const Recorder& recorder, bool stopped) {
+    SignalOptions made = arguments.signal;
+    made.seconds = std::min<double>(made.seconds, recorder.Figures().seconds);
+    const auto pairs = SignalPairs(made);
     if (!arguments.json) {
-        Say("{}: {} of {} video and {} sound, {} pairs of flash and tone\n",
+        Say("{}: {} of {} video and {} sound, {} pairs of flash and tone{}\n",
             arguments.record.output, TextOfSeconds(recorder.Figures().seconds),
-            arguments.record.video, arguments.record.audio, pairs.size());
+            arguments.record.video, arguments.record.audio, pairs.size(),
+            stopped ? "; stopped before its end" : "");
         return;
     }
-    Say(R"({{"event":"done","path":{},"seconds":{:.3f},"pairs":[)",
-        JsonString(arguments.record.output), recorder.Figures().seconds.load());
+    Say(R"({{"event":"done","path":{},"seconds":{:.3f},"stopped":{},"pairs":[)",
+        JsonString(arguments.record.output), recorder.Figures().seconds.load(), stopped);
     const char* between = "";
     for (const SignalPair& pair : pairs) {
         Say(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.flashSeconds,
@@ -95,7 +97,7 @@ int run_signal(SignalArguments& arguments) {
         done = recorder.Run(stop);
     }
     if (!done) return report_failure(arguments.json, "signal", recorder.Error());
-    print_signal(arguments, recorder);
+    print_signal(arguments, recorder, stop);
     return EXIT_SUCCESS;
 }
 
@@ -106,9 +108,10 @@ struct MeasureArguments {
 };
 
 std::string title_of(const MeasureArguments& arguments, const SyncMeasurement& measurement) {
-    return fmt::format("{}: {} pairs in {}",
+    return fmt::format("{}: {} pairs in {}{}",
                        std::filesystem::path(arguments.clip).filename().string(),
-                       measurement.pairs.size(), TextOfSeconds(measurement.seconds));
+                       measurement.pairs.size(), TextOfSeconds(measurement.seconds),
+                       measurement.stopped ? ", where it was stopped" : "");
 }
 
 void print_text(const MeasureArguments& arguments, const SyncMeasurement& measurement,
@@ -125,9 +128,9 @@ void print_text(const MeasureArguments& arguments, const SyncMeasurement& measur
 void print_json(const MeasureArguments& arguments, const SyncMeasurement& measurement,
                 const SyncFigures& figures) {
     Say(R"({{"event":"done","path":{},"seconds":{:.3f},"flashes":{},"tones":{},"frameMs":{:.3f},)"
-        R"("blockMs":{:.3f},"pairs":[)",
+        R"("blockMs":{:.3f},"stopped":{},"pairs":[)",
         JsonString(arguments.clip), measurement.seconds, measurement.flashes, measurement.tones,
-        measurement.frameMs, measurement.blockMs);
+        measurement.frameMs, measurement.blockMs, measurement.stopped);
     const char* between = "";
     for (const MeasuredPair& pair : measurement.pairs) {
         Say(R"({}{{"at":{:.6f},"offsetMs":{:.3f}}})", between, pair.seconds, pair.offsetMs);
@@ -144,6 +147,9 @@ int run_measure(const MeasureArguments& arguments) {
     const std::atomic<bool>& stop = WatchStopSignal();
     SyncMeasurement measurement;
     std::string error;
+    if (!CanWriteDrawing(arguments.plot, error)) {
+        return report_failure(arguments.json, "measure", error);
+    }
     bool measured = false;
     {
         ProgressLine progress;
@@ -168,17 +174,19 @@ int run_measure(const MeasureArguments& arguments) {
         print_text(arguments, measurement, figures);
     }
     if (measurement.pairs.empty()) {
-        Say(stderr,
-            "tarn sync measure: '{}': no pair; a green flash in the middle and a DTMF tone on "
-            "the left, less than half a second apart, make one\n",
-            arguments.clip);
-        return EXIT_FAILURE;
+        return report_failure(
+            arguments.json, "measure",
+            fmt::format("'{}': no pair{}; a green flash in the middle and a DTMF tone on the left, "
+                        "less than half a second apart, make one",
+                        arguments.clip, measurement.stopped ? " before it was stopped" : ""));
     }
-    if (arguments.plot.empty()) return EXIT_SUCCESS;
+    // What was found so far is no answer to what was asked.
+    const int result = measurement.stopped ? EXIT_FAILURE : EXIT_SUCCESS;
+    if (arguments.plot.empty()) return result;
     const std::string drawing =
         DrawSyncFigures(title_of(arguments, measurement), measurement, figures);
-    if (WriteDrawing(arguments.plot, drawing, error)) return EXIT_SUCCESS;
-    return report_failure(false, "measure", error);
+    if (WriteDrawing(arguments.plot, drawing, error)) return result;
+    return report_failure(arguments.json, "measure", error);
 }
 
 void add_signal(CLI::App& sync, int& exitCode) {

@@ -56,7 +56,9 @@ using Detectors = std::array<Detector, kDetectors>;
 /// the pictures' time goes on.
 class ToneSound {
 public:
-    bool Open(const std::string& path, double origin, std::string& error);
+    /// Looks the whole sound through, unless `stop` says so. False with one line in `error`.
+    bool Open(const std::string& path, double origin, const std::function<bool()>& stop,
+              std::string& error);
 
     int SampleRate() const { return fClip->SampleRate(); }
     std::size_t Tones() const { return fSpans.size(); }
@@ -87,7 +89,8 @@ std::unique_ptr<ClipAudio> open_sound(const std::string& path, double origin, st
     return clip;
 }
 
-bool ToneSound::Open(const std::string& path, double origin, std::string& error) {
+bool ToneSound::Open(const std::string& path, double origin, const std::function<bool()>& stop,
+                     std::string& error) {
     const std::unique_ptr<ClipAudio> whole = open_sound(path, origin, error);
     if (!whole) return false;
     if (tnSyncDTMF::BlockSize(whole->SampleRate()) == 0) {
@@ -97,7 +100,7 @@ bool ToneSound::Open(const std::string& path, double origin, std::string& error)
         return false;
     }
     LastingTones tones(whole->SampleRate());
-    while (whole->Next(fDecoded)) {
+    while (!stop() && whole->Next(fDecoded)) {
         const auto channels = static_cast<std::size_t>(whole->Channels());
         tones.Add(fDecoded.data(), static_cast<long long>(fDecoded.size() / channels),
                   whole->Channels());
@@ -162,7 +165,8 @@ class Meter {
 public:
     explicit Meter(SyncMeasurement& measurement) : fMeasurement(measurement) {}
 
-    bool Open(const std::string& path, std::string& error);
+    bool Open(const std::string& path, const std::function<bool(double)>& progress,
+              std::string& error);
     void Run(const std::function<bool(double)>& progress);
 
 private:
@@ -188,14 +192,16 @@ private:
     std::vector<double> fDifferences;
 };
 
-bool Meter::Open(const std::string& path, std::string& error) {
+bool Meter::Open(const std::string& path, const std::function<bool(double)>& progress,
+                 std::string& error) {
     fVideo = ClipVideo::Open(path, 0, 0, error, '2vuy');
     if (!fVideo) return false;
     if (!fVideo->Next(fFrame)) {
-        error = fmt::format("'{}': none of its pictures can be decoded", path);
+        error = fmt::format("'{}': none of its pictures can be decoded; is the clip whole?", path);
         return false;
     }
-    if (!fSound.Open(path, fVideo->StartSeconds() - kLeadSeconds, error)) return false;
+    const auto stop = [&] { return fMeasurement.stopped = progress(0); };
+    if (!fSound.Open(path, fVideo->StartSeconds() - kLeadSeconds, stop, error)) return false;
     const tnMediaRecord& format = fVideo->Format();
     fTick = 1.0 / static_cast<double>(format.AsInt64('tmsc', 1));
     fWidth = format.fWidth.AsInt32(0);
@@ -208,13 +214,14 @@ bool Meter::Open(const std::string& path, std::string& error) {
 }
 
 void Meter::Run(const std::function<bool(double)>& progress) {
+    if (fMeasurement.stopped) return;
     const double whole = fVideo->HeaderSeconds();
     do {
         fSound.FeedUntil(seconds_of(fFrame.time) + kLeadSeconds, fDetectors);
         see(fFrame);
         fMeasurement.seconds = seconds_of(fFrame.time + fFrame.duration);
-        if (progress(whole > 0 ? fMeasurement.seconds / whole : 0)) break;
-    } while (fVideo->Next(fFrame));
+        fMeasurement.stopped = progress(whole > 0 ? fMeasurement.seconds / whole : 0);
+    } while (!fMeasurement.stopped && fVideo->Next(fFrame));
     // A tone behind the last picture may still belong to a flash: any frame has it looked at.
     fSound.FeedUntil(fMeasurement.seconds + 2 * kLeadSeconds, fDetectors);
     for (Detector& detector : fDetectors) detector.Sync().VideoFrame(0, 0, 0, 0, 0, nullptr, 0);
@@ -263,7 +270,7 @@ bool MeasureSync(const std::string& path, const std::function<bool(double)>& pro
                  SyncMeasurement& measurement, std::string& error) {
     measurement = {};
     Meter meter(measurement);
-    if (!meter.Open(path, error)) return false;
+    if (!meter.Open(path, progress, error)) return false;
     meter.Run(progress);
     return true;
 }
