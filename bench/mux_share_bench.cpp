@@ -1,7 +1,7 @@
 // What an output more costs when the muxing add-ons share one encoder: real movie files, their
 // threads and all, beside the ffmpeg program with its tee muxer on the same pictures.
 //
-//   mux_share_bench ADDONS_FOLDER [rounds=N] [size=1280x720]
+//   mux_share_bench [ADDONS_FOLDER] [rounds=N] [size=1280x720]
 //
 // Everything takes turns within one run; ratios are those of a round, and their medians count.
 // Processor time is that of the whole process. An encoder's own time swings by more than all

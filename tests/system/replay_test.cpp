@@ -376,6 +376,16 @@ TEST_F(Replay, MistakesAreToldInALine) {
     EXPECT_NE(again.err.find("stands there already"), std::string::npos) << again.err;
 }
 
+// A limit of the file's size stands for a full disk.
+TEST_F(Replay, APurgeThatCannotWriteItsManifestIsToldAndKeepsAll) {
+    Record(10);
+    const ProcessResult result =
+        tests::Run({"prlimit", "--fsize=1", TARN_TOOL, "replay", Folder(), "purge", "--keep", "4"});
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_NE(result.err.find("cannot be written anew"), std::string::npos) << result.err;
+    ExpectEverySegmentDecodes();
+}
+
 /// Waits on real time, since the commands of a show come while it runs: two seconds are eight of
 /// the show, of which a segment takes less than a half.
 TEST_F(Replay, OutputThatIsSwitchedOnAgainGoesOnInAFolderBeside) {

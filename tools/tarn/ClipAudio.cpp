@@ -57,7 +57,8 @@ bool AvClipAudio::Open(const std::string& path, std::string& error) {
                                          decoder.sample_fmt, decoder.sample_rate, 0, nullptr);
     fConverter.reset(made);
     if (code < 0 || swr_init(made) < 0) {
-        error = "'" + path + "': its sound cannot be brought to 16-bit PCM";
+        error = "'" + path +
+                "': its sound cannot be brought to 16-bit PCM; give it another sound format first";
         return false;
     }
     fFormat.fSampleRate.SetInt32(decoder.sample_rate);

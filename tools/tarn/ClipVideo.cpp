@@ -194,7 +194,7 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
     describe_time();
     describe_picture(width, height);
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
-        error = fmt::format("'{}': its picture format cannot be described", path);
+        error = fmt::format("'{}': its picture format cannot be described; convert the clip", path);
         return false;
     }
     return true;

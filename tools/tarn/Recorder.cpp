@@ -193,12 +193,13 @@ void Recorder::judge_clips() {
         fail(fmt::format("'{}': {}; get the whole clip and record it again", fOptions.input,
                          fVideo->Problem()));
     } else if (fVideo && fFigures.frames == 0) {
-        fail(fmt::format("'{}': not one of its pictures could be decoded", fOptions.input));
+        fail(fmt::format("'{}': not one of its pictures could be decoded; is the clip whole?",
+                         fOptions.input));
     } else if (fAudio && !fAudio->Problem().empty()) {
         fail(fmt::format("'{}': its sound {}; get the whole clip and record it again", sound,
                          fAudio->Problem()));
     } else if (!fVideo && fFigures.audioFrames == 0) {
-        fail(fmt::format("'{}': none of its sound could be decoded", sound));
+        fail(fmt::format("'{}': none of its sound could be decoded; is the clip whole?", sound));
     }
 }
 

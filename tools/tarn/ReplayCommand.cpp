@@ -126,6 +126,9 @@ int run_cut(const ReplayArguments& arguments) {
 }
 
 int run_purge(const ReplayArguments& arguments) {
+    // Between the new manifest and the last file that goes, an end would leave movies that nobody
+    // knows of: it is seen through to its own.
+    WatchStopSignal();
     const ReplayLibrary library;
     ReplayPurged purged;
     std::string error;

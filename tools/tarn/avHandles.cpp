@@ -43,8 +43,8 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
     decoder->thread_count = kind == AVMEDIA_TYPE_VIDEO ? 2 : 1;
     code = avcodec_open2(decoder.get(), codec, nullptr);
     if (code < 0) {
-        error = fmt::format("'{}': its {} track ({}) cannot be decoded: {}", path, what,
-                            codec->name, AvErrorText(code));
+        error = fmt::format("'{}': its {} track ({}) cannot be decoded: {}; convert the clip", path,
+                            what, codec->name, AvErrorText(code));
         return false;
     }
     packet.reset(av_packet_alloc());

@@ -16,7 +16,8 @@
 //  3. A show asks for it by <output kind="replay" ...>. "movie" is the kind of those without one.
 //
 // A kind that is a movie with something around it calls MakeMovieOutput (MovieOutput.h) itself. A
-// kind that takes the shared encoders' buffers asks LiveSource::RequestEncoder (LiveSource.h).
+// kind that takes the shared encoders' buffers sets up observers of its own for the tracks that
+// LiveSource::VideoTrack and AudioTrack describe, between BeginUse and EndUse (LiveSource.h).
 
 class LiveSource;
 
@@ -50,7 +51,8 @@ using LiveOutputMaker = std::unique_ptr<LiveOutput> (*)(const ShowOutput& output
                                                         LiveSource& source, std::string& error);
 
 /// Looks at an output before it starts: false with one line in `error` keeps it from starting, and
-/// the show too when it is to start with it. `others` are the show's outputs, itself among them.
+/// the show too when it is to start with it. `show` holds its sources and outputs, itself among
+/// them.
 using LiveOutputCheck = bool (*)(const ShowOutput& output, const Show& show, std::string& error);
 
 struct LiveOutputKind {

@@ -10,6 +10,7 @@
 #include "tarn/foundation/tnOutputAccessor.h"
 
 #include "LiveSource.h"
+#include "livePlaces.h"
 
 namespace {
 
@@ -44,10 +45,9 @@ bool check_output(const ShowOutput& output, const Show& show, std::string& error
 
 /// Options behind an address do not make it another one. A file may have several names.
 bool is_same_place(const std::string& a, const std::string& b) {
-    if (a.find("://") != std::string::npos)
-        return a.substr(0, a.find('?')) == b.substr(0, b.find('?'));
+    if (IsAddress(a)) return a.substr(0, a.find('?')) == b.substr(0, b.find('?'));
     std::error_code failed;
-    return std::filesystem::equivalent(a, b, failed) && !failed;
+    return std::filesystem::equivalent(PathOf(a), PathOf(b), failed) && !failed;
 }
 
 }  // namespace

@@ -253,6 +253,8 @@ TEST_F(RunningShow, OnePlaceIsWrittenByOneOutputAtATime) {
     EXPECT_NE(fError.find("output 'stream' is writing to"), std::string::npos) << fError;
     EXPECT_TRUE(obey("add " + element("next", at("udp://127.0.0.1:5001")))) << fError;
     EXPECT_FALSE(obey("add " + element("link", at(folder.File("other.mov")))));
+    EXPECT_FALSE(obey("add " + element("scheme", at("file://" + folder.File("other.mov")))));
+    EXPECT_NE(fError.find("output 'file' is writing to"), std::string::npos) << fError;
     EXPECT_TRUE(obey("add " + element("counts", at(folder.File("other.mov")) +
                                                     " output_autoinfilename=\"true\"")))
         << fError;

@@ -16,6 +16,7 @@
 #include "../folderTrouble.h"
 #include "LiveSource.h"
 #include "LiveTrace.h"
+#include "livePlaces.h"
 
 namespace {
 
@@ -30,10 +31,6 @@ struct ReleaseObject {
 using MovieHandle = std::unique_ptr<tnMovie, ReleaseObject>;
 using StreamHandle = std::unique_ptr<tnStream, ReleaseObject>;
 
-bool is_address(const std::string& location) {
-    return location.find("://") != std::string::npos;
-}
-
 /// A growing movie has holes; this is what it takes of the disk.
 long long bytes_on_disk(const std::string& path) {
     constexpr long long kBlock = 512;
@@ -45,7 +42,7 @@ long long bytes_on_disk(const std::string& path) {
 tn_output type_of(const ShowOutput& output) {
     const tn_output type = tnOutputAccessor(output.record).OutputType();
     if (type != 0) return type;
-    return is_address(output.Location()) ? TN_OUTPUT_STREAMING : TN_OUTPUT_DEFAULT;
+    return IsAddress(output.Location()) ? TN_OUTPUT_STREAMING : TN_OUTPUT_DEFAULT;
 }
 
 class MovieOutput final : public LiveOutput {
@@ -185,7 +182,7 @@ void MovieOutput::collect(LiveFigures& figures) {
     figures.bytes = answer.AsInt64("bytes", figures.bytes);
     // Until the movie begins, what stands there is an older one.
     const bool hasBegun = figures.frames > 0 || figures.bytes > 0;
-    if (hasBegun && !is_address(fPath)) figures.bytes = bytes_on_disk(fPath);
+    if (hasBegun && !IsAddress(fPath)) figures.bytes = bytes_on_disk(fPath);
     for (const tnMediaType type : kTypes) {
         tnStream* found = nullptr;
         if (fMovie->GetWriteStreamForType(type, &found) != 0) continue;
@@ -230,7 +227,7 @@ bool is_same_file(const std::string& a, const std::string& b) {
 
 /// A file of its own, in a folder that is there.
 bool check_path(const ShowOutput& output, const Show& show, std::string& error) {
-    const std::string path = output.Location();
+    const std::string path = PathOf(output.Location());
     const std::string trouble = FolderTrouble(std::filesystem::path(path).parent_path());
     if (!trouble.empty()) {
         error = fmt::format("output '{}': {}", output.name, trouble);
@@ -243,7 +240,7 @@ bool check_path(const ShowOutput& output, const Show& show, std::string& error) 
         return false;
     }
     for (const ShowOutput& other : show.outputs) {
-        if (other.name == output.name || !is_same_file(other.Location(), path)) continue;
+        if (other.name == output.name || !is_same_file(PathOf(other.Location()), path)) continue;
         error = fmt::format("output '{}': output '{}' writes to '{}' already; choose another file",
                             output.name, other.name, path);
         return false;

@@ -54,9 +54,11 @@ std::string text_of_failure(const std::string& manifest, int code) {
         return fmt::format("'{}': no replay recording there; give its folder", manifest);
     }
     if (code <= zFileStream::kErrorBase && code > zFileStream::kErrorBase - 200) {
-        return fmt::format("'{}': cannot be read: {}", manifest, zFileStream::ErrorText(code));
+        return fmt::format("'{}': cannot be read: {}; check its disk and permissions", manifest,
+                           zFileStream::ErrorText(code));
     }
-    return fmt::format("'{}': is no replay manifest (code {})", manifest, code);
+    return fmt::format("'{}': is no replay manifest (code {}); give the folder of a recording, or its replay.xml",
+                       manifest, code);
 }
 
 }  // namespace
