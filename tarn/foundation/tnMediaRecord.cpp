@@ -15,8 +15,8 @@ constexpr int kNullArgument = -22;
 constexpr int kPALRate = 25;
 constexpr int kFirstHDHeight = 720;
 
-/// An unset sample size reads as this large number, the id itself. Every room that sizes audio
-/// blocks reads it with this default, so that they go on agreeing about a record that lacks it.
+/// An unset sample size reads as this large number, the id itself. All of the library's rooms that
+/// size audio blocks read it so, and so they go on agreeing about a record that lacks it.
 constexpr int kUnsetBitsPerSample = 'mbps';
 
 constexpr const char* kOnlyGpuCodec = "NVidia H.264";
@@ -88,23 +88,9 @@ tnMediaRecord::tnMediaRecord(const zRecord& source) : tnMediaRecord() {
 tnMediaRecord::~tnMediaRecord() = default;
 
 tnMediaRecord& tnMediaRecord::operator=(const tnMediaRecord& source) {
-    if (this == &source) {
-        return *this;
-    }
+    // The members come with the rest, in the order of their registration. The source is not to be
+    // looked at afterwards: as a child of this record it has gone with the other old children.
     Copy(source, true, true, {});
-    fType = source.fType;
-    fWidth = source.fWidth;
-    fHeight = source.fHeight;
-    fColourspace = source.fColourspace;
-    fFieldOrder = source.fFieldOrder;
-    fColorSpace = source.fColorSpace;
-    fNominalRange = source.fNominalRange;
-    fBytesPerRow = source.fBytesPerRow;
-    fAudioFormat = source.fAudioFormat;
-    fBitsPerSample = source.fBitsPerSample;
-    fBusses = source.fBusses;
-    fChannels = source.fChannels;
-    fSampleRate = source.fSampleRate;
     return *this;
 }
 

@@ -126,6 +126,46 @@ TEST_F(tnMediaRecordTest, AssignmentCopiesTextsInMembersDeeplyAndSurvivesItself)
     EXPECT_EQ(target.fWidth.AsInt32(0), 1920);
 }
 
+TEST_F(tnMediaRecordTest, ARecordMayBecomeOneOfItsOwnDescendantsOrItsParent) {
+    const auto family = [] {
+        auto* grandchild = new tnMediaRecord(TN_MEDIA_AUDIO);
+        grandchild->fChannels.SetInt32(6);
+        auto* child = new tnMediaRecord(video(640, 360));
+        child->fColorSpace.SetCString("a text that is long enough to stand on the heap");
+        child->SetCString('mcon', "MJPEG", 0);
+        child->AddChild(grandchild, 0x7FFFFFFF);
+        tnMediaRecord parent = video(1280, 720, '2vuy');
+        parent.AddChild(child, 0x7FFFFFFF);
+        parent.AddChild(new zRecord, 0x7FFFFFFF);
+        // A copy's children would be plain records.
+        auto made = std::make_unique<tnMediaRecord>();
+        made->TakeFrom(parent);
+        return made;
+    };
+    const auto child_of = [](tnMediaRecord& record) -> tnMediaRecord& {
+        return dynamic_cast<tnMediaRecord&>(*record.Child(0));
+    };
+
+    std::unique_ptr<tnMediaRecord> record = family();
+    *record = child_of(*record);
+    EXPECT_EQ(record->Description(), family()->Child(0)->Description());
+    EXPECT_EQ(record->fWidth.AsInt32(0), 640);
+    EXPECT_FALSE(record->fColourspace.IsSet());
+    EXPECT_STREQ(record->fColorSpace.AsCString(nullptr),
+                 "a text that is long enough to stand on the heap");
+    EXPECT_EQ(record->ChildCount(), 1u);
+
+    record = family();
+    *record = child_of(child_of(*record));
+    EXPECT_EQ(record->fChannels.AsInt32(0), 6);
+    EXPECT_FALSE(record->HasChildren());
+
+    record = family();
+    child_of(*record) = *record;
+    EXPECT_EQ(child_of(*record).fWidth.AsInt32(0), 1280);
+    EXPECT_EQ(child_of(*record).Child(0)->AsInt32('mwid', 0), 640);
+}
+
 TEST_F(tnMediaRecordTest, PlainRecordGoesIntoTheMembers) {
     zRecord plain;
     plain.SetInt32('mwid', 640, 0);
