@@ -3,7 +3,7 @@
 #include "tarn/export.h"
 #include "tarn/foundation/tnMediaRecord.h"
 
-/// Changes PCM from one format to another: sample size, sample rate, channel count.
+/// Brings PCM into another sample size, sample rate or number of channels.
 ///
 /// Ask NeedsConversion first, and only then Factory for a converter; Init it once with the two
 /// formats and pass each block through Convert. One thread at a time; no lock. Formats are valid by
@@ -24,15 +24,16 @@ public:
     /// 0; or -1 for a pair of formats that the converter cannot do. Once per converter.
     virtual int Init(const tnMediaRecord& input, const tnMediaRecord& output);
 
-    /// No converter asks for more input than the block that it is given.
+    /// What a converter would like to read beyond its block: none of ours does, both are 0.
     virtual unsigned int PreferredExtraInputBytes() const;
     virtual double PreferredExtraInputFrames() const;
 
     virtual void Reset();
 
     /// Converts the `inBytes` at `in` to `out`, which takes `outCapacity` bytes: 0 or -1.
-    /// `mixBytes` is the length that a converter sees that changes only the channels. `outFrames`
-    /// and `outBytes`, what was made, may be null.
+    /// `mixBytes` is the length that a converter sees that changes only the channels: whichever of
+    /// the two lengths is larger, so many bytes must be readable at `in`. `outFrames` and
+    /// `outBytes`, what was made, may be null.
     ///
     /// This one changes the rate of 16-bit audio by taking the nearest earlier frame, and takes all
     /// that is not mono for stereo: -1 for other sample sizes, with `out` left alone. It fills

@@ -8,6 +8,7 @@
 #include "orb/CodeBookProperty.h"
 #include "spar/zMemory.h"
 #include "tarn/audio/tnOrbAudio.h"
+#include "tarn/foundation/wholeNumber.h"
 
 using namespace Quillon::Orb;
 
@@ -32,10 +33,14 @@ Result describe(const tnMediaRecord& record, RObject<CAudioProperties>& properti
                : Result(ResultNotSupported());
 }
 
-/// A sample around `bytes` bytes that stay where they are.
+/// A sample around `bytes` bytes that stay where they are; none of a shape without a frame, as a
+/// refused format leaves behind.
 RObject<CAudioSample> wrap(void* in, unsigned int bytes, const CAudioProperties& shape) {
-    RObject<CAudioSample> sample(
-        new CAudioSample(bytes / static_cast<unsigned int>(shape.GetBytesPerPacket())));
+    const int packetBytes = shape.GetBytesPerPacket();
+    if (packetBytes < 1) {
+        return {};
+    }
+    RObject<CAudioSample> sample(new CAudioSample(bytes / static_cast<unsigned int>(packetBytes)));
     if (sample) {
         ORB_SetAudioSampleData(sample, static_cast<unsigned char*>(in), static_cast<int>(bytes),
                                false);
@@ -45,7 +50,7 @@ RObject<CAudioSample> wrap(void* in, unsigned int bytes, const CAudioProperties&
 
 Result run(CAudioFilter& filter, CMediaSample* sample, RObject<CMediaSample>& converted) {
     if (sample == nullptr) {
-        return ResultOutOfMemory();
+        return ResultNullPointer();
     }
     const Result result = filter.PutSample(0, sample);
     return result.Failed() ? result : filter.GetSample(0, converted);
@@ -106,7 +111,7 @@ Result tnAudioConverter_orb::begin_format_stage(const tnMediaRecord& input,
 
 Result tnAudioConverter_orb::begin_rate_stage(const tnMediaRecord& input,
                                               const tnMediaRecord& output, tnMediaRecord& work) {
-    tnMediaRecord entering(input);  // the rate stage always sees the output's sample size
+    tnMediaRecord entering(input);  // in the sample size that the stage before has made
     entering.fBitsPerSample.SetInt32(bits_of(output));
     Result result = describe(entering, fRateInputProperties);
     if (result.Failed()) {
@@ -154,12 +159,13 @@ int tnAudioConverter_orb::Convert(void* in, void* out, unsigned int inBytes, uns
                                   unsigned int outCapacity, unsigned int* outFrames,
                                   unsigned int* outBytes) {
     int result = -1;
-    if (fFormatConverter || fRateConverter) {
+    const bool countable = formats_have_frames();  // hosts also convert after an Init that failed
+    if (countable && (fFormatConverter || fRateConverter)) {
         RObject<CMediaSample> converted;
         if (run_filters(in, inBytes, converted).Succeeded()) {
             result = deliver_filtered(converted.Get(), out, outCapacity, outFrames, outBytes);
         }
-    } else {
+    } else if (countable) {
         result = deliver_mixed(in, out, inBytes, mixBytes, outCapacity, outFrames, outBytes);
     }
     if (result != 0) {
@@ -202,7 +208,7 @@ int tnAudioConverter_orb::deliver_filtered(const CMediaSample* converted, void* 
     unsigned int length = filtered;
     if (fMixChannels) {
         length =
-            static_cast<unsigned int>(filtered / (static_cast<double>(inChannels) / outChannels));
+            WholeNumberOf<unsigned int>(filtered / (static_cast<double>(inChannels) / outChannels));
     }
     if (length == 0 || length > outCapacity) {
         return -1;
@@ -238,9 +244,16 @@ void tnAudioConverter_orb::report_length(unsigned int length, unsigned int* outF
         *outBytes = length;
     }
     if (outFrames != nullptr) {
-        *outFrames = length / (static_cast<unsigned int>(bits_of(fOutputFormat)) / 8 *
-                               channels_of(fOutputFormat));
+        *outFrames = length / out_frame_bytes();
     }
+}
+
+bool tnAudioConverter_orb::formats_have_frames() const {
+    return channels_of(fInputFormat) != 0 && out_frame_bytes() != 0;
+}
+
+unsigned int tnAudioConverter_orb::out_frame_bytes() const {
+    return static_cast<unsigned int>(bits_of(fOutputFormat)) / 8 * channels_of(fOutputFormat);
 }
 
 int tnAudioConverter_orb::mixdown_channels(unsigned int inChannels, unsigned int outChannels,
@@ -249,11 +262,11 @@ int tnAudioConverter_orb::mixdown_channels(unsigned int inChannels, unsigned int
     if (bits != 16) {
         return -1;
     }
-    const unsigned int frames = inBytes / (inChannels * kSampleBytes);
+    const std::size_t frames = inBytes / (std::size_t{inChannels} * kSampleBytes);
     if (inBytes / inChannels > outCapacity) {
         return -1;
     }
-    if (inChannels * kSampleBytes > inBytes) {
+    if (frames == 0) {
         return 0;
     }
     const auto* from = static_cast<const std::int16_t*>(in);
@@ -261,17 +274,17 @@ int tnAudioConverter_orb::mixdown_channels(unsigned int inChannels, unsigned int
     if (inChannels == 1 && outChannels >= 2) {
         // Mono is laid out as it was, one sample after the other, and not spread over the channels:
         // hosts have built on what comes out.
-        std::memcpy(to, from, static_cast<std::size_t>(frames) * kSampleBytes);
+        std::memcpy(to, from, frames * kSampleBytes);
         return 0;
     }
     if (outChannels != 1) {
         // Two samples a frame, also for an output that is wider.
-        for (unsigned int frame = 0; frame < frames; ++frame, from += inChannels, to += 2) {
+        for (std::size_t frame = 0; frame < frames; ++frame, from += inChannels, to += 2) {
             std::memcpy(to, from, 2 * kSampleBytes);
         }
         return 0;
     }
-    for (unsigned int frame = 0; frame < frames; ++frame, from += inChannels) {
+    for (std::size_t frame = 0; frame < frames; ++frame, from += inChannels) {
         const float sum = inChannels > 1 ? static_cast<float>(from[0]) + static_cast<float>(from[1])
                                          : static_cast<float>(from[0]);
         to[frame] = static_cast<std::int16_t>(sum / (inChannels > 1 ? 2.0f : 1.0f));

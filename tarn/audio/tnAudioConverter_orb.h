@@ -9,22 +9,22 @@
 
 /// The converter that is really used: up to three stages, each there only where the formats differ.
 ///
-/// Sample format ('afc ') and sample rate ('asrc') are filters of the media library; the channels,
-/// 16-bit alone, are mixed here. They always run in this order. Input bytes are wrapped and not
-/// copied on the way into the first stage, so `in` stays valid for the whole Convert.
+/// Sample format ('afc ') and then sample rate ('asrc') are filters of the media library; last come
+/// the channels, 16-bit alone, which are mixed here. The first stage reads the caller's own bytes:
+/// nobody else may change or free `in` before Convert returns.
 class TARN_API tnAudioConverter_orb : public tnAudioConverter {
 public:
     tnAudioConverter_orb() = default;
     ~tnAudioConverter_orb() override;
 
-    /// -1, with both records in the trace, for a sample size other than 16 and 32 bits, a stage
-    /// that the media library does not make, a change of channels at other than 16 bits, and a
-    /// widening of anything but mono.
+    /// -1, with both records in the trace, for a sample size other than 16 and 32 bits where size
+    /// or rate change, a stage that the media library does not make, a change of channels at other
+    /// than 16 bits, and a widening of anything but mono.
     int Init(const tnMediaRecord& input, const tnMediaRecord& output) override;
 
     /// -1, with `out` all zeros, where a stage fails, gives nothing (a rate filter that still fills
-    /// keeps the block for the next ones) or gives more than `outCapacity`. The next block is
-    /// handled as usual.
+    /// keeps the block for the next ones) or gives more than `outCapacity`, and for formats without
+    /// channels or whole bytes a sample. A failure costs that one block.
     int Convert(void* in, void* out, unsigned int inBytes, unsigned int mixBytes,
                 unsigned int outCapacity, unsigned int* outFrames, unsigned int* outBytes) override;
 
@@ -45,6 +45,9 @@ private:
     int deliver_mixed(void* in, void* out, unsigned int inBytes, unsigned int mixBytes,
                       unsigned int outCapacity, unsigned int* outFrames, unsigned int* outBytes);
     void report_length(unsigned int length, unsigned int* outFrames, unsigned int* outBytes) const;
+    /// What every count here is divided by is not 0.
+    bool formats_have_frames() const;
+    unsigned int out_frame_bytes() const;
     int mixdown_channels(unsigned int inChannels, unsigned int outChannels, const void* in,
                          unsigned int inBytes, void* out, unsigned int outCapacity, int bits);
 

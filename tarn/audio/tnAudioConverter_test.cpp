@@ -1,5 +1,6 @@
 #include "tarn/audio/tnAudioConverter.h"
 
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -9,11 +10,9 @@
 #include <vector>
 
 #include "orb/CAudioConverter.h"
-#include "orb/CBufferDataReference.h"
-#include "orb/CByteArray.h"
 #include "orb/CComponentInventory.h"
+#include "spar/zTraceManager.h"
 #include "tarn/audio/tnAudioConverter_orb.h"
-#include "tarn/audio/tnOrbAudio.h"
 
 using namespace Quillon::Orb;
 
@@ -235,7 +234,7 @@ TEST(tnAudioConverter_orb, StereoIsTheFirstTwoOfMany) {
     EXPECT_EQ(mixed.fResult, 0);
     EXPECT_EQ(mixed.fOut, (Samples{1, 2, 7, 8}));
     EXPECT_EQ(mixed.fFrames, 2u);
-    // Any output wider than two gets two samples a frame all the same.
+    // There are never more than two samples a frame, however many channels were asked for.
     const auto wide = convert(*made(pcm(16, 48000, 6), pcm(16, 48000, 4)), {1, 2, 3, 4, 5, 6}, 8);
     EXPECT_EQ(head(wide.fOut, 2), (Samples{1, 2}));
     EXPECT_EQ(wide.fBytes, 8u);
@@ -301,6 +300,44 @@ TEST(tnAudioConverter_orb, FailuresOfTheChannelStageSilenceTheOutput) {
     }
 }
 
+TEST(tnAudioConverter_orb, FormatsWithoutAFrameAreSilence) {
+    struct Pair {
+        const char* fWhat;
+        tnMediaRecord fInput;
+        tnMediaRecord fOutput;
+        int fInit;
+    };
+    const Pair kPairs[] = {
+        {"no channels to come from", pcm(16, 48000, 0), pcm(16, 48000, 2), -1},
+        {"no channels to go to", pcm(16, 48000, 2), pcm(16, 48000, 0), 0},
+        {"no channels at all", pcm(16, 48000, 0), pcm(16, 48000, 0), 0},
+        {"no channels, another size", pcm(32, 48000, 0), pcm(16, 48000, 0), -1},
+        {"no channels, another rate", pcm(16, 44100, 0), pcm(16, 48000, 0), -1},
+        {"size and channels, to none", pcm(32, 48000, 2), pcm(16, 48000, 0), 0},
+        {"rate and channels, to none", pcm(16, 96000, 2), pcm(16, 48000, 0), 0},
+        {"samples of no bits", pcm(0, 48000, 2), pcm(0, 48000, 2), 0},
+        {"samples of less than a byte", pcm(4, 48000, 2), pcm(4, 48000, 2), 0},
+        {"channels below none", pcm(16, 48000, -1), pcm(16, 48000, 2), 0},
+        {"to channels below none", pcm(32, 48000, 1), pcm(16, 48000, -1), 0},
+    };
+    for (const Pair& pair : kPairs) {
+        SCOPED_TRACE(pair.fWhat);
+        const std::unique_ptr<tnAudioConverter> converter(tnAudioConverter::Factory());
+        EXPECT_EQ(converter->Init(pair.fInput, pair.fOutput), pair.fInit);
+        for (int block = 0; block < 3; ++block) {
+            const auto failed = convert(*converter, Samples(100, 7), 1000);
+            EXPECT_EQ(failed.fResult, -1);
+            EXPECT_EQ(failed.fOut, Samples(500, 0));
+            EXPECT_EQ(failed.fBytes, 4712u);
+            EXPECT_EQ(failed.fFrames, 4711u);
+        }
+    }
+    // So many channels that their bytes wrap to none: a block holds no frame of them.
+    tnAudioConverter_orb converter;
+    EXPECT_EQ(converter.Init(pcm(16, 48000, INT_MIN), pcm(16, 48000, -1)), -1);
+    EXPECT_EQ(convert(converter, Samples(100, 7), 1000).fOut, Samples(500, kStale));
+}
+
 // The filters.
 
 Samples as_samples(const std::vector<float>& floats) {
@@ -329,6 +366,31 @@ TEST(tnAudioConverter_orb, SizeAndChannelsChangeTogether) {
     EXPECT_EQ(head(mixed.fOut, 2), (Samples{12288, -12288}));
     EXPECT_EQ(mixed.fBytes, 4u);
     EXPECT_EQ(mixed.fFrames, 2u);
+}
+
+TEST(tnAudioConverter_orb, ToldLengthFollowsAnyRatioOfTheChannels) {
+    // Three channels to two: two frames of 16 bits are 12 bytes, of which two thirds are told.
+    const auto two = convert(*made(pcm(32, 48000, 3), pcm(16, 48000, 2)),
+                             as_samples({0.5f, -0.5f, 1.0f, 0.25f, -0.25f, 1.0f}), 16);
+    EXPECT_EQ(two.fResult, 0);
+    EXPECT_EQ(two.fBytes, 8u);
+    EXPECT_EQ(two.fFrames, 2u);
+    EXPECT_EQ(head(two.fOut, 4), (Samples{16384, -16384, 8192, -8192}));
+    // Seven to three: of 14 bytes six are told, exactly; of seven to five, ten.
+    const auto three = convert(*made(pcm(32, 48000, 7), pcm(16, 48000, 3)),
+                               as_samples({0.5f, -0.5f, 0, 0, 0, 0, 0}), 16);
+    EXPECT_EQ(three.fBytes, 6u);
+    EXPECT_EQ(three.fFrames, 1u);
+    // Mono to stereo: as many samples as before are laid out, twice as many are told.
+    const auto wide =
+        convert(*made(pcm(32, 48000, 1), pcm(16, 48000, 2)), as_samples({0.5f, -0.5f, 0.25f}), 12);
+    EXPECT_EQ(wide.fResult, 0);
+    EXPECT_EQ(wide.fBytes, 12u);
+    EXPECT_EQ(wide.fFrames, 3u);
+    EXPECT_EQ(wide.fOut, (Samples{16384, -16384, 8192, kStale, kStale, kStale}));
+    const auto tight =
+        convert(*made(pcm(32, 48000, 1), pcm(16, 48000, 2)), as_samples({0.5f, -0.5f, 0.25f}), 10);
+    EXPECT_EQ(tight.fResult, -1) << "what is told does not fit";
 }
 
 TEST(tnAudioConverter_orb, SizeAndRateChangeTogetherWithoutALostFrame) {
@@ -384,7 +446,7 @@ TEST(tnAudioConverter_orb, ResultLargerThanTheRoomIsSilence) {
     EXPECT_EQ(failed.fResult, -1);
     EXPECT_EQ(failed.fOut, Samples(6, 0));
     EXPECT_EQ(failed.fBytes, 4712u);
-    const auto next = convert(*converter, {1, 2, 3, 4}, 16);  // the next block is handled as usual
+    const auto next = convert(*converter, {1, 2, 3, 4}, 16);  // only that block is lost
     EXPECT_EQ(next.fResult, 0);
     const auto nothing = convert(*converter, {}, 16);
     EXPECT_EQ(nothing.fResult, -1);
@@ -404,10 +466,16 @@ enum class Failing {
     kNoData
 };
 
+/// What was asked of such filters.
+struct Calls {
+    std::vector<unsigned int> fEnds;      // whose End was called, in that order
+    const unsigned char* fPut = nullptr;  // where the bytes of the last sample stood
+};
+
 class FailingConverter : public CAudioConverter {
 public:
-    FailingConverter(unsigned int code, Failing where, int* ends)
-        : CAudioConverter(code), fWhere(where), fEnds(ends) {
+    FailingConverter(unsigned int code, Failing where, Calls* calls)
+        : CAudioConverter(code), fWhere(where), fCalls(calls) {
         if (where != Failing::kSampleRate)
             DeclareInt(CodeBookProperty::AudioConverter::SampleRate, 0, 0, 1 << 20);
     }
@@ -428,11 +496,13 @@ public:
         return fWhere == Failing::kBegin ? Result(ResultError()) : Result(ResultOK());
     }
     Result End() override {
-        ++*fEnds;
+        fCalls->fEnds.push_back(GetType());
         return ResultOK();
     }
     Result PutSample(int, CMediaSample* sample) override {
         fSample = RObject<CMediaSample>::Share(sample);
+        const RObject<CLockedDataReference> locked(sample->GetLockedDataReference(1));
+        fCalls->fPut = locked ? locked->GetData() : nullptr;
         return fWhere == Failing::kPut ? Result(ResultError()) : Result(ResultOK());
     }
     Result GetSample(int, RObject<CMediaSample>& sample) override {
@@ -447,22 +517,23 @@ public:
 
 private:
     const Failing fWhere;
-    int* const fEnds;
+    Calls* const fCalls;
     RObject<CMediaSample> fSample;
 };
 
 class FailingFactory : public CComponentFactory<CAudioConverter> {
 public:
-    FailingFactory(unsigned int code, Failing where) : CComponentFactory(code), fWhere(where) {
+    FailingFactory(unsigned int code, Failing where, Calls& calls)
+        : CComponentFactory(code), fWhere(where), fCalls(&calls) {
         Inventory::GetSingleton().AddFirst(this);
     }
     void Withdraw() { Inventory::GetSingleton().Remove(this); }
     CAudioConverter* CreateInstance() override {
-        return new FailingConverter(GetType(), fWhere, &fEnds);
+        return new FailingConverter(GetType(), fWhere, fCalls);
     }
 
     Failing fWhere;
-    int fEnds = 0;
+    Calls* fCalls;
 };
 
 class NoFactory : public CComponentFactory<CAudioConverter> {
@@ -480,7 +551,8 @@ TEST(tnAudioConverter_orb, EachFailingStepOfAStageFailsInit) {
         for (const Failing where : {Failing::kNowhere, Failing::kSetInput, Failing::kOutputFormat,
                                     Failing::kSampleRate, Failing::kBegin}) {
             SCOPED_TRACE(testing::Message() << code << ", " << static_cast<int>(where));
-            const RObject<FailingFactory> factory(new FailingFactory(code, where));
+            Calls calls;
+            const RObject<FailingFactory> factory(new FailingFactory(code, where, calls));
             tnAudioConverter_orb converter;
             const bool fails =
                 where != Failing::kNowhere && (code == 'asrc' || where != Failing::kSampleRate);
@@ -500,7 +572,8 @@ TEST(tnAudioConverter_orb, EachFailingStepOfABlockSilencesIt) {
         for (const Failing where :
              {Failing::kPut, Failing::kGet, Failing::kNoSample, Failing::kNoData}) {
             SCOPED_TRACE(testing::Message() << code << ", " << static_cast<int>(where));
-            const RObject<FailingFactory> factory(new FailingFactory(code, where));
+            Calls calls;
+            const RObject<FailingFactory> factory(new FailingFactory(code, where, calls));
             {
                 const auto converter = made(pcm(16, 48000, 2), target_of(code));
                 const auto failed = convert(*converter, {1, 2, 3, 4}, 64);
@@ -509,7 +582,7 @@ TEST(tnAudioConverter_orb, EachFailingStepOfABlockSilencesIt) {
                 EXPECT_EQ(failed.fBytes, 4712u);
                 EXPECT_EQ(failed.fFrames, 4711u);
             }
-            EXPECT_EQ(factory->fEnds, 1);
+            EXPECT_EQ(calls.fEnds, std::vector<unsigned int>{code});
             factory->Withdraw();
         }
     }
@@ -517,61 +590,75 @@ TEST(tnAudioConverter_orb, EachFailingStepOfABlockSilencesIt) {
 
 TEST(tnAudioConverter_orb, SampleSizeChangesBeforeTheRate) {
     // The rate filter, here one that passes through, is handed 16-bit frames.
-    const RObject<FailingFactory> factory(new FailingFactory('asrc', Failing::kNowhere));
+    Calls calls;
+    const RObject<FailingFactory> factory(new FailingFactory('asrc', Failing::kNowhere, calls));
     {
         const auto converter = made(pcm(32, 44100, 2), pcm(16, 48000, 2));
         const auto out = convert(*converter, as_samples({0.5f, -0.5f}), 4);
         EXPECT_EQ(out.fResult, 0);
         EXPECT_EQ(out.fOut, (Samples{16384, -16384}));
     }
-    EXPECT_EQ(factory->fEnds, 1);
+    EXPECT_EQ(calls.fEnds, std::vector<unsigned int>{'asrc'});
     factory->Withdraw();
 }
 
-// The bridge that the writers share.
-
-TEST(tnOrbAudio, PropertiesDescribeLittleEndianPcm) {
-    RObject<CAudioProperties> properties;
-    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(16, 44100, 6), properties), 0);
-    ASSERT_TRUE(properties && properties->IsType('crap'));
-    EXPECT_EQ(properties->GetFormat(), 0x736F7774u);
-    EXPECT_EQ(properties->GetChannels(), 6);
-    EXPECT_EQ(properties->GetFramesPerPacket(), 1);
-    EXPECT_EQ(properties->GetBytesPerPacket(), 12);
-    EXPECT_EQ(properties->GetSampleRate(), 44100);
-    EXPECT_EQ(properties->GetBitsPerSample(), 16);
-    const RObject<CAudioProperties> before = properties;
-    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(32, 48000, 2), properties), 0);
-    EXPECT_NE(properties.Get(), before.Get());
-    EXPECT_EQ(properties->GetFormat(), 0x32336C66u);
-    EXPECT_EQ(properties->GetBytesPerPacket(), 8);
-    EXPECT_EQ(properties->GetBitsPerSample(), 32);
+TEST(tnAudioConverter_orb, RateFilterEndsBeforeTheFormatFilter) {
+    Calls calls;
+    const RObject<FailingFactory> size(new FailingFactory('afc ', Failing::kNowhere, calls));
+    const RObject<FailingFactory> rate(new FailingFactory('asrc', Failing::kNowhere, calls));
+    made(pcm(32, 44100, 2), pcm(16, 48000, 2)).reset();
+    EXPECT_EQ(calls.fEnds, (std::vector<unsigned int>{'asrc', 'afc '}));
+    size->Withdraw();
+    rate->Withdraw();
 }
 
-TEST(tnOrbAudio, OtherSampleSizesAreRefused) {
-    for (const int bits : {0, 8, 24, 64}) {
-        RObject<CAudioProperties> properties;
-        EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(bits, 48000, 2), properties), -1);
-        ASSERT_TRUE(properties);
-        EXPECT_EQ(properties->GetFormat(), 0u);
+TEST(tnAudioConverter_orb, FirstStageReadsTheCallersOwnBytes) {
+    for (const unsigned int code : {'afc ', 'asrc'}) {
+        Calls calls;
+        const RObject<FailingFactory> factory(new FailingFactory(code, Failing::kNowhere, calls));
+        const auto converter = made(pcm(16, 48000, 2), target_of(code));
+        std::vector<unsigned char> in(8);
+        std::vector<unsigned char> out(64);
+        converter->Convert(in.data(), out.data(), 8, 8, 64, nullptr, nullptr);
+        EXPECT_EQ(calls.fPut, in.data());
+        factory->Withdraw();
     }
-    RObject<CAudioProperties> properties;
-    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(tnMediaRecord(TN_MEDIA_AUDIO), properties), -1);
 }
 
-TEST(tnOrbAudio, SampleBytesAreCopiedOrWrapped) {
-    unsigned char bytes[] = {1, 2, 3, 4};
-    for (const bool copy : {true, false}) {
-        const RObject<CAudioSample> sample(new CAudioSample(1));
-        bytes[0] = 1;
-        EXPECT_EQ(ORB_SetAudioSampleData(sample, bytes, 4, copy), 0);
-        bytes[0] = 9;
-        const RObject<CLockedDataReference> locked(sample->GetLockedDataReference(1));
-        ASSERT_TRUE(locked);
-        EXPECT_EQ(locked->GetLength(), 4);
-        EXPECT_EQ(locked->GetData()[0], copy ? 1 : 9);
-        EXPECT_EQ(locked->GetData() == bytes, !copy);
-    }
+TEST(tnAudioConverter_orb, InitThatFailsTracesBothFormats) {
+    class Keeper final : public zTraceManager {
+    public:
+        Keeper() : fBefore(SetDefault(this)) {}
+        ~Keeper() override { SetDefault(fBefore); }
+        void TraceMessage(int, const std::string& text) override { fTraced += text; }
+        std::string fTraced;
+
+    private:
+        zTraceManager* const fBefore;
+    };
+    tnMediaRecord input = pcm(16, 48000, 2);
+    tnMediaRecord output = pcm(24, 48000, 2);
+    input.SetCString('mcon', "what comes");
+    output.SetCString('mcon', "what goes");
+    Keeper keeper;
+    EXPECT_EQ(tnAudioConverter_orb().Init(input, pcm(16, 48000, 1)), 0);
+    EXPECT_EQ(keeper.fTraced, "");
+    EXPECT_EQ(tnAudioConverter_orb().Init(input, output), -1);
+    EXPECT_EQ(keeper.fTraced, input.Description() + output.Description());
+}
+
+TEST(tnAudioConverter_orb, ChannelStageStaysThroughASecondInit) {
+    // Four channels that pass a filter alone come out whole. Behind an Init that has switched the
+    // channel stage on they are cut to two, although the second one asks for no such thing.
+    const Samples in = as_samples({0.5f, -0.5f, 0.25f, 0.125f});
+    const auto whole = convert(*made(pcm(32, 48000, 4), pcm(16, 48000, 4)), in, 8);
+    EXPECT_EQ(whole.fOut, (Samples{16384, -16384, 8192, 4096}));
+    const auto converter = made(pcm(16, 48000, 2), pcm(16, 48000, 1));
+    ASSERT_EQ(converter->Init(pcm(32, 48000, 4), pcm(16, 48000, 4)), 0);
+    const auto cut = convert(*converter, in, 8);
+    EXPECT_EQ(cut.fResult, 0);
+    EXPECT_EQ(cut.fOut, (Samples{16384, -16384, kStale, kStale}));
+    EXPECT_EQ(cut.fBytes, 8u);
 }
 
 }  // namespace

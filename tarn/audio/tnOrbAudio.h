@@ -21,8 +21,8 @@ class tnMediaRecord;
 TARN_API int OrbAudioPropertiesFromMediaRecord(
     const tnMediaRecord& record, Quillon::Orb::RObject<Quillon::Orb::CAudioProperties>& properties);
 
-/// Gives `sample` the audio bytes. With `copy` they are free again on return; without it the caller
-/// keeps `data` alive as long as the sample lives. The result is that of the sample's setter.
+/// Gives `sample` the audio bytes. With `copy` they are free again on return; without it the sample
+/// points into `data`, which has to outlive it. The result is that of the sample's setter.
 TARN_API Quillon::Orb::Result ORB_SetAudioSampleData(
     Quillon::Orb::RObject<Quillon::Orb::CAudioSample> sample, unsigned char* data, int length,
     bool copy);
