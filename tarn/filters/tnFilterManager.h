@@ -118,6 +118,7 @@ public:
     ///
     /// `time` milliseconds on the host's line; `sizeBits` the length of `data` in bits; `position`
     /// the block's first sample frame at the source's rate. The last two arguments are not used.
+    /// Outputs of the codec "PCM" hear blocks of 16-bit stereo that last 1/30 s, and no others.
     void WriteAudioSamples(int source, long long time, const void* data, unsigned int sizeBits,
                            long long position, unsigned int, long long);
 

@@ -83,6 +83,7 @@ int tnPcmAudioFilter::copy_block(tnPcmAudioFilterBuffer& buffer, const void* dat
 int tnPcmAudioFilter::convert_block(tnPcmAudioFilterBuffer& buffer, void* data,
                                     unsigned int bytes) {
     const auto capacity = static_cast<unsigned int>(buffer.fData.size());
+    if (bytes < capacity) data = padded(data, bytes, capacity);
     unsigned int outFrames = 0;
     unsigned int outBytes = 0;
     const int result = fConverter->Convert(data, buffer.fData.data(), bytes, capacity, capacity,
@@ -96,4 +97,12 @@ int tnPcmAudioFilter::convert_block(tnPcmAudioFilterBuffer& buffer, void* data,
     buffer.fSampleCount = outFrames;
     buffer.fPacketSize = (channels * outFrames * bits) >> 3;
     return 0;
+}
+
+// A change of channels reads as much as there is room for, which may be more than the host has
+// written: what is missing reads as silence. Its memory stays for the next block.
+void* tnPcmAudioFilter::padded(const void* data, unsigned int bytes, unsigned int capacity) {
+    fPadded.assign(capacity, 0);
+    zCopyMemory(data, fPadded.data(), bytes);
+    return fPadded.data();
 }

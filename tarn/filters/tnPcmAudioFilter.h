@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "tarn/filters/tnAudioCompressor.h"
 #include "tarn/foundation/tnMediaRecord.h"
 
@@ -33,10 +35,12 @@ public:
 private:
     int copy_block(tnPcmAudioFilterBuffer& buffer, const void* data, unsigned int bytes) const;
     int convert_block(tnPcmAudioFilterBuffer& buffer, void* data, unsigned int bytes);
+    void* padded(const void* data, unsigned int bytes, unsigned int capacity);
 
     tnAudioConverter* fConverter = nullptr;  // owned; null when no conversion is needed
     tnMediaRecord fInputFormat;
     tnMediaRecord fOutputFormat;
     long long fTotalSamples = 0;  // sample frames given out
     int fCreateError = 0;
+    std::vector<unsigned char> fPadded;  // a block shorter than what the converter may read
 };

@@ -8,6 +8,8 @@
 #include "orb/CAudioConverter.h"
 #include "orb/CAudioSample.h"
 #include "orb/CBufferDataReference.h"
+#include "spar/zObject.h"
+#include "tarn/filters/tnFilterManager.h"
 #include "tarn/filters/tnPcmAudioFilterBuffer.h"
 
 #include "tests/support/orbDoubles.h"
@@ -122,9 +124,7 @@ TEST(PcmAudioFilter, ABlockThatConvertsIsDroppedAndOneThatFailsGoesOnInSilence) 
         unsigned int bytes;
         int result;
     } rows[] = {
-        {48000, 240, -1},
-        {48000, 244, 0},
-        {48000, 6400, 0},
+        {48000, 4, -1}, {48000, 40, -1}, {48000, 240, -1}, {48000, 244, 0}, {48000, 6400, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.bytes);
@@ -188,6 +188,64 @@ TEST(PcmAudioFilter, AConvertedBlockHasRoomByTheRatioOfTheRates) {
     }
 }
 
+// The channel stage reads as much as there is room for, 120 bytes, from blocks that may hold less:
+// the filter fills up what it hands on, and reads no further than the host has written.
+TEST(PcmAudioFilter, ShortBlocksAreNotReadBeyondTheirEnd) {
+    const struct {
+        int in, out;
+        unsigned int bytes;
+        int result;
+    } rows[] = {
+        {2, 1, 40, -1}, {1, 2, 2, -1},  {1, 2, 40, -1},  {1, 2, 60, -1},
+        {1, 2, 62, 0},  {6, 2, 12, -1}, {2, 1, 116, -1}, {2, 1, 0, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.bytes << " bytes of " << row.in << " channels");
+        tnPcmAudioFilter filter;
+        ASSERT_EQ(filter.Create(format_of(48000, row.in), format_of(48000, row.out)), 0);
+        for (int i = 0; i < 2; ++i) {
+            // Exactly as long as it is, so that the address sanitizer sees a byte too many.
+            const auto block = std::make_unique<unsigned char[]>(row.bytes);
+            Buffer* out = nullptr;
+            EXPECT_EQ(filter.EncodeFrame(&out, 0, block.get(), row.bytes), row.result);
+            EXPECT_EQ(out != nullptr, row.result == 0);
+            if (out) out->Release();
+        }
+    }
+}
+
+TEST(PcmAudioFilter, ASourceWithoutChannelsIsSilentInTheManager) {
+    for (const int channels : {2, 0}) {
+        for (const int bits : {16, 32}) {
+            SCOPED_TRACE(testing::Message() << channels << " channels, " << bits << " bits");
+            tnFilterManager manager;
+            manager.RegisterFactory("PCM", [] {
+                return std::shared_ptr<tnFilter>(new tnPcmAudioFilter,
+                                                 [](tnFilter* made) { made->Release(); });
+            });
+            tnMediaRecord wish = format_of(48000, channels);
+            wish.SetCString('mcon', "PCM");
+            unsigned int heard = 0;
+            unsigned int samples = 0;
+            const auto owner = std::make_shared<zObject>();
+            manager.ObserveAudioFilter(1, owner, wish, {},
+                                       [&](const std::shared_ptr<Buffer>& buffer) {
+                                           ++heard;
+                                           samples += buffer->SampleCount(0);
+                                       });
+            manager.SetInputFormat(1, format_of(48000, 0, bits));
+            const std::vector<unsigned char> block(6400);
+            for (int i = 0; i < 3; ++i) {
+                manager.WriteAudioSamples(1, 33 * i, block.data(), 6400 * 8, 1600 * i, 0, 0);
+            }
+            // Without a difference there is nothing to convert, and the block passes as it is.
+            const bool passes = channels == 0 && bits == 16;
+            EXPECT_EQ(heard, 3u);
+            EXPECT_EQ(samples, passes ? 4800u : 0u);
+        }
+    }
+}
+
 TEST(PcmAudioFilter, AConverterThatCannotDoTheFormatsFailsTheCreationAndStays) {
     tnPcmAudioFilter filter;
     EXPECT_EQ(filter.ConfigurationError(), 0);
@@ -197,6 +255,17 @@ TEST(PcmAudioFilter, AConverterThatCannotDoTheFormatsFailsTheCreationAndStays) {
     EXPECT_EQ(filter.InputFormat().fBitsPerSample.AsInt32(0), 24);
     // It goes on as any converter that fails.
     EXPECT_EQ(encode(filter, std::vector<unsigned char>(9600)).result, 0);
+
+    for (const int bits : {16, 32}) {
+        tnPcmAudioFilter mute;
+        mute.SetOutputFormat(format_of(48000));
+        EXPECT_FALSE(mute.CreateFilter(format_of(48000, 0, bits)));
+        const Outcome outcome = encode(mute, std::vector<unsigned char>(40));
+        EXPECT_EQ(outcome.result, 0);
+        ASSERT_NE(outcome.buffer, nullptr);
+        EXPECT_EQ(outcome.buffer->SampleCount(0), 0u);
+        EXPECT_EQ(outcome.buffer->PacketSize(0), 0u);
+    }
 }
 
 TEST(PcmAudioFilter, CreatingAgainWithEqualFormatsTakesTheConverterAway) {
