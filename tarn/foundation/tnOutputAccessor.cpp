@@ -1,5 +1,7 @@
 #include "tarn/foundation/tnOutputAccessor.h"
 
+#include <memory>
+
 #include "spar/zRecord.h"
 #include "spar/zString.h"
 #include "spar/zStringID.h"
@@ -106,10 +108,11 @@ int tnOutputAccessor::FindOutputForType(zRecord& outputs, tnOutputAccessor& out,
     if (!create) {
         return kNoSuchOutput;
     }
-    auto* made = new zRecord;
+    auto made = std::make_unique<zRecord>();
     made->SetInt32('mOyp', type, 0);
-    outputs.AddChild(made, 0x7FFFFFFF);
-    out.fRecord = made;
+    zRecord* const output = made.get();
+    outputs.AddChild(made.release(), 0x7FFFFFFF);  // which deletes it where the list cannot grow
+    out.fRecord = output;
     return 0;
 }
 

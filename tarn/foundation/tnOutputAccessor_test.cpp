@@ -5,6 +5,7 @@
 
 #include "spar/zRecord.h"
 #include "spar/zString.h"
+#include "spar/zTraceManager.h"
 #include "tarn/foundation/tnOutputAnnotations.h"
 #include "tarn/foundation/tnTarn.h"
 
@@ -216,17 +217,22 @@ TEST_F(tnOutputAccessorTest, HostOfALocationWithOrWithoutItsScheme) {
         EXPECT_STREQ(host.CString(), expected);
     }
     zString host;
+    host = std::string("before");
     fAccessor.SetURL("");
     EXPECT_FALSE(fAccessor.GetHostname(host));
     EXPECT_FALSE(Accessor().GetHostname(host));
     fAccessor.SetURL("[::1/live");
     EXPECT_FALSE(fAccessor.GetHostname(host));
+    EXPECT_STREQ(host.CString(), "before");
 }
 
 TEST_F(tnOutputAccessorTest, RTSPPortIsTheOneNamedElse554) {
     const std::pair<const char*, int> kPorts[] = {
         {"rtsp://host:8554/live", 8554},
         {"rtsp://host/live", 554},
+        {"rtsp://host:0/live", 554},
+        {"rtsp://host:1/live", 1},
+        {"abc://host/live", 554},      // no port, and none that goes with the scheme
         {"rtsp://host:21/live", 554},  // 21 is what an assumed scheme gives, and counts as none
         {"host:8554/live", 8554},
         {"host/live", 554},
@@ -316,6 +322,42 @@ TEST_F(tnOutputAccessorTest, GroupNamesAreSearched) {
     EXPECT_TRUE(Accessor::HasOutputWithGroupName(outputs, ""));  // the first has none
     EXPECT_FALSE(Accessor::HasOutputWithGroupName(outputs, "mai"));
     EXPECT_FALSE(Accessor::HasOutputWithGroupName(outputs, nullptr));  // no name is no empty name
+}
+
+TEST_F(tnOutputAccessorTest, NullChildHasTheEmptyGroupName) {
+    zRecord outputs;
+    outputs.AddChild(nullptr, 0x7FFFFFFF);
+    EXPECT_TRUE(Accessor::HasOutputWithGroupName(outputs, ""));
+    EXPECT_FALSE(Accessor::HasOutputWithGroupName(outputs, "main"));
+    auto* named = new zRecord;
+    Accessor(*named).SetOutputDisplayGroupName("main");
+    outputs.AddChild(named, 0x7FFFFFFF);
+    EXPECT_TRUE(Accessor::HasOutputWithGroupName(outputs, "main"));
+}
+
+TEST_F(tnOutputAccessorTest, PrintsTheRecordThatItHolds) {
+    class Keeper final : public zTraceManager {
+    public:
+        Keeper() : fBefore(SetDefault(this)) {}
+        ~Keeper() override { SetDefault(fBefore); }
+        void TraceMessage(int, const std::string& text) override { fTraced += text; }
+        std::string fTraced;
+
+    private:
+        zTraceManager* const fBefore;
+    };
+    fAccessor.SetURL("rtsp://host/one");
+    fRecord.AddChild(new zRecord, 0x7FFFFFFF);
+    Keeper keeper;
+    fAccessor.Print();
+    EXPECT_EQ(keeper.fTraced, fRecord.Description());
+    keeper.fTraced.clear();
+    tnOutputAnnotations(fRecord).Print();
+    EXPECT_EQ(keeper.fTraced, fRecord.Description());
+    keeper.fTraced.clear();
+    Accessor().Print();
+    tnOutputAnnotations().Print();
+    EXPECT_EQ(keeper.fTraced, "");
 }
 
 TEST_F(tnOutputAccessorTest, AssignmentCopiesAndNeverRepoints) {
