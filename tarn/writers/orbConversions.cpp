@@ -37,7 +37,9 @@ long long frame_duration_of(const tnMediaRecord& record, long long timescale) {
     const unsigned long long duration = record.AsUInt64('dura', 0);
     if (duration != 0) return static_cast<long long>(duration);
     const float ticks = std::floor(static_cast<float>(timescale) / record.AsFloat('mfps', 0.0f));
-    // No fps gives an infinite or undefined length, which no setter takes.
+    // Without a rate this is infinite or no number: the length is then unknown, 0 to the media
+    // library, and encoders take a usual rate. A rate that is there but ever so low gives the
+    // longest length there is, and one below 0 a length that the setter refuses.
     return std::isfinite(ticks) ? WholeNumberOf<long long>(ticks) : 0;
 }
 

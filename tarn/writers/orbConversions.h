@@ -11,9 +11,8 @@ class CVideoProperties;
 class CVideoSample;
 }  // namespace Quillon::Orb
 
-// The bridge between records and the media library: one table decides which raster type means which
-// media format, and one place decides how a record's values turn into properties. No state; every
-// function may run on any thread.
+// Where records meet the media library: what encoders and file writers share of the translation, so
+// that they do not come to differ about a raster type or a property. No state; any thread.
 
 /// The media format in which frames of `rasterType` travel; 0 for a type that has none.
 TARN_API unsigned int RasterTypeToOrbVideoFormat(int rasterType);
@@ -22,19 +21,21 @@ TARN_API unsigned int RasterTypeToOrbVideoFormat(int rasterType);
 /// types share 'BGRA' and come back as 'rgba', 'IMC4' comes back as 'I420', and 'I422' not at all.
 TARN_API int OrbVideoFormatToRasterType(unsigned int format);
 
-/// Fills `properties` from the record with the format that its raster type means.
+/// Takes what the record says over into `properties`, the format by the record's raster type.
 TARN_API bool MediaRecordToVideoProperties(
     const tnMediaRecord& record, Quillon::Orb::RObject<Quillon::Orb::CVideoProperties>& properties);
 
-/// The same with a given format, so that one record can describe both sides of an encoder.
+/// The same with a given format: what enters an encoder and what leaves it differ in little else,
+/// and one record serves for both.
 ///
 /// An empty handle gets a new object; an object that is there is filled in place and keeps what the
-/// record does not say. False when a setter refuses a value: what was set before stays set.
+/// record does not say. A record without a frame duration and a rate leaves the duration at 0,
+/// unknown. False when a setter refuses a value; the values before it are in `properties` then.
 TARN_API bool MediaRecordToVideoProperties(
     unsigned int format, const tnMediaRecord& record,
     Quillon::Orb::RObject<Quillon::Orb::CVideoProperties>& properties);
 
-/// Fills `record` from properties, with the raster type that their format means (0 if none).
+/// The way back: into `record`, with the raster type that the format stands for (0 if none).
 TARN_API void VideoPropertiesToMediaRecord(const Quillon::Orb::CVideoProperties* properties,
                                            tnMediaRecord& record);
 

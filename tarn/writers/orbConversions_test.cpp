@@ -1,5 +1,6 @@
 #include "tarn/writers/orbConversions.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 
@@ -88,24 +89,48 @@ TEST(RecordToProperties, SquarePixelsWithoutASquareWidth) {
         EXPECT_EQ(properties->GetPixelAspectRatio().numerator, 1);
         EXPECT_EQ(properties->GetPixelAspectRatio().denominator, 1);
     }
+    tnMediaRecord record = record_of(0, 480);
+    record.SetInt32('tnSQ', 1920);
+    RObject<CVideoProperties> properties;
+    ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetPixelAspectRatio().numerator, 1) << "there is no width to divide by";
+    EXPECT_EQ(properties->GetPixelAspectRatio().denominator, 1);
 }
 
 TEST(RecordToProperties, WorksOutTheFrameDurationFromTheRate) {
+    const struct {
+        long long timescale;
+        float rate;
+        long long duration;
+    } rows[] = {
+        {30000, 29.97f, 1001}, {24000, 23.98f, 1000},  // 1000.8: rounded down
+        {25, 25.0f, 1},        {25, 50.0f, 0},        {30000, -0.0f, 0},     {30000, 0.0f, 0},
+        {0, 0.0f, 0},          {0, 25.0f, 0},         {30000, HUGE_VALF, 0}, {30000, NAN, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.timescale << " at " << row.rate);
+        tnMediaRecord record = record_of(640, 480);
+        record.SetInt64('tmsc', row.timescale);
+        record.SetUInt64('dura', 0);
+        record.SetFloat('mfps', row.rate);
+        RObject<CVideoProperties> properties(new CVideoProperties(nullptr));
+        properties->SetFrameDuration(4711);
+        ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
+        EXPECT_EQ(properties->GetFrameDuration(), row.duration);
+
+        record.SetUInt64('dura', 7);
+        ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
+        EXPECT_EQ(properties->GetFrameDuration(), 7) << "a duration leaves the rate unasked";
+    }
+}
+
+TEST(RecordToProperties, NeitherADurationNorARateLeavesTheDurationUnknown) {
     tnMediaRecord record = record_of(640, 480);
-    record.SetUInt64('dura', 0);
-    record.SetFloat('mfps', 29.97f);
-    RObject<CVideoProperties> properties;
+    record.RemoveID('dura');
+    RObject<CVideoProperties> properties(new CVideoProperties(nullptr));
+    properties->SetFrameDuration(4711);
     ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
-    EXPECT_EQ(properties->GetFrameDuration(), 1001);
-
-    record.SetUInt64('dura', 7);
-    ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
-    EXPECT_EQ(properties->GetFrameDuration(), 7) << "a duration leaves the rate unasked";
-
-    record.SetUInt64('dura', 0);
-    record.SetFloat('mfps', 0.0f);
-    MediaRecordToVideoProperties(record,
-                                 properties);  // no rate at all: whatever comes, it comes back
+    EXPECT_EQ(properties->GetFrameDuration(), 0);
 }
 
 TEST(RecordToProperties, ALengthBeyondAllTimeIsTheLongestOne) {
@@ -153,6 +178,10 @@ TEST(RecordToProperties, LeavesInAReusedObjectWhatTheRecordDoesNotSay) {
     EXPECT_EQ(properties->GetVideoRange(), 2);
     EXPECT_TRUE(properties->GetColorSpace() == ColorSpace::BT709);
     EXPECT_EQ(properties->GetWidth(), 32);
+
+    record.fNominalRange.SetInt32('limt');
+    ASSERT_TRUE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetVideoRange(), 1);
 }
 
 TEST(RecordToProperties, StopsAtTheFirstValueThatIsRefused) {
@@ -161,6 +190,34 @@ TEST(RecordToProperties, StopsAtTheFirstValueThatIsRefused) {
     ASSERT_TRUE(properties);
     EXPECT_EQ(properties->GetWidth(), 640) << "what was set before stays";
     EXPECT_EQ(properties->GetTimescale(), 0);
+
+    EXPECT_FALSE(MediaRecordToVideoProperties(record_of(-1, 480), properties));
+    EXPECT_EQ(properties->GetWidth(), 640);
+    EXPECT_EQ(properties->GetHeight(), 0);
+
+    tnMediaRecord record = record_of(320, 240);
+    record.SetInt64('tmsc', -1);
+    record.fNominalRange.SetInt32('full');
+    EXPECT_FALSE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetHeight(), 240);
+    EXPECT_EQ(properties->GetFrameDuration(), 0);
+
+    record.SetInt64('tmsc', 30000);
+    record.SetUInt64('dura', 1ull << 63);
+    record.fFieldOrder.SetInt32(2);
+    EXPECT_FALSE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetTimescale(), 30000);
+    EXPECT_EQ(properties->GetFieldOrder(), 1);
+    EXPECT_EQ(properties->GetVideoRange(), 1);
+
+    record.SetUInt64('dura', 0);
+    record.SetFloat('mfps', -25.0f);
+    EXPECT_FALSE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetFrameDuration(), 0);
+
+    record.SetUInt64('dura', (1ull << 63) - 1);
+    EXPECT_TRUE(MediaRecordToVideoProperties(record, properties));
+    EXPECT_EQ(properties->GetFieldOrder(), 2);
 }
 
 TEST(PropertiesToRecord, CarriesEverythingBack) {
@@ -188,6 +245,31 @@ TEST(PropertiesToRecord, CarriesEverythingBack) {
     EXPECT_EQ(record.fBytesPerRow.AsInt32(0), 1920);
 }
 
+TEST(PropertiesToRecord, NamesEachColourRangeAndFieldOrderAnew) {
+    const struct {
+        ColorSpace colour;
+        int matrix;
+        int range;
+        int rangeName;
+        int order;
+    } rows[] = {
+        {ColorSpace::BT709, 'r709', 2, 'full', 2},
+        {ColorSpace::BT601N, 'r601', 1, 'limt', 1},
+        {ColorSpace::BT601P, 'r601', 2, 'full', 3},
+    };
+    tnMediaRecord record;
+    for (const auto& row : rows) {
+        const RObject<CVideoProperties> properties(new CVideoProperties(nullptr));
+        properties->SetColorSpace(row.colour);
+        properties->SetVideoRange(row.range);
+        properties->SetFieldOrder(row.order);
+        VideoPropertiesToMediaRecord(properties.Get(), record);
+        EXPECT_EQ(record.fColorSpace.AsInt32(0), row.matrix);
+        EXPECT_EQ(record.fNominalRange.AsInt32(0), row.rangeName);
+        EXPECT_EQ(record.fFieldOrder.AsInt32(0), row.order) << "whatever it was before";
+    }
+}
+
 TEST(PropertiesToRecord, KeepsTheRateWhereTimeIsUnknown) {
     const RObject<CVideoProperties> properties(new CVideoProperties(nullptr));
     properties->SetFormat('I422');
@@ -212,6 +294,7 @@ TEST(CpuSample, HasTheShapeOfItsProperties) {
     EXPECT_EQ(sample->GetDuration(), 1);
     const RObject<CPixelDataReference> pixels(sample->GetDataReference<CPixelDataReference>());
     ASSERT_TRUE(pixels);
+    EXPECT_EQ(pixels->GetLength(), 128 * 32);
     EXPECT_EQ(pixels->GetStride(), 128);
     EXPECT_EQ(pixels->GetWidth(), 64);
     EXPECT_EQ(pixels->GetHeight(), 32);
@@ -229,6 +312,14 @@ TEST(CpuSample, RefusesAShapeWithoutSizeAndLeavesTheHandle) {
     EXPECT_EQ(static_cast<int>(CreateCPUVideoSample(sample, properties.Get())),
               ResultInvalidArgument::kCode)
         << "an encoded format has no rows";
+    MediaRecordToVideoProperties(record_of(64, 0), properties);
+    EXPECT_EQ(static_cast<int>(CreateCPUVideoSample(sample, properties.Get())),
+              ResultInvalidArgument::kCode);
+    MediaRecordToVideoProperties('BGRA', record_of(40000, 40000), properties);
+    ASSERT_GE(properties->GetStride(1), 1);
+    EXPECT_EQ(static_cast<int>(CreateCPUVideoSample(sample, properties.Get())),
+              ResultInvalidArgument::kCode)
+        << "more bytes than can be counted";
     EXPECT_EQ(sample.Get(), before);
 }
 

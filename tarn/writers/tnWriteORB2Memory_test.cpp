@@ -1,12 +1,18 @@
-// Tracks for which there is no memory: each has a code of its own. The linker puts what stands here
-// in front of the media library's allocation, see tarn/CMakeLists.txt.
+// Tracks and samples for which there is no memory: each kind of track has a code of its own. The
+// linker puts what stands here in front of the media library's allocation, see tarn/CMakeLists.txt.
 
+#include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <gtest/gtest.h>
 
+#include "orb/BlockPool.h"
 #include "orb/CAssetAudioCompressor.h"
 #include "orb/CAssetAudioWriter.h"
 #include "orb/CAssetVideoCompressor.h"
+#include "orb/CVideoProperties.h"
+#include "orb/CVideoSample.h"
+#include "tarn/writers/orbConversions.h"
 
 #include "tests/support/WriterFixture.h"
 
@@ -15,6 +21,7 @@ using namespace writerFixture;
 namespace {
 
 thread_local std::size_t gFailingSize = 0;  // of objects that are not to be had
+thread_local int gObjectsLeft = -1;         // until one is not to be had; -1: all are
 
 /// There is no memory for objects of that size as long as this lives.
 class NoMemoryFor {
@@ -30,8 +37,25 @@ public:
 // CObject::operator new
 extern "C" void* __real__ZN7Quillon3Orb7CObjectnwEm(std::size_t size) noexcept;
 extern "C" void* __wrap__ZN7Quillon3Orb7CObjectnwEm(std::size_t size) noexcept {
+    if (gObjectsLeft == 0) return nullptr;
+    if (gObjectsLeft > 0) --gObjectsLeft;
     return size == gFailingSize ? nullptr : __real__ZN7Quillon3Orb7CObjectnwEm(size);
 }
+
+// What the pool asks for blocks. The sanitizers have one of their own, which is better left alone.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define TARN_OWN_BLOCKS
+static thread_local bool gNoBlocks = false;  // no memory for pixels
+
+extern "C" __attribute__((visibility("default"))) int posix_memalign(void** memory,
+                                                                     std::size_t alignment,
+                                                                     std::size_t size) noexcept {
+    *memory = gNoBlocks
+                  ? nullptr
+                  : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    return *memory != nullptr ? 0 : ENOMEM;
+}
+#endif
 
 namespace {
 
@@ -61,5 +85,45 @@ TEST_F(Writer, SaysThatThereIsNoMemoryForTheSoundTrack) {
         fWriter->Close();
     }
 }
+
+RObject<CVideoProperties> picture(int side) {
+    RObject<CVideoProperties> properties(new CVideoProperties(nullptr));
+    properties->SetFormat('GREY');
+    properties->SetWidth(side);
+    properties->SetHeight(side);
+    return properties;
+}
+
+TEST(CpuSample, SaysThatThereIsNoMemoryAndLeavesTheHandle) {
+    const RObject<CVideoProperties> properties = picture(64);
+    RObject<CVideoSample> sample(new CVideoSample(nullptr));
+    const CVideoSample* const before = sample.Get();
+    // It is made of three objects.
+    for (int objects = 0; objects < 3; ++objects) {
+        gObjectsLeft = objects;
+        const Result result = CreateCPUVideoSample(sample, properties.Get());
+        gObjectsLeft = -1;
+        EXPECT_EQ(static_cast<int>(result), ResultOutOfMemory::kCode) << objects;
+        EXPECT_EQ(sample.Get(), before);
+    }
+    gObjectsLeft = 3;
+    EXPECT_EQ(static_cast<int>(CreateCPUVideoSample(sample, properties.Get())), 0);
+    gObjectsLeft = -1;
+    EXPECT_NE(sample.Get(), before);
+}
+
+#ifdef TARN_OWN_BLOCKS
+TEST(CpuSample, SaysThatThereIsNoMemoryForItsPixels) {
+    const RObject<CVideoProperties> properties = picture(64);
+    RObject<CVideoSample> sample;
+    BlockPool::Shared().Trim();
+    gNoBlocks = true;
+    const Result result = CreateCPUVideoSample(sample, properties.Get());
+    gNoBlocks = false;
+    EXPECT_EQ(static_cast<int>(result), ResultOutOfMemory::kCode);
+    EXPECT_FALSE(sample);
+    EXPECT_EQ(static_cast<int>(CreateCPUVideoSample(sample, properties.Get())), 0);
+}
+#endif
 
 }  // namespace
