@@ -46,7 +46,7 @@ public:
     bool IsReady() const;
     /// Bytes of this track that the file has taken.
     long long GetBytesWritten() const;
-    /// The container that the track went into; null before that.
+    /// The container that has taken the track; null before that.
     CContainerWriter* GetContainerWriter() const;
 
 protected:

@@ -6,9 +6,9 @@
 namespace Quillon::Orb::CodeBookProperty {
 
 namespace MediaFilter {
-/// Four-character code: the wanted output format.
+/// Four-character code of what is to come out.
 inline constexpr PropertyName OutputFormat{"MediaFilter::OutputFormat"};
-/// bool, read only: true when a compressor really runs in hardware. Known after Begin.
+/// bool, read only: whether the compressor has found hardware to run on. Known after Begin.
 inline constexpr PropertyName UsingHardwareAcceleration{"MediaFilter::UsingHardwareAcceleration"};
 }  // namespace MediaFilter
 

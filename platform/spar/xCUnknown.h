@@ -7,10 +7,11 @@
 
 /// The counting base of interface classes. Starts with one reference, which its maker holds.
 ///
-/// A class that implements several interfaces forwards its QueryInterface, AddRef and Release to
-/// the Concrete_ forms, of which there is one set an object; a class with one line of bases need
-/// not. A class answers names of its own by overriding Concrete_QueryInterface and passing on the
-/// rest. Any thread may count. The order of the virtual operations is part of the add-on interface.
+/// A class of several interfaces has the three operations of xIUnknown once for each and lets them
+/// all call the Concrete_ forms, of which there is one set an object; a class with one line of
+/// bases need not. A class answers names of its own by overriding Concrete_QueryInterface and
+/// passing on the rest. Any thread may count. The order of the virtual operations is part of the
+/// add-on interface.
 class SPAR_API xCUnknown : public xIUnknown {
 public:
     xCUnknown() = default;

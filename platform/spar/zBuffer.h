@@ -2,7 +2,7 @@
 
 #include "spar/export.h"
 
-/// A data block that either refers to memory of its caller's or owns a copy.
+/// A block of bytes: a copy of its own, or a view of what its caller keeps.
 class SPAR_API zBuffer {
 public:
     zBuffer() = default;

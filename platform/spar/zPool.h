@@ -71,8 +71,8 @@ public:
         return 0;
     }
 
-    /// Deletes all items, free or taken, and empties the pool. Whoever has taken one is done with
-    /// it.
+    /// Leaves the pool empty. Items that are taken are deleted as well: whoever has one is done
+    /// with it.
     void RemoveAndDeleteAll() SPAR_EXCLUDES(fLock) {
         zCriticalLock held(fLock);
         for (int position = 0; position < fEntries.Count(); ++position)
@@ -87,7 +87,7 @@ public:
         return fEntries.Count();
     }
 
-    /// The item at `position` in order of addition, free or taken; null past the end.
+    /// The item that was added as number `position`, whatever its state; null past the end.
     T* ItemAt(int position) const SPAR_EXCLUDES(fLock) {
         zCriticalLock held(fLock);
         return position >= 0 && position < fEntries.Count() ? fEntries[position].fItem : nullptr;

@@ -19,8 +19,8 @@ enum z_match_method : unsigned int {
     Z_MATCH_EXACT_NO_CASE = 4  ///< ASCII letters only
 };
 
-/// A tree node: typed variables, each found by id or by key, and an ordered list of children that
-/// it owns.
+/// A node of a tree. It holds typed variables, looked up by id or by key, and owns its children,
+/// which have an order.
 ///
 /// Keys are tied to ids by zStringID. A key without an id of its own works all the same, and when
 /// such a pair is entered later the two reach the same variable; a value from before moves to the
@@ -56,9 +56,10 @@ public:
     /// `classId` names that class, all of whose objects register alike. The array is not kept.
     void RegisterVariables(unsigned int classId, zVariable** variables, int count);
 
-    /// Makes this record a deep copy of `source`: variables, children or both. What the source
-    /// lacks is unset here. Children are made by `childFactory`, or as plain records if it is
-    /// empty. `source` may be this record, one of its descendants or one of its ancestors.
+    /// Takes over the variables of `source`, its children, or both, as copies all the way down.
+    /// What the source lacks is unset here. Children are made by `childFactory`, or as plain
+    /// records if it is empty. `source` may be this record, one of its descendants or one of its
+    /// ancestors.
     void Copy(const zRecord& source, bool variables, bool children,
               const std::function<zRecord*()>& childFactory);
 
@@ -146,9 +147,9 @@ public:
     /// null.
     const std::vector<zRecord*>& Children() const { return fChildren; }
 
-    /// The first child whose string variable `id` matches `value`, or null. With `allLevels` the
-    /// children of children are searched too, parents before their children, down to `maxDepth`
-    /// levels.
+    /// Looks through the children for a text under `id` that matches `value`; gives the first such
+    /// child, or null. With `allLevels` the children of children are searched too, parents before
+    /// their children, down to `maxDepth` levels.
     zRecord* FindChildByStrVariable(unsigned long long id, const char* value, bool allLevels,
                                     unsigned int maxDepth, z_match_method method) const;
 

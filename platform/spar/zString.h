@@ -46,7 +46,7 @@ public:
     /// until the string changes by other means.
     char* Preallocate(int size);
 
-    /// Sets the text from a printf format; arguments may point into this string.
+    /// Becomes what printf would print; arguments may point into this string.
     void sprintf(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     /// The four characters of a code, first character from the high byte.

@@ -14,7 +14,7 @@ class zThreadMain;
 /// with `delete zThread::Factory(...)`.
 class SPAR_API zThread {
 public:
-    /// Starts a thread at once and gives the object, which the caller owns; null, with a trace
+    /// Makes a thread, which runs from then on; the caller owns the object. Null, with a trace
     /// line, when the system has no thread to give. `main` stays the caller's and lives until Main
     /// returns.
     ///
@@ -43,9 +43,8 @@ public:
     /// Runs `work` on the host's main thread, when it next drains the queue. Does not wait for it.
     ///
     /// Just before, on the main thread: work whose token is cancelled is dropped, and so is work
-    /// whose `goOn` says false. Both `token` and `goOn` may be empty. The `long long` is 0 and
-    /// reserved. The functions are destroyed on the main thread. Work runs in the order in which it
-    /// was handed in.
+    /// whose `goOn` says false. Either may be left out. `reserved` is 0. The functions are
+    /// destroyed on the main thread. Work runs in the order in which it was handed in.
     static void ExecuteOnMainThread(std::shared_ptr<zCancelClass> token, long long reserved,
                                     std::function<bool()> goOn, std::function<void()> work);
 

@@ -27,10 +27,10 @@ public:
     /// The sink to standard error, which is the default until a host says otherwise.
     static zTraceManager* StandardError();
 
-    /// Writes one message at `level`, a four-character code; 'note' is the only one in use. `text`
-    /// ends in a newline, which the caller supplies.
+    /// Writes one message at `level`, a four-character code; 'note' is the only one in use. Nothing
+    /// is added to `text`: the newline at its end is the caller's.
     virtual void TraceMessage(int level, const std::string& text);
 
-    /// The same at note level, with a printf format.
+    /// The same as a 'note', in the words of printf.
     void TraceNote(const char* format, ...) __attribute__((format(printf, 2, 3)));
 };

@@ -9,16 +9,17 @@
 class zCritical;
 class zSignal;
 
-/// Lets one real-time writer and one reader exchange a timed byte stream without a queue.
+/// The last stretch of a stream of bytes, kept by time: a real-time thread writes it, another
+/// reads.
 ///
-/// Data goes in with a time and comes out by time: a reader asks for a stretch of the timeline, not
-/// for what comes next, and reading consumes nothing. Two fixed buffers take turns: when the one
-/// being written is full, the writer goes on in the other and what that one held is gone. So the
-/// latest one to two buffers' worth is held, writes never wait for a reader and never fail.
+/// Whoever reads names the time that it wants, as often as it likes: nothing is used up. There are
+/// two buffers of fixed size. When one is full, the writer forgets what the other holds and goes on
+/// there; at any moment between one and two buffers' worth can be read. A reader that lags behind
+/// holds up nobody, and no write fails.
 ///
-/// Times are doubles in a unit of the caller's choice, `bytesPerUnit` bytes long; for PCM, sample
-/// frames. A call is atomic against the others and holds the lock while it copies. A write costs
-/// one copy and no allocation.
+/// Times are doubles; the caller decides what one unit is and says how many bytes it takes
+/// (`bytesPerUnit`): for PCM, a sample frame. A call is atomic against the others and holds the
+/// lock while it copies. Writing copies once and allocates nothing.
 class TARN_API tnRTBuffer {
 public:
     /// One of the two buffers.

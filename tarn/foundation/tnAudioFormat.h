@@ -11,8 +11,8 @@
 /// Everything is 32-bit arithmetic that wraps.
 class TARN_API tnAudioFormat {
 public:
-    /// Bits that one sample takes in memory. 24-bit samples stand in 32-bit containers and
-    /// answer 32.
+    /// Bits that one sample takes in memory: 32 also for 24-bit samples, which have a byte to
+    /// spare.
     static int BitsPerSample(int format);
 
     static unsigned int BytesPerSecond(int format, unsigned char channels, unsigned int sampleRate);

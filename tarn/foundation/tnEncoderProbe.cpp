@@ -62,7 +62,7 @@ bool begin_in_hardware(CVideoCompressor& encoder, unsigned int format) {
            encoder.Begin().Succeeded() &&
            encoder.GetProperty(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, isHardware)
                .Succeeded() &&
-           isHardware;  // a software fall-back does not count
+           isHardware;  // some fall back to software instead of failing
 }
 
 /// A trial on its own thread, shared by that thread and whoever waits for it.

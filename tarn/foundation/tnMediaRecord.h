@@ -12,14 +12,14 @@ enum tnMediaType : unsigned int {
     TN_MEDIA_AUDIO = 'audo',
 };
 
-/// The value of `fFieldOrder`. Anything else, an unset variable included, counts as progressive.
+/// The value of `fFieldOrder`. Whoever finds another value there, or none, goes by progressive.
 enum tnFieldOrder : int {
     TN_FIELD_PROGRESSIVE = 1,
-    TN_FIELD_INTERLACED_2 = 2,  // the two interlaced orders pass unchanged to the media library
+    TN_FIELD_INTERLACED_2 = 2,  // 2 and 3 are the media library's numbers as well
     TN_FIELD_INTERLACED_3 = 3,
 };
 
-/// The one description of a media format, raster video or audio, that travels through the library.
+/// How a format of pictures or sound is told from one room of the library to the next.
 ///
 /// A record whose thirteen most read values are members, so that reading them needs no look-up;
 /// every other property ("timescale", "fps", "codecname", ...) is an ordinary keyed variable. By
@@ -35,13 +35,13 @@ public:
     /// Everything unset but the type.
     tnMediaRecord(tnMediaType type);
     tnMediaRecord(const tnMediaRecord& source);
-    /// Takes over what any record holds: values under the members' ids land in the members.
+    /// Takes over what any record holds; what stands under a member's id goes into that member.
     tnMediaRecord(const zRecord& source);
     ~tnMediaRecord() override;
 
     tnMediaRecord& operator=(const tnMediaRecord& source);
 
-    /// Makes the members part of the record's key space. The constructors have done it.
+    /// Lets the members be reached by id and key. The constructors have done it.
     void RegisterVariables();
 
     /// Copies the first child of `parent` whose type is `type` into `out`: 0; or -1021 and `out`
@@ -64,7 +64,8 @@ public:
     unsigned int GuessColorSpace() const;
     /// 'limt' for YUV raster types, else 'full'.
     unsigned int GuessNominalRange() const;
-    /// Whether the frame rate belongs to the 25 Hz family, as far as this house asks.
+    /// Whether the frame rate counts as one of PAL: 25, 50, and a few others that this test takes
+    /// for such.
     bool IsPALFrameRate() const;
 
     /// Bytes of `count` frames or sample frames; 0 for a record without a type. 32-bit and

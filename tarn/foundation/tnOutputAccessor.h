@@ -20,7 +20,8 @@ enum tn_transport : int {
     TN_TRANSPORT_ANNOUNCED_6 = 6,
 };
 
-/// A typed view of one configured output (a recording, a push to a server, a pull port).
+/// A typed view of the record that says what one output is to be: a file, a stream to a server, a
+/// port where viewers fetch it.
 ///
 /// Holds a pointer to the output's record and owns nothing; add-ons and movies read outputs only
 /// through it, so its defaults are what a missing key means everywhere. Without a record the

@@ -18,7 +18,7 @@ public:
     /// rounded down, whose chroma rows use the luma's pitch; `height` for all others.
     static int RowCount(int height, int type);
 
-    /// `width` * `bytesPerComponent`, rounded up to a multiple of 128 if `align128`, else of 64.
+    /// Bytes of a row of so many components, padded to whole blocks of 64 (`align128`: 128).
     static int BytesPerRowComponent(int width, int bytesPerComponent, bool align128);
 
     /// The padded pitch of the (first) plane in bytes; 0 for an unknown code.

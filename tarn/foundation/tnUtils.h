@@ -5,8 +5,8 @@
 class zRecord;
 class zString;
 
-/// Helpers for the host: time strings, the line under an encoder preset, names of USB devices, and
-/// whether an encoder can be used now. No instances; any thread.
+/// What a host's windows show: times as text, the line under an encoder preset, USB devices by
+/// name, and which encoders to offer. No instances; any thread.
 class TARN_API tnUtils {
 public:
     /// The form of a time string.
@@ -62,13 +62,13 @@ public:
     /// Null for a product that is not in the table; one vendor has a table.
     static const char* USBProductIDToString(unsigned int vendor, unsigned int product);
 
-    /// Whether the encoder of that name may be offered. `flags` are the host's, 0 allows
-    /// everything.
+    /// Whether a host may offer that encoder. `flags` are the host's, 0 allows everything.
     ///
     /// The hardware encoder is really tried, which may block for some seconds and is remembered for
     /// five.
     static bool IsVideoCodecEnabledWithFlags(unsigned int flags, const char* name);
 };
 
-/// The quality preset that a new encoder of that name starts with; the empty text for other names.
+/// Which preset of quality an encoder has before anybody picks one; the empty text for the name of
+/// an encoder without presets.
 TARN_API const char* GetDefaultCodecQuality(const char* name);

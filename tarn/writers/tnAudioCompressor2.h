@@ -8,7 +8,7 @@ public:
     class TARN_API EncodedBuffer {
     public:
         virtual ~EncodedBuffer() = default;
-        /// Told at the end of a write: bytes that this call added to the file's audio track.
+        /// Called last by a write, with the bytes by which it made the audio track longer.
         virtual void SetBytesWritten(int bytes) = 0;
     };
 };

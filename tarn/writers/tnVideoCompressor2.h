@@ -22,7 +22,7 @@ public:
     class TARN_API EncodedBuffer {
     public:
         virtual ~EncodedBuffer() = default;
-        /// Told at the end of a write: bytes that this call added to the file's video track.
+        /// Called last by a write, with the bytes by which it made the video track longer.
         virtual void SetBytesWritten(int bytes) = 0;
         virtual EncodedBufferTiming GetTiming() = 0;
         /// The frame's pixels, with a reference that the caller releases. The pixels stay as they

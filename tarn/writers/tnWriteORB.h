@@ -24,8 +24,8 @@ class CVideoConverter;
 class CVideoSample;
 }  // namespace Quillon::Orb
 
-/// The earlier movie file writer: one 'mov ' file with at most one video track, ProRes or Motion
-/// JPEG, and up to eight tracks of PCM.
+/// The earlier movie file writer. Its 'mov ' files hold ProRes or Motion JPEG, or no pictures, and
+/// up to eight tracks of PCM.
 ///
 /// A recording is: construct, Open, the four formats, writes, close, Release. The first write (or
 /// CompleteInitialization) builds the tracks, and blocks while encoders open. A write drops rather
@@ -60,8 +60,8 @@ public:
 
     /// Builds the tracks from the four formats and starts the file; 0 at once if that has happened.
     ///
-    /// -1 without a file; -1006 for everything that fails. A failure leaves the writer open, and
-    /// the next write tries the whole set-up again.
+    /// -1 without a file; -1006 for everything that fails. The writer is open all the same, and
+    /// sets everything up anew when the next write comes.
     int CompleteInitialization();
 
     /// Writes one frame of raw pixels in the source format, behind the frame before: Duration()

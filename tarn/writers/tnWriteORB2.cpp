@@ -191,7 +191,7 @@ void tnWriteORB2::end_tracks() {
 }
 
 void tnWriteORB2::Close() {
-    // A close goes on after a timeout: the file is worth more than the frames that are stuck.
+    // Whether in time or not: the file is worth more than the frames that are stuck.
     CloseStreams(kCloseTimeoutUs);
     if (!fAssetWriter) return;
 

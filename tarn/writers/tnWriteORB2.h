@@ -20,8 +20,8 @@ class CVideoProperties;
 class CVideoSample;
 }  // namespace Quillon::Orb
 
-/// Writes one movie file: raw frames and PCM in, an encoded and muxed file out, with one video
-/// track and one audio track at most.
+/// Writes one movie file: raw frames and PCM in, an encoded and muxed file out. There is at most
+/// one track of each kind.
 ///
 /// A recording is: construct, Open, the four formats, writes, Close, Release. The first write (or
 /// CompleteInitialization) builds the tracks; it blocks while encoders open. Encoding and file
@@ -54,7 +54,7 @@ public:
 
     /// Builds the tracks from the four formats and starts the file; 0 at once if that has happened.
     ///
-    /// A failure leaves the writer open, and the next write tries the whole set-up again.
+    /// After a failure the writer is open as before, and the next write sets everything up anew.
     /// -1006 no file or it did not begin; -1032 to -1043 video; -1041, -1042, -1054 to -1057 audio.
     int CompleteInitialization();
 
@@ -80,8 +80,8 @@ public:
     int WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int, long long,
                          const unsigned char* data, int size);
 
-    /// Ends both tracks once they have taken what they were given; blocks, with all writers, for at
-    /// most `timeoutMicroseconds`. -14: a track was not ready in time, and both stand as they were.
+    /// Waits for both tracks to be ready, then ends them; blocks, with all writers, for at most
+    /// `timeoutMicroseconds`. -14: a track was not ready in time, and both stand as they were.
     int CloseStreams(long long timeoutMicroseconds);
 
     /// CloseStreams with a minute's patience, then completes the file whatever came of it.
@@ -154,8 +154,8 @@ private:
     long long fInputTimescale = 100;
     long long fFileTimescale = 100;
     long long fAudioRate = 48000;
-    // Reset at each set-up and read by nobody; hosts that lay out their own debugger views of the
-    // writer count on the members' places.
+    // Zeroed by set-up, read by nobody. They hold the places of the members behind them, which
+    // hosts that lay out their own debugger views of the writer count on.
     long long fSpare1 = 0;
     long long fSpare2 = 0;
     RObject<Quillon::Orb::CVideoSample> fHeldSample;

@@ -120,8 +120,8 @@ int tnWriteORB2::copy_picture(RObject<CVideoSample>& sample) {
     return 0;
 }
 
-// Holds each frame back by one, so that its duration in the file is the true distance to the next.
-// Time that goes back gives the held frame a negative duration: the container says what that means.
+// A frame waits here until the next one comes: only then it is known how long it really lasts. Time
+// that goes back gives it a negative duration: the container says what that means.
 bool tnWriteORB2::AdjustVideoSampleTiming(RObject<CVideoSample>& sample) {
     long long time = sample->GetTime();
     long long duration = sample->GetDuration();

@@ -44,8 +44,8 @@ int code_if_failed(const Result& result, int code) {
 
 }  // namespace
 
-// Size, rate and colour of both sides come from the encoded record, the raw format alone from the
-// source record: the writer does not scale.
+// Frames come in the size that the file is to have, so the encoded record describes both sides; of
+// the source record only the layout of its pixels counts.
 int tnWriteORB2::complete_initialization_for_video() {
     const unsigned int sourceFormat =
         RasterTypeToOrbVideoFormat(fSourceVideoFormat.fColourspace.AsInt32(0));
