@@ -8,7 +8,7 @@ struct displayRefresh {
     int timeScale;
     /// Since the display's own epoch: refresh n stands at n periods.
     long long videoTime;
-    /// When it took place, microseconds on the scale of zTime::MicroNow.
+    /// When it took place, by zTime::MicroNow.
     long long realTime;
 };
 

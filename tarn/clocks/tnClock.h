@@ -16,7 +16,7 @@ class zList;
 /// Hands every tick that is produced on it to each of its watchers.
 ///
 /// Reference counted; a new clock has one reference. It does not own its watchers: who adds one
-/// removes it before the watcher dies. Watchers are served in the order in which they were added.
+/// removes it before the watcher dies. Who was added first is served first.
 /// AddWatcher, RemoveWatcher and ProduceTime may be called from any thread.
 class TARN_API tnClock : public xCUnknown {
 public:
@@ -46,8 +46,8 @@ public:
     /// the clock's lock: from there a watcher must not remove itself or another from this clock.
     virtual void ProduceTime(const tn_time_rec& time, bool queued);
 
-    /// The time of this clock now. A clock that does not tick by itself cannot say: it clears
-    /// `real_time`, `media_time` and `tick_count`, sets `clock_id` and returns -1012.
+    /// The time of this clock now. A clock that does not tick by itself cannot say: -1012, with
+    /// its id in the record and 0 for both times and the count.
     virtual int GetTime(tn_time_rec& time) const;
 
     /// 0 from every clock of this library; a system clock tells its rate by GetRate.

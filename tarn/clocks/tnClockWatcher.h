@@ -21,8 +21,8 @@ class zThread;
 /// A watcher holds one tick, or two, never a queue:
 ///  - single-tick: a busy receiver gets the newest tick next, those before it are lost;
 ///  - multiple-tick: the two newest ticks are kept and each wake-up delivers the older one that was
-///    not yet delivered, so a receiver that was busy for two ticks runs one tick behind from then
-///    on, until a wake-up brings no new tick.
+///    not yet delivered, so a receiver that was busy for two ticks lags by one until some wake-up
+///    brings no new tick.
 /// A loss is not reported; it shows as a gap in `tick_count`.
 class TARN_API tnClockWatcher : public zThreadMain {
 public:
@@ -37,8 +37,8 @@ public:
     /// Starts the thread, with no tick held. `name` is "clock watcher" when null; `priority` is the
     /// second scheduling argument of zThread::Factory, 4 when 0.
     ///
-    /// Not guarded: a second Start without Stop loses the first thread's handle, and that thread
-    /// can no longer be waited for.
+    /// Not guarded: started twice in a row, it forgets the first thread, for which nobody can wait
+    /// any more.
     virtual void Start(char priority, const char* name, bool multipleTickReceiver);
 
     /// Ends the thread and waits for it; a tick that is held is not delivered. Does nothing when
@@ -57,7 +57,7 @@ public:
     virtual int GetDesiredTickRate(int* rate) const;
 
     /// Called by tnClock::ProduceTime. Queued, it keeps a copy and wakes the thread; otherwise it
-    /// calls ReceiveTime at once, also on a watcher that was never started.
+    /// calls ReceiveTime at once, for which the watcher need not have been started.
     void SignalTime(const tn_time_rec& time, bool queued);
 
 private:
@@ -86,7 +86,7 @@ private:
     // producers write, the watcher's thread reads
     tn_time_rec fSingleTime SPAR_GUARDED_BY(*fCritical){};
     tn_time_rec fSlots[2] SPAR_GUARDED_BY(*fCritical){};
-    // -1 is empty. In single-tick mode the first belongs to fSingleTime.
+    // Empty at -1. The first is that of fSingleTime where one tick is held.
     long long fSlotSequence[2] SPAR_GUARDED_BY(*fCritical){-1, -1};
     // Never starts over, so that a stopped watcher's numbers cannot come back in its next life.
     long long fNextSequence SPAR_GUARDED_BY(*fCritical) = 0;

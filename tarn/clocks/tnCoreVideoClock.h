@@ -8,10 +8,10 @@
 struct __CVDisplayLink;
 struct tnDisplayCallback;
 
-/// Ticks with the refresh of the main display.
+/// Ticks once for each refresh of the main display.
 ///
-/// Media time is the display's own, or that of a linked clock; `tick_count` is the number of the
-/// refresh since the display's epoch. Ticking is the display link's state: IsTicking, ChangeRate
+/// Media time is the display's own, or that of a linked clock; `tick_count` counts the refreshes
+/// from the display's epoch on. Only the display link knows whether it ticks: IsTicking, ChangeRate
 /// and PauseMediaTime are those of a system clock that never starts here, and have no effect.
 /// Ticks are produced queued, on the display link's thread. The owner stops before destruction.
 class TARN_API tnCoreVideoClock : public tnSystemClock {
@@ -36,8 +36,8 @@ public:
     /// Refreshes per second, as the display said at construction.
     double GetRate() const override;
 
-    /// Takes media time from `clock`, of which it keeps a reference, instead of the display; a
-    /// clock linked before is let go. Link before starting.
+    /// Takes media time from `clock`, of which it keeps a reference, instead of the display, and
+    /// gives back the clock of an earlier call. Link before starting.
     ///
     /// While `clock` does not move, the refresh is not produced as a tick.
     void LinkMediaTimeFromClock(tnClock& clock);

@@ -8,9 +8,9 @@ class tnSystemClockInternals;
 
 /// Ticks at a fixed rate by the operating system's time; what a host paces its rendering with.
 ///
-/// Stopped, ticking, stopped again. While it ticks a thread sleeps to an absolute schedule, target
-/// n at the start plus n periods, and produces each tick queued: no tick is ever skipped, and after
-/// a late wake-up the ticks that are due come back to back. The first two ticks come at the start.
+/// Stopped, ticking, stopped again. While it ticks a thread keeps a schedule, target n at the
+/// start plus n periods, and produces each tick queued: no tick is ever skipped, and after a late
+/// wake-up the ticks that are due come back to back. The first two ticks come at the start.
 ///
 /// Media time runs in microseconds from what StartTicking was given, one period a tick.
 /// Operations may be called from any thread, but StartTicking, StopTicking and destruction by one
@@ -23,7 +23,7 @@ public:
     /// Stops first: waits up to a period for the thread.
     ~tnSystemClock() override;
 
-    /// Where the clock stands: `time_kind` is left as it was, `media_time` runs on while paused.
+    /// Where the clock stands: all but `time_kind`; `media_time` runs on while paused.
     /// 0 while ticking; of a stopped clock -1026 when media time stands above 0, else -1, with the
     /// values of its last tick either way.
     int GetTime(tn_time_rec& time) const override;

@@ -127,8 +127,8 @@ tn_time_rec tnSystemClockInternals::fresh_record() const {
     return record;
 }
 
-// The tick comes first and the sleep after it, to the tick's own target, and the first target is
-// the start: so the first two ticks come back to back, and watchers are served a period early.
+// A tick is produced before the sleep to its own target, and that of tick one is the start: no time
+// passes between the first two, and watchers are served a period early.
 int tnSystemClockInternals::Main(int, const char**) {
     const double period = loop_period();
     const long long fourTicks = whole(period) * 4;

@@ -99,7 +99,7 @@ int tnSystemClockInternals_mac::Main(int, const char**) {
         record.real_time = kernel.ToReal(next) - fourTicks;
         begin_tick(record);
         if (!IsTicking()) break;
-        // Outside the lock: GetTime is never held up by a delivery.
+        // Outside the lock, so that GetTime does not wait for watchers.
         fClock.ProduceTime(record, true);
         {
             zMutexLock lock(fTimeLock);

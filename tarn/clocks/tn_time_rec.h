@@ -2,13 +2,13 @@
 
 /// One tick on its way from a clock to its watchers; a plain record, copied wherever it goes.
 ///
-/// Times are microseconds; real times are on the scale of zTime::MicroNow.
+/// Microseconds throughout; what is real counts as zTime::MicroNow does.
 struct tn_time_rec {
     /// Four periods before the tick's place in the schedule (system clock); 0 from a display.
     long long real_time;
-    /// Position of the media timeline at this tick.
+    /// Where the media stands at this tick.
     long long media_time;
-    /// Number of the tick, from the clock's own count. A gap is a lost tick.
+    /// Counts the clock's ticks. A gap is a lost tick.
     long long tick_count;
     /// When the tick before this one was due.
     long long nominal_time;

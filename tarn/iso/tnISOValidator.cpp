@@ -119,7 +119,7 @@ bool tnISOValidator::check_other_outputs(zRecord const& settings, tnISOAccessor 
         const std::string guid = settings.AsString('guid', "");
         fOutputs->ForEachChild([&](zRecord* child) {
             const tnISOAccessor other(*child);  // tags it
-            // This is the output under check. Two that have no identity yet count as one.
+            // The one that is being checked itself. Two that have no identity yet count as one.
             if (child->AsString('guid', "") == guid) return true;
             if (!fSourceId.empty() && recorded_id(*child, other) == fSourceId) isSourceInUse = true;
             if (accessor.HasSamePath(other)) isPathInUse = true;

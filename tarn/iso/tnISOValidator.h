@@ -12,8 +12,8 @@
 class tnISOAccessor;
 class zRecord;
 
-/// Checks the settings of one ISO output against everything that can go wrong with it: its source,
-/// the other outputs, its numbers, its file name, its folder and the disk behind that.
+/// Looks in the settings of one ISO output for all that would spoil its recording: its source, the
+/// other outputs, its numbers, its file name, its folder and the disk behind that.
 ///
 /// Each problem is a flag; the words are the host's. Belongs to the host's main thread, operations,
 /// flags and all. The folder alone is asked on a thread of its own, because disks can be slow; its
@@ -21,8 +21,8 @@ class zRecord;
 /// check before found. So one Validate can tell fChanged twice.
 class TARN_API tnISOValidator {
 public:
-    /// `outputs` is the record whose children are all ISO outputs, the one under check among them;
-    /// null for none. It stays the host's, which keeps it alive.
+    /// `outputs` holds every ISO output as a child, also the one that is checked; null for none. It
+    /// stays the host's, which keeps it alive.
     explicit tnISOValidator(zRecord* outputs);
     /// Calls the folder check off and waits for its thread, as long as the question to the disk
     /// that is under way takes. Nobody is told anything afterwards.
@@ -41,7 +41,7 @@ public:
     /// Whether the last Validate found anything. True before the first.
     bool HasProblems() const;
 
-    std::string fSourceId;            // of the source or shot of the last Validate
+    std::string fSourceId;            // of what the last Validate found recorded
     int fSourceNumber = 0;            // what fSourceLookup gave; 0: there is no such source
     bool fSourceInUse = false;        // another output records the same
     bool fPathInUse = false;          // another output writes to the same file
@@ -49,15 +49,15 @@ public:
     bool fTracksUnavailable = false;  // nothing that is on is what the source has
     bool fBadFilename = false;        // characters that file systems forbid
     bool fBitrateOutOfRange = false;
-    bool fFolderExists = true;   // the one flag that is good when true
+    bool fFolderExists = true;   // unlike the others good when true
     bool fLowDiskSpace = false;  // less than 512 MiB are free
     bool fDurationOutOfRange = false;
 
-    /// Set by the host: a number that is not 0 if the output's source or shot exists. While there
-    /// is none, no source counts as missing, and the tracks that one has are not looked at.
+    /// Set by the host: a number that is not 0 for an output whose source or shot exists. While
+    /// there is none, no source counts as missing, and the tracks that one has are not looked at.
     std::function<int(tnISOAccessor const&)> fSourceLookup;
-    /// Set by the host: says in its flags, false at the call, whether the source has video and
-    /// audio.
+    /// Set by the host: tells by its flags, false at the call, if there is picture and if there is
+    /// sound.
     std::function<void(tnISOAccessor const&, bool& hasVideo, bool& hasAudio)> fTrackLookup;
     zDirectObserver<std::function<void()>> fChanged;
 

@@ -133,7 +133,7 @@ std::string tnMetronome::AudioModeName(AudioMode mode) {
 
 bool tnMetronome::SignalOn(double time, double* start, double* stop) {
     if (start == nullptr || stop == nullptr) return false;
-    // Made anew each time: the pulse is a function of the second alone, whoever asks and wherever.
+    // Made anew each time: a second always draws the same pulse, whoever asks and wherever.
     // Before zero the seed truncates while the start rounds down, so that the seconds around zero
     // share a pulse; signals on both sides of zero have to agree on that.
     std::mt19937 engine(static_cast<std::uint32_t>(whole(time)));

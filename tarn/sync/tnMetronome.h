@@ -9,8 +9,8 @@
 /// A test signal for sound and picture: at each whole second a short or a long pulse, in which a
 /// 1000 Hz tone sounds and a white box stands in the corner of the picture.
 ///
-/// The pulses follow from the time alone, so that sound and picture stay in step with no link
-/// between them. A host asks InjectAt with the point at which it stands, and then calls the
+/// The pulses follow from the time alone: sound and picture agree on them without asking each
+/// other. A host asks InjectAt with the point at which it stands, and then calls the
 /// overlays with times of one line for both. No instances; any thread, real-time ones too.
 class TARN_API tnMetronome {
 public:
@@ -32,7 +32,7 @@ public:
 
     /// True if the value changed.
     static bool SetInjectionPoint(InjectionPoint point);
-    /// Whether the set point and `point` have a bit in common; never so for kInjectNone.
+    /// Whether a bit of `point` is among those that were set; never so for kInjectNone.
     static bool InjectAt(InjectionPoint point);
 
     /// True if the value changed.
@@ -51,7 +51,7 @@ public:
     /// 'sowt' and 'fl32' are cleared where the mode says so, and get no tone.
     static void AudioOverlay(double time, void* samples, int frames, pm::AudioFormat format);
 
-    /// Paints the box of 64 by 64 pixels into the top left corner of a frame that shows at `time`
+    /// Paints the box, 64 pixels wide and high, at the top left of a frame that shows at `time`
     /// seconds and has as many rows. Rows of less than 256 bytes stay as they are.
     static void VideoOverlay(double time, void* pixels, int rowBytes, pm::VideoFormat format);
 

@@ -5,10 +5,11 @@
 
 #include "tarn/export.h"
 
-/// Delays a chosen spot of the host's pipeline, for fault testing.
+/// Makes one spot of a host's pipeline slow on purpose, so that people see what becomes of the
+/// rest.
 ///
-/// The host calls Sleep at fixed points of its code; a debug setting says at which of them the
-/// calling thread really sleeps, and for how long. No instances; any thread.
+/// The host calls Sleep wherever that may be wanted; a debug setting says at which of these places
+/// the calling thread really sleeps, and for how long. No instances; any thread.
 class TARN_API tnSleeper {
 public:
     /// One point, not a set of bits.

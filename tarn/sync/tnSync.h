@@ -7,8 +7,8 @@
 #include "tarn/sync/tnSyncDTMF.h"
 #include "tarn/sync/tnSyncVideo.h"
 
-/// Measures how far sound and picture are apart that come back from a chain under test: a DTMF tone
-/// marks the sound, a green flash in the middle marks the picture.
+/// Measures how far sound and picture are apart behind the chain that is being tested: the sound is
+/// marked by a DTMF tone, the picture by a green flash in the middle.
 ///
 /// Each pair is told to an observer as a record with the int32 'what' 'sync' and the double
 /// "diff_ms": the milliseconds from the tone to the flash, positive when the picture comes later.
@@ -37,7 +37,7 @@ private:
 
     // sound
     tnSyncDTMF fDTMF;
-    double fQuietSince = 0;  // the block that began the quiet; 0 while a tone is on, and at first
+    double fQuietSince = 0;  // the block that began the quiet; 0 during a tone and before the first
 
     // written by the sound, read by the picture
     std::atomic<double> fAudioTime{0};  // last tone that was taken as a marker

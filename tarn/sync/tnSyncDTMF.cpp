@@ -70,8 +70,8 @@ char tnSyncDTMF::detectDTMF() const {
 
 double tnSyncDTMF::AudioStereoPCM16(double time, int sampleRate, const void* samples, int frames) {
     if (sampleRate != fSampleRate) changeSampleRate(sampleRate);
-    // Unsigned on purpose: a negative sample counts as a large positive one, and the powers above
-    // are levels of that scale.
+    // Unsigned on purpose: what lies below zero is read as a loud sample above it, and the powers
+    // above are levels of that scale.
     const auto* left = static_cast<const std::uint16_t*>(samples);
     for (int frame = 0; frame < frames; ++frame, left += 2) {
         if (processSample(*left) != 0) return time + frame * (1000.0 / sampleRate);

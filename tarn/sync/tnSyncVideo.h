@@ -2,7 +2,7 @@
 
 #include "tarn/export.h"
 
-/// Sees a green flash in the middle of a '2vuy' frame.
+/// Sees the green flash of a '2vuy' frame.
 class TARN_API tnSyncVideo {
 public:
     /// Whether the 9 by 9 pixels in the middle of the frame are green. False for other formats and
