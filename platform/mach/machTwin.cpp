@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "spar/trace.h"
+#include "spar/zMutex.h"
 
 namespace {
 
@@ -65,6 +66,9 @@ std::atomic<machTwin::Scheduler> gScheduler{&make_fifo};
 std::atomic<int> gLivePorts{0};
 std::atomic<bool> gRefusalTraced{false};
 
+zMutex gWishLock;
+thread_time_constraint_policy gLastWish SPAR_GUARDED_BY(gWishLock){};
+
 mach_timebase_info_data_t timebase() {
     const uint64_t both = gTimebase.load(std::memory_order_relaxed);
     return {static_cast<uint32_t>(both >> 32), static_cast<uint32_t>(both)};
@@ -91,6 +95,11 @@ void machTwin::SetTimebase(uint32_t numer, uint32_t denom) {
 void machTwin::SetScheduler(Scheduler scheduler) {
     gScheduler = scheduler ? scheduler : &make_fifo;
     gRefusalTraced = false;
+}
+
+thread_time_constraint_policy_data_t machTwin::LastWish() {
+    const zMutexLock lock(gWishLock);
+    return gLastWish;
 }
 
 int machTwin::LivePorts() {
@@ -155,6 +164,10 @@ kern_return_t thread_policy_set(thread_act_t thread, thread_policy_flavor_t flav
     thread_time_constraint_policy wish{};
     std::memcpy(&wish, policy, sizeof(wish));
     if (wish.computation > wish.constraint) return KERN_INVALID_ARGUMENT;
+    {
+        const zMutexLock lock(gWishLock);
+        gLastWish = wish;
+    }
 
     // Slack is what the kernel may add to every sleep; 50 us unless a thread says otherwise.
     if (thread == own_thread()) prctl(PR_SET_TIMERSLACK, kFinestSlackNs, 0, 0, 0);

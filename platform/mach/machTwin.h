@@ -65,7 +65,7 @@ kern_return_t mach_port_deallocate(mach_port_t task, mach_port_t name);
 kern_return_t thread_policy_set(thread_act_t thread, thread_policy_flavor_t flavor,
                                 thread_policy_t policy, mach_msg_type_number_t count);
 
-/// What a test may put in the place of the machine. Set it while no loop runs.
+/// What a test may put in the place of the machine, and look at. Set it while no loop runs.
 class machTwin {
 public:
     /// Where absolute time comes from, in nanoseconds.
@@ -86,6 +86,10 @@ public:
     /// forgets that a refusal was traced.
     using Scheduler = int (*)(mach_port_t thread, int priority);
     static void SetScheduler(Scheduler scheduler);
+
+    /// What thread_policy_set was last asked for, granted or not; all 0 before. Arguments that it
+    /// calls invalid do not count.
+    static thread_time_constraint_policy_data_t LastWish();
 
     /// References handed out and not yet given back.
     static int LivePorts();

@@ -174,6 +174,8 @@ TEST(MachTwin, PolicyArgumentsAreChecked) {
                          THREAD_TIME_CONSTRAINT_POLICY_COUNT),
               KERN_SUCCESS);
     EXPECT_EQ(asked, 1);
+    EXPECT_EQ(machTwin::LastWish().period, good.period);
+    EXPECT_EQ(machTwin::LastWish().constraint, good.constraint) << "not that of the bad ones";
     mach_port_deallocate(mach_task_self(), thread);
     machTwin::SetScheduler(nullptr);
 }
