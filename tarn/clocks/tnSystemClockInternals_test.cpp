@@ -88,9 +88,13 @@ protected:
     std::unique_ptr<tnSystemClockInternals> fLoop;
 };
 
+// Counts as scac.
+constexpr auto kNeither = static_cast<tnClock::clock_rate_accuracy>('none');
+
 constexpr Kind kKinds[] = {
     {"scac", false, tnClock::clock_rate_scac, 1, 1},
     {"asnc", false, tnClock::clock_rate_asnc, 1, 1},
+    {"neither", false, kNeither, 1, 1},
     {"mach", true, tnClock::clock_rate_scac, 1, 1},
     {"mach_125_3", true, tnClock::clock_rate_asnc, 125, 3},
 };
@@ -395,20 +399,23 @@ TEST_P(Loop, ARateOfZeroTicksTwiceAndThenSleepsWithoutEnd) {
 
 // The plain loop looks at the flag once more after it has taken the time, and leaves the tick out.
 TEST(PortableLoop, StoppedBetweenItsTimeAndItsTickThePlainLoopLeavesTheTickOut) {
-    ManualTime time(kStart);
-    Recorder clock;
-    tnSystemClockInternals loop(clock, 50, tnClock::clock_rate_scac);
-    // Two reads before the first tick, and the third in it.
-    std::atomic<int> reads{0};
-    time.OnRead([&] {
-        if (++reads < 3) return;
-        while (loop.IsTicking()) std::this_thread::yield();
-    });
-    loop.StartTicking(0, nullptr, 0);
-    while (reads < 3) std::this_thread::yield();
-    loop.StopTicking();
-    EXPECT_TRUE(clock.Records().empty());
-    EXPECT_EQ(reads, 3);
+    for (const auto accuracy : {tnClock::clock_rate_scac, kNeither}) {
+        ManualTime time(kStart);
+        Recorder clock;
+        tnSystemClockInternals loop(clock, 50, accuracy);
+        // Two reads before the first tick, and the third in it.
+        std::atomic<int> reads{0};
+        time.OnRead([&] {
+            if (++reads < 3) return;
+            while (loop.IsTicking()) std::this_thread::yield();
+        });
+        loop.StartTicking(0, nullptr, 0);
+        // The precise loop would sleep instead of reading a third time.
+        time.AwaitSleepOr([&] { return reads >= 3; });
+        time.StopWith([&] { loop.StopTicking(); }, [&] { return !loop.IsTicking(); });
+        EXPECT_TRUE(clock.Records().empty()) << accuracy;
+        EXPECT_EQ(reads, 3) << accuracy;
+    }
 }
 
 TEST(PortableLoop, ThePreciseLoopReadsNoTimeInATick) {
@@ -443,6 +450,38 @@ TEST(MachLoop, StoppedBeforeItsFirstTickItProducesNone) {
     loop.StopTicking();
     machTwin::SetScheduler(nullptr);
     EXPECT_TRUE(clock.Records().empty());
+}
+
+// A millisecond of work in each period, done five milliseconds after it is due at the latest.
+TEST(MachLoop, AsksForAPeriodOfItsRateInTheKernelsUnits) {
+    struct Case {
+        uint32_t numer, denom;
+        double rate;
+        uint32_t period, computation, constraint;
+    };
+    const Case cases[] = {
+        {1, 1, 25, 40'000'000, 1'000'000, 5'000'000},
+        {1, 1, 60'000.0 / 1001, 16'683'333, 1'000'000, 5'000'000},
+        {125, 3, 25, 960'000, 24'000, 120'000},
+        {125, 3, 60, 400'000, 24'000, 120'000},
+    };
+    machTwin::SetScheduler([](mach_port_t, int) { return 0; });
+    for (const Case& c : cases) {
+        ManualTime time(kStart);
+        machTwin::SetTimebase(c.numer, c.denom);
+        Recorder clock;
+        tnSystemClockInternals_mac loop(clock, c.rate, tnClock::clock_rate_scac);
+        loop.StartTicking(0, nullptr, 0);
+        time.AwaitSleep();
+        const thread_time_constraint_policy_data_t wish = machTwin::LastWish();
+        time.StopWith([&] { loop.StopTicking(); }, [&] { return !loop.IsTicking(); });
+        SCOPED_TRACE(testing::Message() << c.numer << "/" << c.denom << " " << c.rate);
+        EXPECT_EQ(wish.period, c.period);
+        EXPECT_EQ(wish.computation, c.computation);
+        EXPECT_EQ(wish.constraint, c.constraint);
+        EXPECT_EQ(wish.preemptible, 0);
+    }
+    machTwin::SetScheduler(nullptr);
 }
 
 // Units so small that a few months of uptime need the top bit of a word.

@@ -8,8 +8,11 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "spar/zThread.h"
+#include "spar/zThreadMain.h"
 #include "tarn/clocks/tnClockFactory.h"
 #include "tarn/clocks/tnClockWatcher.h"
 
@@ -18,6 +21,19 @@
 namespace {
 
 constexpr long long kStart = 1'000'000'000;
+
+/// How the calling thread is scheduled: its policy and its priority.
+std::pair<int, int> Scheduling() {
+    int policy = -1;
+    sched_param parameters{};
+    pthread_getschedparam(pthread_self(), &policy, &parameters);
+    return {policy, parameters.sched_priority};
+}
+
+struct Thread {
+    std::string name;
+    std::pair<int, int> scheduling;
+};
 
 /// A clock that notes on which thread it produces.
 class NotingClock : public tnSystemClock {
@@ -28,7 +44,7 @@ public:
             std::lock_guard lock(fMutex);
             char name[16] = {};
             pthread_getname_np(pthread_self(), name, sizeof name);
-            fThread = name;
+            fThread = {name, Scheduling()};
             fRecords.push_back(time);
         }
         tnSystemClock::ProduceTime(time, queued);
@@ -37,7 +53,7 @@ public:
         std::lock_guard lock(fMutex);
         return fRecords;
     }
-    std::string Thread() {
+    Thread TickingThread() {
         std::lock_guard lock(fMutex);
         return fThread;
     }
@@ -45,7 +61,7 @@ public:
 private:
     std::mutex fMutex;
     std::vector<tn_time_rec> fRecords;
-    std::string fThread;
+    Thread fThread;
 };
 
 void stop(ManualTime& time, tnSystemClock& clock) {
@@ -147,17 +163,41 @@ TEST(SystemClock, GetTimeForwards) {
     EXPECT_EQ(now.media_time, 20'000);
 }
 
-TEST(SystemClock, TheThreadHasItsName) {
+TEST(SystemClock, TheThreadHasItsNameAndClass) {
+    struct Case {
+        const char* name;
+        char priority;
+        const char* threadName;
+        char sameAs;
+    };
+    const Case cases[] = {
+        {nullptr, 0, "system clock", 4},
+        {"show", 3, "show", 3},
+        {"urgent", 6, "urgent", 6},
+        {"most urgent", 9, "most urgent", 9},
+    };
     ManualTime time(kStart);
-    NotingClock clock(50, tnClock::clock_rate_scac);
-    clock.StartTicking(0, nullptr, 0);
-    time.AwaitSleep();
-    EXPECT_EQ(clock.Thread(), "system clock");
-    stop(time, clock);
-    clock.StartTicking(0, "show", 3);
-    time.AwaitSleep();
-    EXPECT_EQ(clock.Thread(), "show");
-    stop(time, clock);
+    for (const Case& c : cases) {
+        // What the base library makes of that class on this machine, refusal included.
+        class Self : public zThreadMain {
+        public:
+            int Main(int, const char**) override {
+                fScheduling = Scheduling();
+                return 0;
+            }
+            std::pair<int, int> fScheduling;
+        };
+        Self expected;
+        std::unique_ptr<zThread>(zThread::Factory("", &expected, 4, c.sameAs))->Join();
+
+        NotingClock clock(50, tnClock::clock_rate_scac);
+        clock.StartTicking(0, c.name, c.priority);
+        time.AwaitSleep();
+        const Thread thread = clock.TickingThread();
+        stop(time, clock);
+        EXPECT_EQ(thread.name, c.threadName);
+        EXPECT_EQ(thread.scheduling, expected.fScheduling) << c.threadName;
+    }
 }
 
 TEST(SystemClock, StopTickingOnAStoppedClockDoesNothing) {

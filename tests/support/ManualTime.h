@@ -47,6 +47,11 @@ public:
         fChanged.wait(lock, [this] { return fAsleep; });
     }
 
+    /// Waits until the loop sleeps or `so` holds.
+    void AwaitSleepOr(const std::function<bool()>& so) {
+        while (!so() && !is_asleep()) std::this_thread::yield();
+    }
+
     /// Lets `sleeps` sleeps end, one after the other, and waits until the loop sleeps again.
     void Run(int sleeps) {
         std::unique_lock lock(fMutex);
@@ -119,6 +124,11 @@ public:
     }
 
 private:
+    bool is_asleep() {
+        std::lock_guard lock(fMutex);
+        return fAsleep;
+    }
+
     void sleep(long long time) { WaitUntilNs(time > 0 ? static_cast<uint64_t>(time) * 1000 : 0); }
 
     void read_hook() {
