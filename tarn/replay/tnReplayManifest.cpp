@@ -141,7 +141,9 @@ int tnReplayManifest::AddSegment(unsigned int id, long long start, long long sto
 
 int tnReplayManifest::add_segment(tnReplaySegment* segment) {
     segment->AddRef();  // the tree's
-    // Written before it is listed: what a look-up gives stands in the file too.
+    // Written before it is listed: what a look-up gives stands in the file too. No lock spans the
+    // two, so that look-ups never wait for the disk; a deletion in between, which the host keeps
+    // from happening, would write a file without this segment.
     const int written = write_segment(segment);
     if (written != 0) {
         segment->Release();

@@ -26,8 +26,10 @@ class zFileStream;
 /// number of players alike. A manifest is new (nothing recorded or read), then recording and later
 /// closed, or loaded from its file. Content is never recorded into again.
 ///
-/// Any thread calls any operation. Only Read and DeleteNonActiveSegments are kept apart by the
-/// host: what Read would find in the file meanwhile is the list that is about to be replaced.
+/// Any thread calls any operation. Only DeleteNonActiveSegments is kept apart from Read and from
+/// AddSegment by the host, most simply by one thread for all three: what Read would find in the
+/// file meanwhile is the list that is about to be replaced, and a segment that AddSegment has
+/// written but not yet listed would be missing from the file that the deletion writes.
 /// Operations that write the file block as long as the disk does. Results are 0 or negative: -1,
 /// or the codes of zFileStream and zXML. Nothing is traced.
 ///
@@ -48,7 +50,8 @@ public:
     static tnReplayManifest* GetManifest(const char* path);
     /// One more reference for ReleaseManifest.
     static void ReferenceManifest(tnReplayManifest* manifest);
-    /// The last caller's reference destroys the object; a recording is closed properly then.
+    /// The last caller's reference destroys the object; a recording is closed properly then. All of
+    /// that happens with the registry locked: who asks for a manifest meanwhile waits for the disk.
     static void ReleaseManifest(tnReplayManifest* manifest);
     /// Removes the manifest file and then its folder, if that holds nothing else any more: what is
     /// not ours stays. Does nothing while somebody holds the manifest. A file remover that is still
@@ -64,9 +67,9 @@ public:
     // Recording
 
     /// Creates the file. The video format's string "file_extension" is that of the segment files,
-    /// "mov" without one. -1 while recording, when segments are listed already, and when a file
-    /// stands at the path, which is never overwritten; in this last case, and when the file cannot
-    /// be created, the formats are taken over all the same.
+    /// "mov" without one. -1 while recording, when segments are listed already, and when the path
+    /// is taken: no file is ever overwritten. In this last case, and when the file cannot be
+    /// created, the formats are taken over all the same.
     int BeginRecording(const tnMediaRecord& video, const tnMediaRecord& audio);
     /// Lists a segment, in the file first. Its movie file is complete by then; nobody looks for it
     /// here. -1 when not recording. After a failed write the segment is not listed, and the

@@ -11,8 +11,8 @@
 //
 //     <larkspur_replay_manifest>
 //     <formats>
-//     <_xrecord type="uint32:1986618479" .../>
-//     <_xrecord type="uint32:1635083375" .../>
+//     <_xrecord type="int32:1986618479" .../>
+//     <_xrecord type="int32:1635083375" .../>
 //     </formats>
 //     <segments>
 //     <segment id="uint32:17" start="int64:0" stop="int64:40000"/>

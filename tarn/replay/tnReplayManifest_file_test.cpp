@@ -17,8 +17,8 @@ namespace {
 
 constexpr char kHead[] = "<larkspur_replay_manifest>\n<formats>\n";
 constexpr char kFormats[] =
-    "<_xrecord type=\"uint32:1986618479\" tn_width=\"int32:640\"/>\n"
-    "<_xrecord type=\"uint32:1635083375\" samplerate=\"int32:48000\"/>\n";
+    "<_xrecord type=\"int32:1986618479\" tn_width=\"int32:640\"/>\n"
+    "<_xrecord type=\"int32:1635083375\" samplerate=\"int32:48000\"/>\n";
 constexpr char kOpenSegments[] = "</formats>\n<segments>\n";
 constexpr char kEnd[] = "</segments>\n</larkspur_replay_manifest>";
 
@@ -58,6 +58,9 @@ TEST_F(ReplayManifestFile, StandsInTheFileAsItIsRecorded) {
     const std::string head = Text();
     EXPECT_TRUE(head.starts_with(kHead)) << head;
     EXPECT_TRUE(head.ends_with(kOpenSegments)) << head;
+    // A line for each format, by the four characters of its type as a signed number.
+    EXPECT_EQ(head.find("<_xrecord type=\"int32:1986618479\" "), sizeof kHead - 1) << head;
+    EXPECT_NE(head.find("/>\n<_xrecord type=\"int32:1635083375\" "), std::string::npos) << head;
     EXPECT_NE(head.find("tn_width=\"int32:640\""), std::string::npos);
     EXPECT_NE(head.find("samplerate=\"int32:48000\""), std::string::npos);
     EXPECT_EQ(fManifest->AddSegment(17, 0, 40000), 0);
@@ -212,8 +215,8 @@ TEST_F(ReplayManifestFile, LastEntryOfTheFileGivesTheDuration) {
 
 TEST_F(ReplayManifestFile, LaterOfTwoFormatsOfATypeCounts) {
     const std::string twoVideos =
-        "<_xrecord type=\"uint32:1986618479\" tn_width=\"int32:1\"/>\n"
-        "<_xrecord type=\"uint32:1986618479\" tn_width=\"int32:2\"/>\n";
+        "<_xrecord type=\"int32:1986618479\" tn_width=\"int32:1\"/>\n"
+        "<_xrecord type=\"int32:1986618479\" tn_width=\"int32:2\"/>\n";
     EXPECT_EQ(ReadFrom(std::string(kHead) + twoVideos + kOpenSegments + kEnd), 0);
     EXPECT_EQ(tnReplayManifestAccess::VideoFormat(*fManifest).fWidth.AsInt32(0), 2);
     EXPECT_TRUE(tnReplayManifestAccess::AudioFormat(*fManifest).IsEmpty());
@@ -294,7 +297,7 @@ TEST_F(ReplayManifestFile, OddEntriesThatAreGoodOnesLoad) {
 }
 
 std::vector<BadFile> bad_files() {
-    const std::string one = "<_xrecord type=\"uint32:1986618479\" tn_width=\"int32:640\"/>\n";
+    const std::string one = "<_xrecord type=\"int32:1986618479\" tn_width=\"int32:640\"/>\n";
     const std::string list = segment(1, 0, 100);
     const std::string root = "<larkspur_replay_manifest>\n";
     const std::string segments = "<segments>\n" + list + kEnd;
@@ -359,7 +362,7 @@ TEST_F(ReplayManifestFile, BadFilesGiveTheirResults) {
 }
 
 TEST_F(ReplayManifestFile, CountOfFormatsComesBeforeTheirTakingOver) {
-    const std::string one = "<_xrecord type=\"uint32:1986618479\" tn_width=\"int32:640\"/>\n";
+    const std::string one = "<_xrecord type=\"int32:1986618479\" tn_width=\"int32:640\"/>\n";
     EXPECT_EQ(ReadFrom(std::string(kHead) + one + kOpenSegments + segment(1, 0, 100) + kEnd), -1);
     EXPECT_TRUE(tnReplayManifestAccess::VideoFormat(*fManifest).IsEmpty());
     EXPECT_TRUE(fManifest->IsEmpty());
