@@ -1,4 +1,6 @@
 #include <atomic>
+#include <filesystem>
+#include <sys/resource.h>
 #include <thread>
 
 #include "spar/zDirectory.h"
@@ -11,6 +13,7 @@
 
 using tests::HeldSegments;
 using tests::Ids;
+using tests::ReadText;
 using tests::WaitUntil;
 using tests::WriteText;
 
@@ -345,6 +348,36 @@ TEST_F(ReplayDeletion, ManifestThatIsMissingIsWrittenAnew) {
 }
 
 // The remover ------------------------------------------------------------------------------------
+
+/// Whether a thread of this process that has the remover's name works at its niceness.
+bool remover_works_in_the_background() {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        const std::string name = ReadText(task.path().string() + "/comm");
+        if (name != "media_player_se\n") continue;  // as much of it as a thread's name has room for
+        const int id = std::stoi(task.path().filename().string());
+        return getpriority(PRIO_PROCESS, static_cast<id_t>(id)) == 6;
+    }
+    return false;
+}
+
+/// It is looked at while it works, on so many files that it can be caught at that; a round in which
+/// it was not has a next one.
+TEST_F(ReplayDeletion, RemoverIsAThreadOfItsNameInTheBackground) {
+    constexpr int kRounds = 20;
+    constexpr unsigned int kSegments = 1000;
+    bool wasSeen = false;
+    for (int round = 0; round < kRounds && !wasSeen; ++round) {
+        Reopen();
+        zFileStream::RemoveFile(Path().c_str());
+        Record(kSegments);
+        fManifest->StopRecording();
+        HeldSegments none;
+        fManifest->DeleteNonActiveSegments(none.fSegments, kNoLimit);
+        while (!wasSeen && HasMovie(kSegments)) wasSeen = remover_works_in_the_background();
+        ASSERT_TRUE(Gone(kSegments));
+    }
+    EXPECT_TRUE(wasSeen);
+}
 
 TEST_F(ReplayDeletion, RemoverGoesOnPastWhatItCannotRemove) {
     MakeMovie(1);

@@ -177,9 +177,32 @@ TEST_F(ReplayRegistry, DeleteManifestLeavesWhatIsNotOurs) {
     Close();
     WriteText(Path(), "manifest");
     WriteText(fFolder.File("notes.txt"), "mine");
+    const long long before = zTime::MicroNow();
     tnReplayManifest::DeleteManifest(Path().c_str());
+    EXPECT_GE(zTime::MicroNow() - before, 3 * 15000) << "no time for a remover to end";
     EXPECT_FALSE(zFileStream::Exists(Path().c_str()));
     EXPECT_EQ(ReadText(fFolder.File("notes.txt")), "mine");
+}
+
+// A remover of segment files that ends while the folder is asked for. It sleeps for real, so that
+// the first attempt comes before it; where the machine is so busy that it comes after the last one,
+// the next round has another try.
+TEST_F(ReplayRegistry, FolderThatEmptiesMeanwhileGoes) {
+    const std::string folder = fFolder.File("show");
+    const std::string path = folder + "/replay.xml";
+    EXPECT_TRUE(tests::WaitUntil([&] {
+        std::unique_ptr<zDirectory>(zDirectory::Factory())->Create(folder.c_str());
+        WriteText(path, "manifest");
+        WriteText(folder + "/1.mov", "movie");
+        std::thread remover([&] {
+            while (zFileStream::Exists(path.c_str())) std::this_thread::yield();
+            zThread::MicroSleep(5000);
+            zFileStream::RemoveFile((folder + "/1.mov").c_str());
+        });
+        tnReplayManifest::DeleteManifest(path.c_str());
+        remover.join();
+        return !zFileStream::Exists(folder.c_str());
+    }));
 }
 
 // Recording --------------------------------------------------------------------------------------
