@@ -1,10 +1,15 @@
 // Replay recordings as a host makes them: segments that stand complete before they are listed.
 
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <limits>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include "tarn/replay/tnReplayManifest.h"
 
+#include "tests/support/ReplayFixture.h"
 #include "tests/support/addonHost.h"
 
 using namespace addonTest;
@@ -132,6 +137,115 @@ TEST_F(Replay, OldSegmentsGoWhileItRecordsAndHeldOnesStay) {
     }
     held->Release();
     tnReplayManifest::ReleaseManifest(manifest);
+}
+
+/// How often a manifest in `folder` was renamed to make room for the next, since this was made.
+class Rewrites {
+public:
+    explicit Rewrites(const std::string& folder) : fEvents(inotify_init1(IN_NONBLOCK)) {
+        EXPECT_GE(inotify_add_watch(fEvents, folder.c_str(), IN_MOVED_FROM), 0);
+    }
+    ~Rewrites() { close(fEvents); }
+    int Count() const {
+        int count = 0;
+        alignas(inotify_event) char bytes[4096];
+        for (ssize_t size; (size = read(fEvents, bytes, sizeof bytes)) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                inotify_event event;
+                std::memcpy(&event, bytes + at, sizeof event);
+                at += static_cast<ssize_t>(sizeof event);
+                if (event.len > 0 && std::strcmp(bytes + at, "replay.xml") == 0) ++count;
+                at += static_cast<ssize_t>(event.len);
+            }
+        }
+        return count;
+    }
+
+private:
+    const int fEvents;
+};
+
+//   kept         10 s, and a tenth more before the next deletion
+//   recorded     |1 held|--------------- 20 s of segments of 0.2 s ---------------|
+TEST_F(Replay, HeldSegmentDoesNotMakeDeletionsMoreFrequent) {
+    Show show("Replay", {fCamera.Picture("MJPEG")});
+    ASSERT_EQ(Begin(show, 0.2, 10), 0);
+    const Rewrites rewrites(fFolderOfShow);
+    tnReplayManifest* const manifest =
+        tnReplayManifest::GetManifest((fFolderOfShow + "/replay.xml").c_str());
+    fCamera.Write(0, 30);
+    ASSERT_TRUE(tests::WaitUntil([&] { return !manifest->IsEmpty(); }));
+    tnReplaySegment* const held = manifest->GetFirstSegment();
+    ASSERT_NE(held, nullptr);
+    const long long from = manifest->VideoDuration();
+    fCamera.Write(30, 630);
+    ASSERT_EQ(show.Remove(), 0);
+    const long long seconds = (manifest->VideoDuration() - from) / 1'000'000 + 1;
+    EXPECT_GE(seconds, 19);
+    const int count = rewrites.Count();
+    EXPECT_GE(count, 5);
+    EXPECT_LE(count, seconds - 10 + 1);  // one a second, once there is too much
+    held->Release();
+    tnReplayManifest::ReleaseManifest(manifest);
+}
+
+/// A movie that cannot be made ends the recording with the segments before it, and only that.
+TEST_F(Replay, SegmentThatCannotBeMadeEndsTheRecordingAlone) {
+    for (const bool hasSound : {true, false}) {
+        SCOPED_TRACE(hasSound);
+        std::vector<tnMediaRecord> tracks = {H264(15)};
+        if (hasSound) tracks.push_back(fCamera.Sound("MPEG-4 Audio"));
+        const std::string whole = fFolder.File(hasSound ? "sound.mov" : "silent.mov");
+        std::filesystem::remove_all(fFolderOfShow);
+        std::filesystem::create_directories(Movie(2) + "/in the way");
+        Show show("Replay", tracks);
+        Show other("Shared QuickTime", tracks);
+        ASSERT_EQ(Begin(show, 0.5, 0), 0);
+        ASSERT_EQ(other.Add(whole), 0);
+        fCamera.Write(0, 120);
+        EXPECT_EQ(show.Remove(), 0);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, -1006);
+        EXPECT_EQ(other.Remove(), 0);
+        EXPECT_EQ(other.Statistics(TN_MEDIA_VIDEO).fStatus, 0);
+        ExpectEveryFrame(whole, 0, 1001.0 / 30000, 60);
+
+        const std::string text = tests::ReadText(fFolderOfShow + "/replay.xml");
+        EXPECT_NE(text.find("id=\"uint32:1\""), std::string::npos) << text;
+        EXPECT_EQ(text.find("id=\"uint32:2\""), std::string::npos) << text;
+        EXPECT_TRUE(text.ends_with("</larkspur_replay_manifest>"));
+        EXPECT_GE(CountFrames(Movie(1)), 15);
+        EXPECT_FALSE(std::filesystem::exists(Movie(3)));
+    }
+}
+
+/// Numbers of a host that nobody checked: what is none counts as not said, and the largest keeps
+/// all.
+TEST_F(Replay, NumbersOutOfRangeAreBroughtIntoIt) {
+    constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    const std::pair<double, double> wishes[] = {{0.5, 1e13},       {0.5, kInfinity}, {0.5, kNan},
+                                                {0.5, -1},         {kNan, 0},        {1e300, 0},
+                                                {kInfinity, 1e300}};
+    for (const auto& [segmentSeconds, keepSeconds] : wishes) {
+        SCOPED_TRACE(testing::Message() << segmentSeconds << " " << keepSeconds);
+        std::filesystem::remove_all(fFolderOfShow);
+        Show show("Replay", {fCamera.Picture("MJPEG")});
+        ASSERT_EQ(Begin(show, segmentSeconds, keepSeconds), 0);
+        fCamera.Write(0, 110);
+        ASSERT_EQ(show.Remove(), 0);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, 0);
+        const Listing listing(fFolderOfShow);
+        ASSERT_EQ(listing.fResult, 0);
+        // More than three seconds, less what an encoder holds when it ends: of half a second, of
+        // two seconds where none were said, or in one piece. All are kept.
+        const std::size_t count = listing.fSegments.Count();
+        if (segmentSeconds < 1) {
+            EXPECT_GE(count, 4u);
+        } else {
+            EXPECT_EQ(count, std::isnan(segmentSeconds) ? 2u : 1u);
+        }
+        EXPECT_EQ(listing.fSegments.First()->fItem->fId, 1u);
+    }
 }
 
 TEST_F(Replay, RecordingIsNeverWrittenInto) {

@@ -112,7 +112,9 @@ int MuxOutput::begin_file(const MovieStart& start) {
         container->SetProperty(Key::TrimAudio, true);
         if (fSettings.moovRate > 0) container->SetProperty(Key::MoovRate, fSettings.moovRate);
     }
-    return fAsset->Begin().Failed() ? kWriterNoFile : 0;
+    if (fAsset->Begin().Failed()) return kWriterNoFile;
+    fHasFile = true;
+    return 0;
 }
 
 void MuxOutput::announce_length(CMediaProperties* properties) const {
@@ -206,6 +208,7 @@ int MuxOutput::make_aac_track(const MovieStart& start) {
 }
 
 int MuxOutput::write_picture(const MediaItem& item) {
+    if (!fPictures) return kWriterVideoSample;
     tnVideoCompressor::EncodedBuffer& buffer = *item.picture;
     const int type = item.isKey               ? CVideoSample::kKeyPicture
                      : buffer.CanDropBuffer() ? CVideoSample::kDisposablePicture
@@ -255,6 +258,7 @@ int MuxOutput::write_held_packet(double missingMs) {
 
 int MuxOutput::write_bytes(RObject<CMemoryDataReference> bytes, long long packets,
                            long long frames) {
+    if (!fSound) return kWriterAudioSample;
     const RObject<CAudioSample> sample(new CAudioSample(packets));
     sample->SetDuration(frames);
     sample->SetDataReference(bytes.Get());
@@ -292,6 +296,7 @@ int MuxOutput::write_pcm(const MediaItem& item) {
 }
 
 int MuxOutput::finish_file() {
+    if (!fHasFile) return kWriterNoFile;
     const int code = write_held_packet(0);
     if (fPictures) fPictures->WriteSample(nullptr);
     if (fSound) fSound->WriteSample(nullptr);

@@ -30,6 +30,7 @@ protected:
     int write_picture(const MediaItem& item) override;
     /// -1059 the file took the sound no more.
     int write_sound(const MediaItem& item) override;
+    /// -1006 the file did not begin, or cannot be completed.
     int finish_file() override;
     bool takes_picture(tnVideoCompressor::EncodedBuffer& buffer) override;
 
@@ -57,6 +58,7 @@ private:
     std::atomic<Quillon::Orb::CAssetVideoWriter*> fPictureBytes{nullptr};
     std::atomic<Quillon::Orb::CAssetAudioWriter*> fSoundBytes{nullptr};
 
+    bool fHasFile = false;
     long long fStartTicks = 0;
     double fFirstSoundMs = 0;  // on the sound's line; what comes before is not written
     double fSoundStartMs = 0;  // the movie's start on the sound's line

@@ -5,7 +5,7 @@
 #include "addons/support/OutputMovie.h"
 
 /// A movie whose output is a folder of segments. The output's record may say "segment_seconds" and
-/// "keep_seconds".
+/// "keep_seconds"; numbers out of range count as the nearest that is in it.
 class ReplayMovie final : public OutputMovie {
 public:
     ReplayMovie(unsigned int id, const char* name) : OutputMovie(id, name) {}

@@ -150,8 +150,11 @@ int ReplayOutput::open_movie(const MediaItem& key, bool hasSound) {
         return hasSound ? open_movie(key, false) : kWriterFormat;
     }
     fMovie = std::make_unique<SegmentMovie>(path_of(fID), hasSound, 2 * fWish.segmentSeconds);
-    const int code = fMovie->Open();
-    return code != 0 ? code : fMovie->Begin(start);
+    int code = fMovie->Open();
+    if (code == 0) code = fMovie->Begin(start);
+    // Nothing stands in it that could be ended or listed.
+    if (code != 0) fMovie.reset();
+    return code;
 }
 
 int ReplayOutput::write_sound_until(double timeMs) {
@@ -195,9 +198,13 @@ int ReplayOutput::delete_old(long long newestUs) {
     const long long oldestUs = first->fStop;
     first->Release();
     const double keepMs = fWish.keepSeconds * kMsPerSecond;
-    if (newestUs - oldestUs < us_of(keepMs * (1 + kDeletionPart))) return 0;
+    const long long limitUs = newestUs - us_of(keepMs);
+    // From the last limit where an old segment is held: it stays the first one, deletion or not.
+    const long long deletedToUs = std::max(oldestUs, fDeletedToUs);
+    if (limitUs - deletedToUs < us_of(keepMs * kDeletionPart)) return 0;
+    fDeletedToUs = limitUs;
     tnReplayManifest::Segments kept;
-    fManifest->DeleteNonActiveSegments(kept, newestUs - us_of(keepMs));
+    fManifest->DeleteNonActiveSegments(kept, limitUs);
     for (tnReplaySegment* segment : kept) segment->Release();
     return fManifest->IsRecording() ? 0 : kWriterNoFile;
 }

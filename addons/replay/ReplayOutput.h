@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <limits>
 #include <memory>
 
 #include "addons/replay/SegmentMovie.h"
@@ -17,10 +18,12 @@ class tnReplayManifest;
 class ReplayOutput final : public MovieOutput {
 public:
     static constexpr char kManifestName[] = "replay.xml";
+    /// What is kept is reckoned in microseconds; thirty years leave room for that.
+    static constexpr double kLongestKeptSeconds = 1e9;
 
     struct Wish {
         double segmentSeconds = 2;  ///< at least; it goes on to the next key frame
-        double keepSeconds = 0;     ///< 0 keeps everything
+        double keepSeconds = 0;     ///< 0 keeps everything; at most kLongestKeptSeconds
     };
 
     ReplayOutput(Settings settings, const Wish& wish);
@@ -64,8 +67,9 @@ private:
     bool fFailed = false;
     std::unique_ptr<SegmentMovie> fMovie;  // of the segment that is being written
     unsigned int fID = 0;
-    double fStartMs = 0;       // of the segment
-    double fPictureEndMs = 0;  // of what stands in it
+    double fStartMs = 0;                                             // of the segment
+    double fPictureEndMs = 0;                                        // of what stands in it
+    long long fDeletedToUs = std::numeric_limits<long long>::min();  // limit of the last deletion
 
     std::atomic<long long> fPictureBytes{0};
     std::atomic<long long> fSoundBytes{0};
