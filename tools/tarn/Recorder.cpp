@@ -189,15 +189,19 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
 // the recording has to know.
 void Recorder::judge_clips() {
     const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
+    // What was not read from the options' inputs names its file itself.
+    const auto line = [](const std::string& input, const char* what, const std::string& problem) {
+        return input.empty() ? problem
+                             : fmt::format("'{}': {}{}; get the whole clip and record it again",
+                                           input, what, problem);
+    };
     if (fVideo && !fVideo->Problem().empty()) {
-        fail(fmt::format("'{}': {}; get the whole clip and record it again", fOptions.input,
-                         fVideo->Problem()));
+        fail(line(fOptions.input, "", fVideo->Problem()));
     } else if (fVideo && fFigures.frames == 0) {
         fail(fmt::format("'{}': not one of its pictures could be decoded; is the clip whole?",
-                         fOptions.input));
+                         fOptions.input.empty() ? fOptions.output : fOptions.input));
     } else if (fAudio && !fAudio->Problem().empty()) {
-        fail(fmt::format("'{}': its sound {}; get the whole clip and record it again", sound,
-                         fAudio->Problem()));
+        fail(line(sound, "its sound ", fAudio->Problem()));
     } else if (!fVideo && fFigures.audioFrames == 0) {
         fail(fmt::format("'{}': none of its sound could be decoded; is the clip whole?", sound));
     }

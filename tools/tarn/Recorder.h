@@ -43,8 +43,8 @@ struct RecordFigures {
 class Recorder {
 public:
     explicit Recorder(const RecordOptions& options);
-    /// The same from pictures and sound that are made and not read; the options' inputs do not
-    /// count.
+    /// The same from pictures and sound that come from elsewhere; the options' inputs stay empty,
+    /// and a problem is told in the words of these two alone.
     Recorder(const RecordOptions& options, std::unique_ptr<ClipVideo> video,
              std::unique_ptr<ClipAudio> audio);
     ~Recorder();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fmt/format.h>
 #include <thread>
 
 #include "spar/zThread.h"
@@ -38,6 +39,17 @@ std::vector<Stretch> stretches_of(const std::vector<SegmentFile>& files,
     return stretches;
 }
 
+/// A clip's line on a segment, with the segment's own name: it is read by another.
+std::string with_name(std::string line, const SegmentFile& file) {
+    const std::size_t at = line.find(file.Path());
+    if (at != std::string::npos) line.replace(at, file.Path().size(), file.Piece().path);
+    return line;
+}
+
+std::string told_of(const SegmentFile& file, const std::string& problem) {
+    return fmt::format("'{}': {}; cut up to it, and from behind it", file.Piece().path, problem);
+}
+
 /// Pictures of one segment after the other, those of the stretches alone.
 class StretchPictures final : public ClipVideo {
 public:
@@ -60,12 +72,16 @@ public:
                 if (place(frame)) return true;
                 continue;
             }
-            std::string error;
-            if (!open_next(error)) return false;
+            const std::string problem = fClip->Problem();
+            if (!problem.empty()) {
+                fProblem = told_of(*fStretch.file, problem);
+                return false;
+            }
+            if (!open_next(fProblem)) return false;
         }
         return false;
     }
-    std::string Problem() const override { return fClip ? fClip->Problem() : ""; }
+    std::string Problem() const override { return fProblem; }
 
 private:
     bool open_next(std::string& error) {
@@ -74,6 +90,7 @@ private:
         fStretch = fStretches[fIndex++];
         fClip = ClipVideo::Open(fStretch.file->Path(), fFormat.fWidth.AsInt32(0),
                                 fFormat.fHeight.AsInt32(0), error);
+        error = with_name(error, *fStretch.file);
         return fClip != nullptr;
     }
     /// Whether the picture belongs to the movie; half a frame decides at the ends.
@@ -96,6 +113,7 @@ private:
     const std::vector<Stretch> fStretches;
     std::size_t fIndex = 0;
     Stretch fStretch;
+    std::string fProblem;
     std::unique_ptr<ClipVideo> fClip;
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
 };
@@ -113,11 +131,15 @@ public:
     void StartAt(double) override {}
     bool Next(std::vector<short>& pcm) override {
         const auto channels = static_cast<std::size_t>(Channels());
-        std::string error;
         while (fLeft <= 0) {
+            std::string error;
             if (!open_next(error)) return false;
+            note(error);
         }
         if (!fClip || !fClip->Next(pcm)) {
+            if (fClip && !fClip->Problem().empty()) {
+                note(told_of(*fStretches[fIndex - 1].file, "its sound " + fClip->Problem()));
+            }
             fClip.reset();
             pcm.assign(static_cast<std::size_t>(fLeft) * channels, 0);
         }
@@ -130,13 +152,18 @@ public:
         fLeft -= frames;
         return true;
     }
-    std::string Problem() const override { return fClip ? fClip->Problem() : ""; }
+    std::string Problem() const override { return fProblem; }
 
 private:
+    /// Keeps the first line; the sound goes on, in silence.
+    void note(const std::string& problem) {
+        if (fProblem.empty()) fProblem = problem;
+    }
     bool open_next(std::string& error) {
         if (fIndex == fStretches.size()) return false;
         const Stretch& stretch = fStretches[fIndex++];
         fClip = ClipAudio::Open(stretch.file->Path(), error);
+        error = with_name(error, *stretch.file);
         if (fIndex == 1) {
             if (!fClip) return false;
             fFormat = fClip->Format();
@@ -156,6 +183,7 @@ private:
 
     const std::vector<Stretch> fStretches;
     std::size_t fIndex = 0;
+    std::string fProblem;
     std::unique_ptr<ClipAudio> fClip;
     tnMediaRecord fFormat{TN_MEDIA_AUDIO};
     long long fSkip = 0;  // frames of the segment before its stretch

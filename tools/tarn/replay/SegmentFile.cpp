@@ -115,12 +115,23 @@ bool SegmentFile::Load(SegmentTrack& video, SegmentTrack& audio, std::string& er
         if (indices[kind] >= 0) describe(*file->streams[indices[kind]], *tracks[kind]);
     }
     const AvHandle<AVPacket> packet(av_packet_alloc());
-    while (av_read_frame(file.get(), packet.get()) >= 0) {
+    bool isWhole = true;
+    while ((code = av_read_frame(file.get(), packet.get())) >= 0) {
+        isWhole = isWhole && (packet->flags & AV_PKT_FLAG_CORRUPT) == 0;
         for (int kind = 0; kind < 2; ++kind) {
             if (packet->stream_index != indices[kind] || !tracks[kind]->IsThere()) continue;
             take_packet(*packet, ticks_of(fPiece.start, tracks[kind]->timescale), *tracks[kind]);
         }
         av_packet_unref(packet.get());
     }
-    return true;
+    for (int kind = 0; kind < 2; ++kind) {
+        if (!tracks[kind]->IsThere()) continue;
+        // A file that was cut between two packets is at its end there too; its index knows more.
+        const int listed = avformat_index_get_entries_count(file->streams[indices[kind]]);
+        isWhole = isWhole && tracks[kind]->packets.size() >= static_cast<std::size_t>(listed);
+    }
+    if (isWhole && code == AVERROR_EOF) return true;
+    error = fmt::format("'{}': is damaged: {}; cut up to it, and from behind it", fPiece.path,
+                        code == AVERROR_EOF ? "it has been cut off" : AvErrorText(code));
+    return false;
 }
