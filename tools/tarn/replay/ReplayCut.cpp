@@ -242,7 +242,8 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
         }
         const ReplayPiece& piece = file.Piece();
         if (!file.Load(fPictures, fSound, error)) return false;
-        if (piece.start > reached + kRounding) fResult.gaps += piece.start - reached;
+        // Before the movie begins there is nothing that a gap could be closed in.
+        if (fBegun && piece.start > reached + kRounding) fResult.gaps += piece.start - reached;
         reached = piece.stop;
         if (!fBegun) {
             fFirstPictures = fPictures.WithoutPackets();
@@ -261,11 +262,13 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
             fSoundStop = ticks_of(std::min(fWish.out, piece.stop), fSound.timescale);
         }
         if (!copy_segment(error)) return false;
-        ++fResult.segments;
+        if (fBegun) ++fResult.segments;
         progress(ReplaySeconds(piece.stop - fWish.in) / ReplaySeconds(fWish.out - fWish.in));
     }
     if (fBegun) return fWriter.Finish(error);
-    error = fmt::format("'{}': no key frame in that stretch", fWish.output);
+    error = fmt::format(
+        "'{}': {}", fWish.output,
+        fResult.stopped ? "stopped before anything was copied" : "no key frame in that stretch");
     return false;
 }
 

@@ -1,5 +1,6 @@
 #include "ReplayRecording.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -18,6 +19,8 @@ constexpr char kManifestName[] = "replay.xml";
 constexpr char kEnd[] = "</larkspur_replay_manifest>";
 constexpr int kNoList = -1;
 constexpr double kSecondsPerPart = 60;
+/// Three thousand years: a manifest may hold any number, and sums of these still fit.
+constexpr long long kMostTime = 100'000'000'000'000'000;
 
 struct ReleaseManifest {
     void operator()(tnReplayManifest* manifest) const {
@@ -43,7 +46,8 @@ void take_pieces(tnReplayManifest& manifest, std::vector<ReplayPiece>& pieces) {
     for (tnReplaySegment* segment : segments) {
         manifest.GetSegmentPath(segment, path);
         const long long bytes = zFileStream::FileSize(path);
-        pieces.push_back({segment->fId, segment->fStart, segment->fStop, path.AsString(),
+        pieces.push_back({segment->fId, std::clamp(segment->fStart, -kMostTime, kMostTime),
+                          std::clamp(segment->fStop, -kMostTime, kMostTime), path.AsString(),
                           bytes < 0 ? 0 : bytes});
         segment->Release();
     }

@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-/// Times in a recording are microseconds on its own timeline.
+/// Times in a recording are microseconds on its own timeline. Those that are absurdly far off are
+/// read as 10^17, above or below 0.
 constexpr long long kReplayUnitsPerSecond = 1'000'000;
 
 /// One segment of a recording, as its manifest lists it.

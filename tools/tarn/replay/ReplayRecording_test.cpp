@@ -1,8 +1,17 @@
 #include "ReplayRecording.h"
 
+#include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <limits>
 
+#include "tarn/replay/tnReplayManifest.h"
+
+#include "ReplayCut.h"
 #include "ReplayList.h"
+#include "ReplayPurge.h"
+#include "tests/support/TestFolder.h"
 
 namespace {
 
@@ -59,6 +68,81 @@ TEST(ReplayList, RoundingOfTimesIsNoGap) {
     ASSERT_EQ(gaps.size(), 1u);
     EXPECT_EQ(gaps[0].start, 2'000'000);
     EXPECT_EQ(gaps[0].stop, 3'000'000);
+}
+
+/// A manifest with these segments, and something that stands for their movies.
+class ReplayFolder : public testing::Test {
+protected:
+    struct Segment {
+        long long start;
+        long long stop;
+    };
+    void Make(const std::vector<Segment>& segments) const {
+        tnReplayManifest manifest(fFolder.File("replay.xml").c_str());
+        const tnMediaRecord video(TN_MEDIA_VIDEO);
+        const tnMediaRecord audio(TN_MEDIA_AUDIO);
+        ASSERT_EQ(manifest.BeginRecording(video, audio), 0);
+        unsigned int id = 0;
+        for (const Segment& segment : segments) {
+            std::ofstream(Movie(++id)) << "movie";
+            ASSERT_EQ(manifest.AddSegment(id, segment.start, segment.stop), 0);
+        }
+    }
+    std::string Movie(unsigned int id) const { return fFolder.File(std::to_string(id) + ".mov"); }
+
+    const ReplayLibrary fLibrary;
+    const tests::TestFolder fFolder;
+    std::string fError;
+};
+
+TEST_F(ReplayFolder, TimesBeyondAllMeasureAreListedAndPurged) {
+    constexpr long long kLeast = std::numeric_limits<long long>::min();
+    constexpr long long kMost = std::numeric_limits<long long>::max();
+    struct Case {
+        std::vector<Segment> segments;
+        std::size_t purged;
+    };
+    const Case cases[] = {
+        {{{kLeast, kMost}}, 0},
+        {{{kLeast, kLeast + 1}, {kMost - 1, kMost}}, 1},
+        {{{kLeast, -5}, {0, 10}, {20, kMost}}, 2},
+        {{{kMost - 2, kMost - 1}, {kMost - 1, kMost}}, 0},
+        {{{kLeast, kLeast + 1}, {kLeast + 1, kLeast + 2}}, 0},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.segments.front().start);
+        std::filesystem::remove(fFolder.File("replay.xml"));
+        Make(one.segments);
+        ReplayRecording recording;
+        ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+        ASSERT_EQ(recording.pieces.size(), one.segments.size());
+        EXPECT_NE(TextOfReplay(recording).find(" segments, "), std::string::npos);
+        EXPECT_NE(JsonOfReplay(recording).find("\"gaps\":["), std::string::npos);
+        EXPECT_EQ(ReplayTimeline(recording, 60).size(), 60u);
+        ReplayPurged purged;
+        EXPECT_TRUE(PurgeReplay(
+            fFolder.Path(), kReplayUnitsPerSecond, false, [](double) {}, purged, fError))
+            << fError;
+        EXPECT_EQ(purged.removed, one.purged);
+        EXPECT_EQ(purged.kept, one.segments.size() - one.purged);
+    }
+}
+
+TEST_F(ReplayFolder, CutThatIsStoppedBeforeItBeginsSaysSo) {
+    Make({{0, 1'000'000}});
+    ReplayRecording recording;
+    ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+    const tests::TestFolder outputs;
+    ReplayCutWish wish;
+    wish.output = outputs.File("cut.mov");
+    wish.out = 1'000'000;
+    ReplayCutResult result;
+    const std::atomic<bool> stop{true};
+    EXPECT_FALSE(CutReplay(
+        recording, wish, stop, [](double) {}, result, fError));
+    EXPECT_EQ(fError, "'" + wish.output + "': stopped before anything was copied");
+    EXPECT_TRUE(result.stopped);
+    EXPECT_FALSE(std::filesystem::exists(wish.output));
 }
 
 TEST(ReplayList, EmptyRecordingIsListed) {
