@@ -257,6 +257,65 @@ TEST_F(Replay, SegmentWithoutSoundIsSilentInAnExactCut) {
     EXPECT_NEAR(tests::ProbeSeconds(movie, "a:0"), 4, 0.08);
 }
 
+/// The third segment is cut short as a disk does that loses the end of a file: its index stands at
+/// the front and tells of more than there is.
+TEST_F(Replay, SegmentThatWasCutOffFailsACut) {
+    for (const char* const codec : {"x264", "MJPEG"}) {
+        SCOPED_TRACE(codec);
+        std::filesystem::remove_all(Folder());
+        Record(10, "segment_seconds=\"1\"", codec);
+        const auto size = std::filesystem::file_size(Movie(3));
+        std::filesystem::resize_file(Movie(3), size * 2 / 5);
+        const std::string movie = fFolder.File("cut.mov");
+        // From within the first segment on: x264's pictures are encoded anew.
+        for (const char* const exact : {"--exact", "--json"}) {
+            SCOPED_TRACE(exact);
+            const ProcessResult cut = Replays({"cut", "--in", "0.4", "--out", "5", movie, exact});
+            EXPECT_EQ(cut.exitCode, 1) << cut.out;
+            EXPECT_NE(cut.err.find(Movie(3)), std::string::npos) << cut.err;
+            EXPECT_EQ(cut.err.find("sound"), std::string::npos) << "pictures first: " << cut.err;
+            EXPECT_EQ(std::count(cut.err.begin(), cut.err.end(), '\n'), 1) << cut.err;
+        }
+        EXPECT_EQ(Replays({"cut", "--in", "0.4", "--out", "2", "--exact", movie}).exitCode, 0);
+    }
+}
+
+TEST_F(Replay, SegmentThatIsNoMovieFailsACut) {
+    Record(10);
+    std::ofstream(Movie(3), std::ios::binary) << std::string(5000, 'x');
+    const std::string movie = fFolder.File("cut.mov");
+    for (const char* const exact : {"--exact", "--json"}) {
+        SCOPED_TRACE(exact);
+        const ProcessResult cut = Replays({"cut", "--in", "0.4", "--out", "5", movie, exact});
+        EXPECT_EQ(cut.exitCode, 1) << cut.out;
+        EXPECT_NE(cut.err.find(Movie(3)), std::string::npos) << cut.err;
+    }
+}
+
+/// The movie begins with the third segment: the first has no key frame, and the second is missing.
+TEST_F(Replay, GapBeforeTheFirstKeyFrameIsNoneOfTheMovies) {
+    Record(10);
+    const std::string kept = fFolder.File("first.mov");
+    std::filesystem::rename(Movie(1), kept);
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", kept, "-c", "copy", "-bsf:v",
+                          "noise=drop=key", Movie(1)})
+                  .exitCode,
+              0);
+    std::filesystem::remove(Movie(2));
+    const std::string movie = fFolder.File("cut.mov");
+    const ProcessResult cut = Replays({"cut", "--in", "0", "--out", "5", movie, "--json"});
+    ASSERT_EQ(cut.exitCode, 0) << cut.err;
+    EXPECT_NE(cut.out.find("\"from\":2.000000,\"to\":5.000000,\"frames\":75,\"segments\":3,"
+                           "\"gapSeconds\":0.000000"),
+              std::string::npos)
+        << cut.out;
+    const std::vector<double> times = tests::ProbePictureTimes(movie);
+    ASSERT_EQ(times.size(), 75u);
+    for (std::size_t index = 0; index < times.size(); ++index) {
+        EXPECT_NEAR(times[index], static_cast<double>(index) / 25, 0.001);
+    }
+}
+
 TEST_F(Replay, GapsAreClosedInACut) {
     Record(10);
     std::filesystem::remove(Movie(3));
@@ -371,6 +430,13 @@ TEST_F(Replay, MistakesAreToldInALine) {
     EXPECT_NE(keep.exitCode, 0);
     EXPECT_NE(keep.err.find("--keep: 'nan' is not from 0 to 1000000000 seconds"), std::string::npos)
         << keep.err;
+    for (const char* const kept : {"0.5", "1e13", "nan", "-3"}) {
+        SCOPED_TRACE(kept);
+        const ProcessResult live = tests::Run(
+            Live(Show("segment_seconds=\"1\" keep_seconds=\"" + std::string(kept) + "\""), 1));
+        EXPECT_EQ(live.exitCode, 1);
+        EXPECT_NE(live.err.find("keep_seconds"), std::string::npos) << live.err;
+    }
     const ProcessResult again = tests::Run(Live(Show("segment_seconds=\"1\""), 1));
     EXPECT_NE(again.exitCode, 0);
     EXPECT_NE(again.err.find("stands there already"), std::string::npos) << again.err;
