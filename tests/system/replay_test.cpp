@@ -443,6 +443,17 @@ TEST_F(Replay, MistakesAreToldInALine) {
 }
 
 // A limit of the file's size stands for a full disk.
+TEST_F(Replay, ACutThatFailsLeavesNoPartThatCouldPassForIt) {
+    Record(10);
+    const std::string movie = fFolder.File("cut.mov");
+    const ProcessResult result =
+        tests::Run({"prlimit", "--fsize=300000", TARN_TOOL, "replay", Folder(), "cut", movie});
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_NE(result.err.find(movie), std::string::npos) << result.err;
+    EXPECT_FALSE(std::filesystem::exists(movie));
+}
+
+// A limit of the file's size stands for a full disk.
 TEST_F(Replay, APurgeThatCannotWriteItsManifestIsToldAndKeepsAll) {
     Record(10);
     const ProcessResult result =

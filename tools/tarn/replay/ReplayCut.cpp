@@ -49,7 +49,7 @@ public:
     /// After a Copy that failed: whether segments were encoded in more than one way, so that the
     /// movie can only be encoded anew.
     bool IsMixed() const { return fIsMixed; }
-    /// Lets go of the movie as far as it was copied.
+    /// Lets go of the movie as far as it was copied: a part must not pass for the whole.
     void Abandon();
     const std::vector<SegmentFile>& Files() const { return fFiles; }
 
@@ -275,7 +275,7 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
 void Cutter::Abandon() {
     fWriter = CutWriter();
     std::error_code ignored;
-    std::filesystem::remove(fWish.output, ignored);
+    if (fBegun) std::filesystem::remove(fWish.output, ignored);
     fResult = {};
 }
 
@@ -311,8 +311,8 @@ bool CutReplay(const ReplayRecording& recording, const ReplayCutWish& wish,
     if (wish.exact && !cutter.CopiesExactly(copies, error)) return false;
     if (copies) {
         if (cutter.Copy(stop, progress, error)) return true;
-        if (!wish.exact || !cutter.IsMixed()) return false;
         cutter.Abandon();
+        if (!wish.exact || !cutter.IsMixed()) return false;
         error.clear();
     }
     return EncodeReplay(cutter.Files(), wish, stop, progress, result, error);

@@ -94,7 +94,7 @@ std::string JsonOfReplay(const ReplayRecording& recording) {
                             ReplaySeconds(gap.start), ReplaySeconds(gap.stop));
     }
     return fmt::format(
-        R"({{"folder":{},"closed":{},"from":{:.6f},"to":{:.6f},"bytes":{},"segments":[{}],"gaps":[{}]}})",
+        R"({{"event":"list","folder":{},"closed":{},"from":{:.6f},"to":{:.6f},"bytes":{},"segments":[{}],"gaps":[{}]}})",
         JsonString(recording.folder), recording.closed, ReplaySeconds(recording.Start()),
         ReplaySeconds(recording.Stop()), recording.Bytes(), pieces, gaps);
 }
