@@ -61,8 +61,9 @@ std::string text_of_failure(const std::string& manifest, int code) {
         return fmt::format("'{}': cannot be read: {}; check its disk and permissions", manifest,
                            zFileStream::ErrorText(code));
     }
-    return fmt::format("'{}': is no replay manifest (code {}); give the folder of a recording, or its replay.xml",
-                       manifest, code);
+    return fmt::format(
+        "'{}': is no replay manifest (code {}); give the folder of a recording, or its replay.xml",
+        manifest, code);
 }
 
 }  // namespace
