@@ -454,13 +454,17 @@ TEST_F(Replay, ACutThatFailsLeavesNoPartThatCouldPassForIt) {
 }
 
 // A limit of the file's size stands for a full disk.
-TEST_F(Replay, APurgeThatCannotWriteItsManifestIsToldAndKeepsAll) {
+TEST_F(Replay, APurgeThatCannotWriteItsManifestIsToldAndBringsTheOldOneBack) {
     Record(10);
+    const std::size_t count = listed_in(Folder()).size();
+    ASSERT_GT(count, 4u);
     const ProcessResult result =
         tests::Run({"prlimit", "--fsize=1", TARN_TOOL, "replay", Folder(), "purge", "--keep", "4"});
     EXPECT_EQ(result.exitCode, 1) << result.err;
     EXPECT_NE(result.err.find("cannot be written anew"), std::string::npos) << result.err;
-    ExpectEverySegmentDecodes();
+    EXPECT_EQ(listed_in(Folder()).size(), count);
+    EXPECT_FALSE(std::filesystem::exists(Folder() + "/replay.xml.before"));
+    EXPECT_EQ(Replays({"list"}).exitCode, 0);
 }
 
 /// Waits on real time, since the commands of a show come while it runs: two seconds are eight of

@@ -57,6 +57,12 @@ bool PurgeReplay(const std::string& place, long long keep, bool force,
     purged.kept = recording.pieces.size() - going.size();
     purged.removed = going.size();
     if (going.empty()) return true;
+    // A disk may be too full even for the new manifest: then the old one comes back.
+    const std::string aside = recording.manifest + ".before";
+    std::error_code failed;
+    std::filesystem::remove(aside, failed);
+    std::filesystem::create_hard_link(recording.manifest, aside, failed);
+    const bool isKept = !failed;
     tnReplayManifest* const manifest = tnReplayManifest::GetManifest(recording.manifest.c_str());
     const int code = manifest->Read();
     if (code == 0) {
@@ -66,6 +72,8 @@ bool PurgeReplay(const std::string& place, long long keep, bool force,
     }
     const bool rewritten = code == 0 && (purged.kept == 0 || !manifest->IsEmpty());
     tnReplayManifest::ReleaseManifest(manifest);
+    if (!rewritten && isKept) std::filesystem::rename(aside, recording.manifest, failed);
+    if (rewritten && isKept) std::filesystem::remove(aside, failed);
     if (!rewritten) {
         error = fmt::format("'{}': cannot be written anew; is the folder writable and not full?",
                             recording.manifest);
