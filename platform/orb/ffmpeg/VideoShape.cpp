@@ -23,8 +23,8 @@ Rational<int> to_int_ratio(long long numerator, long long denominator) {
     numerator /= divisor;
     denominator /= divisor;
     while (numerator > kLargestTerm || denominator > kLargestTerm) {
-        numerator = (numerator + 1) / 2;
-        denominator = (denominator + 1) / 2;
+        numerator -= numerator / 2;
+        denominator -= denominator / 2;
     }
     return {static_cast<int>(numerator), static_cast<int>(denominator)};
 }

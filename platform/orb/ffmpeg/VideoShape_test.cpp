@@ -1,6 +1,7 @@
 #include "VideoShape.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "orb/RObject.h"
 
@@ -53,6 +54,10 @@ TEST(VideoShape, HugeTermsAreBroughtIntoInts) {
     properties->SetFrameDuration((1LL << 60) + 1);
     const Rational<int> rate = NominalFrameRate(*properties);
     EXPECT_NEAR(static_cast<double>(rate.numerator) / rate.denominator, 2.0, 1e-6);
+
+    properties->SetFrameDuration(std::numeric_limits<long long>::max());
+    const Rational<int> slow = NominalFrameRate(*properties);
+    EXPECT_NEAR(static_cast<double>(slow.numerator) / slow.denominator, 0.25, 1e-6);
 }
 
 TEST(VideoShape, WhatThePropertiesSayIsRead) {
