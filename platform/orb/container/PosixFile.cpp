@@ -18,6 +18,7 @@ namespace {
 constexpr int kSpansPerCall = 64;
 constexpr mode_t kNewFileMode = 0666;
 constexpr const char* kUnpublished = ".part";
+constexpr int kMostSiblings = 9;
 
 int failure() {
     return -errno;
@@ -39,6 +40,7 @@ public:
 
 private:
     int create_sibling();
+    int open_new_sibling();
 
     // fixed after Create
     int fFile = -1;
@@ -56,8 +58,8 @@ int PosixFile::Create(const char* path) {
         free(real);
     }
     if (create_sibling() == 0) return 0;
-    // A name at the limit of its length, or a folder that takes no new names: write in place. What
-    // is lost is a moment at the start in which the file has no bytes.
+    // A name at the limit of its length, a folder that takes no new names, or names that are all
+    // taken: write in place. What is lost is a moment at the start in which the file has no bytes.
     fTemporary.clear();
     fFile = open(fPath.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, kNewFileMode);
     return fFile >= 0 ? 0 : failure();
@@ -69,11 +71,21 @@ int PosixFile::create_sibling() {
     if (exists && !S_ISREG(existing.st_mode)) return -EINVAL;
     // A file that may not be written must not be replaced by one that may.
     if (exists && access(fPath.c_str(), W_OK) != 0) return failure();
-    fTemporary = fPath + kUnpublished;
-    fFile = open(fTemporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, kNewFileMode);
-    if (fFile < 0) return failure();
+    if (const int error = open_new_sibling()) return error;
     if (exists) (void)!fchmod(fFile, existing.st_mode & 07777);
     return 0;
+}
+
+/// Never a file that stands there already: it may be another program's, or what another recorder is
+/// about to publish. Names are few, so that those which killed recorders left behind stay few.
+int PosixFile::open_new_sibling() {
+    for (int i = 1; i <= kMostSiblings; ++i) {
+        fTemporary = fPath + kUnpublished + (i == 1 ? "" : std::to_string(i));
+        fFile = open(fTemporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
+        if (fFile >= 0) return 0;
+        if (errno != EEXIST) break;
+    }
+    return failure();
 }
 
 int PosixFile::Publish() {

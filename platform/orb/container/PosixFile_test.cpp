@@ -51,6 +51,52 @@ TEST_F(PosixFileTest, ClosedBeforeItWasPublishedItLeavesNothing) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.Path()), {}), 1);
 }
 
+// Programs that fetch files name what is not whole yet like this, too.
+TEST_F(PosixFileTest, FilesBesideItAreNotTouched) {
+    const std::string path = Path("a.mov");
+    put(Path("a.mov.part"), "somebody's");
+    std::filesystem::create_symlink(Path("nowhere"), Path("a.mov.part2"));
+    ASSERT_EQ(fFile->Create(path.c_str()), 0);
+    ASSERT_EQ(fFile->WriteAt(0, "new", 3), 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    ASSERT_EQ(fFile->Publish(), 0);
+    ASSERT_EQ(fFile->Close(), 0);
+    EXPECT_EQ(contents_of(path), "new");
+    EXPECT_EQ(contents_of(Path("a.mov.part")), "somebody's");
+    EXPECT_TRUE(std::filesystem::is_symlink(Path("a.mov.part2")));
+    EXPECT_FALSE(std::filesystem::exists(Path("nowhere")));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.Path()), {}), 3);
+}
+
+TEST_F(PosixFileTest, TwoRecordersThatBeginAtOnceDoNotMeet) {
+    const std::string path = Path("a.mov");
+    const std::unique_ptr<FileLayer> other = MakePosixFile();
+    ASSERT_EQ(fFile->Create(path.c_str()), 0);
+    ASSERT_EQ(other->Create(path.c_str()), 0);
+    ASSERT_EQ(fFile->WriteAt(0, "the first", 9), 0);
+    ASSERT_EQ(other->WriteAt(0, "other", 5), 0);
+    ASSERT_EQ(fFile->Publish(), 0);
+    EXPECT_EQ(contents_of(path), "the first");
+    ASSERT_EQ(other->Publish(), 0);
+    EXPECT_EQ(contents_of(path), "other") << "the last one that is whole stands there";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.Path()), {}), 1);
+}
+
+// What killed recorders leave behind neither keeps the next one from its file nor grows for ever.
+TEST_F(PosixFileTest, WhereAllNamesBesideItAreTakenItIsWrittenInPlace) {
+    const std::string path = Path("a.mov");
+    put(path, "old");
+    put(path + ".part", "left behind");
+    for (int i = 2; i < 10; ++i) put(path + ".part" + std::to_string(i), "left behind");
+    ASSERT_EQ(fFile->Create(path.c_str()), 0);
+    ASSERT_EQ(fFile->WriteAt(0, "new", 3), 0);
+    ASSERT_EQ(fFile->Publish(), 0);
+    ASSERT_EQ(fFile->Close(), 0);
+    EXPECT_EQ(contents_of(path), "new");
+    EXPECT_EQ(contents_of(path + ".part9"), "left behind");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.Path()), {}), 10);
+}
+
 TEST_F(PosixFileTest, TakesThePlaceOfTheFileBehindALinkAndKeepsItsMode) {
     put(Path("real.mov"), "old");
     ASSERT_EQ(chmod(Path("real.mov").c_str(), 0640), 0);
