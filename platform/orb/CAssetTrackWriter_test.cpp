@@ -1,12 +1,15 @@
 #include "orb/CAssetTrackWriter.h"
 
+#include <climits>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <utility>
 #include <vector>
 
 #include "orb/BlockPool.h"
 #include "orb/CMpeg4AvcDataReference.h"
 #include "orb/testAsset.h"
+#include "orb/trackShape.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -147,6 +150,50 @@ TEST_F(CAssetTrackWriterTest, TimesThatAreToldGoIntoTheFileAsTheyCome) {
     const auto frames = disk.Of(0);
     ASSERT_EQ(6u, frames.size());
     for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(told[i].first, frames[i].sample.decodeTime);
+}
+
+// Whoever writes the file adds to times and takes from them without a look at their size.
+TEST_F(CAssetTrackWriterTest, TimesBeyondTheEndsOfTheTimeLineAreThoseOfItsEnds) {
+    constexpr long long kFarthest = 1LL << 61;
+    ASSERT_EQ(0, Create());
+    RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
+    ASSERT_EQ(0, track->SetInputFormat('jpeg'));
+    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+    ASSERT_EQ(0, track->Begin());
+    ASSERT_EQ(0, asset->Begin());
+    struct Case {
+        long long time, duration, offset;
+        long long fileTime, fileDuration, fileOffset;
+    };
+    const Case cases[] = {
+        {LLONG_MIN, 1001, LLONG_MIN, -kFarthest, 1001, -INT_MAX},
+        {LLONG_MAX, 1001, LLONG_MAX, kFarthest, 1001, INT_MAX},
+        {LLONG_MAX, 1001, 0, kFarthest, 1001, 0},  // behind the one before, if there were room
+        {0, LLONG_MAX, 1, 0, kFarthest, 1},
+        {0, LLONG_MAX, 1, kFarthest, kFarthest, 1},
+        {0, LLONG_MAX, 1, kFarthest, kFarthest, 1},
+        {kFarthest, 5, -1, kFarthest, 5, -1},
+        {-kFarthest, LLONG_MIN, -1, -kFarthest, 0, -1},
+    };
+    for (const Case& c : cases) {
+        const RObject<CVideoSample> sample = fake_picture(c.time, c.duration);
+        sample->SetCompositionOffset(c.offset);
+        ASSERT_EQ(0, track->WriteSample(sample.Get()));
+    }
+    EXPECT_EQ(0, asset->Finish());
+    const auto written = disk.Of(0);
+    ASSERT_EQ(std::size(cases), written.size());
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        EXPECT_EQ(cases[i].fileTime, written[i].sample.decodeTime) << i;
+        EXPECT_EQ(cases[i].fileDuration, written[i].sample.duration) << i;
+        EXPECT_EQ(cases[i].fileOffset, written[i].sample.compositionOffset) << i;
+    }
+}
+
+TEST_F(CAssetTrackWriterTest, AFrameDurationBeyondThoseOfFilesIsTheirLongest) {
+    const RObject<CVideoProperties> shape = video_shape();
+    ASSERT_EQ(0, shape->SetFrameDuration(LLONG_MAX));
+    EXPECT_EQ(INT_MAX, describe_track(*shape).frameDuration);
 }
 
 TEST_F(CAssetTrackWriterTest, SteadyRecordingTakesNoFreshBlocks) {

@@ -15,6 +15,12 @@ namespace Quillon::Orb {
 
 namespace {
 
+/// Ticks from 0 to the ends of the time line, on either side: more than seventy years in
+/// nanoseconds. Behind here times are added and subtracted, and must not leave their 64 bits.
+constexpr long long kFarthest = 1LL << 61;
+/// Files hold durations and offsets of pictures in signed numbers of 32 bits.
+constexpr long long kLongestStep = INT_MAX;
+
 /// The files write 0 where nothing is known; the code points say 2.
 int said(unsigned char code) {
     return code == ColorSpace::kUnspecified ? 0 : code;
@@ -46,7 +52,7 @@ MovieTrack describe_track(const CVideoProperties& properties) {
     track.expectedDuration = properties.GetDuration();
     track.width = properties.GetWidth();
     track.height = properties.GetHeight();
-    track.frameDuration = properties.GetFrameDuration();
+    track.frameDuration = std::min(properties.GetFrameDuration(), kLongestStep);
     track.fieldOrder = properties.GetFieldOrder();
     track.pixelAspectNumerator = properties.GetPixelAspectRatio().numerator;
     track.pixelAspectDenominator = properties.GetPixelAspectRatio().denominator;
@@ -128,12 +134,14 @@ Result VideoShaper::Shape(const CMediaSample& sample, MovieQueue::Sample& shaped
     if (fStarted && told == fToldTime) time = fNextTime;
     fStarted = true;
     fToldTime = told;
-    duration = std::max(duration, 0LL);
+    time = std::clamp(time, -kFarthest, kFarthest);
+    duration = std::clamp(duration, 0LL, kFarthest);
     fNextTime = time + duration;
     shaped.description = {};
     shaped.description.decodeTime = time;
     shaped.description.duration = duration;
-    shaped.description.compositionOffset = picture.GetCompositionOffset();
+    shaped.description.compositionOffset =
+        std::clamp(picture.GetCompositionOffset(), -kLongestStep, kLongestStep);
     shaped.description.key = picture.GetPictureType() == CVideoSample::kKeyPicture;
     return 0;
 }

@@ -245,15 +245,28 @@ void write_udta_mp4(BoxWriter& out) {
 
 }  // namespace
 
+namespace {
+
+/// A track may begin so late that no 64 bits count it in a finer scale; two such numbers still add
+/// up.
+long long ticks_of(__int128 ticks) {
+    constexpr long long kMost = std::numeric_limits<long long>::max() / 2;
+    return static_cast<long long>(std::min<__int128>(ticks, kMost));
+}
+
+}  // namespace
+
 long long Movie::EmptyTicks(const TrackIndex& track) const {
-    return Rescale(track.Edit().emptyTicks, timescale, track.Description().timescale);
+    const long long scale = track.Description().timescale;
+    const auto product = static_cast<__int128>(track.Edit().emptyTicks) * timescale + scale / 2;
+    return ticks_of(product / scale);
 }
 
 long long Movie::MediaTicks(const TrackIndex& track) const {
     // Where the movie's scale cannot say it exactly a tick more is said: less would cut the end.
     const long long scale = track.Description().timescale;
     const auto product = static_cast<__int128>(track.Edit().mediaTicks) * timescale + scale - 1;
-    return static_cast<long long>(product / scale);
+    return ticks_of(product / scale);
 }
 
 long long Movie::Duration() const {

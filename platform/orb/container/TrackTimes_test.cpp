@@ -1,7 +1,11 @@
 #include "TrackTimes.h"
 
+#include <climits>
 #include <gtest/gtest.h>
+#include <memory>
 #include <vector>
+
+#include "MoovWriter.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -122,6 +126,26 @@ TEST(Rescale, IsExactAndRoundsHalvesUp) {
     EXPECT_EQ(Rescale(1, 1, 2), 1);
     EXPECT_EQ(Rescale(1, 1, 3), 0);
     EXPECT_EQ(Rescale(9000000000000000, 10000000, 30000), 3000000000000000000);
+}
+
+/// A track that begins ages after the movie, whose own scale is finer: no 64 bits count that.
+TEST(MovieTimes, AStartThatCannotBeCountedIsTheLatestThatCan) {
+    MovieTrack picture;
+    picture.format = 'jpeg';
+    picture.timescale = 25;
+    picture.frameDuration = 1;
+    Movie movie;
+    movie.timescale = 48000;
+    movie.tracks.push_back(std::make_unique<TrackIndex>(picture, true));
+    TrackIndex& track = *movie.tracks.front();
+    StoredSample sample;
+    sample.size = 1;
+    sample.time = 1LL << 61;
+    sample.duration = INT_MAX;
+    track.Add(sample);
+    EXPECT_EQ(movie.EmptyTicks(track), LLONG_MAX / 2);
+    EXPECT_EQ(movie.MediaTicks(track), INT_MAX * 1920LL);
+    EXPECT_EQ(movie.Duration(), LLONG_MAX / 2 + INT_MAX * 1920LL);
 }
 
 }  // namespace

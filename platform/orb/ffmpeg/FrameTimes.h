@@ -37,7 +37,7 @@ public:
         if (shown < 0 || shown >= size || decoded >= size || at(shown).out) return false;
         stamp.time = at(decoded).time;
         stamp.duration = at(decoded).duration;
-        stamp.compositionOffset = at(shown).time - stamp.time;
+        stamp.compositionOffset = distance(stamp.time, at(shown).time);
         at(shown).out = true;
         ++fNextOut;
         while (!fPictures.empty() && fPictures.front().out && fFirst < fNextOut) {
@@ -58,6 +58,12 @@ private:
         long long duration;
         bool out;
     };
+
+    /// Wraps for times from both ends of the scale, whose distance no file could tell.
+    static long long distance(long long from, long long to) {
+        return static_cast<long long>(static_cast<unsigned long long>(to) -
+                                      static_cast<unsigned long long>(from));
+    }
 
     Picture& at(long long index) { return fPictures[static_cast<std::size_t>(index)]; }
 

@@ -1,6 +1,7 @@
 #include "FrameTimes.h"
 
 #include <algorithm>
+#include <climits>
 #include <gtest/gtest.h>
 #include <random>
 #include <vector>
@@ -36,6 +37,19 @@ TEST(FrameTimes, WhatIsNotInsideDoesNotComeOut) {
     EXPECT_EQ(times.CountInside(), 1);
     ASSERT_TRUE(times.Pop(0, stamp));
     EXPECT_FALSE(times.Pop(0, stamp));
+}
+
+TEST(FrameTimes, TimesFromBothEndsOfTheScaleComeBack) {
+    FrameTimes times;
+    times.Push(LLONG_MAX, 1001);
+    times.Push(LLONG_MIN, 1001);
+    FrameTimes::Stamp stamp;
+    ASSERT_TRUE(times.Pop(1, stamp));
+    EXPECT_EQ(stamp.time, LLONG_MAX);
+    EXPECT_EQ(stamp.compositionOffset, 1) << "the distance wraps";
+    ASSERT_TRUE(times.Pop(0, stamp));
+    EXPECT_EQ(stamp.time, LLONG_MIN);
+    EXPECT_EQ(stamp.compositionOffset, -1);
 }
 
 TEST(FrameTimes, APictureThatWasRefusedLeavesNoTrace) {
