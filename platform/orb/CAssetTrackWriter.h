@@ -36,7 +36,8 @@ public:
     /// Waits until everything that was written has gone to the container, and ends the compressor.
     virtual Result End();
     /// Queues a sample, which the track shares; null ends the stream. Blocks while the queue is
-    /// full; nothing is dropped.
+    /// full; nothing is dropped. The queue of a compressing track has one place more than IsReady
+    /// speaks of: the first write to a track that has just become full does not block.
     ///
     /// A failure means that this sample was not taken. A failure of the file comes back from every
     /// call from then on, with the reason; one of the encoder comes back once, and writing goes on.

@@ -14,7 +14,8 @@ namespace Quillon::Orb {
 
 /// A movie file that is being written, and its tracks.
 ///
-/// Released without Finish, the file stays as it is at that moment. One thread at a time; the
+/// Released without Finish, what waits in the queues is dropped, and the file closes with what it
+/// was given until then. One thread at a time; the
 /// tracks' WriteSample may run on others meanwhile.
 class ORB_API CAssetWriter : public CObject {
 public:

@@ -212,6 +212,9 @@ TEST_F(CAssetWriterTest, FullTrackIsNotReadyBlocksAndLosesNothing) {
     EXPECT_FALSE(asset->WaitForMedia(0));
     EXPECT_FALSE(asset->WaitForMedia(1));
     EXPECT_EQ(0, track->GetBytesWritten());
+    // Who asked before each write has a place left for a last one, which no encoder has to make.
+    ASSERT_EQ(0, track->WriteSample(fake_picture(written++, 1).Get()));
+    EXPECT_FALSE(track->IsReady());
     std::thread writer([&] {
         for (int i = 0; i < 20; ++i) {
             EXPECT_EQ(0, track->WriteSample(fake_picture(written + i, 1).Get()));

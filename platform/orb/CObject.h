@@ -41,8 +41,9 @@ public:
     virtual bool Synchronize() const;
     virtual void Enter() const;
     virtual bool TryEnter() const;
-    /// Lets go of the monitor, waits for a notification and takes it again. Only between Enter and
-    /// Exit; may end without a notification, so callers loop on what they wait for.
+    /// Lets go of the monitor, which this thread has entered once, waits for a notification and
+    /// takes it again; entered more often it stays closed to the others. May end without a
+    /// notification, so callers loop on what they wait for.
     virtual void Wait() const;
     /// The same with a limit in milliseconds; false when the time was up.
     virtual bool Wait(int milliseconds) const;

@@ -45,7 +45,8 @@ public:
 
     /// `name`, a path in quotes, stands in trace lines.
     explicit MovieQueue(std::string name);
-    /// Stops; a file that was not finished stays as it is.
+    /// Stops. What waits is dropped; a file that was not finished goes as it does when released,
+    /// and a movie closes with what it was given.
     ~MovieQueue();
     MovieQueue(const MovieQueue&) = delete;
     MovieQueue& operator=(const MovieQueue&) = delete;

@@ -93,7 +93,9 @@ Result TrackPipe::write_plain(CMediaSample* sample) {
 Result TrackPipe::write_queued(CMediaSample* sample) {
     if (!sample->HasDataReference()) return ResultNullPointer("a sample without data");
     zMutexLock held(fLock);
-    while (fState == State::Running && fFailure.Succeeded() && fSamples.size() >= fQueueSize) {
+    // One beyond what IsReady promises: a host that asked before each write has a place left for
+    // the sample that it held back, however long the encoder stands still.
+    while (fState == State::Running && fFailure.Succeeded() && fSamples.size() > fQueueSize) {
         fChanged.Wait(fLock);
     }
     if (fFailure.Failed()) return std::exchange(fFailure, Result(0));

@@ -66,7 +66,8 @@ public:
     bool HasBegun() const SPAR_EXCLUDES(fLock);
 
     /// From here on samples are taken, as soon as the asset has begun. `codec` is null for a plain
-    /// track; of an encoder at most `queueSize` samples wait in front.
+    /// track; in front of an encoder the track is ready while fewer than `queueSize` samples wait,
+    /// and one more than that may.
     Result Begin(MovieTrack description, std::unique_ptr<TrackShaper> shaper,
                  std::unique_ptr<TrackCodec> codec, std::size_t queueSize) SPAR_EXCLUDES(fLock);
     Result Write(CMediaSample* sample) SPAR_EXCLUDES(fLock);
