@@ -9,11 +9,11 @@
 #include "orb/CVideoConverter.h"
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
+#include "spar/trace.h"
 #include "spar/zCritical.h"
 #include "spar/zFSPath.h"
 #include "spar/zPerfLog.h"
 #include "spar/zTime.h"
-#include "spar/zTraceManager.h"
 #include "tarn/audio/tnAudioConverter.h"
 #include "tarn/foundation/wholeNumber.h"
 #include "tarn/writers/writerErrors.h"
@@ -171,9 +171,7 @@ int tnWriteORB2::wait_for_tracks(long long timeoutMicroseconds) {
     const long long start = zTime::MicroNow();
     while (!IsAllMediaReady()) {
         if (zTime::MicroNow() - start >= timeoutMicroseconds) {
-            if (zTraceManager* trace = zTraceManager::Default()) {
-                trace->TraceNote("tnWriteORB2::CloseStreams - timeout\n");
-            }
+            zTrace("tnWriteORB2::CloseStreams - timeout\n");
             return kWriterTimeout;
         }
         fAssetWriter->WaitForMedia(kWaitMilliseconds);

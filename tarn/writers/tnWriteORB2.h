@@ -33,7 +33,7 @@ class CVideoSample;
 class TARN_API tnWriteORB2 : public zRefCount {
 public:
     tnWriteORB2();
-    /// Closes the file, waiting up to a minute for the tracks.
+    /// Close; blocks as long as that does.
     ~tnWriteORB2() override;
 
     /// Names the file and makes an empty one at once if there is none; an existing file is left
@@ -80,11 +80,16 @@ public:
     int WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int, long long,
                          const unsigned char* data, int size);
 
-    /// Waits for both tracks to be ready, then ends them; blocks, with all writers, for at most
-    /// `timeoutMicroseconds`. -14: a track was not ready in time, and both stand as they were.
+    /// Hands over the frame that is held and ends both tracks once both are ready; writers wait
+    /// meanwhile. -14: a track was not ready in time, and both stand as they were.
+    ///
+    /// `timeoutMicroseconds` limits the wait for readiness alone. Ending the tracks takes as long
+    /// as the encoders need for what they hold. The held frame finds its place at once if frames
+    /// were written only while the track was ready; otherwise it may wait for room first.
     int CloseStreams(long long timeoutMicroseconds);
 
-    /// CloseStreams with a minute's patience, then completes the file whatever came of it.
+    /// CloseStreams with a minute's patience for the tracks to become ready, then completes the
+    /// file whatever came of it: an encoder that does not move is cut off after some seconds more.
     void Close();
 
 private:
@@ -129,6 +134,9 @@ private:
     // video side, under fVideoLock once writing
     tnMediaRecord fSourceVideoFormat;
     tnMediaRecord fEncodedVideoFormat;
+    // Both converters stay when the file is closed: hosts that cut a recording into files open one
+    // writer again and again with the same formats. What a later file does not replace still stands
+    // in front of its track, also where its own formats would need no conversion.
     RObject<Quillon::Orb::CVideoConverter> fVideoConverter;
 
     // audio side, under fAudioLock once writing

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "tests/support/WriterFixture.h"
+#include "tests/support/writerWaits.h"
 
 using namespace writerFixture;
+using writerWaits::Waits;
 
 namespace {
 
@@ -51,6 +53,27 @@ TEST_F(Writer, ConvertsSoundToTheFilesRate) {
     fWriter->Close();
 }
 
+TEST_F(Writer, ABlockMayFillHalfASecondOfTheFilesFormatToTheByte) {
+    open();
+    fWriter->SetSourceAudioFormat(pcm(48000, 2));
+    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr, 48000, 1));
+    const std::vector<unsigned char> frames(24001 * 4, 0);
+    Packet packet;
+    EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, frames.data(), 24001 * 4), -1058);
+    EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, frames.data(), 24000 * 4), 0);
+    fWriter->Close();
+    ASSERT_EQ(fFile.samples.size(), 1u);
+    EXPECT_EQ(fFile.samples[0].packets, 24000);
+}
+
+TEST_F(Writer, SoundAloneLeavesTheContainerAsItIs) {
+    open('mov ', 0, 5);
+    fWriter->SetSourceAudioFormat(pcm());
+    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
+    ASSERT_EQ(fWriter->CompleteInitialization(), 0);
+    EXPECT_EQ(fFile.options.checkpointSeconds, 1);
+}
+
 TEST_F(Writer, HasACodeForEveryStepOfTheAudioSetUp) {
     const auto code_of = [this](const tnMediaRecord& source, const tnMediaRecord& encoded) {
         open();
@@ -78,10 +101,15 @@ TEST_F(Writer, HasACodeForEveryStepOfTheAudioSetUp) {
         script.failBegin = true;
         EXPECT_EQ(code_of(pcm(), encoded_audio("MPEG-4 Audio")), -1056);
         script.failBegin = false;
-        EXPECT_EQ(code_of(pcm(), encoded_audio("MPEG-4 Audio")), 0);
+        tnMediaRecord rated = encoded_audio("MPEG-4 Audio");
+        rated.SetInt32('mtbr', 320);
+        EXPECT_EQ(code_of(pcm(), rated), 0);
         EXPECT_EQ(script.numbers["AudioCompressor::BitRate"], 128000) << "whatever the record says";
         EXPECT_EQ(script.numbers["CoreAudioCompressor::RateControlMethod"], 0);
     }
+    Waits waits;
+    waits.fRefuseTracks = true;
+    EXPECT_EQ(code_of(pcm(), encoded_audio(nullptr)), -1057);
 }
 
 TEST_F(Writer, ASoundTrackThatTakesNoMoreSaysSo) {
@@ -130,53 +158,6 @@ TEST_F(Writer, PictureAndSoundComeFromTwoThreads) {
     }
     EXPECT_EQ(frames, 300);
     EXPECT_EQ(packets, 300 * 1600);
-}
-
-//  frames in the track's queue: full but for one place; sound: full, and its file stands still
-TEST_F(Writer, TheHeldFrameLeavesBeforeACloseThatTimesOut) {
-    open();
-    fFile.stuck = true;
-    fWriter->SetSourceVideoFormat(raw_video());
-    fWriter->SetEncodedVideoFormat(encoded_video("MJPEG"));
-    fWriter->SetSourceAudioFormat(pcm());
-    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
-    Frame first(0, 1001);
-    ASSERT_EQ(fWriter->WriteVideo(first), 0);
-    const unsigned char block[64] = {};
-    Packet packet;
-    while (fWriter->IsAudioReady()) {
-        ASSERT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 64), 0);
-    }
-    EXPECT_EQ(fWriter->CloseStreams(0), -14);
-    // Nothing is held any more: this frame is, and the one before it does not leave twice.
-    Frame second(1001, 1001);
-    ASSERT_EQ(fWriter->WriteVideo(second), 0);
-    EXPECT_EQ(second.written, 0);
-    fFile.stuck = false;
-    fWriter->Close();
-    int pictures = 0;
-    for (const auto& sample : fFile.samples) pictures += sample.track == 0 ? 1 : 0;
-    EXPECT_EQ(pictures, 2);
-}
-
-TEST_F(Writer, ALimitOfNothingGivesUpAtTheFirstLook) {
-    open();
-    fFile.stuck = true;
-    fWriter->SetSourceAudioFormat(pcm());
-    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
-    const unsigned char block[64] = {};
-    Packet packet;
-    // Full for good only when the file's thread has taken the one sample that it stands still with.
-    while (!fFile.entered || fWriter->IsAudioReady()) {
-        if (!fWriter->IsAudioReady()) continue;
-        ASSERT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 64), 0);
-    }
-    EXPECT_EQ(fWriter->CloseStreams(0), -14);
-    EXPECT_EQ(fWriter->CloseStreams(1000), -14);
-    fFile.stuck = false;
-    EXPECT_EQ(fWriter->CloseStreams(10'000'000), 0);
-    fWriter->Close();
-    EXPECT_TRUE(fFile.finished);
 }
 
 }  // namespace

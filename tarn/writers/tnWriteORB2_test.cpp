@@ -12,40 +12,12 @@
 #include "tarn/writers/fileTimescale.h"
 
 #include "tests/support/WriterFixture.h"
+#include "tests/support/writerWaits.h"
 
 using namespace writerFixture;
-
-struct tnWriteORB2TestPeer {
-    static void CopySamples(tnWriteORB2& writer) { writer.fCopySamples = true; }
-};
+using writerWaits::Waits;
 
 namespace {
-
-TEST_F(Writer, CopiesPicturesOfTheFormatsThatItKnows) {
-    struct Case {
-        unsigned int enters;
-        int code;
-    };
-    const Case cases[] = {{'UYVY', 0}, {'YUYV', 0}, {'NV12', 0},
-                          {'YV12', 0}, {'BGRA', 0}, {'I420', -1050}};
-    for (const Case& c : cases) {
-        fScript.inputFormats = {c.enters};
-        fConverterScript.outputFormats = {c.enters};
-        ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
-        tnWriteORB2TestPeer::CopySamples(*fWriter);
-        Frame frame(0, 1001);
-        EXPECT_EQ(fWriter->WriteVideo(frame), c.code) << c.enters;
-        fWriter->Close();
-    }
-}
-
-TEST_F(Writer, ACopyWithoutPixelsToCopyFails) {
-    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
-    tnWriteORB2TestPeer::CopySamples(*fWriter);
-    Frame frame(0, 1001);
-    frame.hasPixels = false;
-    EXPECT_EQ(fWriter->WriteVideo(frame), -1051);
-}
 
 TEST_F(Writer, ThatWasNeverOpenedClosesAndRefusesToWrite) {
     EXPECT_EQ(fWriter->CloseStreams(0), 0);
@@ -81,6 +53,31 @@ TEST_F(Writer, TakesAPathWithoutAnExtension) {
     EXPECT_EQ(fWriter->Open(fFolder.File("movie").c_str(), 'mov ', 0, 0), 0);
 }
 
+TEST_F(Writer, AnExtensionThatTheContainerRefusesMakesNoFile) {
+    const std::string path = fFolder.File("x." + std::string(40, 'e'));
+    EXPECT_EQ(fWriter->Open(path.c_str(), 'mov ', 0, 0), -1006);
+    EXPECT_FALSE(std::ifstream(path).good());
+}
+
+TEST_F(Writer, AContainerThatIsNotAMovieGoesWithoutTuning) {
+    const RegisteredFile other(fFile, {'xtra'});
+    open('xtra', 10.0, 5);
+    fWriter->SetSourceVideoFormat(raw_video());
+    fWriter->SetEncodedVideoFormat(encoded_video("MJPEG", 10000000, 333667));
+    fWriter->SetSourceAudioFormat(pcm());
+    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
+    Frame frame(333667, 333667);
+    EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+    fWriter->Close();
+    ASSERT_EQ(fFile.tracks.size(), 2u);
+    EXPECT_EQ(fFile.tracks[0].timescale, 10000000);
+    EXPECT_EQ(fFile.tracks[0].expectedDuration, 0);
+    EXPECT_EQ(fFile.tracks[1].expectedDuration, 0);
+    EXPECT_EQ(fFile.options.checkpointSeconds, MovieFileOptions().checkpointSeconds);
+    ASSERT_EQ(fFile.samples.size(), 1u);
+    EXPECT_EQ(fFile.samples[0].time, 333667);
+}
+
 TEST_F(Writer, ThatWasOpenedButNotWrittenToClosesAndOpensAgain) {
     open();
     EXPECT_EQ(fWriter->CloseStreams(0), 0);
@@ -108,6 +105,22 @@ TEST_F(Writer, HoldsEachFrameUntilTheNextTellsItsLength) {
         times.emplace_back(sample.time, sample.duration);
     EXPECT_EQ(times, (std::vector<std::pair<long long, long long>>{
                          {0, 1001}, {1001, 2002}, {3003, 0}, {3003, 1001}, {4004, 1001}}));
+}
+
+//  0     3003   2002 (goes back)   5005
+TEST_F(Writer, AFrameThatGoesBackGivesTheOneBeforeANegativeLength) {
+    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+    std::vector<std::pair<long long, long long>> entered;
+    fScript.look = [&](const CVideoSample& sample) {
+        entered.emplace_back(sample.GetTime(), sample.GetDuration());
+    };
+    for (const long long time : {0, 3003, 2002, 5005}) {
+        Frame frame(time, 1001);
+        EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+    }
+    fWriter->Close();
+    EXPECT_EQ(entered, (std::vector<std::pair<long long, long long>>{
+                           {0, 3003}, {3003, -1001}, {2002, 3003}, {5005, 1001}}));
 }
 
 TEST_F(Writer, ReportsTheBytesThatTheTrackTook) {
@@ -261,9 +274,7 @@ TEST_F(Writer, SetsX264UpForLiveAndPassesOverRefusals) {
 
     fScript.order.clear();
     ASSERT_EQ(set_up(encoded_video("x264")), 0);
-    // The track tells its compressor the output format by itself, as often as it likes.
-    std::erase(fScript.order, "MediaFilter::OutputFormat");
-    EXPECT_EQ(fScript.order,
+    EXPECT_EQ(settings(),
               (std::vector<std::string>{
                   "H264Compressor::Profile", "H264Compressor::Preset", "H264Compressor::Threads",
                   "H264Compressor::BitRate", "H264Compressor::NumBFrames",
@@ -324,11 +335,20 @@ TEST_F(Writer, SetsMpeg2GroupsByTheKeyFrameRate) {
         EXPECT_EQ(number("MainConceptMpeg2Compressor::ClosedGopInterval"), c.closed) << c.rate;
         fWriter->Close();
     }
-    for (const char* name :
-         {"MainConceptMpeg2Compressor::Profile", "MainConceptMpeg2Compressor::Level",
-          "VideoCompressor::BitRate", "MainConceptMpeg2Compressor::N"}) {
+    tnMediaRecord shortGroups = encoded_video("Mpeg2");
+    shortGroups.SetInt32("key_frame_rate", 5);
+    fScript.order.clear();
+    ASSERT_EQ(set_up(shortGroups), 0);
+    const std::vector<std::string> order = settings();
+    EXPECT_EQ(order, (std::vector<std::string>{
+                         "MainConceptMpeg2Compressor::Profile", "MainConceptMpeg2Compressor::Level",
+                         "VideoCompressor::BitRate", "MainConceptMpeg2Compressor::M",
+                         "MainConceptMpeg2Compressor::N",
+                         "MainConceptMpeg2Compressor::ClosedGopInterval"}));
+    fWriter->Close();
+    for (const std::string& name : order) {
         fScript.refused = {name};
-        EXPECT_EQ(set_up(encoded_video("Mpeg2")), -1041) << name;
+        EXPECT_EQ(set_up(shortGroups), -1041) << name;
     }
 }
 
@@ -345,6 +365,7 @@ TEST_F(Writer, SetsThePlatformsOwnH264Up) {
         EXPECT_EQ(number("VideoToolboxCompressor::Profile"), number66);
         fWriter->Close();
     }
+    EXPECT_EQ(number("VideoCompressor::BitRate"), 2100000);
     EXPECT_EQ(number("VideoToolboxCompressor::KeyFrameInterval"), 240);
     EXPECT_EQ(number("VideoToolboxCompressor::MaximumBitrate"), -999)
         << "a strict rate alone has one";
@@ -356,6 +377,16 @@ TEST_F(Writer, SetsThePlatformsOwnH264Up) {
     ASSERT_EQ(set_up(strict), 0);
     EXPECT_EQ(number("VideoToolboxCompressor::MaximumBitrate"), 1000000);
     EXPECT_EQ(number("VideoToolboxCompressor::KeyFrameInterval"), -999);
+    fWriter->Close();
+
+    fScript.order.clear();
+    strict.SetInt32("key_frame_rate", 12);
+    ASSERT_EQ(set_up(strict), 0);
+    EXPECT_EQ(number("VideoToolboxCompressor::KeyFrameInterval"), 12);
+    EXPECT_EQ(settings(), (std::vector<std::string>{"VideoToolboxCompressor::Profile",
+                                                    "VideoCompressor::BitRate",
+                                                    "VideoToolboxCompressor::KeyFrameInterval",
+                                                    "VideoToolboxCompressor::MaximumBitrate"}));
     fWriter->Close();
 
     fScript.refused = {"VideoToolboxCompressor::KeyFrameInterval",
@@ -425,6 +456,21 @@ TEST_F(Writer, HasACodeForEveryStepOfTheVideoSetUp) {
     fConverterScript.failBegin = true;
     EXPECT_EQ(set_up(encoded_video("MJPEG")), -1040);
     fConverterScript.failBegin = false;
+    {
+        Script none;
+        Registered<CVideoConverter, Converter> inFront('vfc ', none);
+        inFront.GiveNull();
+        EXPECT_EQ(set_up(encoded_video("MJPEG")), -1040);
+    }
+    fScript.inputFormats = {'UYVY'};
+    {
+        Waits waits;
+        waits.fRefuseTracks = true;
+        EXPECT_EQ(set_up(encoded_video("MJPEG")), -1042);
+    }
+    open('mov ', 0, -1);
+    EXPECT_EQ(fWriter->CompleteInitialization(), -1041) << "the container takes no such rate";
+    open();
 
     fFile.failBegin = true;
     EXPECT_EQ(set_up(encoded_video("MJPEG")), -1006);
@@ -493,6 +539,32 @@ TEST_F(Writer, ATrackThatTakesNoMoreSaysSoAndTheFileCloses) {
     EXPECT_TRUE(fFile.finished);
 }
 
+TEST_F(Writer, TheShapeIsTheEncodedRecordsAlone) {
+    tnMediaRecord source = raw_video();
+    source.fWidth.SetInt32(99);
+    source.fHeight.SetInt32(33);
+    source.fColorSpace.SetInt32('r601');
+    source.SetInt64('tmsc', 25000);
+    source.SetUInt64('dura', 1000);
+    source.SetFloat('mfps', 25.0f);
+    tnMediaRecord encoded = encoded_video("MJPEG");
+    encoded.fColorSpace.SetInt32('r709');
+    fScript.inputFormats = {'NV12'};
+    open();
+    fWriter->SetSourceVideoFormat(source);
+    fWriter->SetEncodedVideoFormat(encoded);
+    ASSERT_EQ(fWriter->CompleteInitialization(), 0);
+    for (const Script* side : {&fScript, &fConverterScript}) {
+        EXPECT_EQ(side->input->GetWidth(), kWidth);
+        EXPECT_EQ(side->input->GetHeight(), kHeight);
+        EXPECT_EQ(side->input->GetTimescale(), 30000);
+        EXPECT_EQ(side->input->GetFrameDuration(), 1001);
+        EXPECT_EQ(side->input->GetColorSpace(), ColorSpace::BT709);
+    }
+    EXPECT_EQ(fConverterScript.input->GetFormat(), 'UYVY');
+    EXPECT_EQ(fFile.tracks.at(0).width, kWidth);
+}
+
 TEST_F(Writer, AnnouncesItsLengthAndTheRateOfItsSafeStates) {
     open('mov ', 10.0, 5);
     fWriter->SetSourceVideoFormat(raw_video());
@@ -522,37 +594,6 @@ TEST_F(Writer, AnAbsurdLengthIsTheLongestThatATrackHas) {
         EXPECT_EQ(fFile.tracks.at(0).expectedDuration, LLONG_MAX);
         fWriter->Close();
     }
-}
-
-TEST_F(Writer, ATrackThatIsNotReadyInTimeStandsAsItWas) {
-    fScript.stuck = true;
-    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
-    int frames = 0;
-    for (; fWriter->IsVideoReady(); ++frames) {
-        Frame frame(frames * 1001, 1001);
-        ASSERT_EQ(fWriter->WriteVideo(frame), 0);
-    }
-    EXPECT_FALSE(fWriter->IsAllMediaReady());
-    EXPECT_TRUE(fWriter->IsAudioReady());
-    // The held frame goes first, and would wait for room: somebody has to make some.
-    std::thread helper([this] { fScript.stuck = false; });
-    const int code = fWriter->CloseStreams(0);
-    EXPECT_TRUE(code == 0 || code == -14);
-    helper.join();
-    EXPECT_EQ(fWriter->CloseStreams(10'000'000), 0);
-    fWriter->Close();
-    EXPECT_EQ(static_cast<int>(fFile.samples.size()), frames);
-}
-
-TEST_F(Writer, ClosedStreamsCloseAgainAtOnce) {
-    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
-    Frame frame(0, 1001);
-    EXPECT_EQ(fWriter->WriteVideo(frame), 0);
-    EXPECT_EQ(fWriter->CloseStreams(1'000'000), 0);
-    EXPECT_EQ(fWriter->CloseStreams(0), 0);
-    EXPECT_EQ(fWriter->WriteVideo(frame), -1006) << "the tracks are gone";
-    fWriter->Close();
-    EXPECT_EQ(fFile.samples.size(), 1u) << "the held frame left with the close";
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include "tarn/writers/tnWriteORB.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -15,11 +14,16 @@
 #include "tests/support/TestFolder.h"
 #include "tests/support/earlierWriter.h"
 #include "tests/support/orbDoubles.h"
+#include "tests/support/writerWaits.h"
 
 using namespace earlierWriter;
 using namespace orbDoubles;
+using writerWaits::Waits;
 
 namespace {
+
+constexpr int kFullTrack = 3;  // one frame inside the encoder, two in front of it
+const std::vector<unsigned int> kThreeSleeps = {10'000, 10'000, 10'000};
 
 class EarlierWriter : public testing::Test {
 protected:
@@ -58,6 +62,31 @@ protected:
     int write(int size = 400, int track = 0) {
         const std::vector<unsigned char> block(static_cast<std::size_t>(size), 0);
         return fWriter->WriteAudioPacket(nullptr, 0, 0, block.data(), size, track);
+    }
+    /// Writes frames until the track is full for good, with the encoder stuck on the first.
+    void fill_pictures(const Waits& waits) {
+        fScript.stuck = true;
+        for (int i = 0; i < kFullTrack; ++i) {
+            const FramePtr frame(new Frame);
+            ASSERT_EQ(fWriter->WriteVideo(*frame), 0);
+            while (!fScript.entered) std::this_thread::yield();
+        }
+        ASSERT_FALSE(waits.IsReady());
+    }
+    /// The same with blocks of sound, and the file stuck on the first; how many went in.
+    int fill_sound(const Waits& waits) {
+        int blocks = 0;
+        do {
+            EXPECT_EQ(write(), 0);
+            ++blocks;
+            while (!fFile.entered) std::this_thread::yield();
+        } while (waits.IsReady());
+        return blocks;
+    }
+    void make_room(const Waits& waits) {
+        fScript.stuck = false;
+        fFile.stuck = false;
+        while (!waits.IsReady()) std::this_thread::yield();
     }
     long long quality() const {
         const auto found = fScript.numbers.find("JpegCompressor::Quality");
@@ -272,6 +301,11 @@ TEST_F(EarlierWriter, EveryFailureOfTheSetUpHasTheOneCode) {
 
     fConverter.GiveNull();
     EXPECT_EQ(code_of("MJPEG"), -1006);
+
+    Waits waits;
+    waits.fRefuseTracks = true;
+    EXPECT_EQ(code_of("ProRes"), -1006);
+    EXPECT_EQ(set_up_audio(encoded_audio(1)), -1006);
 }
 
 TEST_F(EarlierWriter, FailedSetUpIsTriedAgainWhole) {
@@ -433,33 +467,82 @@ TEST_F(EarlierWriter, OnlyItsOwnBuffersAreTold) {
     fWriter->close();
 }
 
-TEST_F(EarlierWriter, FullTrackDropsFrames) {
-    fScript.stuck = true;
+TEST_F(EarlierWriter, FullTrackDropsFramesAfterThreeSleeps) {
     ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
-    // Three wait in front of the encoder and one is inside. The others come back, each after the
-    // 30 milliseconds that a write may take, and are gone.
-    for (int i = 0; i < 12; ++i) {
+    Waits waits;
+    fill_pictures(waits);
+    for (int i = 0; i < 3; ++i) {
+        waits.fSleeps.clear();
         const FramePtr frame(new Frame);
         frame->fBytesWritten = 77;
         EXPECT_EQ(fWriter->WriteVideo(*frame), 0);
-        EXPECT_TRUE(i < 6 || frame->fBytesWritten == 77) << "a frame that vanished is not told";
+        EXPECT_EQ(frame->fBytesWritten, 77) << "a frame that vanished is not told";
+        EXPECT_EQ(waits.fSleeps, kThreeSleeps);
     }
-    EXPECT_LE(gFrames, 4) << "what was dropped is not kept";
+    EXPECT_EQ(gFrames, kFullTrack) << "what was dropped is not kept";
     fScript.stuck = false;
     fWriter->close();
-    EXPECT_GE(fFile.samples.size(), 3u);
-    EXPECT_LE(fFile.samples.size(), 4u);
+    EXPECT_EQ(fFile.samples.size(), std::size_t{kFullTrack});
 }
 
-TEST_F(EarlierWriter, FullTrackDropsSound) {
+TEST_F(EarlierWriter, FrameGoesInWhereRoomComesDuringASleep) {
+    for (const std::size_t sleeps : {1u, 2u, 3u}) {
+        fFile.samples.clear();
+        fScript.entered = false;
+        ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
+        Waits waits;
+        fill_pictures(waits);
+        waits.fSleeps.clear();
+        waits.fOnSleep = [&] {
+            if (waits.fSleeps.size() == sleeps) make_room(waits);
+        };
+        const FramePtr frame(new Frame);
+        frame->fBytesWritten = 77;
+        EXPECT_EQ(fWriter->WriteVideo(*frame), 0);
+        EXPECT_NE(frame->fBytesWritten, 77) << sleeps;
+        EXPECT_EQ(waits.fSleeps.size(), sleeps);
+        fScript.stuck = false;
+        fFile.stuck = false;
+        fWriter->close();
+        EXPECT_EQ(fFile.samples.size(), std::size_t{kFullTrack} + 1) << sleeps;
+    }
+}
+
+TEST_F(EarlierWriter, FullTrackDropsSoundAfterThreeSleeps) {
     fFile.stuck = true;
     ASSERT_EQ(set_up_audio(encoded_audio(1)), 0);
-    constexpr int kBlocks = 75;  // the file's queue takes 64, and its thread holds one
-    for (int i = 0; i < kBlocks; ++i) ASSERT_EQ(write(), 0);
+    Waits waits;
+    const int blocks = fill_sound(waits);
+    for (int i = 0; i < 3; ++i) {
+        waits.fSleeps.clear();
+        EXPECT_EQ(write(), 0);
+        EXPECT_EQ(waits.fSleeps, kThreeSleeps);
+    }
     fFile.stuck = false;
     fWriter->close();
-    EXPECT_GE(fFile.samples.size(), 64u);
-    EXPECT_LT(fFile.samples.size(), static_cast<std::size_t>(kBlocks));
+    EXPECT_EQ(fFile.samples.size(), static_cast<std::size_t>(blocks));
+}
+
+TEST_F(EarlierWriter, SoundGoesInWhereRoomComesBeforeTheThirdSleep) {
+    for (const std::size_t sleeps : {1u, 2u, 3u}) {
+        fFile.samples.clear();
+        fFile.stuck = true;
+        fFile.entered = false;
+        ASSERT_EQ(set_up_audio(encoded_audio(1)), 0);
+        Waits waits;
+        const int blocks = fill_sound(waits);
+        waits.fSleeps.clear();
+        waits.fOnSleep = [&] {
+            if (waits.fSleeps.size() == sleeps) make_room(waits);
+        };
+        EXPECT_EQ(write(), 0);
+        EXPECT_EQ(waits.fSleeps.size(), sleeps);
+        fScript.stuck = false;
+        fFile.stuck = false;
+        fWriter->close();
+        const int expected = sleeps < 3 ? blocks + 1 : blocks;
+        EXPECT_EQ(fFile.samples.size(), static_cast<std::size_t>(expected)) << sleeps;
+    }
 }
 
 TEST_F(EarlierWriter, BytesOfAFrameLiveUntilTheEncoderHasRead) {
@@ -476,22 +559,55 @@ TEST_F(EarlierWriter, BytesOfAFrameLiveUntilTheEncoderHasRead) {
     EXPECT_EQ(fFile.samples.size(), 3u);
 }
 
-TEST_F(EarlierWriter, CloseWaitsForATrackThatIsSlow) {
-    fScript.stuck = true;
+TEST_F(EarlierWriter, CloseEndsATrackThatIsSlowAfterThreeSeconds) {
     ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
-    for (int i = 0; i < 6; ++i) {
-        const FramePtr frame(new Frame);
-        EXPECT_EQ(fWriter->WriteVideo(*frame), 0);
-    }
-    // Past its three seconds the close goes on, and still waits for what the track holds.
-    std::thread slow([this] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(3'500));
+    Waits waits;
+    fill_pictures(waits);
+    waits.fOnWait = [&] {
+        if (waits.fWaits > 1000) fScript.stuck = false;  // else a close without a limit hangs
+    };
+    // A full track is ready again when its stream is at its end; what it holds is still written.
+    int waited = -1;
+    std::thread end([&] {
+        while (!waits.IsReady()) std::this_thread::yield();
+        waited = waits.fWaits;
         fScript.stuck = false;
     });
     fWriter->close();
-    slow.join();
-    EXPECT_GE(fFile.samples.size(), 3u);
+    end.join();
+    EXPECT_EQ(waited, 30) << "tenths of a second";
+    EXPECT_EQ(fFile.samples.size(), std::size_t{kFullTrack});
     EXPECT_TRUE(fFile.finished);
+    fWriter->close();
+}
+
+TEST_F(EarlierWriter, CloseGoesOnAsSoonAsAllTracksAreReady) {
+    ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
+    Waits waits;
+    fill_pictures(waits);
+    waits.fOnWait = [&] {
+        if (waits.fWaits == 5) make_room(waits);
+    };
+    fWriter->close();
+    EXPECT_EQ(waits.fWaits, 5);
+    EXPECT_TRUE(fFile.finished);
+}
+
+TEST_F(EarlierWriter, ItsOwnBuffersAreToldWhatTheFileTookMeanwhile) {
+    fScript.stuck = true;
+    ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
+    const FramePtr first(new Frame);
+    ASSERT_EQ(fWriter->WriteVideo(*first), 0);
+    EXPECT_EQ(first->fBytesWritten, 0);
+    Waits waits;
+    waits.fOnByteCount = [&] {
+        fScript.stuck = false;
+        while (waits.BytesWritten() == 0) std::this_thread::yield();
+    };
+    const FramePtr second(new Frame);
+    ASSERT_EQ(fWriter->WriteVideo(*second), 0);
+    EXPECT_GE(second->fBytesWritten, 10);
+    EXPECT_EQ(second->fBytesWritten % 10, 0);
     fWriter->close();
 }
 

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "orb/CByteArray.h"
 #include "orb/CPixelBufferDataReference.h"
@@ -29,6 +31,7 @@ public:
     EncodedBufferTiming GetTiming() override { return fTiming; }
     CPixelDataReference* GetPixelData() override {
         if (!hasPixels) return nullptr;
+        if (pixels) return RObject<CPixelDataReference>(pixels).Detach();
         const RObject<CByteArray> bytes(new CByteArray(kWidth * 2 * kHeight * 2, 1));
         std::memset(bytes->GetData(), 128, static_cast<std::size_t>(bytes->GetLength()));
         return new CPixelBufferDataReference(bytes.Get(), kWidth, kHeight, kWidth * 2);
@@ -37,6 +40,7 @@ public:
     EncodedBufferTiming fTiming;
     int written = -1;
     bool hasPixels = true;
+    RObject<CPixelDataReference> pixels;  ///< in place of grey ones of its own
 };
 
 class Packet final : public tnAudioCompressor2::EncodedBuffer {
@@ -96,7 +100,11 @@ protected:
         fConverterScript.inputFormats = {'UYVY', 'BGRA', 'I420'};
         fConverterScript.outputFormats = {'UYVY', 'I420', 'NV12', 'BGRA', 'GREY'};
     }
-    ~Writer() override { fWriter->Release(); }
+    ~Writer() override {
+        fScript.stuck = false;
+        fFile.stuck = false;
+        if (fWriter) fWriter->Release();
+    }
 
     void open(unsigned int container = 'mov ', double seconds = 0, int moovRate = 0) {
         ASSERT_EQ(fWriter->Open(fFolder.File("movie.mov").c_str(), container, moovRate, seconds),
@@ -110,8 +118,36 @@ protected:
         fWriter->SetEncodedVideoFormat(encoded);
         return fWriter->CompleteInitialization();
     }
+    /// Opens a movie with a track of pictures and one of plain sound.
+    void set_up_both() {
+        open();
+        fWriter->SetSourceVideoFormat(raw_video());
+        fWriter->SetEncodedVideoFormat(encoded_video("MJPEG"));
+        fWriter->SetSourceAudioFormat(pcm());
+        fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
+        ASSERT_EQ(fWriter->CompleteInitialization(), 0);
+    }
+    /// Writes frames, with the encoder stuck on the first, for as long as the track is ready.
+    int fill_pictures() {
+        fScript.stuck = true;
+        int frames = 0;
+        for (; !fScript.entered || fWriter->IsVideoReady(); ++frames) {
+            while (!fWriter->IsVideoReady()) std::this_thread::yield();
+            Frame frame(frames * 1001, 1001);
+            EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+        }
+        return frames;
+    }
     long long number(const char* name) {
         return fScript.numbers.count(name) ? fScript.numbers[name] : -999;
+    }
+
+    /// The properties that were set so far, in order, but for the output format: a track tells its
+    /// compressor that by itself, as often as it likes.
+    std::vector<std::string> settings() const {
+        std::vector<std::string> names = fScript.order;
+        std::erase(names, "MediaFilter::OutputFormat");
+        return names;
     }
 
     tests::TestFolder fFolder;

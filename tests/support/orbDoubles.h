@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -35,8 +36,11 @@ struct Script {
     bool failBegin = false;
     bool failSample = false;
     bool giveNothing = false;
-    std::atomic<bool> stuck{false};  ///< ProcessSample does not come back while this is set
-    std::set<std::string> refused;   ///< property names
+    std::atomic<bool> stuck{false};    ///< ProcessSample does not come back while this is set
+    std::atomic<bool> entered{false};  ///< ProcessSample was called
+    /// Sees every picture as it enters, on the component's thread.
+    std::function<void(const CVideoSample&)> look;
+    std::set<std::string> refused;  ///< property names
 
     std::map<std::string, long long> numbers;  ///< properties that were set
     std::map<std::string, std::string> texts;
@@ -122,6 +126,8 @@ public:
     }
     Result ProcessSample(CVideoSample* sample) override {
         if (!sample) return 0;
+        this->fScript.entered = true;
+        if (this->fScript.look) this->fScript.look(*sample);
         while (this->fScript.stuck) std::this_thread::yield();
         if (this->fScript.failSample) return ResultError("told to fail");
         fSamples.push_back(RObject<CVideoSample>(made_from(sample)));
@@ -281,12 +287,14 @@ private:
     FileScript& fScript;
 };
 
-/// Puts the double in place of the files of both container types for as long as it lives.
+/// Puts the double in place of the files of these container types for as long as it lives.
 class RegisteredFile {
 public:
-    explicit RegisteredFile(FileScript& script) {
+    explicit RegisteredFile(FileScript& script,
+                            const std::vector<unsigned int>& types = {'mov ', 'mp4 '})
+        : fTypes(types) {
         CurrentFileScript() = &script;
-        for (const unsigned int type : kTypes) {
+        for (const unsigned int type : fTypes) {
             MovieFileInventory::Add(type, [](const char*, const MovieFileOptions& options) {
                 CurrentFileScript()->options = options;
                 return std::unique_ptr<MovieFile>(new FileDouble(*CurrentFileScript()));
@@ -294,13 +302,13 @@ public:
         }
     }
     ~RegisteredFile() {
-        for (const unsigned int type : kTypes) MovieFileInventory::Add(type, nullptr);
+        for (const unsigned int type : fTypes) MovieFileInventory::Add(type, nullptr);
     }
     RegisteredFile(const RegisteredFile&) = delete;
     RegisteredFile& operator=(const RegisteredFile&) = delete;
 
 private:
-    static constexpr unsigned int kTypes[] = {'mov ', 'mp4 '};
+    const std::vector<unsigned int> fTypes;
 };
 
 }  // namespace orbDoubles
