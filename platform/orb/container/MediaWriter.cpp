@@ -45,11 +45,6 @@ int MediaWriter::Flush() {
     return flush_all({nullptr, 0}, 0);
 }
 
-bool MediaWriter::HasPending() const {
-    return std::any_of(fTracks.begin(), fTracks.end(),
-                       [](const Track& track) { return !track.pending.Empty(); });
-}
-
 int MediaWriter::flush_all(const FileSpan& borrowed, std::size_t borrower) {
     // The one that has borrowed bytes goes last, so that they follow its own.
     std::stable_partition(fOrder.begin(), fOrder.end(),

@@ -26,7 +26,6 @@ public:
             std::size_t size);
     /// Writes what waits.
     int Flush();
-    bool HasPending() const;
 
 private:
     struct Track {

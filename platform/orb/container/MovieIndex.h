@@ -23,7 +23,6 @@ namespace Quillon::Orb {
 class MovieIndex {
 public:
     static constexpr long long kAlignment = 4096;
-    static constexpr long long kSwitchSize = 16;
 
     MovieIndex(FileLayer& file, const Movie& movie) : fFile(file), fMovie(movie) {}
 

@@ -18,7 +18,7 @@ namespace {
 constexpr int kSpansPerCall = 64;
 constexpr mode_t kNewFileMode = 0666;
 constexpr const char* kUnpublished = ".part";
-constexpr int kMostSiblings = 9;
+constexpr int kMostSiblings = 99;
 
 int failure() {
     return -errno;
@@ -77,7 +77,7 @@ int PosixFile::create_sibling() {
 }
 
 /// Never a file that stands there already: it may be another program's, or what another recorder is
-/// about to publish. Names are few, so that those which killed recorders left behind stay few.
+/// about to publish. Names come to an end, so that what killed recorders leave behind does too.
 int PosixFile::open_new_sibling() {
     for (int i = 1; i <= kMostSiblings; ++i) {
         fTemporary = fPath + kUnpublished + (i == 1 ? "" : std::to_string(i));

@@ -87,14 +87,14 @@ TEST_F(PosixFileTest, WhereAllNamesBesideItAreTakenItIsWrittenInPlace) {
     const std::string path = Path("a.mov");
     put(path, "old");
     put(path + ".part", "left behind");
-    for (int i = 2; i < 10; ++i) put(path + ".part" + std::to_string(i), "left behind");
+    for (int i = 2; i < 100; ++i) put(path + ".part" + std::to_string(i), "left behind");
     ASSERT_EQ(fFile->Create(path.c_str()), 0);
     ASSERT_EQ(fFile->WriteAt(0, "new", 3), 0);
     ASSERT_EQ(fFile->Publish(), 0);
     ASSERT_EQ(fFile->Close(), 0);
     EXPECT_EQ(contents_of(path), "new");
-    EXPECT_EQ(contents_of(path + ".part9"), "left behind");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.Path()), {}), 10);
+    EXPECT_EQ(contents_of(path + ".part99"), "left behind");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(fFolder.Path()), {}), 100);
 }
 
 TEST_F(PosixFileTest, TakesThePlaceOfTheFileBehindALinkAndKeepsItsMode) {

@@ -55,7 +55,6 @@ public:
     long long SampleCount() const { return fSamples; }
     /// Media time at which the last sample ends.
     long long Duration() const { return fSamples == 0 ? 0 : fLastTime + fLastDuration; }
-    long long LastTime() const { return fLastTime; }
 
     // Over all samples so far; 0 while there is none.
     long long FirstDisplay() const { return fFirstDisplay; }
