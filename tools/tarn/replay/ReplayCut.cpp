@@ -266,9 +266,10 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
         progress(ReplaySeconds(piece.stop - fWish.in) / ReplaySeconds(fWish.out - fWish.in));
     }
     if (fBegun) return fWriter.Finish(error);
-    error = fmt::format(
-        "'{}': {}", fWish.output,
-        fResult.stopped ? "stopped before anything was copied" : "no key frame in that stretch");
+    error = fResult.stopped
+                ? fmt::format("'{}': stopped before anything was copied", fWish.output)
+                : fmt::format("'{}': no key frame from there on; choose an earlier --in",
+                              fFiles.front().Piece().path);
     return false;
 }
 
@@ -276,7 +277,6 @@ void Cutter::Abandon() {
     fWriter = CutWriter();
     std::error_code ignored;
     if (fBegun) std::filesystem::remove(fWish.output, ignored);
-    fResult = {};
 }
 
 /// An empty line, or why the output cannot be where it is asked for.
@@ -313,6 +313,7 @@ bool CutReplay(const ReplayRecording& recording, const ReplayCutWish& wish,
         if (cutter.Copy(stop, progress, error)) return true;
         cutter.Abandon();
         if (!wish.exact || !cutter.IsMixed()) return false;
+        result = {};
         error.clear();
     }
     return EncodeReplay(cutter.Files(), wish, stop, progress, result, error);
