@@ -3,12 +3,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <new>
 
 #include "orb/CString.h"
+#include "orb/fourText.h"
 
 namespace Quillon::Orb {
 
@@ -56,10 +56,7 @@ int CObject::GetHashCode() const {
 }
 
 CString* CObject::ToString() const {
-    char text[8];
-    std::snprintf(text, sizeof text, "'%c%c%c%c'", fType >> 24 & 255, fType >> 16 & 255,
-                  fType >> 8 & 255, fType & 255);
-    return new CString(text);
+    return new CString(four_text(fType).c_str());
 }
 
 CObject::Monitor* CObject::monitor() const noexcept {

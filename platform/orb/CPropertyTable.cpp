@@ -1,8 +1,8 @@
 #include "orb/CPropertyTable.h"
 
-#include <cstdio>
 #include <utility>
 
+#include "orb/fourText.h"
 #include "spar/trace.h"
 
 namespace Quillon::Orb {
@@ -19,17 +19,13 @@ struct CPropertyTable::Entry {
 namespace {
 
 std::string text_of(const PropertyValue& value) {
-    char text[16];
     switch (value.kind) {
         case PropertyValue::Kind::Int:
             return std::to_string(value.integer);
         case PropertyValue::Kind::Bool:
             return value.flag ? "true" : "false";
         case PropertyValue::Kind::Four:
-            if (value.four == 0) return "0";
-            std::snprintf(text, sizeof text, "'%c%c%c%c'", value.four >> 24 & 255,
-                          value.four >> 16 & 255, value.four >> 8 & 255, value.four & 255);
-            return text;
+            return value.four == 0 ? "0" : four_text(value.four);
         case PropertyValue::Kind::String:
             break;
     }
