@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """tarn record beside the ffmpeg program: the same raw 1080p60 frames, the same encoder settings.
 
+Motion JPEG comes from another encoder than ffmpeg's, at a like quality: compare the files' sizes too.
+
 Runs alternate, so that whatever else the machine does falls on both alike; medians are compared.
 Usage: record_beside_ffmpeg.py [ROUNDS] [FRAMES]
 """

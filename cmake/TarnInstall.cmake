@@ -60,9 +60,6 @@ foreach(name ${public_headers})
     cmake_path(GET name PARENT_PATH folder)
     install(FILES ${path} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder})
 endforeach()
-# For the checks of script/lint.
-list(JOIN public_headers "\n" lines)
-file(WRITE ${CMAKE_BINARY_DIR}/public_headers.txt "${lines}\n")
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tarnConfig.cmake.in
                               ${CMAKE_BINARY_DIR}/tarnConfig.cmake

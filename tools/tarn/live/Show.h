@@ -26,7 +26,6 @@ struct ShowRate {
     double PerSecond() const {
         return static_cast<double>(numerator) / static_cast<double>(denominator);
     }
-    bool IsGiven() const { return numerator > 0; }
 };
 
 constexpr double kFastestShowRate = 1000;
