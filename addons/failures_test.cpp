@@ -172,6 +172,36 @@ TEST_F(Failures, AnEncoderThatIsNotThereIsToldOf) {
     }
 }
 
+// Files that convert sound for themselves take it as it comes, but not without a shape.
+TEST_F(Failures, SoundThatNobodyDescribedIsToldOf) {
+    const struct {
+        int rate;
+        int channels;
+        int bits;
+        int status;
+    } rows[] = {{48000, 2, 16, 0},
+                {48000, 2, 24, 0},
+                {0, 2, 16, -1041},
+                {48000, 0, 16, -1041},
+                {48000, 2, 0, -1041}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message()
+                     << row.rate << " Hz, " << row.channels << " x " << row.bits << " bits");
+        const Camera camera(1);
+        Show show("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+        ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+        tnMediaRecord source = camera.Sound(nullptr);
+        source.fSampleRate.SetInt32(row.rate);
+        source.fChannels.SetInt32(row.channels);
+        source.fBitsPerSample.SetInt32(row.bits);
+        tnFilterManager::Default()->SetInputFormat(2, source);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fState, row.status == 0 ? 0 : 2);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fStatus, row.status);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+        show.End();
+    }
+}
+
 // Pictures would wait for such sound, and then begin without it.
 TEST_F(Failures, SoundThatCannotBeEncodedIsToldOf) {
     const struct {

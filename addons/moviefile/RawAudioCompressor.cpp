@@ -67,13 +67,14 @@ int RawAudioCompressor::Create(const tnMediaRecord& input, const tnMediaRecord& 
     fRate = input.fSampleRate.AsInt32(0);
     const int bits = input.fChannels.AsInt32(0) * input.fBitsPerSample.AsInt32(0);
     fFrameBytes = bits > 0 ? static_cast<unsigned int>(bits / kBitsPerByte) : 0;
-    return fRate > 0 && fFrameBytes > 0 ? 0 : kNotDescribed;
+    fCreateError = fRate > 0 && fFrameBytes > 0 ? 0 : kNotDescribed;
+    return fCreateError;
 }
 
 int RawAudioCompressor::EncodeFrame(EncodedBuffer** out, double timeMs, void* data,
                                     unsigned int count) {
     *out = nullptr;
-    if (fFrameBytes == 0) return kNotDescribed;
+    if (fCreateError != 0 || fFrameBytes == 0) return kNotDescribed;
     const unsigned int frames = count / fFrameBytes;
     if (frames > 0) {
         *out =

@@ -5,6 +5,8 @@
 #include "tarn/filters/tnAudioCompressor.h"
 #include "tarn/foundation/tnMediaRecord.h"
 
+#include "addons/support/AnsweringFilter.h"
+
 /// A block of PCM as it was written, of any length and format.
 class RawAudioBuffer final : public tnAudioCompressor::EncodedBuffer {
 public:
@@ -29,7 +31,7 @@ private:
 };
 
 /// Hands sound on as it comes; the file writer converts what must be converted.
-class RawAudioCompressor final : public tnAudioCompressor {
+class RawAudioCompressor final : public tnAudioCompressor, public AnsweringFilter {
 public:
     RawAudioCompressor();
     ~RawAudioCompressor() override;
@@ -41,10 +43,13 @@ public:
     int Create(const tnMediaRecord& input, const tnMediaRecord& output) override;
     int EncodeFrame(EncodedBuffer** out, double timeMs, void* data, unsigned int count) override;
     int FramesPerPacket() const override;
+    /// What Create gave; 0 before it.
+    int ConfigurationError() const override { return fCreateError; }
 
 private:
     tnMediaRecord fInputFormat;
     tnMediaRecord fOutputFormat;
     unsigned int fFrameBytes = 0;
+    int fCreateError = 0;
     double fRate = 0;
 };

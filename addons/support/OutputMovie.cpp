@@ -9,6 +9,8 @@
 #include "tarn/filters/tnPcmAudioFilter.h"
 #include "tarn/movies/tnSharedEncoders.h"
 
+#include "addons/support/AnsweringFilter.h"
+
 namespace {
 
 constexpr int kNullArgument = -22;
@@ -39,6 +41,9 @@ std::string numbered(const std::string& path, int number) {
 
 /// What keeps a filter from encoding; 0 for nothing, and for kinds that cannot be asked.
 int error_of(const tnFilter* filter) {
+    if (const auto* own = dynamic_cast<const AnsweringFilter*>(filter)) {
+        return own->ConfigurationError();
+    }
     if (const auto* video = dynamic_cast<const tnOrbVideoCompressor*>(filter)) {
         return video->ConfigurationError();
     }
