@@ -190,6 +190,19 @@ private:
     long long fLeft = 0;  // frames of its stretch
 };
 
+/// What stands in a movie that has come as far as `time`.
+void tell_written(const std::vector<Stretch>& stretches, long long time, ReplayCutResult& result) {
+    result.from = stretches.front().from;
+    result.to = result.from;
+    result.segments = 0;
+    for (const Stretch& stretch : stretches) {
+        if (stretch.at >= time) break;
+        result.to = std::min(stretch.to, stretch.from + time - stretch.at);
+        ++result.segments;
+    }
+    result.gaps = std::max(0LL, result.to - result.from - time);
+}
+
 int kilobits_of(const std::vector<Stretch>& stretches) {
     double bits = 0;
     double seconds = 0;
@@ -233,12 +246,10 @@ bool EncodeReplay(const std::vector<SegmentFile>& files, const ReplayCutWish& wi
         encoding.join();
     }
     error = recorder.Error();
-    result.from = stretches.front().from;
-    result.to = stretches.back().to;
+    // The ends of a whole cut are those that were asked for; a picture may stand over either.
+    const double reached = stop ? recorder.Figures().seconds.load() : seconds;
+    tell_written(stretches, std::llround(reached * kReplayUnitsPerSecond), result);
     result.frames = recorder.Figures().frames;
-    result.segments = stretches.size();
-    result.gaps = result.to - result.from -
-                  static_cast<long long>(std::llround(seconds * kReplayUnitsPerSecond));
     result.encoded = true;
     result.stopped = stop;
     return written;

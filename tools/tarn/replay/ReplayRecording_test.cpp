@@ -11,6 +11,8 @@
 #include "ReplayCut.h"
 #include "ReplayList.h"
 #include "ReplayPurge.h"
+#include "tests/support/Probe.h"
+#include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
@@ -143,6 +145,40 @@ TEST_F(ReplayFolder, CutThatIsStoppedBeforeItBeginsSaysSo) {
     EXPECT_EQ(fError, "'" + wish.output + "': stopped before anything was copied");
     EXPECT_TRUE(result.stopped);
     EXPECT_FALSE(std::filesystem::exists(wish.output));
+}
+
+// A stop comes while the second second of a minute is encoded, or soon after: what is told is what
+// stands in the movie, wherever it ends.
+TEST_F(ReplayFolder, ExactCutThatIsStoppedTellsWhatItHolds) {
+    constexpr long long kFrame = 40'000;
+    Make({{0, 30'000'000}, {40'000'000, 70'000'000}});
+    for (const unsigned int id : {1, 2}) {
+        ASSERT_EQ(tests::Run({"ffmpeg", "-y", "-v", "error", "-nostdin", "-f", "lavfi", "-i",
+                              "testsrc=size=320x180:rate=25:duration=30", "-c:v", "libx264",
+                              "-preset", "ultrafast", Movie(id)})
+                      .exitCode,
+                  0);
+    }
+    ReplayRecording recording;
+    ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+    const tests::TestFolder outputs;
+    ReplayCutWish wish;
+    wish.output = outputs.File("cut.mov");
+    wish.in = 10 * kFrame;
+    wish.out = 70'000'000;
+    wish.exact = true;
+    ReplayCutResult result;
+    std::atomic<bool> stop{false};
+    ASSERT_TRUE(CutReplay(
+        recording, wish, stop, [&stop](double part) { stop = part > 0.02; }, result, fError))
+        << fError;
+    EXPECT_TRUE(result.stopped);
+    EXPECT_TRUE(result.encoded);
+    EXPECT_EQ(result.from, wish.in);
+    EXPECT_GT(result.frames, 0);
+    EXPECT_NEAR(result.to - result.from - result.gaps, result.frames * kFrame, 1);
+    EXPECT_EQ(result.gaps, result.segments == 1 ? 0 : 10'000'000);
+    EXPECT_EQ(tests::CountFrames(wish.output), result.frames);
 }
 
 TEST(ReplayList, EmptyRecordingIsListed) {
