@@ -116,7 +116,8 @@ TEST(CTransformFilterT, OutputFormatIsAPropertyThatTheListBounds) {
     EXPECT_EQ(static_cast<unsigned>('jpeg'), output->GetFormat());
     EXPECT_EQ(0, trace.Count());
     EXPECT_EQ(ResultNotSupported::kCode, filter->SetOutputFormat('nope'));
-    EXPECT_TRUE(trace.HasLineWith({"'fake'", "MediaFilter::OutputFormat", "'nope'"}));
+    EXPECT_TRUE(trace.HasLineWith(
+        {"'fake'", "MediaFilter::OutputFormat", "'nope'", "was not set: it gives only 'jpeg'"}));
     bool hardware = true;
     EXPECT_EQ(
         0, filter->GetProperty(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, hardware));

@@ -124,7 +124,7 @@ TEST_F(EncoderTrial, FallbackOfAHardwareEncoderIsNone) {
 TEST_F(EncoderTrial, EveryFaultHasItsWords) {
     const std::pair<Fault, const char*> kCases[] = {
         {Fault::kNoComponent, "no such component"},
-        {Fault::kOutput, "does not give this format"},
+        {Fault::kOutput, "gives only 'none'"},
         {Fault::kNoInputs, "takes no pictures"},
         {Fault::kInput, "no such pictures"},
         {Fault::kBegin, "no session"},
