@@ -276,6 +276,24 @@ TEST(Record, ATerminalShowsHowFarItIs) {
     EXPECT_NE(run.out.find(" fps"), std::string::npos) << run.out;
 }
 
+TEST(Record, ProgressStaysOnItsLineOfANarrowTerminal) {
+    const TestFolder folder;
+    const std::string command = "stty cols 40; " + kTool + " record " + kCup + " " +
+                                folder.File("cup.mov") +
+                                " --video MJPEG --live --limit 2 --audio none";
+    const ProcessResult run = tests::Run({"script", "-qec", command, "/dev/null"});
+    EXPECT_EQ(run.exitCode, 0) << run.out;
+    int shown = 0;
+    for (std::size_t at = run.out.find("\r["); at != std::string::npos;
+         at = run.out.find("\r[", at + 1)) {
+        const std::size_t end = run.out.find("\033[K", at);
+        ASSERT_NE(end, std::string::npos);
+        EXPECT_LT(end - at - 1, 40u) << run.out.substr(at + 1, end - at - 1);
+        ++shown;
+    }
+    EXPECT_GT(shown, 0) << run.out;
+}
+
 TEST(Record, ClosesTheFileWhenInterrupted) {
     const TestFolder folder;
     const std::string file = folder.File("out.mov");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 ProgressLine::ProgressLine() : fOnTerminal(isatty(STDERR_FILENO) == 1) {}
@@ -13,8 +14,15 @@ ProgressLine::~ProgressLine() {
 void ProgressLine::Show(const std::string& text) {
     if (!fOnTerminal) return;
     fShown = true;
-    std::fprintf(stderr, "\r%s\033[K", text.c_str());
+    // A line that is wider than the screen would wrap, and a new one begin each time.
+    const std::string fits = text.substr(0, TerminalWidth() - 1);
+    std::fprintf(stderr, "\r%s\033[K", fits.c_str());
     std::fflush(stderr);
+}
+
+std::size_t TerminalWidth() {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 std::string ProgressBar(double fraction) {

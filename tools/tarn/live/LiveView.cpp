@@ -2,17 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
-namespace {
-
-std::size_t terminal_width() {
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
-
-}  // namespace
+#include "../ProgressLine.h"
 
 LiveView::LiveView() : fOnTerminal(isatty(STDERR_FILENO) == 1) {}
 
@@ -28,7 +20,7 @@ void LiveView::draw() {
     std::string out;
     for (; fLines < lines; ++fLines) out += "\n";
     out += "\0337\033[" + std::to_string(std::max(1, fLines)) + "A";
-    const std::size_t width = terminal_width();
+    const std::size_t width = TerminalWidth();
     std::size_t at = 0;
     for (int line = 0; line < fLines; ++line) {
         const std::size_t end = std::min(fText.find('\n', at), fText.size());
