@@ -67,22 +67,15 @@ public:
     explicit BusyCores(bool on) {
         const unsigned int cores = on ? std::max(1U, std::thread::hardware_concurrency()) : 0;
         for (unsigned int i = 0; i < cores; ++i) {
-            fThreads.emplace_back([this] {
-                while (!fEnd.load(std::memory_order_relaxed)) {
+            fThreads.emplace_back([](const std::stop_token& end) {
+                while (!end.stop_requested()) {
                 }
             });
         }
     }
-    ~BusyCores() {
-        fEnd = true;
-        for (std::thread& thread : fThreads) thread.join();
-    }
-    BusyCores(const BusyCores&) = delete;
-    BusyCores& operator=(const BusyCores&) = delete;
 
 private:
-    std::atomic<bool> fEnd{false};
-    std::vector<std::thread> fThreads;
+    std::vector<std::jthread> fThreads;  // each ends with its place in here
 };
 
 void wait_while_ticking(const ClockOptions& options, const std::function<bool(double)>& stop) {
