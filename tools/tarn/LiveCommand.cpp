@@ -85,6 +85,7 @@ public:
     explicit LiveRun(const LiveArguments& arguments)
         : fArguments(arguments), fShow(arguments.speed) {
         fShow.SetObserver([this](const LiveOutputEntry& entry) { tell_change(entry); });
+        fShow.SetAdviser([this](const std::string& line) { tell_line(line); });
     }
 
     bool Run(std::string& error);
@@ -97,6 +98,7 @@ private:
     void tell(long long now);
     void tell_change(const LiveOutputEntry& entry);
     void tell_answer(const std::string& line, const LiveAnswer& answer);
+    void tell_line(const std::string& line);
     void print(const std::string& line) const;
 
     const LiveArguments& fArguments;
@@ -172,14 +174,16 @@ void LiveRun::tell_change(const LiveOutputEntry& entry) {
     if (fArguments.json) {
         print(JsonOfOutput(entry));
     } else if (entry.state == LiveState::kFailed) {
-        const std::string line =
-            fmt::format("output '{}' has stopped: {}; {} frames kept", entry.description.name,
-                        entry.figures.text, entry.figures.frames);
-        if (fView.OnTerminal()) {
-            fView.Say(line);
-        } else {
-            Say(stderr, "tarn live: {}\n", line);
-        }
+        tell_line(fmt::format("output '{}' has stopped: {}; {} frames kept", entry.description.name,
+                              entry.figures.text, entry.figures.frames));
+    }
+}
+
+void LiveRun::tell_line(const std::string& line) {
+    if (fView.OnTerminal() && !fArguments.json) {
+        fView.Say(line);
+    } else {
+        Say(stderr, "tarn live: {}\n", line);
     }
 }
 

@@ -59,6 +59,8 @@ struct LiveOutputKind {
     std::string name;
     LiveOutputMaker make = nullptr;
     LiveOutputCheck check = nullptr;  ///< may be null
+    /// What it reads beside the keys of the library; empty where nobody can tell.
+    std::vector<std::string> attributes = {};
 };
 
 /// The kinds of output that this program knows. Control thread.
@@ -71,4 +73,7 @@ public:
     /// Null for an unknown name.
     static const LiveOutputKind* Find(const std::string& name);
     static std::vector<std::string> Names();
+    /// The attributes of an output and of its tracks that its kind does not read: add-ons from
+    /// elsewhere may, but as a rule they are misspelt. None where nobody can tell.
+    static std::vector<std::string> UnreadAttributes(const ShowOutput& output);
 };

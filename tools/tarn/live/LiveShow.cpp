@@ -111,7 +111,17 @@ bool LiveShow::add_output(const ShowOutput& output, std::string& error) {
     if (!output.Enabled() && fObserver) fObserver(entry);
     fOutputs.push_back(std::move(entry));
     fShow.outputs.push_back(output);
+    advise(output);
     return true;
+}
+
+// A key that nobody here reads may be meant for an add-on from elsewhere, and is no failure.
+void LiveShow::advise(const ShowOutput& output) const {
+    if (!fAdviser) return;
+    const std::vector<std::string> unread = LiveOutputKinds::UnreadAttributes(output);
+    if (unread.empty()) return;
+    fAdviser(fmt::format("output '{}': nothing here reads {}; check the spelling", output.name,
+                         joined(unread)));
 }
 
 // Outputs that take turns may name one address, and one that was switched on again writes where its

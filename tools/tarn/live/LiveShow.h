@@ -74,6 +74,11 @@ public:
         fObserver = std::move(observer);
     }
 
+    /// Called with a line on what may be a mistake in an output that was added all the same.
+    void SetAdviser(std::function<void(const std::string&)> adviser) {
+        fAdviser = std::move(adviser);
+    }
+
 private:
     struct ReleaseClock {
         void operator()(tnSystemClock* clock) const;
@@ -82,6 +87,7 @@ private:
     bool open_source(const ShowSource& source, std::string& error);
     bool add_output(const ShowOutput& output, std::string& error);
     bool add_source(const std::string& text, std::string& error);
+    void advise(const ShowOutput& output) const;
     bool is_free(const ShowOutput& output, std::string& error) const;
     bool start_output(LiveOutputEntry& entry, std::string& error);
     void stop_output(LiveOutputEntry& entry, LiveState state);
@@ -99,6 +105,7 @@ private:
     std::map<double, std::unique_ptr<tnSystemClock, ReleaseClock>> fClocks;  // by rate
     std::vector<LiveOutputEntry> fOutputs;  // they go before the sources
     std::function<void(const LiveOutputEntry&)> fObserver;
+    std::function<void(const std::string&)> fAdviser;
     long long fStartUs = -1;
     int fFailures = 0;
 };

@@ -206,6 +206,30 @@ TEST_F(RunningShow, SourcesComeAndGo) {
     EXPECT_EQ(fShow.Sources().size(), 1u);
 }
 
+TEST_F(RunningShow, AttributesThatNothingReadsAreToldOf) {
+    std::vector<std::string> advice;
+    fShow.SetAdviser([&](const std::string& line) { advice.push_back(line); });
+    LiveOutputKinds::Add({"choosy", make_scripted, check_scripted, {"segment_seconds"}});
+    const auto choosy = [](const std::string& name, const std::string& more,
+                           const std::string& track) {
+        return "<output kind=\"choosy\" source=\"bars\" output_display_name=\"" + name + "\" " +
+               more + "><video codecname=\"x264\" " + track + "/></output>";
+    };
+    ASSERT_TRUE(prepare(
+        choosy("well", R"(segment_seconds="2" output_title="Take")",
+               R"(key_frame_rate="25" encoder_preset="fast")") +
+        choosy("ill", R"(segment_second="2" output_titel="Take")", R"(key_framerate="25")") +
+        element("other", R"(of_its_own="1")")))
+        << fError;
+    ASSERT_EQ(advice.size(), 1u);
+    EXPECT_EQ(advice[0],
+              "output 'ill': nothing here reads segment_second, output_titel, key_framerate; check "
+              "the spelling");
+    EXPECT_TRUE(obey("add " + choosy("late", R"(format="mov")", ""))) << fError;
+    ASSERT_EQ(advice.size(), 2u);
+    EXPECT_NE(advice[1].find("output 'late': nothing here reads format;"), std::string::npos);
+}
+
 TEST_F(RunningShow, SaysWhatIsWrongWithACommand) {
     ASSERT_TRUE(prepare(element("a")));
     struct Case {
