@@ -1,6 +1,5 @@
 #include "ClockCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -12,7 +11,7 @@
 
 #include "ClockMeasure.h"
 #include "ClockPlot.h"
-#include "NumberRange.h"
+#include "CommandLine.h"
 #include "ProgressLine.h"
 #include "Say.h"
 #include "StopSignal.h"
@@ -133,26 +132,25 @@ int run(ClockArguments& arguments) {
 
 }  // namespace
 
-void AddClockCommand(CLI::App& app, int& exitCode) {
+void AddClockCommand(Command& program) {
     auto arguments = std::make_shared<ClockArguments>();
-    CLI::App* command =
-        app.add_subcommand("clock", "Measures how late a clock's ticks come, and draws it");
-    command->add_option_function<std::string>(
+    Command clock =
+        program.AddCommand("clock", "Measures how late a clock's ticks come, and draws it");
+    clock.AddOption(
         "--rate",
         [arguments](const std::string& text) {
             arguments->rate = text;
-            const std::string error = parse_rate(text, arguments->options.rate);
-            if (!error.empty()) throw CLI::ValidationError("--rate", error);
+            return parse_rate(text, arguments->options.rate);
         },
         "Ticks a second, such as 59.94 or 60000/1001 (60)");
-    command->add_option("--seconds", arguments->options.seconds, "How long to measure (10)")
-        ->check(NumberBetween(0.1, 3600, "seconds"));
-    command
-        ->add_option("--accuracy", arguments->accuracy,
-                     "How the clock waits: scac sleeps, asnc sleeps short and spins the rest")
-        ->check(CLI::IsMember({"scac", "asnc"}));
-    command->add_flag("--load", arguments->options.load, "Keep every core busy meanwhile");
-    command->add_option("--plot", arguments->plot, "Draw the measurement into this SVG file");
-    command->add_flag("--json", arguments->json, "One line of JSON in place of the table");
-    command->callback([arguments, &exitCode] { exitCode = run(*arguments); });
+    clock.AddOption("--seconds", arguments->options.seconds, "How long to measure (10)")
+        .Between(0.1, 3600, "seconds");
+    clock
+        .AddOption("--accuracy", arguments->accuracy,
+                   "How the clock waits: scac sleeps, asnc sleeps short and spins the rest")
+        .OneOf({"scac", "asnc"});
+    clock.AddFlag("--load", arguments->options.load, "Keep every core busy meanwhile");
+    clock.AddOption("--plot", arguments->plot, "Draw the measurement into this SVG file");
+    clock.AddFlag("--json", arguments->json, "One line of JSON in place of the table");
+    clock.OnRun([arguments] { return run(*arguments); });
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
-/// Adds `tarn clock`; `exitCode` is what the process is to return after it ran.
-void AddClockCommand(CLI::App& app, int& exitCode);
+/// Adds `tarn clock`.
+void AddClockCommand(Command& program);

@@ -1,11 +1,9 @@
 #include "IsoCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "spar/zThread.h"
 #include "spar/zTime.h"
 
+#include "CommandLine.h"
 #include "IsoCheck.h"
 #include "IsoSettings.h"
 #include "Say.h"
@@ -123,8 +122,8 @@ private:
         IsoSettings settings;
         const std::string where = fmt::format("'{}'", fArguments.path);
         const bool read = ReadXmlFile(fArguments.path, text, error);
-        if (read && fText == text) return;
-        fText.reset();
+        if (read && fWasRead && fText == text) return;
+        fWasRead = read;
         if (read) fText = text;
         // What was good before goes on being checked while its file is being mended.
         if (!read || !ReadIsoSettingsText(text, where, settings, error)) {
@@ -138,7 +137,8 @@ private:
     }
 
     const IsoArguments& fArguments;
-    std::optional<std::string> fText;  // as it was read last
+    bool fWasRead = false;
+    std::string fText;  // as it was read, if it was
     std::string fError;
     std::unique_ptr<IsoChecks> fChecks;
     long long fPatienceUs = kIsoFolderPatienceUs;
@@ -174,18 +174,16 @@ int check(const IsoArguments& arguments) {
 
 }  // namespace
 
-void AddIsoCommand(CLI::App& app, int& exitCode) {
+void AddIsoCommand(Command& program) {
     auto arguments = std::make_shared<IsoArguments>();
-    CLI::App* iso = app.add_subcommand("iso", "Recordings of single sources");
-    iso->require_subcommand(1);
-    CLI::App* command = iso->add_subcommand(
+    Command iso = program.AddCommand("iso", "Recordings of single sources");
+    iso.NeedsCommand();
+    Command command = iso.AddCommand(
         "check", "Check settings of ISO outputs: 0 all is well, 1 there are problems, 2 bad input");
-    command->add_option("SETTINGS", arguments->path, "an XML file; see docs/iso.md")->required();
-    command->add_flag("--watch", arguments->watch,
-                      "go on, and tell what changes in the file and on the disks, until Ctrl-C");
-    command->add_flag("--json", arguments->json, "a JSON object a line, for machines");
-    command->callback([arguments, &exitCode] {
-        exitCode = kCannotCheck;  // unless it comes to its end
-        exitCode = arguments->watch ? watch(*arguments) : check(*arguments);
-    });
+    command.AddOption("SETTINGS", arguments->path, "an XML file; see docs/iso.md").Required();
+    command.AddFlag("--watch", arguments->watch,
+                    "go on, and tell what changes in the file and on the disks, until Ctrl-C");
+    command.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    command.OnRun([arguments] { return arguments->watch ? watch(*arguments) : check(*arguments); },
+                  kCannotCheck);
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
-/// Adds `tarn iso`; `exitCode` is what the process is to return after it ran.
-void AddIsoCommand(CLI::App& app, int& exitCode);
+/// Adds `tarn iso`.
+void AddIsoCommand(Command& program);

@@ -1,10 +1,11 @@
 #include "LiveCommand.h"
 
-#include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
+#include <string>
 
 #include "spar/jigManager.h"
 #include "spar/zBoot.h"
@@ -15,7 +16,7 @@
 #include "tarn/movies/tnFiles.h"
 #include "tarn/sync/tnSleeper.h"
 
-#include "NumberRange.h"
+#include "CommandLine.h"
 #include "Say.h"
 #include "SleepOption.h"
 #include "StopSignal.h"
@@ -219,39 +220,39 @@ int run_live(const LiveArguments& arguments) {
     return 1;
 }
 
+/// Takes `--sleep`: empty, or what is wrong with it.
+std::string take_sleep(const std::string& text) {
+    tnSleeper::Configuration sleep{};
+    std::string error;
+    if (!ParseSleep(text, sleep, error)) return error;
+    tnSleeper::SetConfiguration(sleep);
+    return {};
+}
+
 }  // namespace
 
-void AddLiveCommand(CLI::App& app, int& exitCode) {
+void AddLiveCommand(Command& program) {
     auto arguments = std::make_shared<LiveArguments>();
-    CLI::App* live =
-        app.add_subcommand("live", "Run a show: sources at their pace, several outputs");
-    live->add_option("SHOW", arguments->show, "what runs, an XML file; see docs/live.md")
-        ->required();
-    live->add_option("--seconds", arguments->seconds, "end by itself after that long")
-        ->check(NumberBetween(0.001, kLongestSeconds, "seconds"));
-    live->add_option("--speed", arguments->speed, "pace beside real time: 0.5 takes twice as long")
-        ->check(NumberBetween(0.001, 100, "times real time"))
-        ->capture_default_str();
-    live->add_option_function<std::string>(
-            "--sleep",
-            [](const std::string& text) {
-                tnSleeper::Configuration sleep{};
-                std::string error;
-                if (!ParseSleep(text, sleep, error)) throw CLI::ValidationError("--sleep", error);
-                tnSleeper::SetConfiguration(sleep);
-            },
-            "hold each frame up, to see what a slow machine does: renderer or decompressor, and "
-            "milliseconds, such as renderer:20-80")
-        ->type_name("POINT:MIN-MAX");
-    live->add_option("--addons", arguments->addons, "folder of the output add-ons");
-    live->add_flag("--json", arguments->json, "a JSON object a line, for machines");
-    live->add_flag("--trace", arguments->trace, "print what the library notes to standard error");
-    live->footer(
+    Command live = program.AddCommand("live", "Run a show: sources at their pace, several outputs");
+    live.AddOption("SHOW", arguments->show, "what runs, an XML file; see docs/live.md").Required();
+    live.AddOption("--seconds", arguments->seconds, "end by itself after that long")
+        .Between(0.001, kLongestSeconds, "seconds");
+    live.AddOption("--speed", arguments->speed, "pace beside real time: 0.5 takes twice as long")
+        .Between(0.001, 100, "times real time")
+        .ShowDefault();
+    live.AddOption("--sleep", take_sleep,
+                   "hold each frame up, to see what a slow machine does: renderer or "
+                   "decompressor, and milliseconds, such as renderer:20-80")
+        .TypeName("POINT:MIN-MAX");
+    live.AddOption("--addons", arguments->addons, "folder of the output add-ons");
+    live.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    live.AddFlag("--trace", arguments->trace, "print what the library notes to standard error");
+    live.SetFooter(
         "Commands on standard input while it runs:\n"
         "  add <output .../>   a further output (or source), or the name of a file that holds it\n"
         "  remove NAME         end an output and forget it\n"
         "  enable NAME on|off  switch an output\n"
         "  stats               figures now\n"
         "  quit                end the show");
-    live->callback([arguments, &exitCode] { exitCode = run_live(*arguments); });
+    live.OnRun([arguments] { return run_live(*arguments); });
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
-/// Adds `tarn live`; `exitCode` is what the process is to return after it ran.
-void AddLiveCommand(CLI::App& app, int& exitCode);
+/// Adds `tarn live`.
+void AddLiveCommand(Command& program);

@@ -1,11 +1,11 @@
 #include "ProbeCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>
 
+#include "CommandLine.h"
 #include "EncoderTrial.h"
 #include "Say.h"
 #include "TextUnits.h"
@@ -44,13 +44,13 @@ void probe(bool json) {
 
 }  // namespace
 
-void AddProbeCommand(CLI::App& app, int& exitCode) {
+void AddProbeCommand(Command& program) {
     auto json = std::make_shared<bool>(false);
-    CLI::App* command = app.add_subcommand(
+    Command command = program.AddCommand(
         "probe", "Try every encoder on this machine: where it runs, or why it does not");
-    command->add_flag("--json", *json, "a JSON object a line, for machines");
-    command->callback([json, &exitCode] {
+    command.AddFlag("--json", *json, "a JSON object a line, for machines");
+    command.OnRun([json] {
         probe(*json);
-        exitCode = EXIT_SUCCESS;
+        return EXIT_SUCCESS;
     });
 }

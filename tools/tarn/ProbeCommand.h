@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
-/// Adds `tarn probe`; `exitCode` is what the process is to return after it ran.
-void AddProbeCommand(CLI::App& app, int& exitCode);
+/// Adds `tarn probe`.
+void AddProbeCommand(Command& program);

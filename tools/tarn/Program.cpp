@@ -1,6 +1,5 @@
 #include "Program.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -9,6 +8,7 @@
 #include <system_error>
 
 #include "ClockCommand.h"
+#include "CommandLine.h"
 #include "IsoCommand.h"
 #include "LiveCommand.h"
 #include "ProbeCommand.h"
@@ -31,16 +31,13 @@ const char* advice_on(const std::exception& error) {
                       : "see to that and try again";
 }
 
-int run(CLI::App& app, int argc, const char* const* argv, int& exitCode) {
+int run(CommandLine& line, int argc, const char* const* argv) {
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        return line.Run(argc, argv);
     } catch (const std::exception& error) {
         Say(stderr, "tarn: {}; {}\n", error.what(), advice_on(error));
-        return exitCode != 0 ? exitCode : EXIT_FAILURE;
+        return line.ExitCode() != EXIT_SUCCESS ? line.ExitCode() : EXIT_FAILURE;
     }
-    return exitCode;
 }
 
 }  // namespace
@@ -49,17 +46,17 @@ int RunProgram(int argc, const char* const* argv) {
     KeepStandardStreams();
     OutliveReaders();
     QuietenAv();
-    CLI::App app("Records, replays, paces and measures live video with libtarn");
-    app.require_subcommand(1);
-    int exitCode = 0;
-    AddRecordCommand(app, exitCode);
-    AddClockCommand(app, exitCode);
-    AddLiveCommand(app, exitCode);
-    AddReplayCommand(app, exitCode);
-    AddSyncCommand(app, exitCode);
-    AddIsoCommand(app, exitCode);
-    AddProbeCommand(app, exitCode);
-    const int result = run(app, argc, argv, exitCode);
+    CommandLine line("Records, replays, paces and measures live video with libtarn");
+    Command program = line.Program();
+    program.NeedsCommand();
+    AddRecordCommand(program);
+    AddClockCommand(program);
+    AddLiveCommand(program);
+    AddReplayCommand(program);
+    AddSyncCommand(program);
+    AddIsoCommand(program);
+    AddProbeCommand(program);
+    const int result = run(line, argc, argv);
     const std::string lost = LostOutput();
     if (lost.empty()) return result;
     Say(stderr, "tarn: standard output: {}; what it did not take is lost\n", lost);

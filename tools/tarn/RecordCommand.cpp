@@ -1,13 +1,14 @@
 #include "RecordCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
+#include <string>
 
-#include "NumberRange.h"
+#include "CommandLine.h"
 #include "RecordReporter.h"
 #include "Recorder.h"
 #include "Say.h"
@@ -108,41 +109,39 @@ int run_record(RecordArguments& arguments) {
 
 }  // namespace
 
-void AddRecordCommand(CLI::App& app, int& exitCode) {
+void AddRecordCommand(Command& program) {
     auto arguments = std::make_shared<RecordArguments>();
     RecordOptions& options = arguments->options;
-    CLI::App* record = app.add_subcommand("record", "Record a clip to a movie file");
-    record->add_option("INPUT", options.input, "any clip that FFmpeg reads")->required();
-    record->add_option("OUTPUT", options.output, "a .mov or .mp4 file")->required();
+    Command record = program.AddCommand("record", "Record a clip to a movie file");
+    record.AddOption("INPUT", options.input, "any clip that FFmpeg reads").Required();
+    record.AddOption("OUTPUT", options.output, "a .mov or .mp4 file").Required();
     record
-        ->add_option("--video", options.video,
-                     "encoder: x264, ProRes, MJPEG, Mpeg2, \"Video Toolbox H.264\", none")
-        ->check(CLI::IsMember({"x264", "ProRes", "MJPEG", "Mpeg2", "Video Toolbox H.264", "none"}))
-        ->capture_default_str();
-    record->add_option(
+        .AddOption("--video", options.video,
+                   "encoder: x264, ProRes, MJPEG, Mpeg2, \"Video Toolbox H.264\", none")
+        .OneOf({"x264", "ProRes", "MJPEG", "Mpeg2", "Video Toolbox H.264", "none"})
+        .ShowDefault();
+    record.AddOption(
         "--quality", options.quality,
         "prores_422_proxy, _lt, prores_422, _hq, prores_4444; mjpeg_best, _high, _medium, _low");
+    record.AddOption("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
+        .Between(1, 2'000'000, "thousands of bits")
+        .ShowDefault();
     record
-        ->add_option("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
-        ->check(NumberBetween(1, 2'000'000, "thousands of bits"))
-        ->capture_default_str();
+        .AddOption("--key-frame-rate", options.keyFrameRate,
+                   "frames from one key frame to the next")
+        .Between(1, kLongestInterval, "frames");
+    record.AddOption("--audio", options.audio, "pcm, aac or none")
+        .OneOf({"pcm", "aac", "none"})
+        .ShowDefault();
+    record.AddOption("--audio-input", options.audioInput, "take the sound from this clip instead");
+    record.AddOption("--size", arguments->size, "scale the picture to WIDTHxHEIGHT");
     record
-        ->add_option("--key-frame-rate", options.keyFrameRate,
-                     "frames from one key frame to the next")
-        ->check(NumberBetween(1, kLongestInterval, "frames"));
-    record->add_option("--audio", options.audio, "pcm, aac or none")
-        ->check(CLI::IsMember({"pcm", "aac", "none"}))
-        ->capture_default_str();
-    record->add_option("--audio-input", options.audioInput,
-                       "take the sound from this clip instead");
-    record->add_option("--size", arguments->size, "scale the picture to WIDTHxHEIGHT");
-    record
-        ->add_option("--moov-rate", options.moovRate,
-                     "seconds between two states of the file that survive a crash")
-        ->check(NumberBetween(1, kLongestMoovRate, "seconds"));
-    record->add_option("--limit", options.limit, "seconds to record")
-        ->check(NumberBetween(0.001, kLongestSeconds, "seconds"));
-    record->add_flag("--live", options.live, "at the clip's own pace");
-    record->add_flag("--json", arguments->json, "a JSON object a line, for machines");
-    record->callback([arguments, &exitCode] { exitCode = run_record(*arguments); });
+        .AddOption("--moov-rate", options.moovRate,
+                   "seconds between two states of the file that survive a crash")
+        .Between(1, kLongestMoovRate, "seconds");
+    record.AddOption("--limit", options.limit, "seconds to record")
+        .Between(0.001, kLongestSeconds, "seconds");
+    record.AddFlag("--live", options.live, "at the clip's own pace");
+    record.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    record.OnRun([arguments] { return run_record(*arguments); });
 }

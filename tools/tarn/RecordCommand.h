@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
-/// Adds `tarn record`; `exitCode` is what the process is to return after it ran.
-void AddRecordCommand(CLI::App& app, int& exitCode);
+/// Adds `tarn record`.
+void AddRecordCommand(Command& program);

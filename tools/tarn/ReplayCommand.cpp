@@ -1,11 +1,12 @@
 #include "ReplayCommand.h"
 
-#include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
 #include <fmt/format.h>
 #include <memory>
+#include <string>
 
-#include "NumberRange.h"
+#include "CommandLine.h"
 #include "ProgressLine.h"
 #include "Say.h"
 #include "StopSignal.h"
@@ -184,39 +185,39 @@ int run_watch(const ReplayArguments& arguments) {
 
 }  // namespace
 
-void AddReplayCommand(CLI::App& app, int& exitCode) {
+void AddReplayCommand(Command& program) {
     auto arguments = std::make_shared<ReplayArguments>();
-    CLI::App* replay = app.add_subcommand("replay", "Work with a replay recording");
-    replay->require_subcommand(1);
-    replay->add_option("FOLDER", arguments->place, "the recording's folder, or its manifest")
-        ->required();
-    replay->add_flag("--json", arguments->json, "JSON, for machines");
+    Command replay = program.AddCommand("replay", "Work with a replay recording");
+    replay.NeedsCommand();
+    replay.AddOption("FOLDER", arguments->place, "the recording's folder, or its manifest")
+        .Required();
+    replay.AddFlag("--json", arguments->json, "JSON, for machines");
 
-    CLI::App* list = replay->add_subcommand("list", "Draw the timeline with its gaps");
-    list->callback([arguments, &exitCode] { exitCode = run_list(*arguments); });
+    Command list = replay.AddCommand("list", "Draw the timeline with its gaps");
+    list.OnRun([arguments] { return run_list(*arguments); });
 
-    CLI::App* cut = replay->add_subcommand("cut", "Make one movie of a stretch");
-    cut->add_option("OUTPUT", arguments->output, "a .mov or .mp4 file")->required();
-    cut->add_option("--in", arguments->in,
-                    "where it begins: seconds or h:mm:ss on the timeline; below 0 from the end");
-    cut->add_option("--out", arguments->out, "where it ends, likewise");
-    cut->add_option("--last", arguments->last, "that long up to the end, in place of --in")
-        ->excludes("--in");
-    cut->add_flag("--exact", arguments->exact,
-                  "both ends to the frame, encoding anew where a copy cannot");
-    cut->callback([arguments, &exitCode] { exitCode = run_cut(*arguments); });
+    Command cut = replay.AddCommand("cut", "Make one movie of a stretch");
+    cut.AddOption("OUTPUT", arguments->output, "a .mov or .mp4 file").Required();
+    cut.AddOption("--in", arguments->in,
+                  "where it begins: seconds or h:mm:ss on the timeline; below 0 from the end");
+    cut.AddOption("--out", arguments->out, "where it ends, likewise");
+    cut.AddOption("--last", arguments->last, "that long up to the end, in place of --in")
+        .Excludes("--in");
+    cut.AddFlag("--exact", arguments->exact,
+                "both ends to the frame, encoding anew where a copy cannot");
+    cut.OnRun([arguments] { return run_cut(*arguments); });
 
-    CLI::App* purge = replay->add_subcommand("purge", "Delete all but the last seconds");
-    purge->add_option("--keep", arguments->keep, "seconds to keep")
-        ->required()
-        ->check(NumberBetween(0, 1e9, "seconds"));
-    purge->add_flag("--force", arguments->force, "also a recording whose recorder was killed");
-    purge->callback([arguments, &exitCode] { exitCode = run_purge(*arguments); });
+    Command purge = replay.AddCommand("purge", "Delete all but the last seconds");
+    purge.AddOption("--keep", arguments->keep, "seconds to keep")
+        .Required()
+        .Between(0, 1e9, "seconds");
+    purge.AddFlag("--force", arguments->force, "also a recording whose recorder was killed");
+    purge.OnRun([arguments] { return run_purge(*arguments); });
 
-    CLI::App* watch = replay->add_subcommand("watch", "Follow a recording that goes on");
-    watch->callback([arguments, &exitCode] { exitCode = run_watch(*arguments); });
+    Command watch = replay.AddCommand("watch", "Follow a recording that goes on");
+    watch.OnRun([arguments] { return run_watch(*arguments); });
 
-    for (CLI::App* part : {list, cut, purge, watch}) {
-        part->add_flag("--json", arguments->json, "JSON, for machines");
+    for (Command part : {list, cut, purge, watch}) {
+        part.AddFlag("--json", arguments->json, "JSON, for machines");
     }
 }

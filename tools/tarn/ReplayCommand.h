@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
 /// `tarn replay`: lists, cuts, purges and watches replay recordings.
-void AddReplayCommand(CLI::App& app, int& exitCode);
+void AddReplayCommand(Command& program);

@@ -1,6 +1,5 @@
 #include "SyncCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +12,7 @@
 
 #include "../ClipAudio.h"
 #include "../ClipVideo.h"
-#include "../NumberRange.h"
+#include "../CommandLine.h"
 #include "../ProgressLine.h"
 #include "../RecordReporter.h"
 #include "../Recorder.h"
@@ -189,48 +188,48 @@ int run_measure(const MeasureArguments& arguments) {
     return report_failure(arguments.json, "measure", error);
 }
 
-void add_signal(CLI::App& sync, int& exitCode) {
+void add_signal(Command& sync) {
     auto arguments = std::make_shared<SignalArguments>();
-    CLI::App* signal = sync.add_subcommand(
+    Command signal = sync.AddCommand(
         "signal", "Makes a clip to send through a device: flashes, tones and the metronome");
-    signal->add_option("OUTPUT", arguments->record.output, "a .mov or .mp4 file")->required();
+    signal.AddOption("OUTPUT", arguments->record.output, "a .mov or .mp4 file").Required();
     signal
-        ->add_option("--offset", arguments->signal.offsetsMs,
-                     "milliseconds from tone to flash, positive when the picture comes later; "
-                     "several (400,-400) take turns")
-        ->delimiter(',')
-        ->check(NumberBetween(-kLargestSignalOffsetMs, kLargestSignalOffsetMs, "milliseconds"));
-    signal->add_option("--seconds", arguments->signal.seconds, "how long it is (20)")
-        ->check(NumberBetween(kShortestSignalSeconds, 86400, "seconds"));
-    signal->add_option("--rate", arguments->rate, "frames a second, such as 25 or 60000/1001 (60)");
-    signal->add_option("--size", arguments->size, "WIDTHxHEIGHT (1280x720)");
-    signal->add_option("--video", arguments->record.video, "encoder: x264, ProRes, MJPEG, Mpeg2")
-        ->check(CLI::IsMember({"x264", "ProRes", "MJPEG", "Mpeg2"}))
-        ->capture_default_str();
-    signal->add_option("--audio", arguments->record.audio, "pcm or aac")
-        ->check(CLI::IsMember({"pcm", "aac"}))
-        ->capture_default_str();
-    signal->add_flag("--json", arguments->json, "a JSON object a line, for machines");
-    signal->callback([arguments, &exitCode] { exitCode = run_signal(*arguments); });
+        .AddOption("--offset", arguments->signal.offsetsMs,
+                   "milliseconds from tone to flash, positive when the picture comes later; "
+                   "several (400,-400) take turns")
+        .Delimiter(',')
+        .Between(-kLargestSignalOffsetMs, kLargestSignalOffsetMs, "milliseconds");
+    signal.AddOption("--seconds", arguments->signal.seconds, "how long it is (20)")
+        .Between(kShortestSignalSeconds, 86400, "seconds");
+    signal.AddOption("--rate", arguments->rate, "frames a second, such as 25 or 60000/1001 (60)");
+    signal.AddOption("--size", arguments->size, "WIDTHxHEIGHT (1280x720)");
+    signal.AddOption("--video", arguments->record.video, "encoder: x264, ProRes, MJPEG, Mpeg2")
+        .OneOf({"x264", "ProRes", "MJPEG", "Mpeg2"})
+        .ShowDefault();
+    signal.AddOption("--audio", arguments->record.audio, "pcm or aac")
+        .OneOf({"pcm", "aac"})
+        .ShowDefault();
+    signal.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    signal.OnRun([arguments] { return run_signal(*arguments); });
 }
 
-void add_measure(CLI::App& sync, int& exitCode) {
+void add_measure(Command& sync) {
     auto arguments = std::make_shared<MeasureArguments>();
-    CLI::App* measure =
-        sync.add_subcommand("measure", "Measures how far flashes and tones of a clip are apart");
-    measure->add_option("CLIP", arguments->clip, "any clip that FFmpeg reads")->required();
-    measure->add_option("--plot", arguments->plot, "draw the offsets over time into this SVG file");
-    measure->add_flag("--json", arguments->json, "one line of JSON in place of the table");
-    measure->callback([arguments, &exitCode] { exitCode = run_measure(*arguments); });
+    Command measure =
+        sync.AddCommand("measure", "Measures how far flashes and tones of a clip are apart");
+    measure.AddOption("CLIP", arguments->clip, "any clip that FFmpeg reads").Required();
+    measure.AddOption("--plot", arguments->plot, "draw the offsets over time into this SVG file");
+    measure.AddFlag("--json", arguments->json, "one line of JSON in place of the table");
+    measure.OnRun([arguments] { return run_measure(*arguments); });
 }
 
 }  // namespace
 
-void AddSyncCommand(CLI::App& app, int& exitCode) {
-    CLI::App* sync = app.add_subcommand("sync",
-                                        "Measures how far sound and picture are apart; see "
-                                        "docs/measuring-sync.md");
-    sync->require_subcommand(1);
-    add_signal(*sync, exitCode);
-    add_measure(*sync, exitCode);
+void AddSyncCommand(Command& program) {
+    Command sync = program.AddCommand("sync",
+                                      "Measures how far sound and picture are apart; see "
+                                      "docs/measuring-sync.md");
+    sync.NeedsCommand();
+    add_signal(sync);
+    add_measure(sync);
 }

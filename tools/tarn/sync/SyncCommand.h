@@ -1,9 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+class Command;
 
-/// Adds `tarn sync signal` and `tarn sync measure`; `exitCode` is what the process is to return
-/// after one of them ran.
-void AddSyncCommand(CLI::App& app, int& exitCode);
+/// Adds `tarn sync signal` and `tarn sync measure`.
+void AddSyncCommand(Command& program);
