@@ -9,12 +9,6 @@ using namespace Quillon::Orb;
 
 namespace {
 
-/// What the clip puts into one track, sample after sample.
-struct Expected {
-    const MovieTrack* track = nullptr;
-    std::vector<std::size_t> samples;  // of the clip
-};
-
 class Comparison {
 public:
     Comparison(const BoxFile& file, const ByteReader& bytes, const MediaClip& clip)
@@ -40,42 +34,42 @@ private:
         fKept.samples.push_back(static_cast<long long>(track.samples.size()));
         fKept.seconds.push_back(static_cast<double>(track.movieDuration) /
                                 static_cast<double>(fFile.movieTimescale));
-        std::vector<std::size_t> samples;
-        for (std::size_t i = 0; i < fClip.samples.size(); i++)
-            if (fClip.samples[i].track == static_cast<int>(index)) samples.push_back(i);
         if (described.bytesPerPacket > 0)
-            compare_plain(track, samples);
+            compare_plain(track, static_cast<int>(index));
         else
-            compare_samples(track, described, samples);
+            compare_samples(track, described, static_cast<int>(index));
     }
 
-    void compare_samples(const BoxTrack& track, const MovieTrack& described,
-                         const std::vector<std::size_t>& samples) {
-        if (track.samples.size() > samples.size()) {
-            complain("more samples than were written");
-            return;
-        }
+    void compare_samples(const BoxTrack& track, const MovieTrack& described, int index) {
         const bool video = described.kind == MovieTrack::Kind::Video;
-        for (std::size_t i = 0; i < track.samples.size(); i++) {
-            const MediaClip::Sample& expected = fClip.samples[samples[i]];
+        const long long delay = delay_of(track);
+        const std::size_t count = track.samples.size();
+        std::size_t i = 0;
+        for (const MediaClip::Sample& expected : fClip.samples) {
+            if (expected.track != index) continue;
+            if (i == count) return;
             const BoxTrack::Sample& found = track.samples[i];
-            if (fBytes(found.position, found.size) != expected.data)
+            const std::span<const unsigned char> bytes = fBytes(found.position, found.size);
+            if (!std::equal(bytes.begin(), bytes.end(), expected.data.begin(), expected.data.end()))
                 return complain("bytes of sample " + std::to_string(i));
             if (video && found.key != expected.described.key)
                 return complain("key of sample " + std::to_string(i));
-            if (video && display_time(track, found) != display_time(expected))
+            const long long time = found.time + found.offset + delay;
+            if (video && time != display_time(expected))
                 return complain("time of sample " + std::to_string(i) + ": " +
-                                std::to_string(display_time(track, found)) + " for " +
+                                std::to_string(time) + " for " +
                                 std::to_string(display_time(expected)));
+            i++;
         }
+        if (i < count) complain("more samples than were written");
     }
 
     static long long display_time(const MediaClip::Sample& sample) {
         return sample.described.decodeTime + sample.described.compositionOffset;
     }
 
-    /// Ticks of the track at which a sample is displayed in the movie.
-    long long display_time(const BoxTrack& track, const BoxTrack::Sample& sample) const {
+    /// Ticks of the track from a sample's own time to when it is displayed in the movie.
+    long long delay_of(const BoxTrack& track) const {
         long long empty = 0;
         long long start = 0;
         for (const BoxTrack::Edit& edit : track.edits) {
@@ -84,14 +78,14 @@ private:
             else
                 start = edit.mediaTime;
         }
-        return sample.time + sample.offset - start + empty;
+        return empty - start;
     }
 
-    void compare_plain(const BoxTrack& track, const std::vector<std::size_t>& samples) {
+    void compare_plain(const BoxTrack& track, int index) {
         std::vector<unsigned char> expected;
-        for (const std::size_t i : samples)
-            expected.insert(expected.end(), fClip.samples[i].data.begin(),
-                            fClip.samples[i].data.end());
+        for (const MediaClip::Sample& sample : fClip.samples)
+            if (sample.track == index)
+                expected.insert(expected.end(), sample.data.begin(), sample.data.end());
         // Packets that lie side by side are read at once.
         std::size_t compared = 0;
         for (std::size_t i = 0; i < track.samples.size();) {
@@ -99,7 +93,7 @@ private:
             long long end = position;
             while (i < track.samples.size() && track.samples[i].position == end)
                 end += track.samples[i++].size;
-            const std::vector<unsigned char> found = fBytes(position, end - position);
+            const std::span<const unsigned char> found = fBytes(position, end - position);
             if (compared + found.size() > expected.size() ||
                 static_cast<long long>(found.size()) != end - position ||
                 !std::equal(found.begin(), found.end(),
@@ -196,7 +190,7 @@ ByteReader BytesOf(const std::vector<unsigned char>& image) {
         const auto length = static_cast<long long>(image.size());
         const long long from = std::clamp(position, 0LL, length);
         const long long to = std::clamp(position + size, from, length);
-        return std::vector<unsigned char>(image.begin() + from, image.begin() + to);
+        return std::span(image.data() + from, static_cast<std::size_t>(to - from));
     };
 }
 
@@ -204,12 +198,13 @@ ByteReader BytesOf(const std::string& path) {
     const std::shared_ptr<FILE> file(fopen(path.c_str(), "rb"), [](FILE* open) {
         if (open) fclose(open);
     });
-    return [file](long long position, long long size) {
-        std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
-        if (!file) return std::vector<unsigned char>();
+    const auto bytes = std::make_shared<std::vector<unsigned char>>();
+    return [file, bytes](long long position, long long size) -> std::span<const unsigned char> {
+        if (!file) return {};
+        bytes->resize(static_cast<std::size_t>(size));
         fseeko(file.get(), position, SEEK_SET);
-        bytes.resize(fread(bytes.data(), 1, bytes.size(), file.get()));
-        return bytes;
+        bytes->resize(fread(bytes->data(), 1, bytes->size(), file.get()));
+        return *bytes;
     };
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,9 @@
 #include "tests/movies/MediaClip.h"
 #include "tests/support/BoxTree.h"
 
-/// Gives bytes of a file; fewer where it ends.
-using ByteReader = std::function<std::vector<unsigned char>(long long position, long long size)>;
+/// Gives bytes of a file, good until the next call; fewer where it ends.
+using ByteReader =
+    std::function<std::span<const unsigned char>(long long position, long long size)>;
 ByteReader BytesOf(const std::vector<unsigned char>& image);
 ByteReader BytesOf(const std::string& path);
 

@@ -25,7 +25,9 @@ void expect_golden(const std::string& name, const std::string& text) {
 std::vector<unsigned char> bytes_of_box(const BoxFile& file, const ByteReader& bytes,
                                         const char* path) {
     const Box* box = file.Find(path);
-    return box ? bytes(box->position, box->size) : std::vector<unsigned char>();
+    if (!box) return {};
+    const std::span<const unsigned char> found = bytes(box->position, box->size);
+    return {found.begin(), found.end()};
 }
 
 /// Records `clip` and gives the file's ftyp and moov as text.
