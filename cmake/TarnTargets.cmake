@@ -1,7 +1,8 @@
 # tarn_folder(NAME SOURCES... LINKS...)   one folder: an object library with exact links
 # tarn_shared(NAME FOLDERS... LINKS...)   one shared library out of folders
-# tarn_test(NAME SOURCES... LINKS... [PARTS N])
-#                                         one test program out of <folder>/*_test.cpp, run in N parts
+# tarn_test(NAME SOURCES... LINKS... [PARTS N] [WAITS])
+#                                         one test program out of <folder>/*_test.cpp, run in N parts;
+#                                         WAITS for one that waits for other processes most of the time
 # tarn_bench(NAME SOURCES... LINKS...)    one benchmark program
 # tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz); elsewhere the test NAME, which
 #                                         feeds it what is kept in its corpus
@@ -36,25 +37,33 @@ function(tarn_test name)
     if(NOT TARN_TESTS)
         return()
     endif()
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "PARTS" "SOURCES;LINKS;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "WAITS" "PARTS" "SOURCES;LINKS;LABELS")
     find_package(GTest REQUIRED)
+    # Places of ctest -j: half a core each, as script/test runs it.
+    set(places 2)
+    if(arg_WAITS)
+        set(places 1)
+    endif()
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
     target_link_libraries(${name} PRIVATE ${arg_LINKS} test_support GTest::gmock GTest::gtest
                                           GTest::gtest_main)
     if(NOT arg_PARTS)
         add_test(NAME ${name} COMMAND ${name})
-        set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 1200)
+        set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 1200
+                                                PROCESSORS ${places})
         return()
     endif()
     # One after the other they would be what everybody waits for: the parts run beside each other, and
-    # first. Each writes its results under a name of its own.
+    # first; those that wait before all, as the others fill what they leave of the cores. Each writes
+    # its results under a name of its own.
+    math(EXPR cost "300 - 100 * ${places}")
     math(EXPR last "${arg_PARTS} - 1")
     foreach(part RANGE ${last})
         add_test(NAME ${name}.${part}
                  COMMAND sh -c "GTEST_OUTPUT=\"\${GTEST_OUTPUT:+\${GTEST_OUTPUT}${name}.${part}.xml}\" exec $<TARGET_FILE:${name}>")
         set_tests_properties(${name}.${part} PROPERTIES
-            LABELS "${arg_LABELS}" TIMEOUT 1200 COST 100
+            LABELS "${arg_LABELS}" TIMEOUT 1200 PROCESSORS ${places} COST ${cost}
             ENVIRONMENT "GTEST_TOTAL_SHARDS=${arg_PARTS};GTEST_SHARD_INDEX=${part}")
     endforeach()
 endfunction()
