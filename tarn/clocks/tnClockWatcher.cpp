@@ -37,6 +37,8 @@ void tnClockWatcher::Start(char priority, const char* name, bool multipleTickRec
     }
     fThread.reset(zThread::Factory(name ? name : "clock watcher", this, kThreadClass,
                                    priority ? priority : kDefaultPriority));
+    // No thread to be had: not running, rather than running for ever with nobody to receive.
+    if (!fThread) fRunning.store(false, std::memory_order_relaxed);
 }
 
 void tnClockWatcher::Stop() {

@@ -38,7 +38,8 @@ public:
     /// second scheduling argument of zThread::Factory, 4 when 0.
     ///
     /// Not guarded: started twice in a row, it forgets the first thread, for which nobody can wait
-    /// any more.
+    /// any more. When the system has no thread to give, it is not running afterwards: IsRunning
+    /// tells, and so does zThread's trace line.
     virtual void Start(char priority, const char* name, bool multipleTickReceiver);
 
     /// Ends the thread and waits for it; a tick that is held is not delivered. Does nothing when

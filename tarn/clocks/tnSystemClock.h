@@ -30,7 +30,8 @@ public:
 
     /// Starts the thread. The first tick has `tick_count` 1 and `startMediaTime`. `name` is "system
     /// clock" when null; `priority` is the second scheduling argument of zThread::Factory, 4 when
-    /// 0. Not guarded against a second start.
+    /// 0. Not guarded against a second start. When the system has no thread to give, the clock is
+    /// stopped afterwards: IsTicking tells, and so does zThread's trace line.
     virtual void StartTicking(long long startMediaTime, const char* name, char priority);
 
     /// Ends the thread and waits for it, up to a period. Does nothing when stopped. Not from a

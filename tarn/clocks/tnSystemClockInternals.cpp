@@ -48,6 +48,10 @@ void tnSystemClockInternals::StartTicking(long long startMediaTime, const char* 
     fShallowSleep = std::make_unique<machShallowSleep>();
     fThread.reset(zThread::Factory(name ? name : "system clock", this, kThreadClass,
                                    priority ? priority : kDefaultPriority));
+    if (fThread) return;
+    // No thread to be had: stopped, rather than ticking for ever without a tick.
+    fTicking.store(false, std::memory_order_relaxed);
+    fShallowSleep.reset();
 }
 
 void tnSystemClockInternals::StopTicking() {

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <pthread.h>
 #include <string>
+#include <sys/resource.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -244,6 +246,41 @@ TEST(SystemClock, DestroyedWhileTickingItEndsItsThread) {
         counter.Await(3);
         clock.reset();
     }
+}
+
+namespace {
+
+/// In a process of its own, whose user may have no thread more: starts what needs one, and exits
+/// with 0 if all of it is stopped then and can be stopped, started and destroyed like any other.
+[[noreturn]] void start_clocks_without_threads() {
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_NPROC, &none);
+    if (geteuid() == 0 && setuid(65534) != 0) _exit(2);
+    int stopped = 0;
+    {
+        tnSystemClock clock(500, tnClock::clock_rate_scac);
+        Counter counter;
+        clock.AddWatcher(&counter);
+        for (int life = 0; life < 2; ++life) {
+            counter.Start(0, nullptr, false);
+            clock.StartTicking(7, nullptr, 0);
+            tn_time_rec time{};
+            stopped += !counter.IsRunning() && !clock.IsTicking() && clock.GetTime(time) == -1;
+            clock.ProduceTime(time, true);
+            clock.StopTicking();
+            counter.Stop();
+        }
+        clock.RemoveWatcher(&counter);
+    }
+    _exit(stopped == 2 ? 0 : 1);
+}
+
+}  // namespace
+
+TEST(SystemClockDeathTest, WithoutAThreadToBeHadClocksAndWatchersStayStopped) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(start_clocks_without_threads(), testing::ExitedWithCode(0),
+                "'clock watcher' could not be started(.|\n)*'system clock' could not be started");
 }
 
 TEST(ClockFactory, TheRefreshRateClockIsASystemClockOfSixtyHertz) {
