@@ -168,6 +168,7 @@ private:
     long long fNominal = 1;  // ticks of a frame whose length nobody tells
     double fStartSeconds = 0;
     long long fFirstPts = AV_NOPTS_VALUE;
+    long long fLastPts = 0;
     long long fNextPts = 0;
     std::string fProblem;
 };
@@ -175,7 +176,10 @@ private:
 bool AvClipVideo::Open(const std::string& path, int width, int height, std::string& error,
                        int raster) {
     if (!fTrack.Open(path, AVMEDIA_TYPE_VIDEO, error)) {
-        if (error.empty()) error = fmt::format("'{}': has no picture; use --video none", path);
+        if (error.empty()) {
+            error = fmt::format(
+                "'{}': has no picture; tarn record --video none takes its sound alone", path);
+        }
         return false;
     }
     const AVCodecParameters& coded = *fTrack.stream->codecpar;
@@ -253,7 +257,10 @@ bool AvClipVideo::Next(ClipFrame& frame) {
         return false;
     }
     long long pts = fDecoded->best_effort_timestamp;
-    if (pts == AV_NOPTS_VALUE) pts = fNextPts;
+    // Damaged clips step back in time, where nobody can follow.
+    const bool stepsBack = fFirstPts != AV_NOPTS_VALUE && pts <= fLastPts;
+    if (pts == AV_NOPTS_VALUE || stepsBack) pts = fNextPts;
+    fLastPts = pts;
     if (fFirstPts == AV_NOPTS_VALUE) {
         fFirstPts = pts;
         fStartSeconds = static_cast<double>(pts) * av_q2d(fTrack.stream->time_base);
@@ -261,7 +268,7 @@ bool AvClipVideo::Next(ClipFrame& frame) {
     const long long length = fDecoded->pkt_duration > 0
                                  ? fDecoded->pkt_duration
                                  : av_rescale_q(fNominal, fTick, fTrack.stream->time_base);
-    fNextPts = pts + length;
+    fNextPts = pts + std::max<long long>(1, length);
     frame.time = ticks_of(pts - fFirstPts);
     frame.duration = std::max<long long>(1, ticks_of(length));
     fill_pixels(frame);

@@ -35,7 +35,8 @@ public:
     virtual double StartSeconds() const = 0;
     /// The clip's length in seconds as its header tells it; 0 when it does not.
     virtual double HeaderSeconds() const = 0;
-    /// Decodes one picture; false at the end. Damaged pictures come as the decoder repaired them.
+    /// Decodes one picture; false at the end. Damaged pictures come as the decoder repaired them,
+    /// and each is later than the one before it: what steps back follows where that one ends.
     virtual bool Next(ClipFrame& frame) = 0;
     /// After the end: what is wrong with it, as "ends at 1.0 of 8.0 seconds"; empty when nothing
     /// is.
