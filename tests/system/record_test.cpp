@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -258,6 +259,27 @@ TEST(Record, SoundAloneMakesAFileThatIsNotMuchLargerThanTheSound) {
     ASSERT_EQ(Record(input, file, {"--video", "none", "--audio", "pcm"}).exitCode, 0);
     EXPECT_EQ(SoundHash(file, 0), SoundHash(input, 0));
     EXPECT_LT(std::filesystem::file_size(file), std::filesystem::file_size(input) + 300'000);
+}
+
+TEST(Record, TellsTheBytesThatStandInTheFile) {
+    const TestFolder folder;
+    const std::string file = folder.File("out.mov");
+    const ProcessResult run =
+        Record(kCup, file, {"--limit", "0.4", "--video", "MJPEG", "--audio", "pcm", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto told = [&](const std::string& key) {
+        const std::size_t at = run.out.rfind("\"" + key + "\":");
+        return at == std::string::npos ? -1 : std::atoll(run.out.c_str() + at + key.size() + 3);
+    };
+    long long pictures = 0;
+    std::istringstream sizes(
+        tests::Run({"ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
+                    "packet=size", "-of", "default=nk=1:nw=1", file})
+            .out);
+    for (long long size = 0; sizes >> size;) pictures += size;
+    EXPECT_GT(pictures, 0);
+    EXPECT_EQ(told("videoBytes"), pictures) << run.out;
+    EXPECT_EQ(told("audioBytes"), told("audioFrames") * 4) << run.out;
 }
 
 TEST(Record, ScalesThePicture) {

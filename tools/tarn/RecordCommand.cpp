@@ -72,8 +72,12 @@ void print_summary(const RecordArguments& arguments, const Recorder& recorder, d
             onDisk, elapsed, figures.lateSeconds.load(), stopped);
         return;
     }
-    Say("{}: {} of {} video ({} frames) and {} audio, {}, written in {:.1f} s{}\n", options.output,
-        TextOfSeconds(figures.seconds), options.video, figures.frames.load(),
+    const std::string video =
+        options.video == "none"
+            ? "no video"
+            : fmt::format("{} video ({} frames)", options.video, figures.frames.load());
+    Say("{}: {} of {} and {} audio, {}, written in {:.1f} s{}\n", options.output,
+        TextOfSeconds(figures.seconds), video,
         figures.audioFrames > 0 ? options.audio : std::string("no"), TextOfBytes(onDisk), elapsed,
         stopped ? "; stopped on request" : "");
     if (options.live && figures.lateSeconds > 0.001) {

@@ -210,6 +210,9 @@ void Recorder::judge_clips() {
 // The file has the last word on what was kept: what was handed over may have been lost on the way.
 void Recorder::judge_file() {
     const MovieOnDisk movie = ReadMovieOnDisk(fOptions.output);
+    // The writer tells what has been taken at each frame, and so nothing of the last ones.
+    fFigures.videoBytes = movie.videoBytes;
+    fFigures.audioBytes = movie.audioBytes;
     const std::string kept =
         !movie.opens ? "nothing was kept"
         : fVideo     ? fmt::format("{} frames, {:.1f} s, were kept", movie.frames, movie.seconds)

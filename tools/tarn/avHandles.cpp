@@ -106,6 +106,18 @@ std::string AvTrack::EndedEarly() const {
     return fCutInside ? fmt::format("breaks off inside a packet at {:.1f} seconds", fReached) : "";
 }
 
+namespace {
+
+long long bytes_of(AVStream& track) {
+    long long bytes = 0;
+    for (int i = 0; i < avformat_index_get_entries_count(&track); ++i) {
+        bytes += avformat_index_get_entry(&track, i)->size;
+    }
+    return bytes;
+}
+
+}  // namespace
+
 MovieOnDisk ReadMovieOnDisk(const std::string& path) {
     MovieOnDisk movie;
     AVFormatContext* opened = nullptr;
@@ -114,10 +126,15 @@ MovieOnDisk ReadMovieOnDisk(const std::string& path) {
     if (code < 0) return movie;
     movie.opens = true;
     for (unsigned int i = 0; i < file->nb_streams; ++i) {
-        const AVStream& track = *file->streams[i];
+        AVStream& track = *file->streams[i];
         const double length = static_cast<double>(track.duration) * av_q2d(track.time_base);
         if (track.duration > 0) movie.seconds = std::max(movie.seconds, length);
-        if (track.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) movie.frames = track.nb_frames;
+        if (track.codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+            movie.frames = track.nb_frames;
+            movie.videoBytes += bytes_of(track);
+        } else if (track.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+            movie.audioBytes += bytes_of(track);
+        }
     }
     return movie;
 }

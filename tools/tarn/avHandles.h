@@ -61,6 +61,8 @@ struct MovieOnDisk {
     bool opens = false;
     long long frames = 0;  ///< of the picture track
     double seconds = 0;    ///< of the longest track
+    long long videoBytes = 0;
+    long long audioBytes = 0;
 };
 
 /// Reads the index of a file that has been closed.
