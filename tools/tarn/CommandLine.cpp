@@ -3,6 +3,20 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "Say.h"
+
+namespace {
+
+std::string names_of(const CLI::App& app) {
+    std::string names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names += (names.empty() ? "" : ", ") + command->get_name();
+    }
+    return names;
+}
+
+}  // namespace
+
 CommandOption& CommandOption::Required() {
     fOption.required();
     return *this;
@@ -117,6 +131,14 @@ Command CommandLine::Program() {
 int CommandLine::Run(int argc, const char* const* argv) {
     try {
         fParser->app.parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        const std::vector<std::string> words = fParser->app.remaining();
+        if (words.empty() || !fParser->app.get_subcommands().empty()) {
+            return fParser->app.exit(error);
+        }
+        Say(stderr, "tarn: '{}' is no command; there are: {}\n", words.front(),
+            names_of(fParser->app));
+        return error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         return fParser->app.exit(error);
     }

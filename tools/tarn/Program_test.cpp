@@ -28,4 +28,16 @@ TEST(Program, WhatACommandThrowsIsToldInALine) {
     EXPECT_EQ(exitCode, 2) << "as of all that cannot be checked";
 }
 
+TEST(Program, WordThatIsNoCommandIsTold) {
+    for (const char* const word : {"recrod", "--version"}) {
+        const char* const words[] = {"tarn", word};
+        testing::internal::CaptureStderr();
+        EXPECT_NE(RunProgram(2, words), 0);
+        EXPECT_EQ(
+            testing::internal::GetCapturedStderr(),
+            std::string("tarn: '") + word +
+                "' is no command; there are: record, clock, live, replay, sync, iso, probe\n");
+    }
+}
+
 }  // namespace
