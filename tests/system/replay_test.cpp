@@ -148,6 +148,25 @@ TEST_F(Replay, ListShowsTheTimelineAndItsGaps) {
         << json.out;
 }
 
+TEST_F(Replay, RecordingTellsTheBytesOfItsMovies) {
+    std::vector<std::string> words = Live(Show("segment_seconds=\"1\""), 1);
+    words.insert(words.end(), {"--speed", "5", "--json"});
+    const ProcessResult run = tests::Run(words);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    double stored = 0;
+    for (const Piece& piece : listed_in(Folder())) {
+        std::istringstream sizes(
+            tests::Run({"ffprobe", "-v", "error", "-show_entries", "packet=size", "-of",
+                        "default=nk=1:nw=1", Movie(piece.fID)})
+                .out);
+        for (double size = 0; sizes >> size;) stored += size;
+    }
+    EXPECT_GT(stored, 20'000);
+    const std::size_t at = run.out.rfind("\"bytes\":");
+    ASSERT_NE(at, std::string::npos) << run.out;
+    EXPECT_NEAR(std::atof(run.out.c_str() + at + 8), stored, stored / 10) << run.out;
+}
+
 TEST_F(Replay, CutCopiesWhatWasRecorded) {
     Record(10);
     const std::string movie = fFolder.File("last.mov");

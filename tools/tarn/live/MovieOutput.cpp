@@ -31,11 +31,13 @@ struct ReleaseObject {
 using MovieHandle = std::unique_ptr<tnMovie, ReleaseObject>;
 using StreamHandle = std::unique_ptr<tnStream, ReleaseObject>;
 
-/// A growing movie has holes; this is what it takes of the disk.
-long long bytes_on_disk(const std::string& path) {
+/// A growing movie has holes; this is what it takes of the disk. Of a folder of movies the bytes
+/// that went into them are told as well as any.
+long long bytes_on_disk(const std::string& path, long long written) {
     constexpr long long kBlock = 512;
     struct stat info {};
-    return stat(path.c_str(), &info) == 0 ? info.st_blocks * kBlock : 0;
+    if (stat(path.c_str(), &info) != 0) return 0;
+    return S_ISREG(info.st_mode) ? info.st_blocks * kBlock : written;
 }
 
 /// What the show says, else what the location looks like.
@@ -182,7 +184,7 @@ void MovieOutput::collect(LiveFigures& figures) {
     figures.bytes = answer.AsInt64("bytes", figures.bytes);
     // Until the movie begins, what stands there is an older one.
     const bool hasBegun = figures.frames > 0 || figures.bytes > 0;
-    if (hasBegun && !IsAddress(fPath)) figures.bytes = bytes_on_disk(fPath);
+    if (hasBegun && !IsAddress(fPath)) figures.bytes = bytes_on_disk(fPath, figures.bytes);
     for (const tnMediaType type : kTypes) {
         tnStream* found = nullptr;
         if (fMovie->GetWriteStreamForType(type, &found) != 0) continue;
