@@ -265,6 +265,11 @@ bool CheckMovieOutput(const ShowOutput& output, const Show& show, std::string& e
         error = fmt::format("output '{}': has no output_url; say where it goes", output.name);
         return false;
     }
+    if (!HasGoodPort(location)) {
+        error = fmt::format("output '{}': '{}' has no port from 1 to 65535; write udp://HOST:PORT",
+                            output.name, location);
+        return false;
+    }
     if (!format->SupportsOutput(type_of(output))) {
         error = fmt::format("output '{}': '{}' does not write to '{}'; use another format_name",
                             output.name, output.format, location);

@@ -1,5 +1,6 @@
 #include "livePlaces.h"
 
+#include <charconv>
 #include <string_view>
 
 namespace {
@@ -14,6 +15,16 @@ bool names_a_file(const std::string& location) {
 
 bool IsAddress(const std::string& location) {
     return location.find("://") != std::string::npos && !names_a_file(location);
+}
+
+bool HasGoodPort(const std::string& location) {
+    constexpr std::string_view kUdp = "udp://";
+    if (location.compare(0, kUdp.size(), kUdp) != 0) return true;
+    const std::string place = location.substr(0, location.find_first_of("/?", kUdp.size()));
+    int port = 0;
+    const char* const end = place.data() + place.size();
+    const auto [stopped, failure] = std::from_chars(place.data() + place.rfind(':') + 1, end, port);
+    return failure == std::errc() && stopped == end && port >= 1 && port <= 65535;
 }
 
 std::string PathOf(const std::string& location) {

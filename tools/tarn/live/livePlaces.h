@@ -6,5 +6,8 @@
 // "file://" in front.
 
 bool IsAddress(const std::string& location);
+/// False for udp:// without a port behind its host, or with one that is none: only its lowest bits
+/// would be taken, and be somebody else's.
+bool HasGoodPort(const std::string& location);
 /// Of a location that is no address.
 std::string PathOf(const std::string& location);
