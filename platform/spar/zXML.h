@@ -6,6 +6,7 @@
 
 class zRecord;
 class zStream;
+class zXMLShortcut;
 
 /// Records as XML. Each record is an element: the string 'xTag' is its name, its variables are
 /// attributes, its children are nested elements.
@@ -51,9 +52,14 @@ public:
     /// that just ends too early is no failure: it gives every element whose end tag stands, in the
     /// elements that hold them, and the root with its attributes. So does one that ends in zero
     /// bytes, as a crash of the machine can leave it. After a failure `record` is as it was.
-    static int ParseFile(unsigned int format, zRecord* record, const char* path);
+    ///
+    /// A `shortcut`, which may be null, gets the elements that it takes; they are missing in
+    /// `record`, and all else is as without it. After a failure what it took counts for nothing.
+    static int ParseFile(unsigned int format, zRecord* record, const char* path,
+                         zXMLShortcut* shortcut = nullptr);
     /// The same from any stream, read to its end.
-    static int ParseStream(unsigned int format, zRecord* record, zStream* stream);
+    static int ParseStream(unsigned int format, zRecord* record, zStream* stream,
+                           zXMLShortcut* shortcut = nullptr);
     /// The same from memory.
     static int ParseMemory(unsigned int format, zRecord* record, const void* data,
                            std::size_t size);

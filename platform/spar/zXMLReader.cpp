@@ -14,10 +14,12 @@
 #include "spar/zRecord.h"
 #include "spar/zStringID.h"
 #include "spar/zXML.h"
+#include "spar/zXMLShortcut.h"
 #include "spar/zXMLText.h"
 
 static constexpr unsigned long long kTagID = 'xTag';
 static constexpr unsigned long kChunkBytes = 64 * 1024;
+static constexpr unsigned long kMaxHeldBytes = 256;  // an element that a shortcut might still take
 
 // What one text that fills a tag takes, three times over; a tag that is all attributes would take
 // twice this before they could be counted.
@@ -33,10 +35,13 @@ public:
     /// Stands around each call of the parser.
     class Use {
     public:
-        explicit Use(ParserMemory& memory) { gUsed = &memory; }
+        explicit Use(ParserMemory& memory) : fOuter(gUsed) { gUsed = &memory; }
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;
-        ~Use() { gUsed = nullptr; }
+        ~Use() { gUsed = fOuter; }
+
+    private:
+        ParserMemory* const fOuter;  // of a parser whose call led to this one
     };
 
     /// Whether something was refused that would have passed the bound.
@@ -86,7 +91,7 @@ void ParserMemory::release(void* content) {
 /// that are still open stay only as holders of what stands complete in them.
 class Reader {
 public:
-    Reader();
+    explicit Reader(zXMLShortcut* shortcut);
     ~Reader();
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
@@ -104,12 +109,18 @@ private:
     static void XMLCALL on_end(void* self, const XML_Char* name);
     static void XMLCALL on_doctype(void* self, const XML_Char* name, const XML_Char* systemID,
                                    const XML_Char* publicID, int hasSubset);
+    static void XMLCALL on_cdata_start(void* self);
+    static void XMLCALL on_cdata_end(void* self);
 
     void begin_element(const char* name, const char** attributes);
     int open_record(zRecord*& record);
     int set_attribute(zRecord& record, const char* name, const char* value);
     void end_element();
-    int parse(const char* data, unsigned long size, bool isFinal);
+    int parse(std::string_view text, bool isFinal);
+    int feed(std::string_view& text, bool isFinal);
+    bool stands_between_tags() const;
+    int take_short(std::string_view& text);
+    unsigned long kept_back() const;
     void note_front(const char* chunk, unsigned long size);
     int result_of_failure(zStream& stream, const char* chunk, unsigned long size);
     bool is_zero_from_here(zStream& stream, const char* chunk, unsigned long size) const;
@@ -121,16 +132,19 @@ private:
     XML_Parser fParser;
     zRecord fRoot;
     std::vector<Open> fOpen;
+    zXMLShortcut* const fShortcut;  // not owned, may be null
     unsigned long fBytes = 0;
-    bool fIsWide = false;  // characters of two bytes, one of which may be zero
+    unsigned long fGiven = 0;  // bytes that the parser got: all but what the shortcut took
+    bool fIsInCdata = false;   // known with a shortcut only
+    bool fIsWide = false;      // characters of two bytes, one of which may be zero
     unsigned int fElements = 0;
     unsigned int fVariables = 0;
     unsigned int fNewKeys = 0;
-    int fResult = 0;             // of a handler that stopped the parser
+    int fResult = 0;             // of a handler that stopped the parser, or of a bound
     std::exception_ptr fThrown;  // by a handler, held while the parser's C frames unwind
 };
 
-Reader::Reader() {
+Reader::Reader(zXMLShortcut* shortcut) : fShortcut(shortcut) {
     const ParserMemory::Use use(fMemory);
     const XML_Memory_Handling_Suite suite = ParserMemory::Suite();
     fParser = XML_ParserCreate_MM(nullptr, &suite, nullptr);
@@ -138,6 +152,10 @@ Reader::Reader() {
     XML_SetUserData(fParser, this);
     XML_SetElementHandler(fParser, on_start, on_end);
     XML_SetStartDoctypeDeclHandler(fParser, on_doctype);
+    if (fShortcut == nullptr) return;
+    XML_SetCdataSectionHandler(fParser, on_cdata_start, on_cdata_end);
+    // A parser that never had to keep anything back does not tell where it stands.
+    XML_GetBuffer(fParser, 1);
 }
 
 Reader::~Reader() {
@@ -170,6 +188,14 @@ void XMLCALL Reader::on_end(void* self, const XML_Char* /*name*/) {
 void XMLCALL Reader::on_doctype(void* self, const XML_Char* /*name*/, const XML_Char* /*systemID*/,
                                 const XML_Char* /*publicID*/, int /*hasSubset*/) {
     static_cast<Reader*>(self)->stop(zXML::kDoctype);
+}
+
+void XMLCALL Reader::on_cdata_start(void* self) {
+    static_cast<Reader*>(self)->fIsInCdata = true;
+}
+
+void XMLCALL Reader::on_cdata_end(void* self) {
+    static_cast<Reader*>(self)->fIsInCdata = false;
 }
 
 int Reader::open_record(zRecord*& record) {
@@ -223,39 +249,90 @@ void Reader::end_element() {
     if (!fOpen.empty()) fOpen.back().holdsComplete = true;
 }
 
-int Reader::parse(const char* data, unsigned long size, bool isFinal) {
+int Reader::parse(std::string_view text, bool isFinal) {
     const ParserMemory::Use use(fMemory);
-    const auto status = XML_Parse(fParser, data, static_cast<int>(size), isFinal ? 1 : 0);
+    const auto size = static_cast<int>(text.size());
+    const auto status = XML_Parse(fParser, text.data(), size, isFinal ? 1 : 0);
     if (fThrown) std::rethrow_exception(fThrown);
+    fGiven += text.size();
     return status == XML_STATUS_OK ? 0 : -1;
+}
+
+/// Gives `text` to the parser, but for the elements that the shortcut takes. What `text` is left
+/// with waits for more: an element that is cut behind those that were taken.
+int Reader::feed(std::string_view& text, bool isFinal) {
+    bool hasTaken = false;
+    while (fShortcut != nullptr && !fIsWide) {
+        const std::size_t at = text.find(fShortcut->Opening());
+        if (at == std::string_view::npos) break;
+        if (at != 0 && parse(text.substr(0, at), false) != 0) return -1;
+        text.remove_prefix(at);
+        // What is not taken ends the search: a parser that is given a long comment in small pieces
+        // would look through all of it for each.
+        const std::size_t before = text.size();
+        if (take_short(text) != 0) return -1;
+        if (text.size() == before) break;
+        hasTaken = true;
+    }
+    if (hasTaken && !isFinal && text.size() <= kMaxHeldBytes) return 0;
+    const int result = parse(text, isFinal);
+    text = {};
+    return result;
+}
+
+/// Whether the parser is through with all that it got and awaits the content of the innermost
+/// element: an element that came next would be that one's child, as its text says it.
+bool Reader::stands_between_tags() const {
+    return !fOpen.empty() && !fIsInCdata && kept_back() == 0;
+}
+
+/// What the parser keeps back is the start of one tag or text.
+unsigned long Reader::kept_back() const {
+    const long long done = std::max<long long>(XML_GetCurrentByteIndex(fParser), 0);
+    return fGiven - static_cast<unsigned long>(done);
+}
+
+/// Lets the shortcut take elements from the front of `text`, within the bounds of all elements.
+int Reader::take_short(std::string_view& text) {
+    if (!stands_between_tags() || fOpen.size() >= static_cast<std::size_t>(zXML::kMaxDepth)) {
+        return 0;
+    }
+    const auto taken = fShortcut->Take(fRoot, *fOpen.back().record, text);
+    if (taken.elements == 0) return 0;
+    text.remove_prefix(taken.bytes);
+    fOpen.back().holdsComplete = true;
+    fElements += taken.elements;
+    fVariables += taken.variables;
+    const bool isWithin = fElements <= zXML::kMaxElements && fVariables <= zXML::kMaxVariables;
+    fResult = isWithin ? 0 : zXML::kTooBig;
+    return fResult;
 }
 
 int Reader::Read(zStream& stream) {
     const auto chunk = std::make_unique<char[]>(kChunkBytes);
+    unsigned long held = 0;  // bytes at the front that feed left
     for (;;) {
+        char* const fresh = chunk.get() + held;
         unsigned long got = 0;
-        const int read = stream.Read(chunk.get(), kChunkBytes, &got);
+        const int read = stream.Read(fresh, kChunkBytes - held, &got);
         if (read != 0) return read;
-        note_front(chunk.get(), got);
+        note_front(fresh, got);
         fBytes += got;
         if (fBytes > zXML::kMaxDocumentBytes) return zXML::kTooBig;
         // The parser need not see the zero bytes that stand in the place of an end: whatever they
         // tear apart, a character too, is then just cut.
-        const std::size_t zero = fIsWide ? got : std::string_view(chunk.get(), got).find('\0');
+        const std::size_t zero = fIsWide ? got : std::string_view(fresh, got).find('\0');
         const unsigned long size = std::min<unsigned long>(got, zero);
-        if (size < got && !is_zero_to_the_end(stream, chunk.get() + size, got - size)) {
+        if (size < got && !is_zero_to_the_end(stream, fresh + size, got - size)) {
             return zXML::kNotWellFormed;
         }
         const bool isLast = got == 0 || size < got;
-        if (parse(chunk.get(), size, isLast) != 0) {
-            return result_of_failure(stream, chunk.get(), got);
-        }
+        std::string_view text(chunk.get(), held + size);
+        if (feed(text, isLast) != 0) return result_of_failure(stream, fresh, got);
         if (isLast) return 0;
-        // What the parser keeps back is the start of one tag or text.
-        const long long done = std::max<long long>(XML_GetCurrentByteIndex(fParser), 0);
-        if (fBytes - static_cast<unsigned long>(done) > zXML::kMaxTagBytes + kChunkBytes) {
-            return zXML::kTooBig;
-        }
+        if (kept_back() > zXML::kMaxTagBytes + kChunkBytes) return zXML::kTooBig;
+        std::copy(text.begin(), text.end(), chunk.get());
+        held = text.size();
     }
 }
 
@@ -355,9 +432,10 @@ static bool is_known_format(unsigned int format) {
            (format & ~(zXML::kAttributes | zXML::kNoDeclaration)) == 0;
 }
 
-int zXML::ParseStream(unsigned int format, zRecord* record, zStream* stream) {
+int zXML::ParseStream(unsigned int format, zRecord* record, zStream* stream,
+                      zXMLShortcut* shortcut) {
     if (record == nullptr || stream == nullptr || !is_known_format(format)) return -22;
-    Reader reader;
+    Reader reader(shortcut);
     const int result = reader.Read(*stream);
     if (result == 0) record->TakeFrom(reader.Root());
     return result;
@@ -369,9 +447,10 @@ int zXML::ParseMemory(unsigned int format, zRecord* record, const void* data, st
     return ParseStream(format, record, &view);
 }
 
-int zXML::ParseFile(unsigned int format, zRecord* record, const char* path) {
+int zXML::ParseFile(unsigned int format, zRecord* record, const char* path,
+                    zXMLShortcut* shortcut) {
     if (record == nullptr || path == nullptr || !is_known_format(format)) return -22;
     zFileStream file(path, Z_FILE_READ, false);
     const int opened = file.Open();
-    return opened != 0 ? opened : ParseStream(format, record, &file);
+    return opened != 0 ? opened : ParseStream(format, record, &file, shortcut);
 }

@@ -26,8 +26,12 @@ SegmentListing::SegmentListing(const zString& folder, const zString& extension) 
         if (id != 0) fIDs.push_back(id);
     });
     std::sort(fIDs.begin(), fIDs.end());
+    fNext = fIDs.begin();
 }
 
-bool SegmentListing::Has(unsigned int id) const {
-    return std::binary_search(fIDs.begin(), fIDs.end(), id);
+bool SegmentListing::Has(unsigned int id) {
+    if (fNext == fIDs.end() || *fNext != id) fNext = std::lower_bound(fIDs.begin(), fIDs.end(), id);
+    if (fNext == fIDs.end() || *fNext != id) return false;
+    ++fNext;
+    return true;
 }

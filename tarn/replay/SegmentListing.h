@@ -13,8 +13,9 @@ public:
 
     /// Whether the segment's file was in the folder. False says nothing: links, say, are not
     /// followed here, so that the file has to be asked for.
-    bool Has(unsigned int id) const;
+    bool Has(unsigned int id);
 
 private:
-    std::vector<unsigned int> fIDs;  // sorted
+    std::vector<unsigned int> fIDs;                   // sorted
+    std::vector<unsigned int>::const_iterator fNext;  // what will be asked for, if ids just rise
 };

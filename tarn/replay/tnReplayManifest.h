@@ -13,6 +13,7 @@
 #include "tarn/foundation/tnMediaRecord.h"
 #include "tarn/replay/tnReplaySegment.h"
 
+class SegmentRows;
 class tnReplayManifestPlayer_XI;
 class zFileStream;
 
@@ -141,10 +142,10 @@ private:
     int add_segment(tnReplaySegment* segment);
     bool may_add() const;
 
-    int parse_file(zRecord& record) SPAR_REQUIRES(*fFileCritical);
     void take_formats(const zRecord& formats);
     zString file_extension() const;
-    void take_segments(const zRecord& segments) SPAR_REQUIRES(*fSegmentsCritical);
+    void take_segments(const zRecord& segments, const SegmentRows& rows)
+        SPAR_REQUIRES(*fSegmentsCritical);
 
     zList<zString>* split_for_deletion(Segments& active, long long before)
         SPAR_REQUIRES(*fSegmentsCritical);

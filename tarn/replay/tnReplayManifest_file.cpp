@@ -5,6 +5,7 @@
 #include "spar/zRecord.h"
 #include "spar/zXML.h"
 #include "tarn/replay/SegmentListing.h"
+#include "tarn/replay/SegmentRows.h"
 #include "tarn/replay/tnReplayManifest.h"
 
 // The manifest's text:
@@ -109,7 +110,8 @@ int tnReplayManifest::Read() {
     const zCriticalLock segmentsLock(*fSegmentsCritical);
     if (!fSegments.IsEmpty()) return 0;
     zRecord record;
-    const int parsed = parse_file(record);
+    SegmentRows rows;
+    const int parsed = zXML::ParseFile(zXML::kAttributes, &record, fPath, &rows);
     if (parsed != 0) return parsed;
     const zRecord* const formats = find_element(record, "formats");
     if (formats == nullptr || formats->ChildCount() != kFormatCount) return -1;
@@ -118,12 +120,8 @@ int tnReplayManifest::Read() {
     // A recording without segments yet is a good one, unlike one without formats: only a missing
     // list is an error.
     if (segments == nullptr) return -1;
-    take_segments(*segments);
+    take_segments(*segments, rows);
     return 0;
-}
-
-int tnReplayManifest::parse_file(zRecord& record) {
-    return zXML::ParseFile(zXML::kAttributes, &record, fPath);
 }
 
 void tnReplayManifest::take_formats(const zRecord& formats) {
@@ -141,16 +139,17 @@ zString tnReplayManifest::file_extension() const {
     return fVideoFormat.AsCString("file_extension", "mov");
 }
 
-void tnReplayManifest::take_segments(const zRecord& segments) {
+void tnReplayManifest::take_segments(const zRecord& segments, const SegmentRows& rows) {
     std::optional<SegmentListing> listing;
-    if (segments.ChildCount() >= kListingPays) listing.emplace(fFolder, file_extension());
+    if (segments.ChildCount() + rows.Count() >= kListingPays) {
+        listing.emplace(fFolder, file_extension());
+    }
     const auto hasFile = [&](const tnReplaySegment* segment) {
         zString path;
         return (listing && listing->Has(segment->fId)) || GetSegmentPath(segment, path) == 0;
     };
-    for (const zRecord* child : segments.Children()) {
-        auto* const segment = new tnReplaySegment;
-        if (segment->Read(*child, 0) != 0 || !hasFile(segment)) {
+    for (tnReplaySegment* segment : rows.InOrder(segments)) {
+        if (!hasFile(segment)) {
             segment->Release();
             continue;
         }
