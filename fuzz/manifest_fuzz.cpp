@@ -9,8 +9,10 @@
 #include "tarn/foundation/tnTarn.h"
 #include "tarn/replay/tnReplayManifest.h"
 
-// A manifest out of any bytes: what is listed has a file, and the list that is written anew out of
-// it reads back as the same.
+#include "tests/support/plainManifest.h"
+
+// A manifest out of any bytes: it reads as the plain way reads it, what is listed has a file, and
+// the list that is written anew out of it reads back as the same.
 
 // A segment that is displaced from the list keeps its reference for good, on purpose.
 // Seen from the sanitizer's library, so not hidden.
@@ -58,7 +60,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string path = folder + "/replay.xml";
     write_file(path, data, size);
     tnReplayManifest manifest(path.c_str());
-    if (manifest.Read() != 0) {
+    const tests::PlainManifest plain(folder, path);
+    const int result = manifest.Read();
+    if (result != plain.Result() || manifest.VideoDuration() != plain.Duration()) std::abort();
+    if (result != 0) {
         if (!manifest.IsEmpty()) std::abort();
         return 0;
     }

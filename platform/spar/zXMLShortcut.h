@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "spar/export.h"
+
 class zRecord;
 
 /// Takes elements out of a document on their way to the parser.
@@ -10,7 +12,7 @@ class zRecord;
 /// to the byte reads them off the text far faster than a parser could, and needs no record of each.
 /// Whatever stands there in another form goes to the parser, so that a shortcut decides how fast a
 /// document is read and not what it says.
-class zXMLShortcut {
+class SPAR_API zXMLShortcut {
 public:
     virtual ~zXMLShortcut() = default;
 
