@@ -10,8 +10,9 @@
 // two rows lie apart is what this machine does not tell. The contenders meet in rounds of one
 // hand-off each, in an order that is drawn anew for every round: what one leaves behind, a core
 // that is still awake or a load that was just preempted, must not fall to the same one each time.
-// Each of 20 turns starts new threads, for a thread stays long on the core where it was put first,
-// and who shares the sender's core gets its tick sooner or later than the others.
+// Each of 20 turns starts new threads, in a drawn order too: a thread stays long on the core where
+// it was put first, and under load the first of two equal futexes was a hundred times later at p99
+// than the second.
 // "turn p99" is the median of the p99 of the turns: where the whole machine stands still now and
 // then, it tells more than a p99 over all, which says who was hit more often. For processor use
 // "x bare" is the median of the turns' own ratios.
@@ -183,23 +184,32 @@ struct Contender {
     }
 };
 
-/// One turn, with threads of its own.
+/// One turn, with threads of its own: the bare futexes, then the watcher in each of its modes.
 void hand_off_in_turn(std::array<Contender, 4>& all, int ticks, std::mt19937& random) {
-    BareFutex bare;
-    BareFutex again;
-    WatchedClock single(false);
-    WatchedClock multiple(true);
-    const std::array<std::function<void(const tn_time_rec&)>, 4> handOffs = {
-        [&](const tn_time_rec& time) { all[0].HandOff(bare, time); },
-        [&](const tn_time_rec& time) { all[1].HandOff(again, time); },
-        [&](const tn_time_rec& time) { all[2].HandOff(single, time); },
-        [&](const tn_time_rec& time) { all[3].HandOff(multiple, time); }};
+    constexpr size_t kBare = 2;
+    constexpr size_t kMultiple = 3;
+    std::array<std::unique_ptr<BareFutex>, kBare> bare;
+    std::array<std::unique_ptr<WatchedClock>, kBare> watched;
     std::array<size_t, 4> order = {0, 1, 2, 3};
+    std::shuffle(order.begin(), order.end(), random);
+    for (size_t i : order) {
+        if (i < kBare) {
+            bare[i] = std::make_unique<BareFutex>();
+        } else {
+            watched[i - kBare] = std::make_unique<WatchedClock>(i == kMultiple);
+        }
+    }
     for (int n = 1; n <= ticks; ++n) {
         tn_time_rec time{};
         time.tick_count = n;
         std::shuffle(order.begin(), order.end(), random);
-        for (size_t i : order) handOffs[i](time);
+        for (size_t i : order) {
+            if (i < kBare) {
+                all[i].HandOff(*bare[i], time);
+            } else {
+                all[i].HandOff(*watched[i - kBare], time);
+            }
+        }
     }
     for (Contender& each : all) each.EndTurn();
 }
