@@ -1,11 +1,39 @@
 # tarn_folder(NAME SOURCES... LINKS...)   one folder: an object library with exact links
 # tarn_shared(NAME FOLDERS... LINKS...)   one shared library out of folders
-# tarn_test(NAME SOURCES... LINKS... [PARTS N] [WAITS])
+# tarn_test(NAME SOURCES... LINKS... [PARTS N] [WAITS] [COMPUTES])
 #                                         one test program out of <folder>/*_test.cpp, run in N parts;
-#                                         WAITS for one that waits for other processes most of the time
+#                                         WAITS for one that waits for other processes most of the time,
+#                                         COMPUTES for one whose own code takes long, and longer unless it
+#                                         is optimised
 # tarn_bench(NAME SOURCES... LINKS...)    one benchmark program
 # tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz); elsewhere the test NAME, which
 #                                         feeds it what is kept in its corpus
+
+# What most test sources read anyhow is precompiled once, where they are not optimised: behind a
+# precompiled header gcc's optimiser warns of what it sees in the standard library's. Tests still include
+# what they use; other builds go without. A header that was precompiled otherwise than its user is compiled
+# is passed by, without a word.
+function(tarn_takes_pch name)
+    set_target_properties(${name} PROPERTIES PCH_WARN_INVALID OFF)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # For the compiler cache, which does not see through it else.
+        target_compile_options(${name} PRIVATE -fpch-preprocess)
+    endif()
+endfunction()
+
+if(TARN_PCH AND TARN_TESTS)
+    find_package(GTest REQUIRED)
+    file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/test_pch.cpp" CONTENT "")
+    add_library(test_pch OBJECT EXCLUDE_FROM_ALL "${CMAKE_BINARY_DIR}/test_pch.cpp")
+    # As programs are compiled, not as libraries.
+    set_target_properties(test_pch PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    target_compile_options(test_pch PRIVATE -fPIE ${TARN_TEST_FLAGS})
+    target_link_libraries(test_pch PRIVATE GTest::gtest)
+    target_precompile_headers(test_pch PRIVATE <algorithm> <atomic> <cmath> <cstdlib> <cstring> <filesystem>
+                              <fstream> <functional> <gtest/gtest.h> <memory> <random> <string> <thread>
+                              <utility> <vector>)
+    tarn_takes_pch(test_pch)
+endif()
 
 function(tarn_folder name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
@@ -37,7 +65,7 @@ function(tarn_test name)
     if(NOT TARN_TESTS)
         return()
     endif()
-    cmake_parse_arguments(PARSE_ARGV 1 arg "WAITS" "PARTS" "SOURCES;LINKS;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "WAITS;COMPUTES" "PARTS" "SOURCES;LINKS;LABELS")
     find_package(GTest REQUIRED)
     # Places of ctest -j: half a core each, as script/test runs it.
     set(places 2)
@@ -48,10 +76,20 @@ function(tarn_test name)
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
     target_link_libraries(${name} PRIVATE ${arg_LINKS} test_support GTest::gmock GTest::gtest
                                           GTest::gtest_main)
+    set(cost 0)
+    if(arg_COMPUTES)
+        set(cost 50)
+    else()
+        target_compile_options(${name} PRIVATE ${TARN_TEST_FLAGS})
+        if(TARN_PCH)
+            target_precompile_headers(${name} REUSE_FROM test_pch)
+            tarn_takes_pch(${name})
+        endif()
+    endif()
     if(NOT arg_PARTS)
         add_test(NAME ${name} COMMAND ${name})
         set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 1200
-                                                PROCESSORS ${places})
+                                                PROCESSORS ${places} COST ${cost})
         return()
     endif()
     # One after the other they would be what everybody waits for: the parts run beside each other, and
@@ -104,14 +142,18 @@ function(tarn_room target dir)
     endif()
 endfunction()
 
-# tarn_room_checks(TARGET DIR LINKS...)  TARGET_test and TARGET_bench out of a folder's *_test.cpp and
-# *_bench.cpp. They link the folders' objects, not the shared library, and so reach what it hides.
+# tarn_room_checks(TARGET DIR LINKS... [COMPUTES])  TARGET_test and TARGET_bench out of a folder's
+# *_test.cpp and *_bench.cpp. They link the folders' objects, not the shared library, and so reach what it hides.
 function(tarn_room_checks target dir)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "LINKS")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "COMPUTES" "" "LINKS")
+    set(kind "")
+    if(arg_COMPUTES)
+        set(kind COMPUTES)
+    endif()
     file(GLOB tests CONFIGURE_DEPENDS "${dir}/*_test.cpp")
     file(GLOB benches CONFIGURE_DEPENDS "${dir}/*_bench.cpp")
     if(tests)
-        tarn_test(${target}_test SOURCES ${tests} LINKS ${arg_LINKS})
+        tarn_test(${target}_test SOURCES ${tests} LINKS ${arg_LINKS} ${kind})
     endif()
     if(benches)
         tarn_bench(${target}_bench SOURCES ${benches} LINKS ${arg_LINKS})
