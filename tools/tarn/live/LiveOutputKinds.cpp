@@ -45,10 +45,10 @@ void find_unread(const zRecord& element, std::vector<std::string>& unread, const
     element.ForEachVariable([&](const zVariable& variable) {
         const char* const key = zStringID::Default().Key(variable.ID());
         if (!key || !zStringID::IsMade(variable.ID())) return true;
-        const auto stands_in = [key](const auto& known) {
+        const auto standsIn = [key](const auto& known) {
             return std::find(std::begin(known), std::end(known), key) != std::end(known);
         };
-        if (!(stands_in(words) || ...)) unread.emplace_back(key);
+        if (!(standsIn(words) || ...)) unread.emplace_back(key);
         return true;
     });
 }
