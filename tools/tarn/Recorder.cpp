@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -11,18 +12,40 @@
 #include "spar/zTime.h"
 #include "tarn/writers/tnWriteORB2.h"
 
-#include "BoundedQueue.h"
 #include "ClipAudio.h"
 #include "ClipVideo.h"
 #include "avHandles.h"
 #include "codeText.h"
 #include "folderTrouble.h"
 
+using namespace Quillon::Orb;
+
 namespace {
 
-constexpr int kPollUs = 500;
-constexpr std::size_t kDecodedAhead = 1;
+constexpr int kPollUs = 2000;
 constexpr double kMicro = 1e6;
+
+/// Pixels that are counted for as long as the encoder has not let go of them.
+class WaitingPixels final : public CPixelDataReference {
+public:
+    WaitingPixels(RObject<CPixelDataReference> pixels, std::atomic<long long>& count)
+        : fPixels(std::move(pixels)), fCount(count) {
+        ++fCount;
+    }
+    ~WaitingPixels() override { --fCount; }
+
+    Result Lock(int mode) override { return fPixels->Lock(mode); }
+    void Unlock() override { fPixels->Unlock(); }
+    unsigned char* GetData() override { return fPixels->GetData(); }
+    int GetStride() override { return fPixels->GetStride(); }
+    int GetLength() override { return fPixels->GetLength(); }
+    int GetWidth() override { return fPixels->GetWidth(); }
+    int GetHeight() override { return fPixels->GetHeight(); }
+
+private:
+    const RObject<CPixelDataReference> fPixels;
+    std::atomic<long long>& fCount;
+};
 
 class FrameBuffer final : public tnVideoCompressor2::EncodedBuffer {
 public:
@@ -31,7 +54,7 @@ public:
 
     void SetBytesWritten(int bytes) override { fFigures.videoBytes += bytes; }
     EncodedBufferTiming GetTiming() override { return {1, fFrame.time, 1, fFrame.duration}; }
-    Quillon::Orb::CPixelDataReference* GetPixelData() override {
+    CPixelDataReference* GetPixelData() override {
         fFrame.pixels->Acquire();
         return fFrame.pixels.Get();
     }
@@ -175,8 +198,13 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
     if (!fVideo) fVideoStarted = true;
     std::thread video;
     std::thread audio;
-    if (fVideo) video = std::thread([&] { record_video(stop); });
-    if (fAudio) audio = std::thread([&] { record_audio(stop); });
+    try {
+        if (fVideo) video = std::thread([&] { record_video(stop); });
+        if (fAudio) audio = std::thread([&] { record_audio(stop); });
+    } catch (const std::system_error& error) {
+        fail(fmt::format("'{}': no thread to record with: {}; end other programs and try again",
+                         fOptions.output, error.what()));
+    }
     if (video.joinable()) video.join();
     if (audio.joinable()) audio.join();
     fWriter->Close();
@@ -238,39 +266,35 @@ void Recorder::keep_pace(double seconds) {
 }
 
 void Recorder::record_video(const std::atomic<bool>& stop) {
-    BoundedQueue<ClipFrame> decoded(kDecodedAhead);
-    std::thread decoding([&] {
-        ClipFrame frame;
-        while (!has_ended(stop) && fVideo->Next(frame)) {
-            fVideoStartSeconds = fVideo->StartSeconds();
-            fVideoStarted = true;
-            if (!decoded.Push(std::move(frame))) break;
-            frame = {};
-        }
-        fVideoStarted = true;
-        decoded.End();
-    });
-
     const double tick = 1.0 / static_cast<double>(fVideo->Format().AsInt64('tmsc', 1));
-    ClipFrame frame;
-    while (!has_ended(stop) && decoded.Pop(frame)) {
+    while (!has_ended(stop)) {
+        ClipFrame frame;
+        const bool decoded = fVideo->Next(frame);
+        fVideoStartSeconds = fVideo->StartSeconds();
+        fVideoStarted = true;
+        if (!decoded) break;
         const double at = static_cast<double>(frame.time) * tick;
         if (fOptions.limit > 0 && at >= fOptions.limit) break;
         keep_pace(at);
-        while (!fWriter->IsVideoReady() && !has_ended(stop)) zThread::MicroSleep(kPollUs);
-        FrameBuffer buffer(frame, fFigures);
-        const int code = fWriter->WriteVideo(buffer);
-        if (code != 0) {
-            fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
-            break;
-        }
-        ++fFigures.frames;
-        fFigures.queued = static_cast<long long>(decoded.Size());
+        if (!write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
     }
-    decoded.Close();
-    decoding.join();
+    fVideoStarted = true;
     fVideoEnded = true;
+}
+
+bool Recorder::write_video(ClipFrame& frame, const std::atomic<bool>& stop) {
+    while (!fWriter->IsVideoReady() && !has_ended(stop)) zThread::MicroSleep(kPollUs);
+    frame.pixels =
+        RObject<CPixelDataReference>(new WaitingPixels(std::move(frame.pixels), fFigures.queued));
+    FrameBuffer buffer(frame, fFigures);
+    const int code = fWriter->WriteVideo(buffer);
+    if (code != 0) {
+        fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
+        return false;
+    }
+    ++fFigures.frames;
+    return true;
 }
 
 // Sound follows the picture and never leads it, so that the two are equally long wherever it ends.

@@ -8,6 +8,7 @@
 
 class ClipAudio;
 class ClipVideo;
+struct ClipFrame;
 class tnWriteORB2;
 
 /// What a recording is to be.
@@ -33,7 +34,7 @@ struct RecordFigures {
     std::atomic<long long> audioFrames{0};
     std::atomic<long long> videoBytes{0};
     std::atomic<long long> audioBytes{0};
-    std::atomic<long long> queued{0};    ///< decoded frames that wait for the encoder
+    std::atomic<long long> queued{0};    ///< pictures that the encoder has yet to take in
     std::atomic<double> seconds{0};      ///< how far the picture (or sound) has come
     std::atomic<double> lateSeconds{0};  ///< largest lag behind the clip's pace, with `live`
 };
@@ -71,6 +72,7 @@ private:
     void judge_file();
 
     void record_video(const std::atomic<bool>& stop);
+    bool write_video(ClipFrame& frame, const std::atomic<bool>& stop);
     void record_audio(const std::atomic<bool>& stop);
     bool write_audio(const short* pcm, std::size_t samples, const std::atomic<bool>& stop);
     long long audio_frames_due(bool& final) const;
