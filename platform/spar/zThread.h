@@ -20,9 +20,11 @@ public:
     ///
     /// `name` shows in debuggers and tools, cut to 15 bytes. `schedulingClass` 3 is background
     /// work, `number` the niceness (1 to 19). Class 4 wakes from sleep without the usual slack;
-    /// `number` 1 to 4 is an ordinary thread, 5 to 9 asks for first-in-first-out real time with a
-    /// priority that rises by 10 a step. Where the system refuses that, the thread runs as an
-    /// ordinary one and the refusal is traced once a process. Other classes count as 4.
+    /// `number` 1 to 3 is an ordinary thread; 4 one that works in short bursts and, where the
+    /// kernel can, gets its turn at once on loaded cores, in slices so short that long work is
+    /// switched more often; 5 to 9 asks for first-in-first-out real time with a priority that rises
+    /// by 10 a step. Where the system refuses that, the thread runs as with 4 and the refusal is
+    /// traced once a process. Other classes count as 4.
     static zThread* Factory(const char* name, zThreadMain* main, char schedulingClass, char number);
 
     zThread(const zThread&) = delete;

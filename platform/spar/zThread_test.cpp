@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <gmock/gmock.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <thread>
 #include <unistd.h>
@@ -141,6 +143,67 @@ TEST(zThread, BackgroundClassIsNiceAndTheOrdinaryWakesWithoutSlack) {
     Body ordinary([&] { slack = prctl(PR_GET_TIMERSLACK); });
     start(ordinary)->Join();
     EXPECT_EQ(slack, 1);
+}
+
+namespace {
+
+/// What the kernel's calls take and give; of an ordinary thread, `runtime` is its slice.
+struct Scheduling {
+    uint32_t size = sizeof(Scheduling);
+    uint32_t policy = 0;
+    uint64_t flags = 0;
+    int32_t nice = 0;
+    uint32_t priority = 0;
+    uint64_t runtime = 0;
+    uint64_t deadline = 0;
+    uint64_t period = 0;
+};
+
+/// Nanoseconds that this thread runs before the kernel thinks of others.
+uint64_t slice_of_this_thread() {
+    Scheduling scheduling;
+    syscall(SYS_sched_getattr, 0, &scheduling, sizeof scheduling, 0);
+    return scheduling.runtime;
+}
+
+bool can_have_slices() {
+    uint64_t slice = 0;
+    std::thread([&] {
+        Scheduling wish;
+        wish.nice = getpriority(PRIO_PROCESS, 0);
+        wish.runtime = 200000;
+        syscall(SYS_sched_setattr, 0, &wish, 0);
+        slice = slice_of_this_thread();
+    }).join();
+    return slice == 200000;
+}
+
+}  // namespace
+
+TEST(zThread, OnlyThreadsThatMustBePunctualRunInShortSlices) {
+    if (!can_have_slices()) GTEST_SKIP() << "no thread has a slice of its own here";
+    const uint64_t usual = slice_of_this_thread();
+    const struct {
+        char schedulingClass;
+        char number;
+        uint64_t slice;
+    } kCases[] = {{4, 4, 100000}, {4, 1, usual}, {4, 3, usual}, {3, 6, usual}};
+    // Started by one in short slices, too: these are passed on.
+    Body punctual([&] {
+        for (const auto& item : kCases) {
+            uint64_t slice = 0;
+            int niceness = -100;
+            Body body([&] {
+                slice = slice_of_this_thread();
+                niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(gettid()));
+            });
+            start(body, "test", item.schedulingClass, item.number)->Join();
+            EXPECT_EQ(slice, item.slice) << int{item.schedulingClass} << " " << int{item.number};
+            const int nice = item.schedulingClass == 3 ? item.number : 0;
+            EXPECT_EQ(niceness, std::max(nice, getpriority(PRIO_PROCESS, 0)));
+        }
+    });
+    start(punctual)->Join();
 }
 
 TEST(zThread, UrgentThreadsRunWhetherTheSystemGrantsRealTimeOrNot) {

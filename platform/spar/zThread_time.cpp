@@ -59,9 +59,10 @@ long long zThread::AccurateTimer::MicroSleepUntil(long long time) {
         sleep_until(wake);
         now = zTime::MicroNow();
         // Up at once after a late wake-up, down slowly: a late tick costs more than a longer spin.
+        // One so late that no lead covers it tells nothing of the next.
         const long long late = now - wake;
-        fLead =
-            std::clamp(std::max(late + late / 4, fLead - fLead / 16), kLeastLeadUs, kMostLeadUs);
+        const long long wanted = late <= kMostLeadUs ? late + late / 4 : kLeastLeadUs;
+        fLead = std::clamp(std::max(wanted, fLead - fLead / 16), kLeastLeadUs, kMostLeadUs);
     }
     while (now < time) {
         relax();

@@ -133,7 +133,7 @@ bool tnEncoderProbe::Run(long long limit) {
     }
     const auto trial = std::make_shared<Trial>();
     auto main = std::make_unique<TrialMain>(trial);
-    const std::unique_ptr<zThread> thread(zThread::Factory("encoder_probe", main.get(), 4, 4));
+    const std::unique_ptr<zThread> thread(zThread::Factory("encoder_probe", main.get(), 4, 1));
     if (!thread) {
         return false;
     }
