@@ -1,6 +1,7 @@
 #include "Recorder.h"
 
 #include <algorithm>
+#include <exception>
 #include <filesystem>
 #include <fmt/format.h>
 #include <system_error>
@@ -199,8 +200,8 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
     std::thread video;
     std::thread audio;
     try {
-        if (fVideo) video = std::thread([&] { record_video(stop); });
-        if (fAudio) audio = std::thread([&] { record_audio(stop); });
+        if (fVideo) video = std::thread([&] { guarded(&Recorder::record_video, stop); });
+        if (fAudio) audio = std::thread([&] { guarded(&Recorder::record_audio, stop); });
     } catch (const std::system_error& error) {
         fail(fmt::format("'{}': no thread to record with: {}; end other programs and try again",
                          fOptions.output, error.what()));
@@ -211,6 +212,17 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
     if (!fFailed && !stop) judge_clips();
     judge_file();
     return !fFailed;
+}
+
+// An exception that leaves a thread ends the program, and with it a file that can still be closed.
+void Recorder::guarded(void (Recorder::*record)(const std::atomic<bool>&),
+                       const std::atomic<bool>& stop) {
+    try {
+        (this->*record)(stop);
+    } catch (const std::exception& trouble) {
+        fail(fmt::format("'{}': the recording had to end: {}; end other programs and try again",
+                         fOptions.output, trouble.what()));
+    }
 }
 
 // A clip that was cut off is recorded as far as it goes, and yet is no success: whoever relies on

@@ -71,6 +71,7 @@ private:
     void judge_clips();
     void judge_file();
 
+    void guarded(void (Recorder::*record)(const std::atomic<bool>&), const std::atomic<bool>& stop);
     void record_video(const std::atomic<bool>& stop);
     bool write_video(ClipFrame& frame, const std::atomic<bool>& stop);
     void record_audio(const std::atomic<bool>& stop);
