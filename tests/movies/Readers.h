@@ -15,8 +15,8 @@ struct ReaderOpinion {
 ReaderOpinion Ffprobe(const std::string& path, bool empty = false);
 ReaderOpinion Mediainfo(const std::string& path);
 ReaderOpinion GstDiscoverer(const std::string& path);
-/// Has GStreamer demultiplex and decode everything.
-ReaderOpinion GstDecode(const std::string& path);
+/// Has GStreamer demultiplex and decode everything: `streams` tracks, exactly.
+ReaderOpinion GstDecode(const std::string& path, int streams = 2);
 
 /// A line for every decoded frame of a stream, such as "v:0": its time in the stream's ticks and a
 /// hash of what was decoded. Complaints of the decoder are lines too.

@@ -145,7 +145,7 @@ TEST_P(Shapes, SeveralSoundsStandBesideEachOther) {
         EXPECT_EQ(DecodedSound(Path(), stream), DecodedSound(clip.path, stream)) << stream;
     EXPECT_EQ(entry_of(Path(), "a:1", "sample_rate"), "44100");
     EXPECT_EQ(RunProgram("mediainfo --Output='General;%AudioCount%' " + Path()).output, "3\n");
-    EXPECT_EQ(GstDecode(Path()).complaints, "");
+    EXPECT_EQ(GstDecode(Path(), 4).complaints, "");
 }
 
 /// PCM lies in pieces of about half a second, whatever blocks it came in, and pictures lie between.
