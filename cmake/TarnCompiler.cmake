@@ -31,9 +31,7 @@ if(TARN_SANITIZE)
 endif()
 # Test sources are most of what there is to compile, and take half the time so; what they test is
 # optimised all the same.
-if(TARN_SANITIZE)
-    set(TARN_TEST_FLAGS -O0)
-endif()
+set(TARN_TEST_FLAGS -O0)
 # Fuzzing without coverage of what is fuzzed finds nothing.
 if(TARN_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
