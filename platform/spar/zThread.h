@@ -83,5 +83,6 @@ public:
 
 private:
     long long fLead;
+    long long fLateBefore = 0;  // of the last wake-up
     long fSlackBefore;
 };

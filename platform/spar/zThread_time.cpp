@@ -58,9 +58,11 @@ long long zThread::AccurateTimer::MicroSleepUntil(long long time) {
     if (now < wake) {
         sleep_until(wake);
         now = zTime::MicroNow();
-        // Up at once after a late wake-up, down slowly: a late tick costs more than a longer spin.
-        // One so late that no lead covers it tells nothing of the next.
-        const long long late = now - wake;
+        // Up at once where wake-ups come late, down slowly: a late tick costs more than a longer
+        // spin. A single one tells nothing of the next, and nor do those that no lead covers; on
+        // loaded cores who spins long for it is made to wait, and comes later than without.
+        const long long late = std::min(now - wake, fLateBefore);
+        fLateBefore = now - wake;
         const long long wanted = late <= kMostLeadUs ? late + late / 4 : kLeastLeadUs;
         fLead = std::clamp(std::max(wanted, fLead - fLead / 16), kLeastLeadUs, kMostLeadUs);
     }
