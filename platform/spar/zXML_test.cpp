@@ -13,8 +13,8 @@
 #include "spar/zMemoryStream.h"
 #include "spar/zStringID.h"
 
+#include "tests/support/SweepStride.h"
 #include "tests/support/randomRecords.h"
-#include "tests/support/sweepStride.h"
 #include "tests/support/xmlRecords.h"
 
 namespace {
@@ -314,7 +314,7 @@ TEST(zXML, CutAtAnyByteEveryCompleteElementIsThere) {
         if (text.size() > 1500) continue;  // the work grows with the square of it
         ++round;
         const std::size_t rootEnd = text.find('>');
-        for (std::size_t size = 0; size < text.size(); size += tests::kSweepStride) {
+        for (std::size_t size = 0; size < text.size(); size += tests::SweepStride()) {
             const std::string cut = text.substr(0, size);
             zRecord read;
             const int result = parse(cut, read);

@@ -6,7 +6,7 @@
 
 #include "tests/movies/MovieCheck.h"
 #include "tests/support/RecordedFile.h"
-#include "tests/support/sweepStride.h"
+#include "tests/support/SweepStride.h"
 
 using namespace Quillon::Orb;
 
@@ -65,7 +65,7 @@ TEST_P(Faults, EveryCallMayFailAndWhatWasShownStays) {
     options.checkpointEvery = 15;
     bool failed = true;
     int failures = 0;
-    for (int call = 1; failed; call += tests::kSweepStride) {
+    for (int call = 1; failed; call += tests::SweepStride()) {
         auto record = std::make_shared<FileRecord>();
         record->failAt = call;
         record->error = fault.error;
@@ -94,7 +94,7 @@ TEST_P(Faults, EveryCallMayFailAndWhatWasShownStays) {
         else
             ASSERT_NEAR(seconds_told(text), kept, 0.0501) << text;
     }
-    EXPECT_GT(failures, 50 / tests::kSweepStride);
+    EXPECT_GT(failures, 50 / tests::SweepStride());
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Faults,
@@ -114,7 +114,7 @@ TEST(FullDisk, WhileTheIndexGrowsLosesNothingThatWasShown) {
         options.checkpointEvery = 600;
         auto whole = std::make_shared<FileRecord>();
         ASSERT_EQ(record_with(whole, clip, options).result, 0);
-        for (int call = 5; call < whole->calls; call += tests::kSweepStride * whole->calls / 40) {
+        for (int call = 5; call < whole->calls; call += tests::SweepStride() * whole->calls / 40) {
             SCOPED_TRACE("call " + std::to_string(call));
             auto record = std::make_shared<FileRecord>();
             record->failAt = call;
@@ -139,7 +139,7 @@ TEST(FullDisk, NextIndexMayFailAsLongAsItIsNotNeeded) {
     auto whole = std::make_shared<FileRecord>();
     ASSERT_EQ(record_with(whole, clip, options).result, 0);
     int survived = 0;
-    for (int call = 5; call < whole->calls; call += tests::kSweepStride * whole->calls / 60) {
+    for (int call = 5; call < whole->calls; call += tests::SweepStride() * whole->calls / 60) {
         auto record = std::make_shared<FileRecord>();
         record->failAt = call;
         record->error = ENOSPC;

@@ -17,7 +17,7 @@
 #include "tests/movies/MovieFolder.h"
 #include "tests/movies/Readers.h"
 #include "tests/movies/Recorder.h"
-#include "tests/support/sweepStride.h"
+#include "tests/support/SweepStride.h"
 
 using namespace Quillon::Orb;
 
@@ -55,7 +55,7 @@ TEST_P(Kills, EveryCallLeavesAMovieThatOpens) {
     bool killed = true;
     int opened = 0;
     long long most = 0;
-    for (int call = 1; killed; call += tests::kSweepStride) {
+    for (int call = 1; killed; call += tests::SweepStride()) {
         std::filesystem::remove(movie);
         killed = WaitForRecorder(StartDoomedRecorder(movie, clip, options, call, progress));
         if (!std::filesystem::exists(movie)) continue;
@@ -77,7 +77,7 @@ TEST_P(Kills, EveryCallLeavesAMovieThatOpens) {
         ASSERT_EQ(GstDiscoverer(movie).complaints, "");
         ASSERT_NO_FATAL_FAILURE(expect_first_pictures(movie, clip, kept));
     }
-    EXPECT_GT(opened, 100 / tests::kSweepStride);
+    EXPECT_GT(opened, 100 / tests::SweepStride());
     EXPECT_EQ(most, 50);
 }
 

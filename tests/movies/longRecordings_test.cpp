@@ -5,7 +5,7 @@
 #include "tests/movies/LongRecording.h"
 #include "tests/movies/MovieFolder.h"
 #include "tests/movies/Readers.h"
-#include "tests/support/sweepStride.h"
+#include "tests/support/SweepStride.h"
 
 using namespace Quillon::Orb;
 
@@ -104,7 +104,7 @@ TEST_P(Bursts, AnyNumberOfSamplesBetweenTwoCheckpointsIsHeld) {
     const std::vector<unsigned char> bytes(8192);
     const auto packets = static_cast<long long>(bytes.size()) / 8;
     long long next = 0;
-    for (const long long count : {100, 30000, 10, 400000 / tests::kSweepStride, 1000}) {
+    for (const long long count : {100, 30000, 10, 400000 / tests::SweepStride(), 1000}) {
         for (const long long end = next + count; next < end; next++) {
             for (std::size_t track = 0; track < clip.tracks.size(); track++) {
                 MovieSample sample;

@@ -10,7 +10,7 @@
 #include "tests/movies/MovieCheck.h"
 #include "tests/movies/MovieFolder.h"
 #include "tests/support/RecordedFile.h"
-#include "tests/support/sweepStride.h"
+#include "tests/support/SweepStride.h"
 
 using namespace Quillon::Orb;
 using Kind = PowerCuts::Kind;
@@ -32,7 +32,7 @@ public:
 
     void Look(const std::vector<unsigned char>& image, Kind kind) {
         // What a sync promised is looked at every time: the states behind it are held against it.
-        if (kind != Kind::Synced && fPassed++ % tests::kSweepStride != 0) return;
+        if (kind != Kind::Synced && fPassed++ % tests::SweepStride() != 0) return;
         fStates[kind]++;
         const Kept kept = CompareWithClip(ParseBoxes(image), BytesOf(image), fClip);
         note(kept.complaints);
@@ -79,9 +79,9 @@ void expect_whole_at_every_cut(const MediaClip& clip, bool decodable, const Writ
     cuts.Run([&](const auto& image, Kind kind) { inspection.Look(image, kind); });
     for (const auto& [text, times] : inspection.Complaints())
         ADD_FAILURE() << times << " times: " << text;
-    EXPECT_GT(inspection.States(Kind::Prefix), 50 / tests::kSweepStride);
+    EXPECT_GT(inspection.States(Kind::Prefix), 50 / tests::SweepStride());
     EXPECT_GT(inspection.States(Kind::Synced), 10);
-    EXPECT_GT(inspection.States(Kind::Reordered), 100 / tests::kSweepStride);
+    EXPECT_GT(inspection.States(Kind::Reordered), 100 / tests::SweepStride());
     testing::Test::RecordProperty("prefixes", inspection.States(Kind::Prefix));
     testing::Test::RecordProperty("reorderings", inspection.States(Kind::Reordered));
 }

@@ -24,7 +24,7 @@ constexpr int kWidth = 64;
 constexpr int kHeight = 48;
 constexpr int kFramesPerSecond = 25;
 constexpr int kSampleRate = 48000;
-constexpr int kWholeFrames = 10;
+constexpr int kWhole = 10;
 constexpr int kMany = 1000;
 
 /// Grey pictures until memory runs out.
@@ -110,16 +110,16 @@ protected:
 };
 
 TEST_F(RecorderShortOfMemory, PicturesEndAndTheFileIsWhole) {
-    const std::string error = ErrorWith(kWholeFrames, kMany);
+    const std::string error = ErrorWith(kWhole, kMany);
     EXPECT_NE(error.find("bad_alloc"), std::string::npos) << error;
     EXPECT_EQ(error.find('\n'), std::string::npos);
     const MovieOnDisk movie = ReadMovieOnDisk(fMovie);
     EXPECT_TRUE(movie.opens);
-    EXPECT_EQ(movie.frames, kWholeFrames);
+    EXPECT_EQ(movie.frames, kWhole);
 }
 
 TEST_F(RecorderShortOfMemory, SoundEndsAndTheFileIsWhole) {
-    const std::string error = ErrorWith(kMany, kWholeFrames);
+    const std::string error = ErrorWith(kMany, kWhole);
     EXPECT_NE(error.find("bad_alloc"), std::string::npos) << error;
     const MovieOnDisk movie = ReadMovieOnDisk(fMovie);
     EXPECT_TRUE(movie.opens);
