@@ -2,12 +2,16 @@
 """tarn record beside the ffmpeg program: the same raw 1080p60 frames, the same encoder settings.
 
 Motion JPEG comes from another encoder than ffmpeg's, at a like quality: compare the files' sizes too.
+Where the encoder is the same, a bare loop over it shows what a program without any cost of its own
+would reach: it reads, encodes and writes nothing.
 
-Runs alternate, so that whatever else the machine does falls on both alike; medians are compared.
+The programs run in turns, each turn in an order drawn anew, so that whatever else the machine does
+falls on all alike. "x ffmpeg" is the median of the turns' own ratios.
 Usage: record_beside_ffmpeg.py [ROUNDS] [FRAMES]
 """
 import os
 import pathlib
+import random
 import statistics
 import subprocess
 import sys
@@ -16,18 +20,32 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 TARN = ROOT / "build/release/bin/tarn"
+BARE = ROOT / "build/release/bin/bare_encoder"
 CLIP = ROOT / "build/clips/photo_1080p60.mkv"
+FFMPEG = ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i"]
 
-X264 = ["-c:v", "libx264", "-profile:v", "high", "-preset", "veryfast", "-threads", "4", "-b:v", "10000k",
-        "-maxrate", "10000k", "-bufsize", "10000k", "-bf", "0", "-g", "30"]
-MJPEG = ["-c:v", "mjpeg", "-q:v", "2", "-pix_fmt", "yuvj420p"]
-MPEG2 = ["-c:v", "mpeg2video", "-b:v", "15000k", "-maxrate", "15000k", "-bufsize", "9781248", "-g", "240",
-         "-bf", "2", "-threads", "2"]
+X264 = {"profile": "high", "preset": "veryfast", "threads": "4", "b": "10000k", "maxrate": "10000k",
+        "bufsize": "10000k", "bf": "0", "g": "30"}
+MPEG2 = {"b": "15000k", "maxrate": "15000k", "bufsize": "9781248", "g": "240", "bf": "2", "threads": "2"}
+MJPEG = {"q": "2", "pix_fmt": "yuvj420p"}
 KINDS = {
-    "x264 veryfast": (["--video", "x264", "--bitrate", "10000"], X264),
-    "Motion JPEG": (["--video", "MJPEG", "--quality", "mjpeg_high"], MJPEG),
-    "MPEG-2": (["--video", "Mpeg2", "--bitrate", "15000"], MPEG2),
+    "x264 veryfast": (["--video", "x264", "--bitrate", "10000"], "libx264", X264),
+    "Motion JPEG": (["--video", "MJPEG", "--quality", "mjpeg_high"], "mjpeg", MJPEG),
+    "MPEG-2": (["--video", "Mpeg2", "--bitrate", "15000"], "mpeg2video", MPEG2),
 }
+
+
+def programs(raw: str, folder: str, tarn: list[str], encoder: str, options: dict) -> dict[str, list[str]]:
+    """The command of each contender."""
+    video_options = [word for name, value in options.items()
+                     for word in (f"-{name}" if name in ("threads", "pix_fmt") else f"-{name}:v", value)]
+    commands = {
+        "tarn": [str(TARN), "record", raw, f"{folder}/tarn.mov", "--audio", "none", *tarn],
+        "ffmpeg": [*FFMPEG, raw, "-c:v", encoder, *video_options, "-an", f"{folder}/ffmpeg.mov"],
+    }
+    if encoder != "mjpeg":
+        commands["bare loop"] = [str(BARE), raw, encoder, *(f"{name}={value}" for name, value in options.items())]
+    return commands
 
 
 def run(words: list[str]) -> tuple[float, float, float]:
@@ -49,18 +67,18 @@ def main() -> None:
         raw = f"{folder}/raw.y4m"
         subprocess.run(["ffmpeg", "-v", "error", "-i", str(CLIP), "-frames:v", str(frames), "-pix_fmt", "yuv420p", raw],
                        check=True)
-        print(f"{frames} frames of 1080p60, {rounds} alternating runs; medians")
-        print(f"{'':16}{'tarn fps':>10}{'ffmpeg fps':>12}{'ratio':>8}{'CPU ms/frame':>16}{'peak MB':>14}{'file MB':>14}")
-        for name, (ours, theirs) in KINDS.items():
-            mine, other = [], []
-            for _ in range(rounds):
-                mine.append(run([str(TARN), "record", raw, f"{folder}/a.mov", "--audio", "none", *ours]))
-                other.append(run(["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", raw, *theirs, "-an", f"{folder}/b.mov"]))
-            a, b = ([statistics.median(row[i] for row in rows) for i in range(3)] for rows in (mine, other))
-            sizes = [os.path.getsize(f"{folder}/{n}.mov") / 1e6 for n in "ab"]
-            print(f"{name:16}{frames / a[0]:10.1f}{frames / b[0]:12.1f}{b[0] / a[0]:8.2f}"
-                  f"{a[1] * 1000 / frames:8.1f} / {b[1] * 1000 / frames:<5.1f}{a[2]:7.0f} / {b[2]:<5.0f}"
-                  f"{sizes[0]:7.1f} / {sizes[1]:<5.1f}")
+        print(f"{frames} frames of 1080p60, {rounds} turns; medians")
+        print(f"{'':16}{'':12}{'fps':>8}{'x ffmpeg':>10}{'CPU ms/frame':>14}{'peak MB':>9}{'file MB':>9}")
+        for kind, (tarn, encoder, options) in KINDS.items():
+            commands = programs(raw, folder, tarn, encoder, options)
+            turns = [{name: run(commands[name]) for name in random.sample(list(commands), len(commands))}
+                     for _ in range(rounds)]
+            for name in commands:
+                seconds, cpu, peak = (statistics.median(turn[name][i] for turn in turns) for i in range(3))
+                ratio = statistics.median(turn["ffmpeg"][0] / turn[name][0] for turn in turns)
+                file = pathlib.Path(folder, f"{name}.mov")
+                size = f"{file.stat().st_size / 1e6:9.1f}" if file.exists() else ""
+                print(f"{kind:16}{name:12}{frames / seconds:8.1f}{ratio:10.2f}{cpu * 1000 / frames:14.1f}{peak:9.0f}{size}")
 
 
 main()
