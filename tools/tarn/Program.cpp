@@ -3,9 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <new>
 #include <string>
-#include <system_error>
 
 #include "ClockCommand.h"
 #include "CommandLine.h"
@@ -17,25 +15,16 @@
 #include "Say.h"
 #include "StopSignal.h"
 #include "avHandles.h"
+#include "exceptionAdvice.h"
 #include "sync/SyncCommand.h"
 
 namespace {
-
-const char* advice_on(const std::exception& error) {
-    const auto* system = dynamic_cast<const std::system_error*>(&error);
-    const bool isShortage =
-        dynamic_cast<const std::bad_alloc*>(&error) != nullptr ||
-        (system != nullptr && system->code() == std::errc::resource_unavailable_try_again);
-    return isShortage ? "the machine has no memory or no thread left for it; end other programs "
-                        "and try again"
-                      : "see to that and try again";
-}
 
 int run(CommandLine& line, int argc, const char* const* argv) {
     try {
         return line.Run(argc, argv);
     } catch (const std::exception& error) {
-        Say(stderr, "tarn: {}; {}\n", error.what(), advice_on(error));
+        Say(stderr, "tarn: {}; {}\n", error.what(), ExceptionAdvice(error));
         return line.ExitCode() != EXIT_SUCCESS ? line.ExitCode() : EXIT_FAILURE;
     }
 }

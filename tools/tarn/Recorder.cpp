@@ -17,6 +17,7 @@
 #include "ClipVideo.h"
 #include "avHandles.h"
 #include "codeText.h"
+#include "exceptionAdvice.h"
 #include "folderTrouble.h"
 
 using namespace Quillon::Orb;
@@ -203,8 +204,8 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
         if (fVideo) video = std::thread([&] { guarded(&Recorder::record_video, stop); });
         if (fAudio) audio = std::thread([&] { guarded(&Recorder::record_audio, stop); });
     } catch (const std::system_error& error) {
-        fail(fmt::format("'{}': no thread to record with: {}; end other programs and try again",
-                         fOptions.output, error.what()));
+        fail(fmt::format("'{}': no thread to record with: {}; {}", fOptions.output, error.what(),
+                         ExceptionAdvice(error)));
     }
     if (video.joinable()) video.join();
     if (audio.joinable()) audio.join();
@@ -220,8 +221,8 @@ void Recorder::guarded(void (Recorder::*record)(const std::atomic<bool>&),
     try {
         (this->*record)(stop);
     } catch (const std::exception& trouble) {
-        fail(fmt::format("'{}': the recording had to end: {}; end other programs and try again",
-                         fOptions.output, trouble.what()));
+        fail(fmt::format("'{}': the recording had to end: {}; {}", fOptions.output, trouble.what(),
+                         ExceptionAdvice(trouble)));
     }
 }
 
