@@ -25,18 +25,24 @@ using namespace Quillon::Orb;
 namespace {
 
 constexpr int kPollUs = 2000;
+constexpr int kLongestWaitUs = 10000;
 constexpr double kMicro = 1e6;
 
-/// Pixels that are counted for as long as the encoder has not let go of them.
+/// Pixels that are counted for as long as the encoder has not let go of them, and that raise
+/// `taken` when it begins with them.
 class WaitingPixels final : public CPixelDataReference {
 public:
-    WaitingPixels(RObject<CPixelDataReference> pixels, std::atomic<long long>& count)
-        : fPixels(std::move(pixels)), fCount(count) {
+    WaitingPixels(RObject<CPixelDataReference> pixels, std::atomic<long long>& count,
+                  zSignal& taken)
+        : fPixels(std::move(pixels)), fCount(count), fTaken(taken) {
         ++fCount;
     }
     ~WaitingPixels() override { --fCount; }
 
-    Result Lock(int mode) override { return fPixels->Lock(mode); }
+    Result Lock(int mode) override {
+        fTaken.Raise();
+        return fPixels->Lock(mode);
+    }
     void Unlock() override { fPixels->Unlock(); }
     unsigned char* GetData() override { return fPixels->GetData(); }
     int GetStride() override { return fPixels->GetStride(); }
@@ -47,6 +53,7 @@ public:
 private:
     const RObject<CPixelDataReference> fPixels;
     std::atomic<long long>& fCount;
+    zSignal& fTaken;
 };
 
 class FrameBuffer final : public tnVideoCompressor2::EncodedBuffer {
@@ -296,10 +303,12 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
     fVideoEnded = true;
 }
 
+// Looking again where the encoder begins with a picture, and not at any time, puts the reading of
+// the next one where an encoder in slices leaves a core free, instead of in the midst of a slice.
 bool Recorder::write_video(ClipFrame& frame, const std::atomic<bool>& stop) {
-    while (!fWriter->IsVideoReady() && !has_ended(stop)) zThread::MicroSleep(kPollUs);
-    frame.pixels =
-        RObject<CPixelDataReference>(new WaitingPixels(std::move(frame.pixels), fFigures.queued));
+    while (!fWriter->IsVideoReady() && !has_ended(stop)) fPictureTaken.WaitFor(kLongestWaitUs);
+    frame.pixels = RObject<CPixelDataReference>(
+        new WaitingPixels(std::move(frame.pixels), fFigures.queued, fPictureTaken));
     FrameBuffer buffer(frame, fFigures);
     const int code = fWriter->WriteVideo(buffer);
     if (code != 0) {

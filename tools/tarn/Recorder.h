@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "spar/zSignal.h"
 #include "tarn/foundation/tnMediaRecord.h"
 
 class ClipAudio;
@@ -86,6 +87,8 @@ private:
     tnWriteORB2* fWriter = nullptr;
     unsigned int fContainer = 0;
     long long fStartUs = 0;
+
+    zSignal fPictureTaken;  // the encoder has begun with a picture
 
     // between the two threads
     std::atomic<bool> fFailed{false};
