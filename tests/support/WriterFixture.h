@@ -127,16 +127,22 @@ protected:
         fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
         ASSERT_EQ(fWriter->CompleteInitialization(), 0);
     }
-    /// Writes frames, with the encoder stuck on the first, for as long as the track is ready.
+    /// Writes frames, with the encoder stuck on the first, until the track is full for good.
     int fill_pictures() {
         fScript.stuck = true;
         int frames = 0;
-        for (; !fScript.entered || fWriter->IsVideoReady(); ++frames) {
-            while (!fWriter->IsVideoReady()) std::this_thread::yield();
-            Frame frame(frames * 1001, 1001);
-            EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+        for (;;) {
+            // Asked first: once the encoder is stuck, a track that is full stays so.
+            const bool stuck = fScript.entered;
+            if (fWriter->IsVideoReady()) {
+                Frame frame(frames++ * 1001, 1001);
+                EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+            } else if (stuck) {
+                return frames;
+            } else {
+                std::this_thread::yield();
+            }
         }
-        return frames;
     }
     long long number(const char* name) {
         return fScript.numbers.count(name) ? fScript.numbers[name] : -999;
