@@ -10,19 +10,10 @@ extern "C" {
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+
+#include "tools/tarn/avHandles.h"
 
 namespace {
-
-struct Close {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-
-template <typename T>
-using Handle = std::unique_ptr<T, Close>;
 
 [[noreturn]] void give_up(const char* what, const char* which) {
     std::fprintf(stderr, "bare_encoder: %s '%s'\n", what, which);
@@ -39,10 +30,10 @@ public:
 private:
     void encode(const AVFrame* frame);
 
-    Handle<AVFormatContext> fClip;
-    Handle<AVCodecContext> fDecoder;
-    Handle<AVCodecContext> fEncoder;
-    Handle<AVPacket> fPacket{av_packet_alloc()};
+    AvHandle<AVFormatContext> fClip;
+    AvHandle<AVCodecContext> fDecoder;
+    AvHandle<AVCodecContext> fEncoder;
+    AvHandle<AVPacket> fPacket{av_packet_alloc()};
     AVRational fRate{1, 1};
     long long fPackets = 0;
 };
@@ -84,8 +75,8 @@ void BareEncoder::encode(const AVFrame* frame) {
 }
 
 long long BareEncoder::Run() {
-    Handle<AVPacket> raw(av_packet_alloc());
-    Handle<AVFrame> frame(av_frame_alloc());
+    AvHandle<AVPacket> raw(av_packet_alloc());
+    AvHandle<AVFrame> frame(av_frame_alloc());
     long long time = 0;
     while (av_read_frame(fClip.get(), raw.get()) == 0) {
         avcodec_send_packet(fDecoder.get(), raw.get());
