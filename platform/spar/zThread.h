@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "spar/export.h"
+#include "spar/zSpinLead.h"
 
 class zCancelClass;
 class zThreadMain;
@@ -82,7 +83,6 @@ public:
     long long MicroSleepUntil(long long time);
 
 private:
-    long long fLead;
-    long long fLateBefore = 0;  // of the last wake-up
+    zSpinLead fLead;
     long fSlackBefore;
 };

@@ -1,5 +1,4 @@
 // The sleeps of zThread: absolute, on the clock of zTime.
-#include <algorithm>
 #include <cerrno>
 #include <sys/prctl.h>
 #include <time.h>
@@ -10,9 +9,6 @@
 namespace {
 
 constexpr long long kSecondUs = 1000000;
-constexpr long long kLeastLeadUs = 20;
-constexpr long long kFirstLeadUs = 60;
-constexpr long long kMostLeadUs = 200;
 
 void sleep_until(long long time) {
     if (time <= 0) return;
@@ -43,8 +39,7 @@ void zThread::MicroSleepUntil(long long time, bool precise) {
     AccurateTimer().MicroSleepUntil(time);
 }
 
-zThread::AccurateTimer::AccurateTimer()
-    : fLead(kFirstLeadUs), fSlackBefore(prctl(PR_GET_TIMERSLACK)) {
+zThread::AccurateTimer::AccurateTimer() : fSlackBefore(prctl(PR_GET_TIMERSLACK)) {
     prctl(PR_SET_TIMERSLACK, 1UL);
 }
 
@@ -54,17 +49,11 @@ zThread::AccurateTimer::~AccurateTimer() {
 
 long long zThread::AccurateTimer::MicroSleepUntil(long long time) {
     long long now = zTime::MicroNow();
-    const long long wake = time - fLead;
+    const long long wake = time - fLead.Us();
     if (now < wake) {
         sleep_until(wake);
         now = zTime::MicroNow();
-        // Up at once where wake-ups come late, down slowly: a late tick costs more than a longer
-        // spin. A single one tells nothing of the next, and nor do those that no lead covers; on
-        // loaded cores who spins long for it is made to wait, and comes later than without.
-        const long long late = std::min(now - wake, fLateBefore);
-        fLateBefore = now - wake;
-        const long long wanted = late <= kMostLeadUs ? late + late / 4 : kLeastLeadUs;
-        fLead = std::clamp(std::max(wanted, fLead - fLead / 16), kLeastLeadUs, kMostLeadUs);
+        fLead.TakeWakeUp(now - wake);
     }
     while (now < time) {
         relax();
