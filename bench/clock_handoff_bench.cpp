@@ -268,11 +268,14 @@ void measure_producers() {
 constexpr int kWatchers = 4;
 constexpr long long kTicksPerSecond = 60;
 
-/// Processor time as a share of the time that passes while `tick` runs, in percent of a core.
-double share_of_a_core(const std::function<void()>& tick) {
+/// The processor time that this process takes for what runs in it, as a share of the time that
+/// passes, in percent of a core. What starting it took is over by then.
+double share_of_a_core(int seconds) {
+    constexpr useconds_t kSettleUs = 200'000;
+    usleep(kSettleUs);
     const int64_t cpu = bench::CpuNs();
     const int64_t wall = NowNs();
-    tick();
+    sleep(static_cast<unsigned int>(seconds));
     const int64_t cpuUsed = bench::CpuNs() - cpu;
     return 100.0 * static_cast<double>(cpuUsed) / static_cast<double>(NowNs() - wall);
 }
@@ -284,10 +287,8 @@ double cpu_of_a_clock(tnClock::clock_rate_accuracy accuracy, int seconds) {
         watcher.Start(0, nullptr, false);
         clock.AddWatcher(&watcher);
     }
-    const double share = share_of_a_core([&] {
-        clock.StartTicking(0, nullptr, 0);
-        sleep(static_cast<unsigned int>(seconds));
-    });
+    clock.StartTicking(0, nullptr, 0);
+    const double share = share_of_a_core(seconds);
     clock.StopTicking();
     for (StampingWatcher& watcher : watchers) clock.RemoveWatcher(&watcher);
     return share;
@@ -298,21 +299,24 @@ double cpu_of_a_clock(tnClock::clock_rate_accuracy accuracy, int seconds) {
 double cpu_of_bare_futexes(int words, int seconds) {
     std::vector<std::unique_ptr<BareFutex>> all;
     for (int i = 0; i < words; ++i) all.push_back(std::make_unique<BareFutex>(kWatchers / words));
-    return share_of_a_core([&] {
-        Body loop([&] {
-            constexpr int64_t kSecondNs = 1'000'000'000;
-            const int64_t begin = NowNs();
-            for (int64_t n = 0; n < seconds * kTicksPerSecond; ++n) {
-                tn_time_rec time{};
-                time.tick_count = n;
-                for (auto& each : all) each->HandOff(time);
-                const int64_t target = begin + (n + 1) * kSecondNs / kTicksPerSecond;
-                const timespec until = {target / kSecondNs, target % kSecondNs};
-                clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
-            }
-        });
-        start(loop)->Join();
+    std::atomic<bool> ended{false};
+    Body loop([&] {
+        constexpr int64_t kSecondNs = 1'000'000'000;
+        const int64_t begin = NowNs();
+        for (int64_t n = 0; !ended; ++n) {
+            tn_time_rec time{};
+            time.tick_count = n;
+            for (auto& each : all) each->HandOff(time);
+            const int64_t target = begin + (n + 1) * kSecondNs / kTicksPerSecond;
+            const timespec until = {target / kSecondNs, target % kSecondNs};
+            clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
+        }
     });
+    const std::unique_ptr<zThread> thread = start(loop);
+    const double share = share_of_a_core(seconds);
+    ended = true;
+    thread->Join();
+    return share;
 }
 
 /// In turns of a second, for what the machine charges for the same work changes by the minute.
