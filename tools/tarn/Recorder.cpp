@@ -292,9 +292,9 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         const bool decoded = fVideo->Next(frame);
         fVideoStartSeconds = fVideo->StartSeconds();
         fVideoStarted = true;
-        if (!decoded) break;
         const double at = static_cast<double>(frame.time) * tick;
-        if (fOptions.limit > 0 && at >= fOptions.limit) break;
+        fCameToEnd = !decoded || (fOptions.limit > 0 && at >= fOptions.limit);
+        if (fCameToEnd) break;
         keep_pace(at);
         if (!write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;

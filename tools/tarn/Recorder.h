@@ -59,6 +59,9 @@ public:
 
     const RecordFigures& Figures() const { return fFigures; }
     const std::string& Error() const { return fError; }
+    /// Whether the pictures ended with their clip or the limit. False where `stop` cut them short.
+    /// After Run.
+    bool CameToEnd() const { return fCameToEnd; }
     /// Seconds that the recording is going to have; 0 when nobody can tell.
     double ExpectedSeconds() const;
 
@@ -88,7 +91,8 @@ private:
     unsigned int fContainer = 0;
     long long fStartUs = 0;
 
-    zSignal fPictureTaken;  // the encoder has begun with a picture
+    bool fCameToEnd = false;  // written by the pictures' thread
+    zSignal fPictureTaken;    // the encoder has begun with a picture
 
     // between the two threads
     std::atomic<bool> fFailed{false};

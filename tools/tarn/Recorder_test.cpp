@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
@@ -27,10 +28,15 @@ constexpr int kSampleRate = 48000;
 constexpr int kWhole = 10;
 constexpr int kMany = 1000;
 
-/// Grey pictures until memory runs out.
+bool run_out_of_memory() {
+    throw std::bad_alloc();
+}
+
+/// Grey pictures without end. Before the one with the number `at` something happens, which says
+/// whether there is that picture.
 class GreyPictures final : public ClipVideo {
 public:
-    explicit GreyPictures(int whole) : fWhole(whole) {
+    GreyPictures(int at, std::function<bool()> happens) : fAt(at), fHappens(std::move(happens)) {
         fFormat.fWidth.SetInt32(kWidth);
         fFormat.fHeight.SetInt32(kHeight);
         fFormat.fColourspace.SetInt32('I420');
@@ -44,7 +50,7 @@ public:
     double StartSeconds() const override { return 0; }
     double HeaderSeconds() const override { return 1; }
     bool Next(ClipFrame& frame) override {
-        if (fGiven == fWhole) throw std::bad_alloc();
+        if (fGiven == fAt && !fHappens()) return false;
         constexpr int kBytes = kWidth * kHeight * 3 / 2;
         RObject<CByteArray> bytes(new CByteArray(kBytes, 1));
         std::memset(bytes->GetData(), 128, kBytes);
@@ -56,7 +62,8 @@ public:
     }
 
 private:
-    const int fWhole;
+    const int fAt;
+    const std::function<bool()> fHappens;
     int fGiven = 0;
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
 };
@@ -97,7 +104,7 @@ protected:
         options.output = fMovie;
         options.video = "MJPEG";
         options.audio = "pcm";
-        Recorder recorder(options, std::make_unique<GreyPictures>(pictures),
+        Recorder recorder(options, std::make_unique<GreyPictures>(pictures, run_out_of_memory),
                           std::make_unique<Silence>(blocks));
         EXPECT_TRUE(recorder.Prepare()) << recorder.Error();
         const std::atomic<bool> stop{false};
@@ -124,6 +131,27 @@ TEST_F(RecorderShortOfMemory, SoundEndsAndTheFileIsWhole) {
     const MovieOnDisk movie = ReadMovieOnDisk(fMovie);
     EXPECT_TRUE(movie.opens);
     EXPECT_GT(movie.audioBytes, 0);
+}
+
+// A stop may come when the last picture is out already: then nothing is missing.
+TEST(Recorder, TellsAnEndFromAStop) {
+    for (const bool clipEnds : {false, true}) {
+        SCOPED_TRACE(clipEnds);
+        const tests::TestFolder folder;
+        RecordOptions options;
+        options.output = folder.File("a.mov");
+        options.video = "MJPEG";
+        std::atomic<bool> stop{false};
+        const auto stopped = [&stop, clipEnds] {
+            stop = true;
+            return !clipEnds;
+        };
+        Recorder recorder(options, std::make_unique<GreyPictures>(kWhole, stopped), nullptr);
+        ASSERT_TRUE(recorder.Prepare()) << recorder.Error();
+        EXPECT_TRUE(recorder.Run(stop)) << recorder.Error();
+        EXPECT_EQ(recorder.CameToEnd(), clipEnds);
+        EXPECT_EQ(ReadMovieOnDisk(options.output).frames, clipEnds ? kWhole : kWhole + 1);
+    }
 }
 
 }  // namespace

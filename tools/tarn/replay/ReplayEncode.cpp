@@ -246,11 +246,11 @@ bool EncodeReplay(const std::vector<SegmentFile>& files, const ReplayCutWish& wi
         encoding.join();
     }
     error = recorder.Error();
+    result.stopped = stop && !recorder.CameToEnd();
     // The ends of a whole cut are those that were asked for; a picture may stand over either.
-    const double reached = stop ? recorder.Figures().seconds.load() : seconds;
+    const double reached = result.stopped ? recorder.Figures().seconds.load() : seconds;
     tell_written(stretches, std::llround(reached * kReplayUnitsPerSecond), result);
     result.frames = recorder.Figures().frames;
     result.encoded = true;
-    result.stopped = stop;
     return written;
 }
