@@ -255,10 +255,16 @@ TEST_F(Replay, RecordingIsNeverWrittenInto) {
         fCamera.Write(0, 30);
         ASSERT_EQ(show.Remove(), 0);
     }
-    const auto before = std::filesystem::file_size(fFolderOfShow + "/replay.xml");
+    const std::string manifest = fFolderOfShow + "/replay.xml";
+    const auto before = std::filesystem::file_size(manifest);
     Show again("Replay", {fCamera.Picture("MJPEG")});
     EXPECT_EQ(Begin(again, 0.5, 0), -1006);
-    EXPECT_EQ(std::filesystem::file_size(fFolderOfShow + "/replay.xml"), before);
+    EXPECT_EQ(std::filesystem::file_size(manifest), before);
+    // What a recorder that was killed while it deleted leaves.
+    std::filesystem::rename(manifest, manifest + ".before");
+    Show afterKill("Replay", {fCamera.Picture("MJPEG")});
+    EXPECT_EQ(Begin(afterKill, 0.5, 0), -1006);
+    EXPECT_FALSE(std::filesystem::exists(manifest));
 }
 
 TEST_F(Replay, SoundAloneIsNoReplay) {

@@ -7,6 +7,7 @@
 #include "spar/trace.h"
 #include "spar/zDirectory.h"
 #include "spar/zFileStream.h"
+#include "tarn/replay/tnManifestBefore.h"
 #include "tarn/replay/tnReplayManifest.h"
 #include "tarn/writers/writerErrors.h"
 
@@ -44,8 +45,10 @@ int ReplayOutput::Open() {
                zFileStream::ErrorText(made));
         return kWriterNoFile;
     }
-    const std::string path = fSettings.where + "/" + kManifestName;
-    if (zFileStream::Exists(path.c_str())) {
+    const std::string path = manifest_path();
+    // Of a recorder that was killed there may be nothing but the list from before a deletion.
+    if (zFileStream::Exists(path.c_str()) ||
+        zFileStream::Exists(tnManifestBefore(path).Path().c_str())) {
         zTrace("'{}': a replay recording stands there already; choose another folder\n",
                fSettings.where);
         return kWriterNoFile;
@@ -61,6 +64,10 @@ long long ReplayOutput::BytesWritten(bool ofPictures) const {
 bool ReplayOutput::takes_picture(tnVideoCompressor::EncodedBuffer& buffer) {
     // Rendered here, where the encoder stands still, and once for all who share the buffer.
     return buffer.Data() != nullptr;
+}
+
+std::string ReplayOutput::manifest_path() const {
+    return fSettings.where + "/" + kManifestName;
 }
 
 std::string ReplayOutput::path_of(unsigned int id) const {
@@ -203,10 +210,20 @@ int ReplayOutput::delete_old(long long newestUs) {
     const long long deletedToUs = std::max(oldestUs, fDeletedToUs);
     if (limitUs - deletedToUs < us_of(keepMs * kDeletionPart)) return 0;
     fDeletedToUs = limitUs;
+    return delete_before(limitUs);
+}
+
+int ReplayOutput::delete_before(long long limitUs) {
+    const tnManifestBefore before(manifest_path());
+    before.Keep();
     tnReplayManifest::Segments kept;
     fManifest->DeleteNonActiveSegments(kept, limitUs);
+    const bool isListed = before.DropIfListed(*fManifest, kept);
     for (tnReplaySegment* segment : kept) segment->Release();
-    return fManifest->IsRecording() ? 0 : kWriterNoFile;
+    if (isListed && fManifest->IsRecording()) return 0;
+    zTrace("'{}': its manifest cannot be written anew; '{}' has the list from before\n",
+           fSettings.where, before.Path());
+    return kWriterNoFile;
 }
 
 int ReplayOutput::finish_file() {

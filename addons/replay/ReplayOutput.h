@@ -52,6 +52,8 @@ private:
     int list_segment(double stopMs);
     int write_sound_until(double timeMs);
     int delete_old(long long newestUs);
+    int delete_before(long long limitUs);
+    std::string manifest_path() const;
     std::string path_of(unsigned int id) const;
 
     const Wish fWish;

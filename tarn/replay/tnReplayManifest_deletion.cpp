@@ -100,6 +100,9 @@ void tnReplayManifest::rewrite(Segments& active) {
 void tnReplayManifest::remove_manifest_file() {
     zString aside = fPath;
     aside += ".remove";
+    // What a kill left under that name may be the manifest's own file, by another link: a rename
+    // would then do nothing, and say that it had.
+    zFileStream::RemoveFile(aside);
     const bool isAside = zFileStream::RenameFile(fPath, aside) == 0;
     zFileStream::RemoveFile(isAside ? aside : fPath);
 }

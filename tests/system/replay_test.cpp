@@ -14,6 +14,7 @@
 
 #include "spar/zRecord.h"
 #include "spar/zThread.h"
+#include "spar/zTime.h"
 #include "spar/zXML.h"
 
 #include "tests/support/Probe.h"
@@ -31,11 +32,11 @@ struct Piece {
     long long fTo;
 };
 
-/// What the manifest lists, read without the code under test.
-std::vector<Piece> listed_in(const std::string& folder) {
+/// What a manifest lists, read without the code under test.
+std::vector<Piece> listed_by(const std::string& manifest) {
     std::vector<Piece> pieces;
     zRecord record;
-    if (zXML::ParseFile(1, &record, (folder + "/replay.xml").c_str()) != 0) return pieces;
+    if (zXML::ParseFile(1, &record, manifest.c_str()) != 0) return pieces;
     const zRecord* const segments =
         record.FindChildByStrVariable('xTag', "segments", true, 0xFFFFFFFF, Z_MATCH_EXACT);
     if (segments == nullptr) return pieces;
@@ -44,6 +45,17 @@ std::vector<Piece> listed_in(const std::string& folder) {
             {child->AsUInt32("id", 0), child->AsInt64("start", 0), child->AsInt64("stop", 0)});
     }
     return pieces;
+}
+
+/// What the recording in `folder` holds: by its manifest, or by the one before where a kill left
+/// less than that.
+std::vector<Piece> listed_in(const std::string& folder) {
+    const std::vector<Piece> now = listed_by(folder + "/replay.xml");
+    std::vector<Piece> before = listed_by(folder + "/replay.xml.before");
+    std::erase_if(before, [&folder](const Piece& piece) {
+        return !std::filesystem::exists(folder + "/" + std::to_string(piece.fID) + ".mov");
+    });
+    return before.size() > now.size() ? before : now;
 }
 
 class Replay : public testing::Test {
@@ -545,6 +557,37 @@ TEST_F(Replay, KilledRecorderLeavesWholeSegments) {
     }
     EXPECT_GT(most, 1u);
     EXPECT_GT(leftovers, 0);  // the kills did come in the middle of segments
+}
+
+/// The manifest is written anew within half a millisecond: about every third kill leaves none, or
+/// one that lists nothing. Two seconds are kept, so that at the least that much is there.
+TEST_F(Replay, KillInTheMidstOfADeletionLosesNoSegment) {
+    constexpr int kRounds = 5;
+    std::mt19937 random(64);
+    for (int round = 0; round < kRounds; ++round) {
+        SCOPED_TRACE(round);
+        std::filesystem::remove_all(Folder());
+        std::vector<std::string> words =
+            Live(Show("segment_seconds=\"0.4\" keep_seconds=\"2\""), 60);
+        words.insert(words.end(), {"--speed", "4"});
+        BackgroundProcess recorder(words);
+        while (!std::filesystem::exists(Folder() + "/replay.xml.before")) {
+        }
+        zThread::MicroSleepUntil(zTime::MicroNow() + random() % 500, true);
+        recorder.Signal(SIGKILL);
+        recorder.Wait();
+        const ProcessResult list = Replays({"list", "--json"});
+        ASSERT_EQ(list.exitCode, 0) << list.err;
+        const std::vector<Piece> pieces = listed_in(Folder());
+        EXPECT_EQ(CountOf(list.out, "\"id\":"), pieces.size());
+        ASSERT_FALSE(pieces.empty());
+        EXPECT_GE(pieces.back().fTo - pieces.front().fFrom, 2'000'000);
+        const ProcessResult purge = Replays({"purge", "--keep", "1", "--force"});
+        EXPECT_EQ(purge.exitCode, 0) << purge.err;
+        EXPECT_FALSE(std::filesystem::exists(Folder() + "/replay.xml.before"));
+        EXPECT_FALSE(listed_by(Folder() + "/replay.xml").empty());
+        ExpectEverySegmentDecodes();
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "spar/zThread.h"
+#include "tarn/replay/tnManifestBefore.h"
 #include "tarn/replay/tnReplayManifest.h"
 
 namespace {
@@ -49,32 +50,29 @@ bool PurgeReplay(const std::string& place, long long keep, bool force,
         return false;
     }
     // -1 would be no limit at all.
-    const long long before = recording.Stop() - keep == -1 ? -2 : recording.Stop() - keep;
+    const long long limit = recording.Stop() - keep == -1 ? -2 : recording.Stop() - keep;
     std::vector<ReplayPiece> going;
     for (const ReplayPiece& piece : recording.pieces) {
-        if (piece.stop <= before) going.push_back(piece);
+        if (piece.stop <= limit) going.push_back(piece);
     }
     purged.kept = recording.pieces.size() - going.size();
     purged.removed = going.size();
     if (going.empty()) return true;
-    // A disk may be too full even for the new manifest: then the old one comes back.
-    const std::string aside = recording.manifest + ".before";
-    std::error_code failed;
-    std::filesystem::remove(aside, failed);
-    std::filesystem::create_hard_link(recording.manifest, aside, failed);
-    const bool isKept = !failed;
+    const tnManifestBefore before(recording.manifest);
+    if (recording.listedBefore) before.BringBack();
+    const bool isKept = before.Keep();
     tnReplayManifest* const manifest = tnReplayManifest::GetManifest(recording.manifest.c_str());
-    const int code = manifest->Read();
-    if (code == 0) {
+    bool rewritten = false;
+    if (manifest->Read() == 0) {
         tnReplayManifest::Segments active;
-        manifest->DeleteNonActiveSegments(active, before);
+        manifest->DeleteNonActiveSegments(active, limit);
+        rewritten = before.DropIfListed(*manifest, active);
         for (tnReplaySegment* segment : active) segment->Release();
     }
-    const bool rewritten = code == 0 && (purged.kept == 0 || !manifest->IsEmpty());
     tnReplayManifest::ReleaseManifest(manifest);
-    if (!rewritten && isKept) std::filesystem::rename(aside, recording.manifest, failed);
-    if (rewritten && isKept) std::filesystem::remove(aside, failed);
     if (!rewritten) {
+        // A disk may be too full even for the new manifest.
+        if (isKept) before.BringBack();
         error = fmt::format("'{}': cannot be written anew; is the folder writable and not full?",
                             recording.manifest);
         return false;

@@ -11,6 +11,7 @@
 
 #include "spar/zBoot.h"
 #include "spar/zFileStream.h"
+#include "tarn/replay/tnManifestBefore.h"
 #include "tarn/replay/tnReplayManifest.h"
 
 namespace {
@@ -51,6 +52,15 @@ void take_pieces(tnReplayManifest& manifest, std::vector<ReplayPiece>& pieces) {
                           bytes < 0 ? 0 : bytes});
         segment->Release();
     }
+}
+
+/// Adds what the manifest at `path` lists; the code of reading it.
+int read_manifest(const std::string& path, std::vector<ReplayPiece>& pieces) {
+    const std::unique_ptr<tnReplayManifest, ReleaseManifest> manifest(
+        tnReplayManifest::GetManifest(path.c_str()));
+    const int code = manifest->Read();
+    if (code == 0) take_pieces(*manifest, pieces);
+    return code;
 }
 
 std::string text_of_failure(const std::string& manifest, int code) {
@@ -95,16 +105,15 @@ bool ReadReplay(const std::string& place, ReplayRecording& recording, std::strin
     if (recording.folder.empty()) recording.folder.push_back('.');
     // Asked first: a recording that ends in between is then told as one that goes on.
     recording.closed = ends_as_closed(recording.manifest);
-    const std::unique_ptr<tnReplayManifest, ReleaseManifest> manifest(
-        tnReplayManifest::GetManifest(recording.manifest.c_str()));
-    const int code = manifest->Read();
+    const int code = read_manifest(recording.manifest, recording.pieces);
+    std::vector<ReplayPiece> before;
+    read_manifest(tnManifestBefore(recording.manifest).Path(), before);
+    recording.listedBefore = before.size() > recording.pieces.size();
+    if (recording.listedBefore) recording.pieces = std::move(before);
     const bool hasBegun = code == kNoList && !recording.closed;
-    if (code != 0 && !hasBegun) {
-        error = text_of_failure(recording.manifest, code);
-        return false;
-    }
-    take_pieces(*manifest, recording.pieces);
-    return true;
+    if (code == 0 || hasBegun || recording.listedBefore) return true;
+    error = text_of_failure(recording.manifest, code);
+    return false;
 }
 
 bool ParseReplayTime(const std::string& text, long long& time) {

@@ -22,6 +22,7 @@ struct ReplayRecording {
     std::string manifest;             ///< path
     std::vector<ReplayPiece> pieces;  ///< in order of time
     bool closed = false;              ///< the manifest has its end: nobody records any more
+    bool listedBefore = false;  ///< by the text that the manifest had before it was written anew
 
     long long Start() const { return pieces.empty() ? 0 : pieces.front().start; }
     long long Stop() const { return pieces.empty() ? 0 : pieces.back().stop; }
@@ -41,7 +42,8 @@ public:
 std::string ReplayManifestPath(const std::string& place);
 
 /// Reads the manifest of `place`, a folder or a manifest. A recording that has just begun lists
-/// nothing and is no error. False with one line in `error`.
+/// nothing and is no error. Where the manifest is being written anew, or that was cut off, its list
+/// from before counts if more segments stand in it. False with one line in `error`.
 bool ReadReplay(const std::string& place, ReplayRecording& recording, std::string& error);
 
 /// "12.5", "1:02.5", "1:00:00" as microseconds; false for what is no time. Below 0 counts from the

@@ -79,15 +79,14 @@ protected:
         long long start;
         long long stop;
     };
-    void Make(const std::vector<Segment>& segments) const {
+    void Make(const std::vector<Segment>& segments, unsigned int id = 1) const {
         tnReplayManifest manifest(fFolder.File("replay.xml").c_str());
         const tnMediaRecord video(TN_MEDIA_VIDEO);
         const tnMediaRecord audio(TN_MEDIA_AUDIO);
         ASSERT_EQ(manifest.BeginRecording(video, audio), 0);
-        unsigned int id = 0;
         for (const Segment& segment : segments) {
-            std::ofstream(Movie(++id)) << "movie";
-            ASSERT_EQ(manifest.AddSegment(id, segment.start, segment.stop), 0);
+            std::ofstream(Movie(id)) << "movie";
+            ASSERT_EQ(manifest.AddSegment(id++, segment.start, segment.stop), 0);
         }
     }
     std::string Movie(unsigned int id) const { return fFolder.File(std::to_string(id) + ".mov"); }
@@ -128,6 +127,46 @@ TEST_F(ReplayFolder, TimesBeyondAllMeasureAreListedAndPurged) {
         EXPECT_EQ(purged.removed, one.purged);
         EXPECT_EQ(purged.kept, one.segments.size() - one.purged);
     }
+}
+
+// A recorder that is killed while it writes its manifest anew leaves the list from before, and none
+// or some of the new one.
+TEST_F(ReplayFolder, ListFromBeforeStandsInForOneThatWasCutOff) {
+    const std::string manifest = fFolder.File("replay.xml");
+    for (const std::size_t listedAnew : {0u, 1u, 3u}) {
+        SCOPED_TRACE(listedAnew);
+        std::filesystem::remove(manifest);
+        Make({{0, 10}, {10, 20}, {20, 30}, {30, 40}});
+        std::filesystem::rename(manifest, manifest + ".before");
+        const std::vector<Segment> all = {{10, 20}, {20, 30}, {30, 40}};
+        if (listedAnew > 0) Make({all.begin(), all.begin() + static_cast<long>(listedAnew)}, 2);
+        std::filesystem::remove(Movie(1));
+        ReplayRecording recording;
+        ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+        EXPECT_EQ(recording.pieces.size(), 3u);
+        EXPECT_EQ(recording.listedBefore, listedAnew < 2);
+    }
+}
+
+TEST_F(ReplayFolder, PurgeGoesOnFromTheListFromBefore) {
+    const std::string manifest = fFolder.File("replay.xml");
+    Make({{0, 1'000'000}, {1'000'000, 2'000'000}, {2'000'000, 3'000'000}});
+    std::filesystem::rename(manifest, manifest + ".before");
+    ReplayPurged purged;
+    const auto purge = [&](bool force) {
+        return PurgeReplay(
+            fFolder.Path(), 1'500'000, force, [](double) {}, purged, fError);
+    };
+    EXPECT_FALSE(purge(false));
+    EXPECT_NE(fError.find("--force"), std::string::npos) << fError;
+    EXPECT_TRUE(purge(true)) << fError;
+    EXPECT_EQ(purged.removed, 1u);
+    EXPECT_EQ(purged.kept, 2u);
+    EXPECT_FALSE(std::filesystem::exists(manifest + ".before"));
+    ReplayRecording recording;
+    ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+    EXPECT_EQ(recording.pieces.size(), 2u);
+    EXPECT_FALSE(recording.listedBefore);
 }
 
 TEST_F(ReplayFolder, CutThatIsStoppedBeforeItBeginsSaysSo) {
