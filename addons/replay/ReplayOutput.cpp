@@ -218,12 +218,12 @@ int ReplayOutput::delete_before(long long limitUs) {
     before.Keep();
     tnReplayManifest::Segments kept;
     fManifest->DeleteNonActiveSegments(kept, limitUs);
-    const bool isListed = before.DropIfListed(*fManifest, kept);
+    if (!before.DropIfListed(*fManifest, kept)) {
+        zTrace("'{}': its manifest cannot be written anew as a whole; make room on the disk\n",
+               fSettings.where);
+    }
     for (tnReplaySegment* segment : kept) segment->Release();
-    if (isListed && fManifest->IsRecording()) return 0;
-    zTrace("'{}': its manifest cannot be written anew; '{}' has the list from before\n",
-           fSettings.where, before.Path());
-    return kWriterNoFile;
+    return fManifest->IsRecording() ? 0 : kWriterNoFile;
 }
 
 int ReplayOutput::finish_file() {
