@@ -158,6 +158,11 @@ int zFileStream::RenameFile(const char* from, const char* to) {
     return result_of(::rename(from, to));
 }
 
+int zFileStream::LinkFile(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) return kErrorBase - EINVAL;
+    return result_of(::link(from, to));
+}
+
 int zFileStream::SyncFolder(const char* path) {
     if (path == nullptr) return kErrorBase - EINVAL;
     const int folder = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -52,6 +52,9 @@ public:
     static int RemoveFile(const char* path);
     /// Moves `from` to `to` in one step, replacing a file that stands there.
     static int RenameFile(const char* from, const char* to);
+    /// Gives the file `from` the name `to` as well; refused where `to` stands already, and on file
+    /// systems without links.
+    static int LinkFile(const char* from, const char* to);
     /// Waits until creations, removals and renamings in that folder stand on the disk.
     static int SyncFolder(const char* path);
     static bool IsFolder(const std::string& path);

@@ -203,6 +203,21 @@ TEST_F(FileStream, AFullDiskIsToldAtFlushOrClose) {
     EXPECT_EQ(zFileStream::ErrorText(-5028), "No space left on device");
 }
 
+TEST_F(FileStream, AFileWithTwoNamesGoesWithTheLast) {
+    const std::string a = Path("a");
+    const std::string b = Path("b");
+    Write(a, "first");
+    EXPECT_EQ(zFileStream::LinkFile(a.c_str(), b.c_str()), 0);
+    EXPECT_EQ(zFileStream::RemoveFile(a.c_str()), 0);
+    EXPECT_EQ(Content(b), "first");
+    EXPECT_EQ(zFileStream::LinkFile(a.c_str(), b.c_str()), kNoFile);
+    Write(a, "second");
+    EXPECT_NE(zFileStream::LinkFile(a.c_str(), b.c_str()), 0);
+    EXPECT_EQ(Content(b), "first") << "what stands there stays";
+    EXPECT_EQ(zFileStream::LinkFile(nullptr, b.c_str()), kInvalid);
+    EXPECT_EQ(zFileStream::LinkFile(a.c_str(), nullptr), kInvalid);
+}
+
 TEST_F(FileStream, ChecksRemovesAndRenames) {
     const std::string a = Path("a");
     const std::string b = Path("b");

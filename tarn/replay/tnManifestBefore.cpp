@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <limits>
 #include <system_error>
-#include <unistd.h>
 
 #include "spar/zFileStream.h"
 
@@ -23,7 +22,7 @@ tnManifestBefore::tnManifestBefore(const std::string& manifest)
 // taken for the list before it is whole.
 bool tnManifestBefore::Keep() const {
     zFileStream::RemoveFile(fPath.c_str());
-    if (::link(fManifest.c_str(), fPath.c_str()) == 0) return true;
+    if (zFileStream::LinkFile(fManifest.c_str(), fPath.c_str()) == 0) return true;
     std::error_code failed;
     const std::string half = fPath + ".part";
     const bool isCopied =

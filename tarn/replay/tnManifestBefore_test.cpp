@@ -5,6 +5,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "spar/zFileStream.h"
+
 #include "tests/support/ReplayFixture.h"
 #include "tests/support/TestFolder.h"
 
@@ -15,11 +17,10 @@ bool gHasLinks = true;
 }  // namespace
 
 // A disk without links.
-extern "C" int __real_link(const char* from, const char* to);
-extern "C" int __wrap_link(const char* from, const char* to) {
-    if (gHasLinks) return __real_link(from, to);
-    errno = EPERM;
-    return -1;
+extern "C" int __real__ZN11zFileStream8LinkFileEPKcS1_(const char* from, const char* to);
+extern "C" int __wrap__ZN11zFileStream8LinkFileEPKcS1_(const char* from, const char* to) {
+    if (gHasLinks) return __real__ZN11zFileStream8LinkFileEPKcS1_(from, to);
+    return zFileStream::kErrorBase - EPERM;
 }
 
 namespace {
