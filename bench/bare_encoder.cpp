@@ -2,24 +2,15 @@
 // encoder alone takes. record_beside_ffmpeg.py runs it beside the two whole programs. Its reading
 // waits for the encoder, so that a program that reads on another thread can come out ahead of it.
 //
-// With --from-memory the whole clip is read first, and what counts are the seconds that it then
-// tells: no program with this encoder gets by with less, however it starts and reads.
-//
-//   bare_encoder [--from-memory] RAW.y4m ENCODER [OPTION=VALUE...]
-//
-// The options are named as libavcodec names them.
+//   bare_encoder RAW.y4m ENCODER [OPTION=VALUE...]     options as libavcodec names them
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
 }
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <vector>
 
 #include "tools/tarn/avHandles.h"
 
@@ -34,16 +25,10 @@ class BareEncoder {
 public:
     void OpenClip(const char* path);
     void OpenEncoder(const char* name, int count, char** options);
-    /// Encodes the whole clip, each picture as it is read.
-    void Run();
-    /// Encodes the whole clip out of memory; the seconds that this took.
-    double RunFromMemory();
-    /// That came out.
-    long long Packets() const { return fPackets; }
+    /// Encodes the whole clip and returns how many packets came out.
+    long long Run();
 
 private:
-    /// A picture that `take` moves away is read anew; it may stay where it is otherwise.
-    void read(const std::function<void(AvHandle<AVFrame>&)>& take);
     void encode(const AVFrame* frame);
 
     AvHandle<AVFormatContext> fClip;
@@ -90,7 +75,7 @@ void BareEncoder::encode(const AVFrame* frame) {
     }
 }
 
-void BareEncoder::read(const std::function<void(AvHandle<AVFrame>&)>& take) {
+long long BareEncoder::Run() {
     AvHandle<AVPacket> raw(av_packet_alloc());
     AvHandle<AVFrame> frame(av_frame_alloc());
     long long time = 0;
@@ -100,42 +85,19 @@ void BareEncoder::read(const std::function<void(AvHandle<AVFrame>&)>& take) {
         while (avcodec_receive_frame(fDecoder.get(), frame.get()) == 0) {
             frame->pts = time++;
             frame->pict_type = AV_PICTURE_TYPE_NONE;
-            take(frame);
-            if (!frame) frame.reset(av_frame_alloc());
+            encode(frame.get());
         }
     }
-}
-
-void BareEncoder::Run() {
-    read([this](AvHandle<AVFrame>& frame) { encode(frame.get()); });
     encode(nullptr);
-}
-
-double BareEncoder::RunFromMemory() {
-    using Clock = std::chrono::steady_clock;
-    std::vector<AvHandle<AVFrame>> frames;
-    read([&frames](AvHandle<AVFrame>& frame) { frames.push_back(std::move(frame)); });
-    const Clock::time_point start = Clock::now();
-    for (const AvHandle<AVFrame>& frame : frames) encode(frame.get());
-    encode(nullptr);
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return fPackets;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const bool fromMemory = argc > 1 && std::strcmp(argv[1], "--from-memory") == 0;
-    const int first = fromMemory ? 2 : 1;
-    if (argc < first + 2) {
-        give_up("usage: [--from-memory] RAW.y4m ENCODER [OPTION=VALUE...]; got", argv[0]);
-    }
+    if (argc < 3) give_up("usage: RAW.y4m ENCODER [OPTION=VALUE...]; got", argv[0]);
     BareEncoder bare;
-    bare.OpenClip(argv[first]);
-    bare.OpenEncoder(argv[first + 1], argc - first - 2, argv + first + 2);
-    if (fromMemory) {
-        std::printf("%.4f\n", bare.RunFromMemory());
-    } else {
-        bare.Run();
-    }
-    if (bare.Packets() == 0) give_up("no pictures in", argv[first]);
+    bare.OpenClip(argv[1]);
+    bare.OpenEncoder(argv[2], argc - 3, argv + 3);
+    if (bare.Run() == 0) give_up("no pictures in", argv[1]);
 }

@@ -2,9 +2,8 @@
 """tarn record beside the ffmpeg program: the same raw 1080p60 frames, the same encoder settings.
 
 Motion JPEG comes from another encoder than ffmpeg's, at a like quality: compare the files' sizes too.
-Where the encoder is the same, a bare loop over it shows what the encoder takes: it reads and encodes on
-one thread and writes nothing. "from memory" is that encoder with the whole clip in memory before, its
-program's start not counted either: a bound that no program passes, but for what the turns differ.
+Where the encoder is the same, a bare loop over it shows what the encoder alone takes: it reads and
+encodes on one thread and writes nothing.
 
 The programs run in turns, each turn in an order drawn anew, so that whatever else the machine does
 falls on all alike. "x ffmpeg" is the median of the turns' own ratios.
@@ -45,26 +44,20 @@ def programs(raw: str, folder: str, tarn: list[str], encoder: str, options: dict
         "ffmpeg": [*FFMPEG, raw, "-c:v", encoder, *video_options, "-an", f"{folder}/ffmpeg.mov"],
     }
     if encoder != "mjpeg":
-        bare = [raw, encoder, *(f"{name}={value}" for name, value in options.items())]
-        commands["bare loop"] = [str(BARE), *bare]
-        commands["from memory"] = [str(BARE), "--from-memory", *bare]
+        commands["bare loop"] = [str(BARE), raw, encoder, *(f"{name}={value}" for name, value in options.items())]
     return commands
 
 
 def run(words: list[str]) -> tuple[float, float, float]:
     """Seconds, CPU seconds and peak megabytes of one process."""
     start = time.monotonic()
-    process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    process = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                stderr=subprocess.PIPE)
     error = process.stderr.read()
-    told = process.stdout.read()
     _, status, usage = os.wait4(process.pid, 0)
-    seconds = time.monotonic() - start
     if status != 0:
         sys.exit(f"{words[0]} failed: {error.decode()[-400:]}")
-    if "--from-memory" in words:
-        seconds = float(told)
-    return seconds, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024
+    return time.monotonic() - start, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024
 
 
 def main() -> None:
