@@ -91,6 +91,14 @@ protected:
         const ProcessResult result = tests::Run(words);
         ASSERT_EQ(result.exitCode, 0) << result.err;
     }
+    /// Empties the folder; the words that record a minute into it, of which two seconds are kept.
+    std::vector<std::string> KeepingTwoSeconds() const {
+        std::filesystem::remove_all(Folder());
+        std::vector<std::string> words =
+            Live(Show("segment_seconds=\"0.4\" keep_seconds=\"2\""), 60);
+        words.insert(words.end(), {"--speed", "4"});
+        return words;
+    }
     ProcessResult Replays(std::vector<std::string> words) const {
         words.insert(words.begin(), {TARN_TOOL, "replay", Folder()});
         return tests::Run(words);
@@ -525,11 +533,7 @@ TEST_F(Replay, KilledRecorderLeavesWholeSegments) {
     int leftovers = 0;
     for (int round = 0; round < kill_rounds(); ++round) {
         SCOPED_TRACE(round);
-        std::filesystem::remove_all(Folder());
-        std::vector<std::string> words =
-            Live(Show("segment_seconds=\"0.4\" keep_seconds=\"2\""), 60);
-        words.insert(words.end(), {"--speed", "4"});
-        BackgroundProcess recorder(words);
+        BackgroundProcess recorder(KeepingTwoSeconds());
         // Not before there is something to lose.
         while (listed_in(Folder()).empty()) std::this_thread::yield();
         zThread::MicroSleep(static_cast<unsigned int>(random() % 1'500'000));
@@ -559,18 +563,14 @@ TEST_F(Replay, KilledRecorderLeavesWholeSegments) {
     EXPECT_GT(leftovers, 0);  // the kills did come in the middle of segments
 }
 
-/// The manifest is written anew within half a millisecond: about every third kill leaves none, or
+/// The manifest is written anew within a millisecond, and many of the kills in it leave none, or
 /// one that lists nothing. Two seconds are kept, so that at the least that much is there.
 TEST_F(Replay, KillInTheMidstOfADeletionLosesNoSegment) {
     constexpr int kRounds = 5;
     std::mt19937 random(64);
     for (int round = 0; round < kRounds; ++round) {
         SCOPED_TRACE(round);
-        std::filesystem::remove_all(Folder());
-        std::vector<std::string> words =
-            Live(Show("segment_seconds=\"0.4\" keep_seconds=\"2\""), 60);
-        words.insert(words.end(), {"--speed", "4"});
-        BackgroundProcess recorder(words);
+        BackgroundProcess recorder(KeepingTwoSeconds());
         while (!std::filesystem::exists(Folder() + "/replay.xml.before")) {
         }
         zThread::MicroSleepUntil(zTime::MicroNow() + random() % 500, true);
