@@ -21,6 +21,11 @@ std::size_t count_standing(const std::vector<ReplayPiece>& pieces) {
     return count;
 }
 
+std::string text_of_unwritable(const ReplayRecording& recording) {
+    return fmt::format("'{}': cannot be written anew; is the folder writable and not full?",
+                       recording.manifest);
+}
+
 /// The library removes files on a thread that ends with this process: it is waited for here.
 bool wait_until_gone(const std::vector<ReplayPiece>& pieces,
                      const std::function<void(double)>& progress) {
@@ -59,7 +64,10 @@ bool PurgeReplay(const std::string& place, long long keep, bool force,
     purged.removed = going.size();
     if (going.empty()) return true;
     const tnManifestBefore before(recording.manifest);
-    if (recording.listedBefore) before.BringBack();
+    if (recording.listedBefore && !before.BringBack()) {
+        error = text_of_unwritable(recording);
+        return false;
+    }
     const bool isKept = before.Keep();
     tnReplayManifest* const manifest = tnReplayManifest::GetManifest(recording.manifest.c_str());
     bool rewritten = false;
@@ -73,8 +81,7 @@ bool PurgeReplay(const std::string& place, long long keep, bool force,
     if (!rewritten) {
         // A disk may be too full even for the new manifest.
         if (isKept) before.BringBack();
-        error = fmt::format("'{}': cannot be written anew; is the folder writable and not full?",
-                            recording.manifest);
+        error = text_of_unwritable(recording);
         return false;
     }
     for (const ReplayPiece& piece : going) purged.bytes += piece.bytes;

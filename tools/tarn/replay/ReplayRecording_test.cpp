@@ -169,6 +169,19 @@ TEST_F(ReplayFolder, PurgeGoesOnFromTheListFromBefore) {
     EXPECT_FALSE(recording.listedBefore);
 }
 
+TEST_F(ReplayFolder, PurgeThatCannotPutTheListFromBeforeBackLeavesIt) {
+    const std::string manifest = fFolder.File("replay.xml");
+    Make({{0, 1'000'000}, {1'000'000, 2'000'000}});
+    std::filesystem::rename(manifest, manifest + ".before");
+    std::filesystem::create_directories(manifest + "/in the way");
+    ReplayPurged purged;
+    EXPECT_FALSE(PurgeReplay(
+        fFolder.Path(), 500'000, true, [](double) {}, purged, fError));
+    EXPECT_NE(fError.find("cannot be written anew"), std::string::npos) << fError;
+    EXPECT_TRUE(std::filesystem::exists(manifest + ".before"));
+    EXPECT_TRUE(std::filesystem::exists(Movie(1)));
+}
+
 TEST_F(ReplayFolder, CutThatIsStoppedBeforeItBeginsSaysSo) {
     Make({{0, 1'000'000}});
     ReplayRecording recording;
