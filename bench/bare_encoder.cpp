@@ -1,6 +1,7 @@
 // Raw pictures read and encoded by libavcodec in one tight loop, the packets thrown away: what the
-// encoder alone takes. record_beside_ffmpeg.py runs it beside the two whole programs. Its reading
-// waits for the encoder, so that a program that reads on another thread can come out ahead of it.
+// encoder takes with little around it. record_beside_ffmpeg.py runs it beside the two whole
+// programs. Its reading waits for the encoder, so that a program that reads on another thread can
+// come out ahead of it.
 //
 //   bare_encoder RAW.y4m ENCODER [OPTION=VALUE...]     options as libavcodec names them
 extern "C" {

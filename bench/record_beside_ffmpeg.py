@@ -2,8 +2,8 @@
 """tarn record beside the ffmpeg program: the same raw 1080p60 frames, the same encoder settings.
 
 Motion JPEG comes from another encoder than ffmpeg's, at a like quality: compare the files' sizes too.
-Where the encoder is the same, a bare loop over it shows what the encoder alone takes: it reads and
-encodes on one thread and writes nothing.
+Where the encoder is the same, a bare loop over it shows what it takes with little around it: the
+loop reads and encodes on one thread and writes nothing.
 
 The programs run in turns, each turn in an order drawn anew, so that whatever else the machine does
 falls on all alike. "x ffmpeg" is the median of the turns' own ratios.
