@@ -37,7 +37,8 @@ CVTimeStamp stamp(const displayRefresh& refresh, long long realTime) {
 
 /// A link: a source of refreshes, and the thread that passes them on.
 ///
-/// Started, stopped and released by one thread at a time, or stopped by its own callback.
+/// Started, stopped and released by one thread at a time. Its own callback may stop it too, but not
+/// start it again: the thread that it would wait for is its own.
 struct __CVDisplayLink : public zThreadMain {
 public:
     explicit __CVDisplayLink(std::unique_ptr<displayRefreshSource> source)
@@ -54,8 +55,11 @@ public:
 
     CVReturn Start() {
         if (!fCallback) return kCVReturnDisplayLinkCallbacksNotSet;
-        if (fRunning.exchange(true)) return kCVReturnDisplayLinkAlreadyRunning;
+        if (fRunning || on_link_thread()) return kCVReturnDisplayLinkAlreadyRunning;
+        // A callback that has stopped its link may still be at it: its thread has to have gone
+        // before anything says that the link runs, or it would go on.
         end_thread();
+        fRunning = true;
         fSource->Begin();
         fThread.reset(zThread::Factory("display link", this, kThreadClass, kRealTime));
         if (fThread) return kCVReturnSuccess;
@@ -66,7 +70,7 @@ public:
     CVReturn Stop() {
         const bool ran = fRunning.exchange(false);
         // From the callback there is nothing to wait for: its thread ends when it returns.
-        if (fLinkThread.load() == std::this_thread::get_id()) return kCVReturnSuccess;
+        if (on_link_thread()) return kCVReturnSuccess;
         fSource->Interrupt();
         end_thread();
         return ran ? kCVReturnSuccess : kCVReturnDisplayLinkNotRunning;
@@ -95,6 +99,8 @@ public:
     }
 
 private:
+    bool on_link_thread() const { return fLinkThread.load() == std::this_thread::get_id(); }
+
     void end_thread() {
         if (!fThread) return;
         fThread->Join();

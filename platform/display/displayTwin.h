@@ -68,7 +68,9 @@ CVReturn CVDisplayLinkCreateWithCGDisplay(CGDirectDisplayID displayID,
 CVReturn CVDisplayLinkSetOutputCallback(CVDisplayLinkRef displayLink,
                                         CVDisplayLinkOutputCallback callback, void* userInfo);
 
-/// The callback runs from now on, at each refresh, on the link's thread.
+/// The callback runs from now on, at each refresh, on the link's thread. Waits for a callback that
+/// has stopped the link and is still under way. From the callback itself it changes nothing:
+/// kCVReturnDisplayLinkAlreadyRunning, also after its own stop.
 CVReturn CVDisplayLinkStart(CVDisplayLinkRef displayLink);
 
 /// No callback runs once this has returned; waits for one that is under way, unless it is the

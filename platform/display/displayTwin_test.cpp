@@ -2,10 +2,13 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "display/displayTimerSource.h"
@@ -26,11 +29,16 @@ public:
         EXPECT_TRUE(flagsOut);
         std::unique_lock lock(screen.fMutex);
         screen.fStamps.push_back(*output);
-        screen.fThread = std::this_thread::get_id();
+        screen.fThreads.push_back(gettid());
         screen.fChanged.notify_all();
         if (screen.fStopInCallback) {
             lock.unlock();
             EXPECT_EQ(CVDisplayLinkStop(link), kCVReturnSuccess);
+            if (screen.fStartAfterStop) {
+                EXPECT_EQ(CVDisplayLinkStart(link), kCVReturnDisplayLinkAlreadyRunning);
+            }
+            screen.fHasStopped = true;
+            while (screen.fHeld) std::this_thread::yield();
         }
         return kCVReturnSuccess;
     }
@@ -44,13 +52,22 @@ public:
         return fStamps;
     }
 
+    /// The threads that the callbacks ran on, by the system's numbers: no two lives share one.
+    std::vector<pid_t> Threads() {
+        std::lock_guard lock(fMutex);
+        return fThreads;
+    }
+
     std::atomic<bool> fStopInCallback{false};
+    std::atomic<bool> fStartAfterStop{false};
+    std::atomic<bool> fHasStopped{false};
+    std::atomic<bool> fHeld{false};  // in the callback, after its stop
 
 private:
     std::mutex fMutex;
     std::condition_variable fChanged;
     std::vector<CVTimeStamp> fStamps;
-    std::thread::id fThread;
+    std::vector<pid_t> fThreads;
 };
 
 CVDisplayLinkRef make_link(Screen& screen) {
@@ -58,6 +75,14 @@ CVDisplayLinkRef make_link(Screen& screen) {
     EXPECT_EQ(CVDisplayLinkCreateWithCGDisplay(CGMainDisplayID(), &link), kCVReturnSuccess);
     EXPECT_EQ(CVDisplayLinkSetOutputCallback(link, &Screen::Callback, &screen), kCVReturnSuccess);
     return link;
+}
+
+bool is_asleep(pid_t thread) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const size_t name = line.rfind(") ");
+    return name != std::string::npos && line[name + 2] == 'S';
 }
 
 class QuietTrace : public zTraceManager {
@@ -179,6 +204,51 @@ TEST(DisplayTwin, TheCallbackMayStopItsLink) {
     screen.fStopInCallback = false;
     ASSERT_EQ(CVDisplayLinkStart(link), kCVReturnSuccess);
     screen.Await(2);
+    CVDisplayLinkRelease(link);
+}
+
+TEST(DisplayTwin, AStartRightAfterTheCallbacksStopHasAThreadOfItsOwn) {
+    ScriptedDisplay display({1, 60});
+    Screen screen;
+    screen.fStopInCallback = true;
+    screen.fHeld = true;
+    CVDisplayLinkRef link = make_link(screen);
+    ASSERT_EQ(CVDisplayLinkStart(link), kCVReturnSuccess);
+    display.Refresh(1);
+    display.Refresh(2);
+    while (!screen.fHasStopped) std::this_thread::yield();
+
+    std::atomic<pid_t> starting{0};
+    std::thread starter([&] {
+        starting = gettid();
+        EXPECT_EQ(CVDisplayLinkStart(link), kCVReturnSuccess);
+    });
+    // It sleeps once it waits for the callback that is still under way.
+    while (starting == 0 || !is_asleep(starting)) std::this_thread::yield();
+    screen.fHeld = false;
+    starter.join();
+    screen.Await(2);
+    CVDisplayLinkRelease(link);
+
+    const std::vector<CVTimeStamp> stamps = screen.Stamps();
+    ASSERT_EQ(stamps.size(), 2u);
+    EXPECT_EQ(stamps[1].videoTime, 2);
+    EXPECT_NE(screen.Threads()[0], screen.Threads()[1])
+        << "the stopped thread goes on with nothing";
+}
+
+TEST(DisplayTwin, TheCallbackMayNotStartItsLink) {
+    ScriptedDisplay display({1, 60});
+    Screen screen;
+    screen.fStopInCallback = true;
+    screen.fStartAfterStop = true;
+    CVDisplayLinkRef link = make_link(screen);
+    ASSERT_EQ(CVDisplayLinkStart(link), kCVReturnSuccess);
+    display.Refresh(1);
+    display.Refresh(2);
+    while (!screen.fHasStopped) std::this_thread::yield();
+    EXPECT_EQ(CVDisplayLinkStop(link), kCVReturnDisplayLinkNotRunning) << "its stop holds";
+    EXPECT_EQ(screen.Stamps().size(), 1u);
     CVDisplayLinkRelease(link);
 }
 
