@@ -1,5 +1,6 @@
 #include "display/displayPresentSource.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <poll.h>
@@ -169,6 +170,10 @@ bool displayPresentSource::next(Complete& complete) {
 bool displayPresentSource::wait_readable() {
     pollfd watched[2] = {{xcb_get_file_descriptor(fConnection), POLLIN, 0},
                          {fInterrupt, POLLIN, 0}};
-    const int ready = poll(watched, 2, kSilenceMs);
+    int ready = 0;
+    do {
+        // A signal that the process handles ends it early and says nothing about the display.
+        ready = poll(watched, 2, kSilenceMs);
+    } while (ready < 0 && errno == EINTR);
     return ready > 0 && watched[1].revents == 0;
 }

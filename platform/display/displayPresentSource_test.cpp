@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
 #include <thread>
 
 #include "display/displayTwin.h"
@@ -61,6 +63,29 @@ TEST_F(DisplayPresentSource, AnInterruptEndsTheWaitAndIsForgottenAtTheNextStart)
     }
     source->Begin();
     EXPECT_TRUE(source->WaitForRefresh(refresh));
+}
+
+TEST_F(DisplayPresentSource, ASignalThatTheProcessHandlesDoesNotEndTheWait) {
+    struct sigaction handled {};
+    handled.sa_handler = [](int) {};  // without SA_RESTART, which poll would not heed anyway
+    ASSERT_EQ(sigaction(SIGUSR1, &handled, nullptr), 0);
+    const auto source = displayPresentSource::ForDefaultScreen();
+    ASSERT_TRUE(source);
+    source->Begin();
+    std::atomic<bool> done{false};
+    const pthread_t waiter = pthread_self();
+    std::thread sender([&] {
+        while (!done) {
+            pthread_kill(waiter, SIGUSR1);
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 5; ++i) {
+        displayRefresh refresh{};
+        EXPECT_TRUE(source->WaitForRefresh(refresh)) << i;
+    }
+    done = true;
+    sender.join();
 }
 
 TEST_F(DisplayPresentSource, AServerThatDiesEndsTheWait) {
