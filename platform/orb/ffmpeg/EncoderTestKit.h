@@ -269,14 +269,22 @@ inline Decoded Decode(const CVideoProperties& properties, const Samples& samples
     return decoded;
 }
 
+/// Where a picture is measured: from a place to the last column and row, every `rowStep`th row.
+struct Area {
+    int left = 0;
+    int top = 0;
+    int rowStep = 1;
+};
+
 /// PSNR in dB of a decoded picture's luma against the source's picture `number`.
-inline double LumaPsnr(const AVFrame& frame, const Source& source, int number) {
+inline double LumaPsnr(const AVFrame& frame, const Source& source, int number, Area area = {}) {
     const int bits = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format))->comp[0].depth;
     const Scene scene{source, number};
     double sum = 0;
-    for (int y = 0; y < source.height; ++y) {
+    long long count = 0;
+    for (int y = area.top; y < source.height; y += area.rowStep) {
         const unsigned char* line = frame.data[0] + static_cast<long long>(y) * frame.linesize[0];
-        for (int x = 0; x < source.width; ++x) {
+        for (int x = area.left; x < source.width; ++x, ++count) {
             const double value =
                 bits > 8 ? std::ldexp(reinterpret_cast<const unsigned short*>(line)[x], 8 - bits)
                          : line[x];
@@ -284,7 +292,7 @@ inline double LumaPsnr(const AVFrame& frame, const Source& source, int number) {
             sum += off * off;
         }
     }
-    const double mean = sum / (static_cast<double>(source.width) * source.height);
+    const double mean = sum / static_cast<double>(count);
     return 10 * std::log10(255.0 * 255.0 / (mean + 1e-9));
 }
 

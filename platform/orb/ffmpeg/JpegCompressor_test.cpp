@@ -150,6 +150,61 @@ TEST(JpegCompressor, OddSizesKeepTheirEdges) {
     }
 }
 
+// Where chroma is halved the last block of an odd size holds a column or row that no picture has.
+// What stands there rings into the pixels beside it.
+TEST(JpegCompressor, TheLastColumnAndRowOfOddSizesLookLikeTheRest) {
+    for (const unsigned int format : JpegPicture::kFormats) {
+        for (const int size : {33, 65, 101}) {
+            Source source;
+            source.format = format;
+            source.width = size;
+            source.height = size + 2;
+            const Stream run = encode(source, 1, 55, 1);
+            ASSERT_EQ(run.samples.size(), 1u);
+            const Decoded decoded = Decode(*run.output, run.samples);
+            ASSERT_EQ(decoded.frames.size(), 1u);
+            const AVFrame& frame = *decoded.frames[0];
+            EXPECT_GE(LumaPsnr(frame, source, 0, {.left = size - 1}), 40) << size;
+            EXPECT_GE(LumaPsnr(frame, source, 0, {.top = size + 1}), 40) << size;
+        }
+    }
+}
+
+/// A picture whose rows end in 3 bytes of `filler`, encoded.
+std::vector<unsigned char> encode_with_filler(const Source& source, unsigned char filler) {
+    const RObject<CVideoSample> sample = MakeSample(source, 0, 0, 1001, 3);
+    {
+        const RObject<CPixelDataReference> pixels(sample->GetDataReference<CPixelDataReference>());
+        EXPECT_EQ(pixels->Lock(CDataReference::kWrite), 0);
+        for (int y = 0; y < source.height; ++y) {
+            unsigned char* end = pixels->GetData() + y * pixels->GetStride() + source.width;
+            std::memset(end, filler, static_cast<std::size_t>(pixels->GetStride() - source.width));
+        }
+        pixels->Unlock();
+    }
+    RObject<CVideoCompressor> compressor = MakeCompressor('mjpg');
+    compressor->SetProperty(Threads, 1);
+    compressor->SetInputProperties(source.Properties().Get());
+    EXPECT_EQ(compressor->Begin(), 0);
+    RObject<CVideoSample> out;
+    EXPECT_EQ(compressor->TransformSample(sample.Get(), 0, out, nullptr, nullptr), 0);
+    return out ? BytesOf(*out) : std::vector<unsigned char>();
+}
+
+TEST(JpegCompressor, WhatStandsBehindTheRowsDoesNotShow) {
+    for (const unsigned int format : JpegPicture::kFormats) {
+        for (const int width : {32, 33, 47, 101}) {
+            Source source;
+            source.format = format;
+            source.width = width;
+            source.height = 31;
+            const std::vector<unsigned char> black = encode_with_filler(source, 0);
+            ASSERT_FALSE(black.empty());
+            EXPECT_EQ(black, encode_with_filler(source, 255)) << width;
+        }
+    }
+}
+
 TEST(JpegCompressor, ValuesOutsideOfTheScalesAreRefused) {
     RObject<CVideoCompressor> compressor = MakeCompressor('mjpg');
     for (const int quality : {0, 101, -5}) {

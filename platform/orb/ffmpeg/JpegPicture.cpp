@@ -3,6 +3,8 @@
 #include <cstring>
 #include <turbojpeg.h>
 
+#include "RawPicture.h"
+
 namespace Quillon::Orb {
 
 namespace {
@@ -39,6 +41,15 @@ void set_pixel_aspect(Rational<int> aspect, unsigned char* jpeg) {
     }
 }
 
+/// Makes a block that is used again and again large enough. False when there is no memory.
+bool has_room(Block& block, unsigned long& size, unsigned long wanted) {
+    if (wanted > size) {
+        block = Block(wanted);
+        size = block ? wanted : 0;
+    }
+    return static_cast<bool>(block);
+}
+
 }  // namespace
 
 JpegPicture::JpegPicture() : fCompressor(tjInitCompress()) {}
@@ -68,20 +79,35 @@ Result JpegPicture::Encode(const PixelImage& image, const VideoShape& shape, int
     return 0;
 }
 
+/// Where chroma is halved libjpeg reads luma up to the next even column and row, which pictures of
+/// odd sizes do not have: what it would find there rings into the pixels beside it.
+Result JpegPicture::complete_luma(const VideoShape& shape, int subsampling, PixelImage& image) {
+    const int width = tjPlaneWidth(0, shape.width, subsampling);
+    const int height = tjPlaneHeight(0, shape.height, subsampling);
+    if (width == shape.width && height == shape.height) return 0;
+    const unsigned long wanted =
+        static_cast<unsigned long>(width) * static_cast<unsigned long>(height);
+    if (!has_room(fLuma, fLumaSize, wanted)) return ResultOutOfMemory();
+    CompletePlane(image.planes[0], {0, image.strides[0], shape.width, shape.height}, fLuma.Get(),
+                  {0, width, width, height}, 1);
+    image.planes[0] = fLuma.Get();
+    image.strides[0] = width;
+    return 0;
+}
+
 Result JpegPicture::compress(const PixelImage& image, const VideoShape& shape, int quality,
                              unsigned long& size) {
     const int subsampling = subsampling_of(shape.format);
     const unsigned long room = tjBufSize(shape.width, shape.height, subsampling);
-    if (room > fScratchSize) {
-        fScratch = Block(room);
-        fScratchSize = fScratch ? room : 0;
-    }
-    if (!fScratch) return ResultOutOfMemory();
-    const unsigned char* planes[3] = {image.planes[0], image.planes[1], image.planes[2]};
+    if (!has_room(fScratch, fScratchSize, room)) return ResultOutOfMemory();
+    PixelImage whole = image;
+    Result result = complete_luma(shape, subsampling, whole);
+    if (result.Failed()) return result;
+    const unsigned char* planes[3] = {whole.planes[0], whole.planes[1], whole.planes[2]};
     unsigned char* out = fScratch.Get();
     size = fScratchSize;
     // The accurate transform is as fast as the other one where both are vectorised.
-    const int failed = tjCompressFromYUVPlanes(fCompressor, planes, shape.width, image.strides,
+    const int failed = tjCompressFromYUVPlanes(fCompressor, planes, shape.width, whole.strides,
                                                shape.height, subsampling, &out, &size, quality,
                                                TJFLAG_NOREALLOC | TJFLAG_ACCURATEDCT);
     if (failed) return ResultError("no JPEG: %s", tjGetErrorStr2(fCompressor));

@@ -4,8 +4,6 @@
 #include <limits>
 #include <utility>
 
-#include "orb/VideoFormat.h"
-
 namespace Quillon::Orb {
 
 namespace {
@@ -20,10 +18,20 @@ bool has_all(const PixelLayout& layout, const PixelLayout& whole) {
     return true;
 }
 
-/// Copies a plane whose samples take `unit` bytes and repeats its last column and row where the
-/// copy is larger. A plane without any sample becomes grey: it is chroma.
-void complete_plane(const unsigned char* from, const PixelLayout::Plane& has, unsigned char* to,
-                    const PixelLayout::Plane& wants, int unit) {
+PixelImage image_of(const PixelLayout& layout, unsigned char* data, bool swapped) {
+    PixelImage image;
+    for (int i = 0; i < layout.planeCount; ++i) {
+        const int at = swapped && i > 0 ? 3 - i : i;
+        image.planes[at] = data + layout.planes[i].offset;
+        image.strides[at] = layout.planes[i].stride;
+    }
+    return image;
+}
+
+}  // namespace
+
+void CompletePlane(const unsigned char* from, const PixelLayout::Plane& has, unsigned char* to,
+                   const PixelLayout::Plane& wants, int unit) {
     for (int row = 0; row < wants.rows; ++row) {
         unsigned char* line = to + static_cast<long long>(row) * wants.stride;
         if (has.rows < 1 || has.rowBytes < unit) {
@@ -36,18 +44,6 @@ void complete_plane(const unsigned char* from, const PixelLayout::Plane& has, un
         for (int i = has.rowBytes; i < wants.rowBytes; ++i) line[i] = line[i - unit];
     }
 }
-
-PixelImage image_of(const PixelLayout& layout, unsigned char* data, bool swapped) {
-    PixelImage image;
-    for (int i = 0; i < layout.planeCount; ++i) {
-        const int at = swapped && i > 0 ? 3 - i : i;
-        image.planes[at] = data + layout.planes[i].offset;
-        image.strides[at] = layout.planes[i].stride;
-    }
-    return image;
-}
-
-}  // namespace
 
 RawPicture::RawPicture(RawPicture&& other) noexcept
     : fPixels(std::move(other.fPixels)),
@@ -106,9 +102,9 @@ Result RawPicture::lay_out(unsigned int format, int width, int height) {
     fCompleted = Block(static_cast<std::size_t>(whole.length));
     if (!fCompleted) return ResultOutOfMemory();
     for (int i = 0; i < whole.planeCount; ++i) {
-        complete_plane(fPixels->GetData() + layout.planes[i].offset, layout.planes[i],
-                       fCompleted.Get() + whole.planes[i].offset, whole.planes[i],
-                       format == 'NV12' && i == 1 ? 2 : 1);
+        CompletePlane(fPixels->GetData() + layout.planes[i].offset, layout.planes[i],
+                      fCompleted.Get() + whole.planes[i].offset, whole.planes[i],
+                      format == 'NV12' && i == 1 ? 2 : 1);
     }
     fImage = image_of(whole, fCompleted.Get(), swapped);
     return 0;

@@ -5,6 +5,7 @@
 #include "orb/CVideoSample.h"
 #include "orb/RObject.h"
 #include "orb/Result.h"
+#include "orb/VideoFormat.h"
 
 #include "PixelFormat.h"
 
@@ -38,5 +39,10 @@ private:
     Block fCompleted;
     PixelImage fImage;
 };
+
+/// Copies a plane whose samples take `unit` bytes and repeats its last column and row where the
+/// copy is larger. A plane without any sample becomes grey: it is chroma.
+void CompletePlane(const unsigned char* from, const PixelLayout::Plane& has, unsigned char* to,
+                   const PixelLayout::Plane& wants, int unit);
 
 }  // namespace Quillon::Orb
