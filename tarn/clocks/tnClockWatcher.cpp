@@ -29,9 +29,9 @@ tnClockWatcher::~tnClockWatcher() {
 
 void tnClockWatcher::Start(char priority, const char* name, bool multipleTickReceiver) {
     fRunning.store(true, std::memory_order_relaxed);
-    fMultipleTickReceiver.store(multipleTickReceiver, std::memory_order_relaxed);
     {
         zCriticalLock lock(*fCritical);
+        fMultipleTickReceiver = multipleTickReceiver;
         fSlotSequence[0] = kEmpty;
         fSlotSequence[1] = kEmpty;
     }
@@ -65,10 +65,9 @@ void tnClockWatcher::SignalTime(const tn_time_rec& time, bool queued) {
         ReceiveTime(copy);
         return;
     }
-    const bool multiple = fMultipleTickReceiver.load(std::memory_order_relaxed);
     {
         zCriticalLock lock(*fCritical);
-        if (multiple) {
+        if (fMultipleTickReceiver) {
             store_multiple(copy);
         } else {
             store_single(copy);
@@ -88,8 +87,13 @@ void tnClockWatcher::store_multiple(const tn_time_rec& time) {
     fSlots[slot] = time;
 }
 
+bool tnClockWatcher::receives_multiple() const {
+    zCriticalLock lock(*fCritical);
+    return fMultipleTickReceiver;
+}
+
 int tnClockWatcher::Main(int, const char**) {
-    if (fMultipleTickReceiver.load(std::memory_order_relaxed)) {
+    if (receives_multiple()) {
         multiple_tick_receiver_run_loop();
     } else {
         single_tick_receiver_run_loop();

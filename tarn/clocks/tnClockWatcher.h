@@ -66,6 +66,7 @@ private:
 
     // Not IsRunning: what a derived class tells others is not what the thread goes by.
     bool running() const { return fRunning.load(std::memory_order_relaxed); }
+    bool receives_multiple() const SPAR_EXCLUDES(*fCritical);
     void single_tick_receiver_run_loop();
     void multiple_tick_receiver_run_loop();
     void store_single(const tn_time_rec& time) SPAR_REQUIRES(*fCritical);
@@ -81,8 +82,9 @@ private:
     std::unique_ptr<zSignal> fSignal;
     std::unique_ptr<zCritical> fCritical;
 
-    // any thread; set by Start
-    std::atomic<bool> fMultipleTickReceiver{false};
+    // Set by Start together with the emptying of the slots: a tick in between would be stored as
+    // one mode stores it and read as the other does.
+    bool fMultipleTickReceiver SPAR_GUARDED_BY(*fCritical) = false;
 
     // producers write, the watcher's thread reads
     tn_time_rec fSingleTime SPAR_GUARDED_BY(*fCritical){};

@@ -1,6 +1,8 @@
 #include "tarn/clocks/tnClockWatcher.h"
 
+#include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
@@ -8,6 +10,7 @@
 #include <sched.h>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "spar/zCritical.h"
@@ -28,6 +31,21 @@ struct tnClockWatcherPeek {
     static long long NextSequence(tnClockWatcher& watcher) {
         zCriticalLock lock(*watcher.fCritical);
         return watcher.fNextSequence;
+    }
+    /// Calls `hook` when the watcher's lock is next asked for, before it is taken.
+    static void BeforeNextLock(tnClockWatcher& watcher, std::function<void()> hook) {
+        class Hooked : public zCritical {
+        public:
+            void Lock() override SPAR_ACQUIRE() {
+                if (fArmed.exchange(false)) fHook();
+                zCritical::Lock();
+            }
+            std::atomic<bool> fArmed{true};
+            std::function<void()> fHook;
+        };
+        auto critical = std::make_unique<Hooked>();
+        critical->fHook = std::move(hook);
+        watcher.fCritical = std::move(critical);
     }
     /// A wake-up that brings no tick.
     static void Wake(tnClockWatcher& watcher) { watcher.fSignal->Raise(); }
@@ -262,6 +280,21 @@ TEST(ClockWatcher, TheModeIsThatOfTheLatestStart) {
     receiver.Open();
     receiver.Stop();
     EXPECT_EQ(receiver.Received(), (Ticks{1, 2, 4})) << "single again: tick 3 is lost";
+}
+
+// A producer that is held up on its way to the watcher while it stops and starts in the other mode.
+TEST_P(BothModes, ATickThatCrossesARestartIsOneOfTheNewMode) {
+    Receiver receiver;
+    receiver.Start(0, nullptr, !GetParam());
+    send(receiver, {1});
+    receiver.Await(1);
+    receiver.Stop();
+    Peek::BeforeNextLock(receiver, [&] { receiver.Start(0, nullptr, GetParam()); });
+    send(receiver, {2});
+    ASSERT_EQ(Peek::SlotSequence(receiver, GetParam() ? 1 : 0), 1) << "where its mode keeps it";
+    receiver.Await(2);
+    receiver.Stop();
+    EXPECT_EQ(receiver.Received(), (Ticks{1, 2}));
 }
 
 // Busy with tick 1 while others arrive. A signal given twice before a wait counts once.
