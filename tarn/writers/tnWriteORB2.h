@@ -136,7 +136,9 @@ private:
     tnMediaRecord fEncodedVideoFormat;
     // Both converters stay when the file is closed: hosts that cut a recording into files open one
     // writer again and again with the same formats. What a later file does not replace still stands
-    // in front of its track, also where its own formats would need no conversion.
+    // in front of its track, also where its own formats would need no conversion. A picture
+    // converter that brings frames of one format into another range is no such: it goes with the
+    // track that it was made for, or the next one would store a range that it does not tell of.
     RObject<Quillon::Orb::CVideoConverter> fVideoConverter;
 
     // audio side, under fAudioLock once writing
@@ -148,6 +150,7 @@ private:
     zCritical* fInitLock;
 
     bool fCopySamples = false;
+    bool fConvertsRangeAlone = false;  // what fVideoConverter is there for
     int fBytesPerPacket = -1;
     tnAudioConverter* fAudioConverter = nullptr;
     unsigned char* fConvertBuffer = nullptr;

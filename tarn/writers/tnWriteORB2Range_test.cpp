@@ -76,7 +76,8 @@ private:
     const int fNumber;
 };
 
-void record(const Case& row, const std::string& path) {
+/// Opens a file for this row's frames, of which none has come yet.
+int set_up(tnWriteORB2& writer, const Case& row, const std::string& path, int moovRate = 0) {
     tnMediaRecord source(TN_MEDIA_VIDEO);
     source.fColourspace.SetInt32(row.raster);
     source.fWidth.SetInt32(kWidth);
@@ -90,16 +91,19 @@ void record(const Case& row, const std::string& path) {
     encoded.SetCString('mcon', row.codec);
     encoded.SetInt32('mtbr', 20000);
     if (*row.quality) encoded.SetCString("codec_quality", row.quality);
-    tnWriteORB2* writer = new tnWriteORB2;
-    ASSERT_EQ(writer->Open(path.c_str(), 'mov ', 0, 1), 0);
-    writer->SetSourceVideoFormat(source);
-    writer->SetEncodedVideoFormat(encoded);
+    EXPECT_EQ(writer.Open(path.c_str(), 'mov ', moovRate, 1), 0);
+    writer.SetSourceVideoFormat(source);
+    writer.SetEncodedVideoFormat(encoded);
+    return writer.CompleteInitialization();
+}
+
+void record(tnWriteORB2& writer, const Case& row, const std::string& path) {
+    ASSERT_EQ(set_up(writer, row, path), 0);
     for (int i = 0; i < kFrames; ++i) {
         Ramp ramp(row, i);
-        ASSERT_EQ(writer->WriteVideo(ramp), 0);
+        ASSERT_EQ(writer.WriteVideo(ramp), 0);
     }
-    writer->Close();
-    writer->Release();
+    writer.Close();
 }
 
 /// The first picture's luma, brought to full range by what the file says of its own.
@@ -113,19 +117,30 @@ std::vector<unsigned char> decoded_greys(const std::string& path, const std::str
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-class FileRange : public testing::TestWithParam<Case> {};
+class FileRange : public testing::TestWithParam<Case> {
+protected:
+    ~FileRange() override { fWriter->Release(); }
 
-TEST_P(FileRange, GreysComeOutAsTheyWentIn) {
-    const tests::TestFolder folder;
-    const std::string path = folder.File("ramp.mov");
-    record(GetParam(), path);
-    const std::vector<unsigned char> greys = decoded_greys(path, folder.File("ramp.raw"));
+    void expect_greys_of(const std::string& path) const;
+
+    const tests::TestFolder fFolder;
+    tnWriteORB2* const fWriter = new tnWriteORB2;
+};
+
+void FileRange::expect_greys_of(const std::string& path) const {
+    const std::vector<unsigned char> greys = decoded_greys(path, fFolder.File("ramp.raw"));
     ASSERT_EQ(greys.size(), static_cast<std::size_t>(kWidth) * kHeight);
     constexpr int kTolerance = 4;  // of the codecs; a wrong range is up to 20 off
     for (int x = 0; x < kWidth; ++x) {
         const int grey = greys[static_cast<std::size_t>(kHeight / 2 * kWidth + x)];
         ASSERT_LE(std::abs(grey - x), kTolerance) << "column " << x;
     }
+}
+
+TEST_P(FileRange, GreysComeOutAsTheyWentIn) {
+    const std::string path = fFolder.File("ramp.mov");
+    record(*fWriter, GetParam(), path);
+    expect_greys_of(path);
 }
 
 std::vector<Case> every_case() {
@@ -146,5 +161,29 @@ std::vector<Case> every_case() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, FileRange, testing::ValuesIn(every_case()));
+
+constexpr Case kOfLimitedRangeAlone = {"ProRes", "prores_422_hq", 'I420', 'full'};
+
+/// Codecs that keep the range of such frames, and take them as they are.
+class RangeOfALaterFile : public FileRange {};
+
+TEST_P(RangeOfALaterFile, IsItsOwnWhateverTheFileBeforeNeeded) {
+    const std::string path = fFolder.File("ramp.mov");
+    record(*fWriter, kOfLimitedRangeAlone, fFolder.File("before.mov"));
+    record(*fWriter, GetParam(), path);
+    expect_greys_of(path);
+}
+
+TEST_P(RangeOfALaterFile, IsItsOwnWhereTheSetUpBeforeFailed) {
+    const std::string path = fFolder.File("ramp.mov");
+    constexpr int kNoSuchRate = -1;
+    EXPECT_EQ(set_up(*fWriter, kOfLimitedRangeAlone, path, kNoSuchRate), -1041);
+    record(*fWriter, GetParam(), path);
+    expect_greys_of(path);
+}
+
+INSTANTIATE_TEST_SUITE_P(Full, RangeOfALaterFile,
+                         testing::Values(Case{"MJPEG", "mjpeg_best", 'I420', 'full'},
+                                         Case{"x264", "", 'I420', 'full'}));
 
 }  // namespace

@@ -91,6 +91,8 @@ int tnWriteORB2::make_video_track(unsigned int sourceFormat, CVideoProperties* s
     if (fVideoWriter->SetInputFormat(inputFormat).Failed()) return kWriterTrackRefused;
     const bool intoLimited = needs_limited_range(*source, *output);
     const bool otherFormat = inputFormat != source->GetFormat();
+    if (fConvertsRangeAlone) fVideoConverter.Clear();
+    fConvertsRangeAlone = intoLimited && !otherFormat;
     if (otherFormat || intoLimited) {
         const int code = place_converter(inputFormat, source, intoLimited);
         if (code != 0 && otherFormat) return code;
