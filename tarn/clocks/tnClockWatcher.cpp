@@ -12,6 +12,9 @@ constexpr char kDefaultPriority = 4;
 constexpr long long kEmpty = -1;
 constexpr int kNoWish = -1013;
 
+// On a watcher's thread, that watcher.
+thread_local const tnClockWatcher* gWatcherOfThread = nullptr;
+
 /// The slot with the lower number; of two that are empty the second, which is filled first.
 int older_slot(const long long (&sequence)[2]) {
     return sequence[0] >= sequence[1] ? 1 : 0;
@@ -28,6 +31,8 @@ tnClockWatcher::~tnClockWatcher() {
 }
 
 void tnClockWatcher::Start(char priority, const char* name, bool multipleTickReceiver) {
+    // A receiver that stopped itself may still be at its last tick.
+    if (!running()) end_thread();
     fRunning.store(true, std::memory_order_relaxed);
     {
         zCriticalLock lock(*fCritical);
@@ -42,10 +47,17 @@ void tnClockWatcher::Start(char priority, const char* name, bool multipleTickRec
 }
 
 void tnClockWatcher::Stop() {
-    if (!fThread || !running()) return;
     // Cleared before the signal, so that the thread that it wakes sees it.
-    fRunning.store(false, std::memory_order_relaxed);
-    fSignal->Raise();
+    const bool ran = fRunning.exchange(false, std::memory_order_relaxed);
+    // The thread itself is awake and looks after its tick. It touches nothing else: on the first
+    // tick Start may still be at storing the handle.
+    if (gWatcherOfThread == this) return;
+    if (ran) fSignal->Raise();
+    end_thread();
+}
+
+void tnClockWatcher::end_thread() {
+    if (!fThread) return;
     fThread->Join();
     fThread.reset();
 }
@@ -93,11 +105,13 @@ bool tnClockWatcher::receives_multiple() const {
 }
 
 int tnClockWatcher::Main(int, const char**) {
+    gWatcherOfThread = this;
     if (receives_multiple()) {
         multiple_tick_receiver_run_loop();
     } else {
         single_tick_receiver_run_loop();
     }
+    gWatcherOfThread = nullptr;
     return 0;
 }
 

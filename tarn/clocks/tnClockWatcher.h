@@ -38,13 +38,13 @@ public:
     /// second scheduling argument of zThread::Factory, 4 when 0.
     ///
     /// Not guarded: started twice in a row, it forgets the first thread, for which nobody can wait
-    /// any more. When the system has no thread to give, it is not running afterwards: IsRunning
-    /// tells, and so does zThread's trace line.
+    /// any more. Not from ReceiveTime. When the system has no thread to give, it is not running
+    /// afterwards: IsRunning tells, and so does zThread's trace line.
     virtual void Start(char priority, const char* name, bool multipleTickReceiver);
 
     /// Ends the thread and waits for it; a tick that is held is not delivered. Does nothing when
-    /// not started. From ReceiveTime it cannot wait for the thread that it runs on: the thread ends
-    /// after that tick, and the watcher has to live until then.
+    /// not started. From ReceiveTime it cannot wait for the thread that it runs on: that ends after
+    /// the tick, and the Stop, Start or destructor that comes next from elsewhere waits for it.
     virtual void Stop();
 
     virtual bool IsRunning() const;
@@ -66,6 +66,7 @@ private:
 
     // Not IsRunning: what a derived class tells others is not what the thread goes by.
     bool running() const { return fRunning.load(std::memory_order_relaxed); }
+    void end_thread();
     bool receives_multiple() const SPAR_EXCLUDES(*fCritical);
     void single_tick_receiver_run_loop();
     void multiple_tick_receiver_run_loop();

@@ -235,6 +235,46 @@ TEST_P(BothModes, ARestartDeliversFromItsFirstTickOn) {
     EXPECT_EQ(Peek::NextSequence(receiver), 5) << "numbers only grow";
 }
 
+namespace {
+
+/// Has enough after its first tick, and takes a while to get out.
+class OneTickReceiver : public tnClockWatcher {
+public:
+    ~OneTickReceiver() override { Stop(); }
+    void ReceiveTime(const tn_time_rec&) override {
+        Stop();
+        ++fTicks;
+        for (int i = 0; i < 300; ++i) std::this_thread::yield();
+        ++fLeft;
+    }
+    std::atomic<int> fTicks{0};
+    std::atomic<int> fLeft{0};
+};
+
+}  // namespace
+
+// Ticks come without end, so that the first meets a Start that has not returned yet.
+TEST_P(BothModes, AReceiverThatStopsItselfGetsNoFurtherTick) {
+    constexpr int kLives = 30;
+    OneTickReceiver receiver;
+    std::atomic<bool> done{false};
+    std::thread producer([&] {
+        while (!done) receiver.SignalTime(tick(1), true);
+    });
+    for (int life = 1; life <= kLives; ++life) {
+        // Stopped by itself, it is started again while it is still on its way out.
+        receiver.Start(0, nullptr, GetParam());
+        EXPECT_GE(receiver.fLeft, life - 1) << "the life before is over";
+        while (receiver.fTicks < life) std::this_thread::yield();
+        EXPECT_FALSE(receiver.IsRunning());
+    }
+    receiver.Stop();
+    EXPECT_EQ(receiver.fLeft, kLives) << "waited for";
+    done = true;
+    producer.join();
+    EXPECT_EQ(receiver.fTicks, kLives);
+}
+
 TEST_P(BothModes, ATickBetweenTwoLivesBelongsToNeither) {
     Receiver receiver;
     send(receiver, {1});  // before the first start: stored, signalled, and forgotten by Start
