@@ -1,9 +1,11 @@
 #include "ClipAudio.h"
 
 extern "C" {
+#include <libavutil/opt.h>
 #include <libswresample/swresample.h>
 }
 
+#include <algorithm>
 #include <cmath>
 
 #include "avHandles.h"
@@ -20,25 +22,33 @@ public:
     bool Open(const std::string& path, std::string& error);
 
     const tnMediaRecord& Format() const override { return fFormat; }
-    int SampleRate() const override { return fTrack.decoder->sample_rate; }
+    int SampleRate() const override { return fRate; }
     int Channels() const override { return fChannels; }
     double HeaderSeconds() const override { return fTrack.HeaderSeconds(); }
     void StartAt(double seconds) override { fOrigin = seconds; }
     bool Next(std::vector<short>& pcm) override;
-    std::string Problem() const override { return fEnded ? fTrack.EndedEarly() : ""; }
+    std::string Problem() const override;
 
 private:
     struct FreeResampler {
         void operator()(SwrContext* context) const { swr_free(&context); }
     };
 
-    void place_on_time_line(std::vector<short>& pcm);
+    bool make_converter(const AVChannelLayout& layout, int format, int rate);
+    bool prepare_converter(std::vector<short>& held);
+    void convert(const AVFrame* frame, std::vector<short>& pcm);
+    bool read_block(std::vector<short>& pcm);
+    void place_on_time_line(double held, double expected);
 
     AvTrack fTrack;
     AvHandle<AVFrame> fDecoded{av_frame_alloc()};
     std::unique_ptr<SwrContext, FreeResampler> fConverter;
+    AvHandle<AVFrame> fConverts{av_frame_alloc()};  // layout, format, rate that it was made for
     tnMediaRecord fFormat{TN_MEDIA_AUDIO};
+    int fRate = 0;
     int fChannels = 2;
+    std::string fProblem;
+    std::vector<short> fBlock;  // read and not yet given
     double fOrigin = 0;
     long long fFramesGiven = 0;
     bool fFirst = true;
@@ -48,67 +58,116 @@ private:
 bool AvClipAudio::Open(const std::string& path, std::string& error) {
     if (!fTrack.Open(path, AVMEDIA_TYPE_AUDIO, error)) return false;
     const AVCodecContext& decoder = *fTrack.decoder;
+    fRate = decoder.sample_rate;
     fChannels = decoder.ch_layout.nb_channels == 1 ? 1 : 2;
-    AVChannelLayout target;
-    av_channel_layout_default(&target, fChannels);
-    SwrContext* made = nullptr;
-    const int code = swr_alloc_set_opts2(&made, &target, AV_SAMPLE_FMT_S16, decoder.sample_rate,
-                                         const_cast<AVChannelLayout*>(&decoder.ch_layout),
-                                         decoder.sample_fmt, decoder.sample_rate, 0, nullptr);
-    fConverter.reset(made);
-    if (code < 0 || swr_init(made) < 0) {
+    if (!make_converter(decoder.ch_layout, decoder.sample_fmt, decoder.sample_rate)) {
         error = "'" + path +
                 "': its sound cannot be brought to 16-bit PCM; give it another sound format first";
         return false;
     }
-    fFormat.fSampleRate.SetInt32(decoder.sample_rate);
+    fFormat.fSampleRate.SetInt32(fRate);
     fFormat.fChannels.SetInt32(fChannels);
     fFormat.fBitsPerSample.SetInt32(kBitsPerSample);
     fFormat.fBusses.SetInt32(1);
     fFormat.fAudioFormat.SetInt32('sowt');
-    fFormat.SetInt64('tmsc', decoder.sample_rate, 0);
+    fFormat.SetInt64('tmsc', fRate, 0);
+    return true;
+}
+
+std::string AvClipAudio::Problem() const {
+    if (!fProblem.empty()) return fProblem;
+    return fEnded ? fTrack.EndedEarly() : "";
+}
+
+bool AvClipAudio::make_converter(const AVChannelLayout& layout, int format, int rate) {
+    AVChannelLayout target;
+    av_channel_layout_default(&target, fChannels);
+    SwrContext* made = nullptr;
+    const int code = swr_alloc_set_opts2(&made, &target, AV_SAMPLE_FMT_S16, fRate,
+                                         const_cast<AVChannelLayout*>(&layout),
+                                         static_cast<AVSampleFormat>(format), rate, 0, nullptr);
+    fConverter.reset(made);
+    // Of the two that FFmpeg has the one that lets no images through.
+    if (made) av_opt_set_int(made, "resampler", SWR_ENGINE_SOXR, 0);
+    if (code < 0 || swr_init(made) < 0) return false;
+    fConverts->format = format;
+    fConverts->sample_rate = rate;
+    return av_channel_layout_copy(&fConverts->ch_layout, &layout) >= 0;
+}
+
+// Clips that were joined change in their midst: mono behind stereo has one plane where a converter
+// for stereo would read two. `held` gets what the converter before still had.
+bool AvClipAudio::prepare_converter(std::vector<short>& held) {
+    if (fDecoded->format == fConverts->format && fDecoded->sample_rate == fConverts->sample_rate &&
+        av_channel_layout_compare(&fDecoded->ch_layout, &fConverts->ch_layout) == 0) {
+        return true;
+    }
+    convert(nullptr, held);
+    return make_converter(fDecoded->ch_layout, fDecoded->format, fDecoded->sample_rate);
+}
+
+/// Without a frame the converter gives what it holds back.
+void AvClipAudio::convert(const AVFrame* frame, std::vector<short>& pcm) {
+    const int samples = frame ? frame->nb_samples : 0;
+    const int room = std::max(0, swr_get_out_samples(fConverter.get(), samples));
+    pcm.resize(static_cast<std::size_t>(room) * fChannels);
+    uint8_t* out = reinterpret_cast<uint8_t*>(pcm.data());
+    const auto in = const_cast<const uint8_t**>(frame ? frame->extended_data : nullptr);
+    const int frames = swr_convert(fConverter.get(), &out, room, in, samples);
+    pcm.resize(frames > 0 ? static_cast<std::size_t>(frames) * fChannels : 0);
+}
+
+// Reads a block. `pcm` gets what has to be given before it: what converters held back.
+bool AvClipAudio::read_block(std::vector<short>& pcm) {
+    if (!fConverter) return false;
+    if (!fTrack.Decode(*fDecoded)) {
+        fEnded = true;
+        convert(nullptr, pcm);
+        return !pcm.empty();
+    }
+    if (!prepare_converter(pcm)) {
+        fProblem = "changes to a format that cannot be brought to 16-bit PCM";
+        fConverter.reset();
+        return !pcm.empty();
+    }
+    const double held = static_cast<double>(swr_get_delay(fConverter.get(), fRate)) / fRate;
+    convert(fDecoded.get(), fBlock);
+    const long long given = fFramesGiven + static_cast<long long>(pcm.size()) / fChannels;
+    place_on_time_line(held, static_cast<double>(given) / fRate);
     return true;
 }
 
 bool AvClipAudio::Next(std::vector<short>& pcm) {
     pcm.clear();
     while (pcm.empty()) {
-        if (!fTrack.Decode(*fDecoded)) {
-            fEnded = true;
+        if (!fBlock.empty()) {
+            pcm.swap(fBlock);
+        } else if (!read_block(pcm)) {
             return false;
         }
-        pcm.resize(static_cast<std::size_t>(fDecoded->nb_samples) * fChannels);
-        uint8_t* out = reinterpret_cast<uint8_t*>(pcm.data());
-        const int frames =
-            swr_convert(fConverter.get(), &out, fDecoded->nb_samples,
-                        const_cast<const uint8_t**>(fDecoded->extended_data), fDecoded->nb_samples);
-        pcm.resize(frames > 0 ? static_cast<std::size_t>(frames) * fChannels : 0);
-        place_on_time_line(pcm);
-        av_frame_unref(fDecoded.get());
     }
     fFramesGiven += static_cast<long long>(pcm.size()) / fChannels;
     return true;
 }
-
-// Fills a hole in front of the block with silence and cuts what overlaps the block before it.
-void AvClipAudio::place_on_time_line(std::vector<short>& pcm) {
+// Fills a hole in front of the block with silence and cuts what overlaps the block before it. The
+// block begins with what was `held` back of the one before, in seconds.
+void AvClipAudio::place_on_time_line(double held, double expected) {
     const long long pts = fDecoded->best_effort_timestamp;
     if (pts == AV_NOPTS_VALUE) return;
-    const double at = static_cast<double>(pts) * av_q2d(fTrack.stream->time_base) - fOrigin;
-    const double expected = static_cast<double>(fFramesGiven) / SampleRate();
+    const double at = static_cast<double>(pts) * av_q2d(fTrack.stream->time_base) - fOrigin - held;
     const double step = at - expected;
     const bool isRounding = !fFirst && std::fabs(step) < kSmallestHoleSeconds;
     if (isRounding || std::fabs(step) > kLargestHoleSeconds) return;
     const auto samples =
-        static_cast<std::size_t>(std::llround(std::fabs(step) * SampleRate())) * fChannels;
+        static_cast<std::size_t>(std::llround(std::fabs(step) * fRate)) * fChannels;
     if (step >= 0) {
-        pcm.insert(pcm.begin(), samples, 0);
+        fBlock.insert(fBlock.begin(), samples, 0);
         fFirst = false;
         return;
     }
-    if (samples < pcm.size()) fFirst = false;
-    pcm.erase(pcm.begin(),
-              pcm.begin() + static_cast<std::ptrdiff_t>(std::min(samples, pcm.size())));
+    if (samples < fBlock.size()) fFirst = false;
+    fBlock.erase(fBlock.begin(),
+                 fBlock.begin() + static_cast<std::ptrdiff_t>(std::min(samples, fBlock.size())));
 }
 
 }  // namespace

@@ -9,7 +9,8 @@
 /// The sound of any clip that FFmpeg reads, as 16-bit PCM with one or two channels.
 ///
 /// One thread at a time. Holes in the clip's time line come as silence, so that the n-th frame of
-/// the stream always belongs to n divided by the rate.
+/// the stream always belongs to n divided by the rate. Sound that changes its rate or its channels
+/// underway is brought to those that it began with.
 class ClipAudio {
 public:
     /// Opens the first sound track; null with one line in `error` when it cannot be decoded, null
