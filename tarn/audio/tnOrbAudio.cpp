@@ -19,7 +19,9 @@ int OrbAudioPropertiesFromMediaRecord(const tnMediaRecord& record,
     properties->SetFormat(bits == 16 ? 'sowt' : CAudioProperties::kFloat32Little);
     properties->SetChannels(channels);
     properties->SetFramesPerPacket(1);
-    properties->SetBytesPerPacket(channels * (bits / 8));
+    // Unsigned: a nonsense number of channels wraps to a nonsense size, never a trap.
+    properties->SetBytesPerPacket(static_cast<int>(static_cast<unsigned int>(channels) *
+                                                   static_cast<unsigned int>(bits / 8)));
     properties->SetSampleRate(record.fSampleRate.AsInt32(0));
     properties->SetBitsPerSample(bits);
     return 0;

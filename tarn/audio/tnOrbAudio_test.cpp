@@ -1,5 +1,6 @@
 #include "tarn/audio/tnOrbAudio.h"
 
+#include <climits>
 #include <gtest/gtest.h>
 
 #include "orb/CAudioProperties.h"
@@ -48,6 +49,15 @@ TEST(tnOrbAudio, OtherSampleSizesAreRefused) {
     }
     RObject<CAudioProperties> properties;
     EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(tnMediaRecord(TN_MEDIA_AUDIO), properties), -1);
+}
+
+TEST(tnOrbAudio, NonsenseChannelsWrapInTheirBytes) {
+    RObject<CAudioProperties> properties;
+    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(32, 48000, 0x40000001), properties), 0);
+    EXPECT_EQ(properties->GetChannels(), 0x40000001);
+    EXPECT_EQ(properties->GetBytesPerPacket(), 4);
+    EXPECT_EQ(OrbAudioPropertiesFromMediaRecord(pcm(16, 48000, INT_MIN), properties), 0);
+    EXPECT_EQ(properties->GetBytesPerPacket(), 0);
 }
 
 TEST(tnOrbAudio, SampleBytesAreCopiedOrWrapped) {
