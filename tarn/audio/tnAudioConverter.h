@@ -31,9 +31,11 @@ public:
     virtual void Reset();
 
     /// Converts the `inBytes` at `in` to `out`, which takes `outCapacity` bytes: 0 or -1.
-    /// `mixBytes` is the length that a converter sees that changes only the channels: whichever of
-    /// the two lengths is larger, so many bytes must be readable at `in`. `outFrames` and
-    /// `outBytes`, what was made, may be null.
+    /// `mixBytes` is how much of `in` a converter takes that changes only the channels: `inBytes`
+    /// or, for callers that size their blocks by what comes out, `outCapacity`. With either of them
+    /// what is written fits; with more than both it goes past `out`, and nothing checks that. The
+    /// larger of `inBytes` and `mixBytes` must be readable at `in`. `outFrames` and `outBytes`,
+    /// what was made, may be null.
     ///
     /// This one changes the rate of 16-bit audio by taking the nearest earlier frame, and takes all
     /// that is not mono for stereo: -1 for other sample sizes, with `out` left alone. It fills
