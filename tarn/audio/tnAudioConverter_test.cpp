@@ -162,6 +162,18 @@ TEST(tnAudioConverterBase, OtherSampleSizesFail) {
     }
 }
 
+TEST(tnAudioConverterBase, SampleSizeAndChannelsAreThoseOfTheInput) {
+    Samples out(4, kStale);
+    EXPECT_EQ(convert_base(pcm(24, 48000, 2), pcm(16, 48000, 2), {1, 2, 3, 4}, out, nullptr), -1);
+    EXPECT_EQ(out, Samples(4, kStale));
+    EXPECT_EQ(convert_base(pcm(16, 48000, 2), pcm(24, 48000, 2), {1, 2, 3, 4}, out, nullptr), 0);
+    EXPECT_EQ(out, (Samples{1, 2, 3, 4}));
+    EXPECT_EQ(convert_base(pcm(16, 24000, 1), pcm(16, 48000, 2), {1, 2, 3, 4}, out, nullptr), 0);
+    EXPECT_EQ(out, (Samples{1, 1, 2, 2}));
+    EXPECT_EQ(convert_base(pcm(16, 24000, 2), pcm(16, 48000, 1), {1, 2, 3, 4}, out, nullptr), 0);
+    EXPECT_EQ(out, (Samples{1, 2, 1, 2}));
+}
+
 // Which pairs of formats there is a way between.
 
 TEST(tnAudioConverter_orb, InitRefusesWhatNoStageCanDo) {
@@ -285,6 +297,7 @@ TEST(tnAudioConverter_orb, FailuresOfTheChannelStageSilenceTheOutput) {
     const Failure kFailures[] = {
         {"too little room", pcm(16, 48000, 2), pcm(16, 48000, 2), 4, 6, -1, false},
         {"nothing in", pcm(16, 48000, 2), pcm(16, 48000, 2), 0, 8, -1, false},
+        {"too little in", pcm(16, 48000, 6), pcm(16, 48000, 2), 1, 8, -1, false},
         {"equal at 32 bits", pcm(32, 48000, 2), pcm(32, 48000, 2), 4, 8, -1, true},
         {"more to mix than fits", pcm(16, 48000, 2), pcm(16, 48000, 1), 4, 4, 10, true},
     };
@@ -319,6 +332,7 @@ TEST(tnAudioConverter_orb, FormatsWithoutAFrameAreSilence) {
         {"samples of less than a byte", pcm(4, 48000, 2), pcm(4, 48000, 2), 0},
         {"channels below none", pcm(16, 48000, -1), pcm(16, 48000, 2), 0},
         {"to channels below none", pcm(32, 48000, 1), pcm(16, 48000, -1), 0},
+        {"channels whose bytes wrap", pcm(32, 48000, INT_MIN), pcm(16, 48000, INT_MIN), -1},
     };
     for (const Pair& pair : kPairs) {
         SCOPED_TRACE(pair.fWhat);
@@ -376,11 +390,6 @@ TEST(tnAudioConverter_orb, ToldLengthFollowsAnyRatioOfTheChannels) {
     EXPECT_EQ(two.fBytes, 8u);
     EXPECT_EQ(two.fFrames, 2u);
     EXPECT_EQ(head(two.fOut, 4), (Samples{16384, -16384, 8192, -8192}));
-    // Seven to three: of 14 bytes six are told, exactly; of seven to five, ten.
-    const auto three = convert(*made(pcm(32, 48000, 7), pcm(16, 48000, 3)),
-                               as_samples({0.5f, -0.5f, 0, 0, 0, 0, 0}), 16);
-    EXPECT_EQ(three.fBytes, 6u);
-    EXPECT_EQ(three.fFrames, 1u);
     // Mono to stereo: as many samples as before are laid out, twice as many are told.
     const auto wide =
         convert(*made(pcm(32, 48000, 1), pcm(16, 48000, 2)), as_samples({0.5f, -0.5f, 0.25f}), 12);
@@ -391,6 +400,31 @@ TEST(tnAudioConverter_orb, ToldLengthFollowsAnyRatioOfTheChannels) {
     const auto tight =
         convert(*made(pcm(32, 48000, 1), pcm(16, 48000, 2)), as_samples({0.5f, -0.5f, 0.25f}), 10);
     EXPECT_EQ(tight.fResult, -1) << "what is told does not fit";
+}
+
+TEST(tnAudioConverter_orb, ToldLengthIsThatOfTheRatioInDoublesCutToWholeBytes) {
+    // The ratio is rounded before it divides: what would be whole in integers may be a byte short,
+    // and then the last frame is not told.
+    struct Block {
+        int fInChannels;
+        int fOutChannels;
+        std::size_t fInFrames;
+        unsigned int fBytes;
+        unsigned int fFrames;
+    };
+    constexpr Block kBlocks[] = {
+        {7, 3, 1, 6, 1}, {7, 5, 1, 10, 1}, {7, 3, 5, 29, 4}, {9, 7, 1, 13, 0}, {11, 5, 3, 29, 2},
+    };
+    for (const Block& block : kBlocks) {
+        SCOPED_TRACE(testing::Message() << block.fInChannels << " to " << block.fOutChannels);
+        const std::vector<float> in(block.fInFrames * static_cast<std::size_t>(block.fInChannels));
+        const auto mixed =
+            convert(*made(pcm(32, 48000, block.fInChannels), pcm(16, 48000, block.fOutChannels)),
+                    as_samples(in), 64);
+        EXPECT_EQ(mixed.fResult, 0);
+        EXPECT_EQ(mixed.fBytes, block.fBytes);
+        EXPECT_EQ(mixed.fFrames, block.fFrames);
+    }
 }
 
 TEST(tnAudioConverter_orb, SizeAndRateChangeTogetherWithoutALostFrame) {
@@ -469,7 +503,10 @@ enum class Failing {
 /// What was asked of such filters.
 struct Calls {
     std::vector<unsigned int> fEnds;      // whose End was called, in that order
+    unsigned int fInputFormat = 0;        // of the properties that were set
+    int fPuts = 0;                        // also of no sample, which would end the stream
     const unsigned char* fPut = nullptr;  // where the bytes of the last sample stood
+    int fPutBytes = 0;                    // and how many they were
 };
 
 class FailingConverter : public CAudioConverter {
@@ -480,6 +517,7 @@ public:
             DeclareInt(CodeBookProperty::AudioConverter::SampleRate, 0, 0, 1 << 20);
     }
     Result SetInputProperties(const CAudioProperties* properties) override {
+        fCalls->fInputFormat = properties->GetFormat();
         return fWhere == Failing::kSetInput ? Result(ResultError())
                                             : CAudioConverter::SetInputProperties(properties);
     }
@@ -500,19 +538,22 @@ public:
         return ResultOK();
     }
     Result PutSample(int, CMediaSample* sample) override {
+        ++fCalls->fPuts;
+        if (sample == nullptr) return ResultOK();
         fSample = RObject<CMediaSample>::Share(sample);
         const RObject<CLockedDataReference> locked(sample->GetLockedDataReference(1));
         fCalls->fPut = locked ? locked->GetData() : nullptr;
+        fCalls->fPutBytes = locked ? locked->GetLength() : 0;
         return fWhere == Failing::kPut ? Result(ResultError()) : Result(ResultOK());
     }
     Result GetSample(int, RObject<CMediaSample>& sample) override {
-        if (fWhere == Failing::kGet) return ResultError();
         if (fWhere == Failing::kNoData) {
             sample = new CAudioSample(1);
         } else if (fWhere != Failing::kNoSample) {
             sample = fSample;
         }
-        return ResultOK();
+        // A sample beside a failure does not count.
+        return fWhere == Failing::kGet ? Result(ResultError()) : Result(ResultOK());
     }
 
 private:
@@ -588,8 +629,37 @@ TEST(tnAudioConverter_orb, EachFailingStepOfABlockSilencesIt) {
     }
 }
 
+TEST(tnAudioConverter_orb, FailingFirstStageKeepsTheBlockFromTheSecond) {
+    // Not even a null sample gets there: a rate filter would take it for the end of the stream and
+    // give away what it holds back.
+    constexpr std::pair<Failing, int> kFailures[] = {
+        {Failing::kPut, 0},
+        {Failing::kGet, 0},
+        {Failing::kNoSample, 0},
+        {Failing::kNoData, 1},  // a sample it is, if an empty one
+    };
+    for (const auto& [where, puts] : kFailures) {
+        SCOPED_TRACE(static_cast<int>(where));
+        Calls sizeCalls;
+        Calls rateCalls;
+        const RObject<FailingFactory> size(new FailingFactory('afc ', where, sizeCalls));
+        const RObject<FailingFactory> rate(
+            new FailingFactory('asrc', Failing::kNowhere, rateCalls));
+        const auto converter = made(pcm(32, 44100, 2), pcm(16, 48000, 2));
+        const auto failed = convert(*converter, Samples(8, 7), 64);
+        EXPECT_EQ(failed.fResult, -1);
+        EXPECT_EQ(failed.fOut, Samples(32, 0));
+        EXPECT_EQ(failed.fBytes, 4712u);
+        EXPECT_EQ(failed.fFrames, 4711u);
+        EXPECT_EQ(sizeCalls.fPuts, 1);
+        EXPECT_EQ(rateCalls.fPuts, puts);
+        size->Withdraw();
+        rate->Withdraw();
+    }
+}
+
 TEST(tnAudioConverter_orb, SampleSizeChangesBeforeTheRate) {
-    // The rate filter, here one that passes through, is handed 16-bit frames.
+    // The rate filter, here one that passes through, is handed 16-bit frames and is told so.
     Calls calls;
     const RObject<FailingFactory> factory(new FailingFactory('asrc', Failing::kNowhere, calls));
     {
@@ -598,6 +668,8 @@ TEST(tnAudioConverter_orb, SampleSizeChangesBeforeTheRate) {
         EXPECT_EQ(out.fResult, 0);
         EXPECT_EQ(out.fOut, (Samples{16384, -16384}));
     }
+    EXPECT_EQ(calls.fInputFormat, 'sowt');
+    EXPECT_EQ(calls.fPutBytes, 4);
     EXPECT_EQ(calls.fEnds, std::vector<unsigned int>{'asrc'});
     factory->Withdraw();
 }
