@@ -57,6 +57,57 @@ TEST_F(tnMediaRecordTest, FreshRecordSaysNothing) {
     for (const Member& member : kMembers) EXPECT_FALSE((record.*member.fMember).IsSet());
 }
 
+TEST_F(tnMediaRecordTest, RecordOfATypeAloneHasNoTextAndNoSize) {
+    for (const tnMediaType type : {TN_MEDIA_VIDEO, TN_MEDIA_AUDIO}) {
+        SCOPED_TRACE(static_cast<int>(type));
+        tnMediaRecord record(type);
+        EXPECT_EQ(record.ToCompactFormatString(), "");
+        EXPECT_EQ(record.CalculateBufferSize(1), 0);
+        int channelWidth = 640;
+        int channelHeight = 480;
+        int canvasWidth = 320;
+        int canvasHeight = 200;
+        float ratio = 3.0f;
+        record.AlignChannelAndCanvasCoordinates(&channelWidth, &channelHeight, &canvasWidth,
+                                                &canvasHeight, &ratio);
+        EXPECT_EQ(canvasWidth, 640);
+        EXPECT_EQ(canvasHeight, 480);
+        EXPECT_FLOAT_EQ(ratio, 3.0f - (1.0f - (640.0f / 480.0f) / (320.0f / 200.0f)) * 3.0f);
+        record.SetBytesPerRowBasedOnFormat();
+        EXPECT_EQ(record.fBytesPerRow.AsInt32(-1), 0);
+    }
+}
+
+TEST_F(tnMediaRecordTest, EachSizeThatIsUnsetReadsAsNone) {
+    // All that an operation needs but one, which counts as nothing.
+    tnMediaRecord picture = video(640, 360, 'gry8');
+    picture.fWidth.Unset();
+    EXPECT_EQ(picture.ToCompactFormatString(), "");
+    EXPECT_EQ(picture.CalculateBufferSize(1), 0);
+    picture.SetBytesPerRowBasedOnFormat();
+    EXPECT_EQ(picture.fBytesPerRow.AsInt32(-1), 0);
+    picture = video(640, 360, 'gry8');
+    picture.fHeight.Unset();
+    EXPECT_EQ(picture.ToCompactFormatString(), "");
+    EXPECT_EQ(picture.CalculateBufferSize(1), 0);
+    picture = video(640, 360);
+    EXPECT_EQ(picture.CalculateBufferSize(1), 0);
+    picture.SetBytesPerRowBasedOnFormat();
+    EXPECT_EQ(picture.fBytesPerRow.AsInt32(-1), 0);
+
+    tnMediaRecord sound(TN_MEDIA_AUDIO);
+    sound.MakeDefaultAudioFormat();
+    sound.fSampleRate.Unset();
+    EXPECT_EQ(sound.ToCompactFormatString(), "");
+    sound.MakeDefaultAudioFormat();
+    sound.fChannels.Unset();
+    EXPECT_EQ(sound.ToCompactFormatString(), "");
+    EXPECT_EQ(sound.CalculateBufferSize(1), 0);
+    sound.MakeDefaultAudioFormat();
+    sound.fBusses.Unset();
+    EXPECT_EQ(sound.CalculateBufferSize(1), 4);  // but one bus
+}
+
 TEST_F(tnMediaRecordTest, TypeIsTheOnlyThingThatItsConstructorSets) {
     const tnMediaRecord record(TN_MEDIA_AUDIO);
     EXPECT_EQ(record.fType.AsInt32(0), 0x6175646F);
@@ -222,6 +273,9 @@ TEST_F(tnMediaRecordTest, BytesPerRowFollowsTheFormatWhateverItWas) {
     record.fBytesPerRow.SetInt32(4711);
     record.SetBytesPerRowBasedOnFormat();
     EXPECT_EQ(record.fBytesPerRow.AsInt32(0), 1024);
+    record.fWidth.SetInt32(1030);
+    record.SetBytesPerRowBasedOnFormat();
+    EXPECT_EQ(record.fBytesPerRow.AsInt32(0), 1088);  // to whole 64 bytes, not 128
     record.fColourspace.SetInt32('BGRA');
     record.SetBytesPerRowBasedOnFormat();
     EXPECT_EQ(record.fBytesPerRow.AsInt32(-1), 0);
@@ -343,12 +397,28 @@ TEST_F(tnMediaRecordTest, PALIsAskedOfTimescaleAndDurationFirst) {
     }
 }
 
+TEST_F(tnMediaRecordTest, TimescaleThatIsNotAboveNothingDoesNotCount) {
+    // Divided by the duration each of these would be a multiple of 25.
+    for (const int timescale : {0, -25}) {
+        SCOPED_TRACE(timescale);
+        tnMediaRecord record;
+        record.SetUInt64('dura', 1, 0);
+        record.SetFloat('mfps', 30.0f, 0);
+        EXPECT_FALSE(record.IsPALFrameRate());  // unset
+        record.SetInt64('tmsc', timescale, 0);
+        EXPECT_FALSE(record.IsPALFrameRate());
+        record.SetFloat('mfps', 25.0f, 0);
+        EXPECT_TRUE(record.IsPALFrameRate());
+    }
+}
+
 TEST_F(tnMediaRecordTest, PALIsElseAskedOfTheFrameRate) {
     const std::pair<float, bool> kRates[] = {
         {25.0f, true},   {50.0f, true},   {30.0f, false},
         {29.97f, false}, {10.0f, false},  {12.5f, false},
         {24.0f, true},   {23.976f, true}, {15.0f, true},
         {0.0f, false},   {-25.0f, false}, {std::numeric_limits<float>::quiet_NaN(), false},
+        {25.009f, true}, {25.02f, false},
     };
     for (const auto& [fps, pal] : kRates) {
         SCOPED_TRACE(fps);
@@ -447,6 +517,7 @@ TEST_F(tnMediaRecordTest, CompactTextOfVideo) {
         {720, 0, 1, 25.0f, ""},
         {-1, 480, 1, 25.0f, ""},
     };
+    EXPECT_EQ(video(1280, 720).ToCompactFormatString(), "1280x720p");  // no field order, no rate
     for (const Text& text : kTexts) {
         SCOPED_TRACE(text.fText);
         tnMediaRecord record = video(text.fWidth, text.fHeight);

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <gtest/gtest.h>
+#include <vector>
 
 #include "spar/zRecord.h"
 #include "spar/zString.h"
@@ -190,6 +191,12 @@ TEST_F(tnOutputAccessorTest, SwitchingAnOutputNamesItsElement) {
     fAccessor.SetOutputEnabled(false);
     EXPECT_STREQ(fRecord.AsCString('xTag', nullptr, nullptr), "output");
     EXPECT_TRUE(fRecord.ExistsID('mOen'));
+    std::vector<unsigned long long> ids;  // the name comes first
+    fRecord.ForEachVariable([&ids](const zVariable& variable) {
+        ids.push_back(variable.ID());
+        return true;
+    });
+    EXPECT_EQ(ids, (std::vector<unsigned long long>{'xTag', 'mOen'}));
 }
 
 TEST_F(tnOutputAccessorTest, LocationWithBitrateFallsBack) {

@@ -1,7 +1,9 @@
 #include "tarn/foundation/tnTarn.h"
 
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "spar/zBoot.h"
 #include "spar/zErrCodeManager.h"
@@ -9,6 +11,28 @@
 #include "spar/zStringID.h"
 #include "tarn/foundation/TCache.h"
 #include "tarn/replay/tnReplayManifest.h"
+
+namespace {
+
+struct Entered {
+    unsigned long long fId = 0;
+    std::string fKey;
+    bool fReserved = true;
+    int fResult = -1;
+};
+
+std::vector<Entered>* gEntered = nullptr;  // what is entered while somebody looks on
+
+}  // namespace
+
+// The linker puts this in front of the table, see tarn/CMakeLists.txt.
+extern "C" int __real__ZN9zStringID3AddEyPKcb(zStringID*, unsigned long long, const char*, bool);
+extern "C" int __wrap__ZN9zStringID3AddEyPKcb(zStringID* table, unsigned long long id,
+                                              const char* key, bool reserved) {
+    const int result = __real__ZN9zStringID3AddEyPKcb(table, id, key, reserved);
+    if (gEntered != nullptr) gEntered->push_back({id, key, reserved, result});
+    return result;
+}
 
 namespace {
 
@@ -120,6 +144,27 @@ TEST(tnTarn, EveryKeyReachesTheVariableOfItsId) {
         EXPECT_EQ(record.AsInt32(code(pair.fId), 0), 8);
         EXPECT_EQ(record.VariableCount(), 1u);
         EXPECT_STREQ(zStringID::Default().Key(code(pair.fId)), pair.fKey);
+    }
+}
+
+TEST(tnTarn, KeysAreEnteredInOrderAndTheAnnotationsOnceMore) {
+    std::vector<Entered> entered;
+    gEntered = &entered;
+    tnTarn::string_defines();
+    gEntered = nullptr;
+    std::vector<Pair> expected(std::begin(kPairs), std::end(kPairs));
+    expected.insert(expected.end(), {{"mMTi", "output_title"},
+                                     {"mMIn", "output_info"},
+                                     {"mMCo", "output_copyright"},
+                                     {"mMAu", "output_author"}});
+    ASSERT_EQ(entered.size(), expected.size());
+    ASSERT_EQ(entered.size(), 71u);
+    for (std::size_t i = 0; i < entered.size(); ++i) {
+        SCOPED_TRACE(expected[i].fKey);
+        EXPECT_EQ(entered[i].fId, code(expected[i].fId));
+        EXPECT_EQ(entered[i].fKey, expected[i].fKey);
+        EXPECT_FALSE(entered[i].fReserved);
+        EXPECT_EQ(entered[i].fResult, 0);
     }
 }
 
