@@ -7,7 +7,7 @@ int tnAudioFormat::BitsPerSample(int format) {
             return 8;
         case 'fl32':
         case 'in32':
-        case 0x33326E69:  // the agreed code, as it stands
+        case '32ni':  // so it is agreed; 'in32' backwards would be '23ni', here of 16 bits
         case 'in24':
         case '42ni':
             return 32;

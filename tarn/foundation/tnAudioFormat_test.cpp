@@ -8,7 +8,7 @@ TEST(tnAudioFormat, EveryCodeHasItsSampleSize) {
     const std::pair<int, int> kBits[] = {
         {'fl32', 32}, {'in32', 32}, {0x33326E69, 32}, {'in24', 32}, {0x34326E69, 32},
         {'fl64', 64}, {'int8', 8},  {'raw ', 8},      {'sowt', 16}, {'twos', 16},
-        {'mp4a', 16}, {0, 16},      {-1, 16},         {'23lf', 16},
+        {'mp4a', 16}, {0, 16},      {-1, 16},         {'23lf', 16}, {'23ni', 16},
     };
     for (const auto& [format, bits] : kBits) {
         SCOPED_TRACE(format);
