@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sys/stat.h>
 #include <thread>
 
@@ -286,6 +287,72 @@ TEST_F(CAssetWriterTest, FailingEncoderTellsTheNextWriterOnceAndGoesOn) {
     EXPECT_EQ(3, frames[1].sample.decodeTime);
     EXPECT_EQ(1, trace.Count());
     EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "video", "the picture is bad"}));
+}
+
+// A host shows pictures at their times: sound that ran on must find the picture it belongs to.
+TEST_F(CAssetWriterTest, PictureThatDoesNotComeOutLeavesTheOthersTheirTimes) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->failOut = 0b10;
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    const auto write = [&](int i) {
+        return track->WriteSample(fake_picture(10 * i, 5 + i, static_cast<unsigned char>(i)).Get());
+    };
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(0, write(i));
+    while (trace.Count() == 0) std::this_thread::yield();
+    EXPECT_STREQ("the picture is lost", write(2).GetMessage());
+    for (int i = 3; i < 6; ++i) EXPECT_EQ(0, write(i));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    const auto frames = disk.Of(0);
+    const int kept[] = {0, 3, 4, 5};
+    ASSERT_EQ(std::size(kept), frames.size());
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(kept[i], frames[i].bytes[0]);
+        EXPECT_EQ(10 * kept[i], frames[i].sample.decodeTime);
+        EXPECT_EQ(5 + kept[i], frames[i].sample.duration);
+    }
+}
+
+TEST_F(CAssetWriterTest, PicturesBehindOneThatFailsAtTheEndAreKept) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->delay = 6;
+    plan->failOut = 0b001011;
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 6; ++i) {
+        ASSERT_EQ(
+            0, track->WriteSample(fake_picture(10 * i, 10, static_cast<unsigned char>(i)).Get()));
+    }
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_STREQ("the picture is lost", track->End().GetMessage());
+    EXPECT_EQ(0, asset->Finish());
+    const auto frames = disk.Of(0);
+    const int kept[] = {2, 4, 5};
+    ASSERT_EQ(std::size(kept), frames.size());
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(kept[i], frames[i].bytes[0]);
+        EXPECT_EQ(10 * kept[i], frames[i].sample.decodeTime);
+    }
+    EXPECT_EQ(1, trace.Count());
+}
+
+TEST_F(CAssetWriterTest, EncoderThatGivesNothingMoreIsNotAskedForEver) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->delay = 6;
+    plan->failOutForever = true;
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 6; ++i) ASSERT_EQ(0, track->WriteSample(fake_picture(i, 1).Get()));
+    EXPECT_STREQ("the device is gone", track->End().GetMessage());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(0, disk.CountWritten());
+    EXPECT_EQ(1, disk.finished);
+    EXPECT_EQ(1, trace.Count());
 }
 
 TEST_F(CAssetWriterTest, FailureOfTheLastPicturesIsToldByEnd) {

@@ -191,13 +191,13 @@ void TrackPipe::run() {
         sample.Clear();
         if (result.Failed()) note_failure(std::move(result));
     }
-    bool drain = false;
+    bool wanted = false;
     {
         zMutexLock held(fLock);
-        drain = !fCutOff;
+        wanted = !fCutOff;
     }
-    if (drain && queue()->GetFailure().Succeeded()) {
-        Result result = encode(nullptr);
+    if (wanted && queue()->GetFailure().Succeeded()) {
+        Result result = drain();
         if (result.Failed()) note_failure(std::move(result));
     }
     queue()->EndTrack(fIndex.load());
@@ -221,20 +221,29 @@ bool TrackPipe::take(RObject<CMediaSample>& sample) {
 }
 
 Result TrackPipe::encode(CMediaSample* sample) {
-    if (sample) fShaper->Entering(*sample);
     Result result = fCodec->Put(sample);
-    if (result.Failed()) {
-        if (sample) fShaper->Refused();
-        return result;
-    }
+    if (result.Failed()) return result;
+    // Blocks of sound and packets do not pair.
+    if (sample && fSampleKind == 'vsmp') ++fInside;
     return pass_on_what_is_ready();
+}
+
+/// Lets come out what the encoder held back. One picture that fails must not take those behind it
+/// along; but an encoder that gives nothing more is asked no oftener than it owes pictures.
+Result TrackPipe::drain() {
+    Result first = encode(nullptr);
+    bool failed = first.Failed();
+    while (failed && fInside > 0) failed = pass_on_what_is_ready().Failed();
+    return first;
 }
 
 Result TrackPipe::pass_on_what_is_ready() {
     for (;;) {
         RObject<CMediaSample> sample;
         Result result = fCodec->Get(sample);
-        if (result.Failed() || !sample) return result;
+        if (result.Succeeded() && !sample) return result;
+        if (fInside > 0) --fInside;
+        if (result.Failed()) return result;
         MovieQueue::Sample shaped;
         result = fShaper->Shape(*sample, shaped);
         if (result.Failed()) return result;

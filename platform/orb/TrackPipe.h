@@ -91,6 +91,7 @@ private:
     void run() SPAR_EXCLUDES(fLock);
     bool take(RObject<CMediaSample>& sample) SPAR_EXCLUDES(fLock);
     Result encode(CMediaSample* sample);
+    Result drain();
     Result pass_on_what_is_ready();
     void note_failure(Result failure) SPAR_EXCLUDES(fLock);
 
@@ -101,6 +102,7 @@ private:
     std::unique_ptr<TrackShaper> fShaper;
     std::unique_ptr<TrackCodec> fCodec;
     std::thread fThread;
+    long long fInside = 0;  ///< pictures that the encoder took and has not answered for
 
     // guarded by fLock
     mutable zMutex fLock;

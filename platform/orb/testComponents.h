@@ -54,9 +54,11 @@ private:
 
 /// What a test tells its fake components, and what they tell it.
 struct FakePlan {
-    Gate gate;                    ///< an encoder passes it for every picture
-    std::atomic<int> failAt{-1};  ///< the picture, counted from 0, that the encoder refuses
-    std::atomic<int> delay{0};    ///< pictures that the encoder holds back
+    Gate gate;                         ///< an encoder passes it for every picture
+    std::atomic<int> failAt{-1};       ///< the picture, counted from 0, that the encoder refuses
+    std::atomic<int> delay{0};         ///< pictures that the encoder holds back
+    std::atomic<unsigned> failOut{0};  ///< the pictures, bit 0 the first, that do not come out
+    std::atomic<bool> failOutForever{false};  ///< nothing comes out any more
     std::atomic<bool> failBegin{false};
     std::atomic<int> begun{0};
     std::atomic<int> ended{0};
@@ -123,15 +125,19 @@ public:
         sample.Clear();
         const std::size_t kept = fDraining ? 0 : static_cast<std::size_t>(fPlan->delay.load());
         if (fHeld.size() <= kept) return 0;
-        sample = fHeld.front();
+        if (fPlan->failOutForever) return ResultError("the device is gone");
+        sample = std::move(fHeld.front());
         fHeld.pop_front();
-        return 0;
+        if ((fPlan->failOut >> fCameOut++ & 1) == 0) return 0;
+        sample.Clear();
+        return ResultError("the picture is lost");
     }
 
 private:
     const std::shared_ptr<FakePlan> fPlan;
     std::deque<RObject<CVideoSample>> fHeld;
     int fSeen = 0;
+    int fCameOut = 0;
     bool fDraining = false;
 };
 

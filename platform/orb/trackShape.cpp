@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <tuple>
 
 #include "orb/CAudioSample.h"
 #include "orb/CBufferDataReference.h"
@@ -92,18 +91,7 @@ MovieTrack describe_track(const CAudioProperties& properties) {
     return track;
 }
 
-void TrackShaper::Entering(const CMediaSample&) {}
-void TrackShaper::Refused() {}
-
 VideoShaper::VideoShaper(const CVideoProperties& properties) : fAvc(avc_of(properties)) {}
-
-void VideoShaper::Entering(const CMediaSample& sample) {
-    fEntered.emplace_back(sample.GetTime(), sample.GetDuration());
-}
-
-void VideoShaper::Refused() {
-    if (!fEntered.empty()) fEntered.pop_back();
-}
 
 Result VideoShaper::take_bytes(const CMediaSample& sample, RObject<CDataReference>& data) const {
     RObject<CMpeg4AvcDataReference> unit(sample.GetDataReference<CMpeg4AvcDataReference>());
@@ -123,10 +111,6 @@ Result VideoShaper::Shape(const CMediaSample& sample, MovieQueue::Sample& shaped
     if (result.Failed()) return result;
     long long time = sample.GetTime();
     long long duration = sample.GetDuration();
-    if (!fEntered.empty()) {
-        std::tie(time, duration) = fEntered.front();
-        fEntered.pop_front();
-    }
     // Hosts that know no times leave them all alike: their pictures lie end to end. A host that
     // does tell times gives two pictures of one time a duration of 0 between them, and so loses
     // nothing.

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <deque>
 #include <memory>
-#include <utility>
 
 #include "orb/CAudioProperties.h"
 #include "orb/CMediaSample.h"
@@ -23,27 +21,20 @@ MovieTrack describe_track(const CAudioProperties& properties);
 class TrackShaper {
 public:
     virtual ~TrackShaper() = default;
-    /// For a track with an encoder: a sample goes in, before the encoder sees it.
-    virtual void Entering(const CMediaSample& sample);
-    /// The encoder refused the sample that entered last.
-    virtual void Refused();
     /// Shapes one encoded sample. ResultFalse when there is nothing to store.
     virtual Result Shape(const CMediaSample& sample, MovieQueue::Sample& shaped) = 0;
 };
 
-/// Pictures. Times of an encoder's output are those of its input, by their place in the queue.
+/// Pictures, at the times that their samples tell.
 class VideoShaper : public TrackShaper {
 public:
     explicit VideoShaper(const CVideoProperties& properties);
-    void Entering(const CMediaSample& sample) override;
-    void Refused() override;
     Result Shape(const CMediaSample& sample, MovieQueue::Sample& shaped) override;
 
 private:
     Result take_bytes(const CMediaSample& sample, RObject<CDataReference>& data) const;
 
     const RObject<CMpeg4AvcProperties> fAvc;
-    std::deque<std::pair<long long, long long>> fEntered;  ///< time and duration, ticks
     bool fStarted = false;
     long long fToldTime = 0;  ///< time of the picture before, as its sample said, ticks
     long long fNextTime = 0;  ///< its end in the file, ticks
