@@ -1,10 +1,11 @@
-// Tracks and samples for which there is no memory: each kind of track has a code of its own. The
-// linker puts what stands here in front of the media library's allocation, see tarn/CMakeLists.txt.
+// Tracks, samples and conversions for which there is no memory: each kind of track has a code of
+// its own. The linker puts what stands here in front of allocations, see tarn/CMakeLists.txt.
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <new>
 
 #include "orb/BlockPool.h"
 #include "orb/CAssetAudioCompressor.h"
@@ -12,6 +13,7 @@
 #include "orb/CAssetVideoCompressor.h"
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
+#include "tarn/audio/tnAudioConverter.h"
 #include "tarn/writers/orbConversions.h"
 
 #include "tests/support/WriterFixture.h"
@@ -20,8 +22,10 @@ using namespace writerFixture;
 
 namespace {
 
-thread_local std::size_t gFailingSize = 0;  // of objects that are not to be had
-thread_local int gObjectsLeft = -1;         // until one is not to be had; -1: all are
+thread_local std::size_t gFailingSize = 0;   // of objects that are not to be had
+thread_local int gObjectsLeft = -1;          // until one is not to be had; -1: all are
+thread_local bool gNoConverter = false;      // of sound
+thread_local std::size_t gFailingArray = 0;  // bytes that are not to be had
 
 /// There is no memory for objects of that size as long as this lives.
 class NoMemoryFor {
@@ -40,6 +44,18 @@ extern "C" void* __wrap__ZN7Quillon3Orb7CObjectnwEm(std::size_t size) noexcept {
     if (gObjectsLeft == 0) return nullptr;
     if (gObjectsLeft > 0) --gObjectsLeft;
     return size == gFailingSize ? nullptr : __real__ZN7Quillon3Orb7CObjectnwEm(size);
+}
+
+// tnAudioConverter::Factory, and the new of arrays
+extern "C" tnAudioConverter* __real__ZN16tnAudioConverter7FactoryEv();
+extern "C" tnAudioConverter* __wrap__ZN16tnAudioConverter7FactoryEv() {
+    if (gNoConverter) throw std::bad_alloc();
+    return __real__ZN16tnAudioConverter7FactoryEv();
+}
+extern "C" void* __real__Znam(std::size_t size);
+extern "C" void* __wrap__Znam(std::size_t size) {
+    if (size == gFailingArray) throw std::bad_alloc();
+    return __real__Znam(size);
 }
 
 // What the pool asks for blocks. The sanitizers have one of their own, which is better left alone.
@@ -84,6 +100,51 @@ TEST_F(Writer, SaysThatThereIsNoMemoryForTheSoundTrack) {
         EXPECT_EQ(fWriter->CompleteInitialization(), 0) << row.codec;
         fWriter->Close();
     }
+}
+
+class ConvertingWriter : public Writer {
+protected:
+    static constexpr int kBlock = 400;
+    static constexpr std::size_t kHalfSecond = 24000 * 2;
+
+    /// Opens a file of mono for sound of that many channels.
+    void open_for(int channels) {
+        open();
+        fWriter->SetSourceAudioFormat(pcm(48000, channels));
+        fWriter->SetEncodedAudioFormat(encoded_audio(nullptr, 48000, 1));
+    }
+    int write_block() {
+        const unsigned char block[kBlock] = {};
+        Packet packet;
+        return fWriter->WriteAudioPacket(&packet, 0, 0, block, kBlock);
+    }
+    void record_a_file() {
+        open_for(2);
+        ASSERT_EQ(write_block(), 0);
+        fWriter->Close();
+    }
+};
+
+// The writer goes with this test: what it took away without a successor is not freed again.
+TEST_F(ConvertingWriter, AConverterThatCannotBeMadeAnewIsGone) {
+    record_a_file();
+    open_for(2);
+    gNoConverter = true;
+    EXPECT_THROW(fWriter->CompleteInitialization(), std::bad_alloc);
+    gNoConverter = false;
+}
+
+TEST_F(ConvertingWriter, ABufferThatCannotBeMadeAnewIsGone) {
+    record_a_file();
+    open_for(2);
+    gFailingArray = kHalfSecond;
+    EXPECT_THROW(fWriter->CompleteInitialization(), std::bad_alloc);
+    gFailingArray = 0;
+    // The converter stays in front of the next file's track, and has nowhere to put its sound.
+    open_for(1);
+    EXPECT_EQ(write_block(), -1058);
+    fWriter->Close();
+    record_a_file();
 }
 
 RObject<CVideoProperties> picture(int side) {

@@ -1,5 +1,7 @@
 #include "tarn/writers/writerParts.h"
 
+#include <utility>
+
 #include "spar/zFileStream.h"
 #include "tarn/audio/tnAudioConverter.h"
 #include "tarn/foundation/tnMediaRecord.h"
@@ -18,16 +20,18 @@ int MakeAudioConversion(const tnMediaRecord& source, const tnMediaRecord& encode
                         tnAudioConverter*& converter, unsigned char*& buffer,
                         unsigned int& bufferSize) {
     if (!tnAudioConverter::NeedsConversion(source, encoded)) return 0;
-    delete converter;
+    // There may be no memory for what comes next: the writer must not own what is gone by then.
+    delete std::exchange(converter, nullptr);
     converter = tnAudioConverter::Factory();
     const int code = converter->Init(source, encoded);
     if (code != 0) return code;
     const auto halfSecond = static_cast<unsigned int>(encoded.fSampleRate.AsInt32(0) / 2);
     const auto channels = static_cast<unsigned int>(encoded.fChannels.AsInt32(0));
     const auto sampleBytes = static_cast<unsigned int>(encoded.fBitsPerSample.AsInt32('mbps') / 8);
+    delete[] std::exchange(buffer, nullptr);
+    bufferSize = 0;
+    buffer = new unsigned char[halfSecond * channels * sampleBytes];
     bufferSize = halfSecond * channels * sampleBytes;
-    delete[] buffer;
-    buffer = new unsigned char[bufferSize];
     return 0;
 }
 
