@@ -471,10 +471,17 @@ TEST(Record, RefusesToWriteOverItsInput) {
     const TestFolder folder;
     const std::string copy = folder.File("clip.mp4");
     std::filesystem::copy_file(kCup, copy);
-    const ProcessResult result = Record(copy, copy, {});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.err.find("is the input too"), std::string::npos);
-    EXPECT_EQ(std::filesystem::file_size(copy), std::filesystem::file_size(kCup));
+    std::filesystem::create_symlink(copy, folder.File("link.mp4"));
+    const ProcessResult results[] = {
+        Record(copy, copy, {}),
+        Record(kCup, copy, {"--audio-input", copy}),
+        Record(kCup, folder.File("link.mp4"), {"--audio-input", copy}),
+    };
+    for (const ProcessResult& result : results) {
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.err.find("is the input too"), std::string::npos) << result.err;
+        EXPECT_EQ(std::filesystem::file_size(copy), std::filesystem::file_size(kCup));
+    }
 }
 
 }  // namespace

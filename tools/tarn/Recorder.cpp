@@ -124,8 +124,9 @@ bool Recorder::Prepare() {
         fail("--video none with --audio none leaves nothing to record");
         return false;
     }
-    std::error_code same;
-    if (std::filesystem::equivalent(fOptions.input, fOptions.output, same)) {
+    for (const std::string& input : {fOptions.input, fOptions.audioInput}) {
+        std::error_code missing;
+        if (!std::filesystem::equivalent(input, fOptions.output, missing)) continue;
         fail(fmt::format("'{}': is the input too; choose another output", fOptions.output));
         return false;
     }
