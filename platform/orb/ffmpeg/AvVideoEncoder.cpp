@@ -40,6 +40,7 @@ Result AvVideoEncoder::Begin() {
 Result AvVideoEncoder::begin() {
     if (fEncoder.context) return ResultError("it has begun already");
     fReady.clear();
+    fMissing = 0;
     fTimes = FrameTimes();
     fDrained = false;
     UpdateFlag(CodeBookProperty::MediaFilter::UsingHardwareAcceleration, false);
@@ -97,7 +98,8 @@ Result AvVideoEncoder::describe_output(unsigned int format) {
 Result AvVideoEncoder::End() {
     if (!fEncoder.context) return 0;
     Result result = fDrained ? Result(0) : ProcessSample(nullptr);
-    if (result.Succeeded()) result = fetch_ready();
+    fetch_ready();
+    if (result.Succeeded()) result = std::exchange(fMissing, Result(0));
     fEncoder = {};
     return fFailures.OfSetUp(std::move(result));
 }
@@ -146,20 +148,26 @@ Result AvVideoEncoder::send(const AVFrame* frame) {
     int code = avcodec_send_frame(fEncoder.context.get(), frame);
     if (code == AVERROR(EAGAIN)) {
         // It takes nothing until everything that is ready has come out; that waits here.
-        Result result = fetch_ready();
-        if (result.Failed()) return result;
+        fetch_ready();
         code = avcodec_send_frame(fEncoder.context.get(), frame);
     }
     if (code < 0) return ResultError("a picture was not encoded: %s", AvErrorText(code).c_str());
     return 0;
 }
 
-Result AvVideoEncoder::fetch_ready() {
-    for (;;) {
+void AvVideoEncoder::fetch_ready() {
+    // A picture that fails is no reason to leave those behind it; but no more than are inside can.
+    for (long long failures = fTimes.CountInside(); failures >= 0;) {
         RObject<CVideoSample> sample;
         Result result = receive(sample);
-        if (!sample) return result;
-        fReady.push_back(std::move(sample));
+        if (result.Failed()) {
+            --failures;
+            if (fMissing.Succeeded()) fMissing = std::move(result);
+        } else if (!sample) {
+            return;
+        } else {
+            fReady.push_back(std::move(sample));
+        }
     }
 }
 
@@ -170,6 +178,7 @@ Result AvVideoEncoder::ReceiveSample(RObject<CVideoSample>& sample) {
         fReady.pop_front();
         return 0;
     }
+    if (fMissing.Failed()) return fFailures.OfOutput(std::exchange(fMissing, Result(0)));
     return fEncoder.context ? fFailures.OfOutput(receive(sample)) : Result(0);
 }
 

@@ -29,7 +29,8 @@ struct AvOpenedEncoder {
 ///
 /// Pictures are numbered for the encoder, so that times may jump or repeat as they like; the
 /// samples get their times back by FrameTimes. End lets what is inside come out, to be fetched with
-/// ReceiveSample after it; nothing is lost unless the next Begin finds it unfetched.
+/// ReceiveSample after it; nothing is lost unless the next Begin finds it unfetched. A picture that
+/// cannot come out is told by ReceiveSample or by End, and the others come all the same.
 class AvVideoEncoder : public CVideoCompressor {
 public:
     ~AvVideoEncoder() override;
@@ -63,7 +64,7 @@ private:
     Result check_begun(const CVideoSample* sample) const;
     Result make_frame(const CVideoSample& sample, AVFrame& frame);
     Result send(const AVFrame* frame);
-    Result fetch_ready();
+    void fetch_ready();
     Result receive(RObject<CVideoSample>& sample);
     Result make_sample(const AVPacket& packet, RObject<CVideoSample>& sample);
     Result describe_output(unsigned int format);
@@ -73,6 +74,7 @@ private:
     AvPacket fPacket;
     FrameTimes fTimes;
     std::deque<RObject<CVideoSample>> fReady;  // came out while a picture went in
+    Result fMissing;                           // why one did not, until somebody was told
     VideoShape fShape;
     bool fAvc = false;      // samples are access units
     bool fDrained = false;  // no more pictures come

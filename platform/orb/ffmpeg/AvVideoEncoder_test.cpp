@@ -1,12 +1,16 @@
 #include "AvVideoEncoder.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <utility>
+#include <vector>
 
 #include "orb/BlockPool.h"
 #include "orb/filterSupport.h"
 #include "orb/testSupport.h"
 
 #include "EncoderTestKit.h"
+#include "X264.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -316,6 +320,56 @@ TEST_P(VideoEncoders, ASteadyStreamAsksForNoFreshBlocks) {
     const long long before = BlockPool::Shared().GetCounts().fresh;
     run(150, 300);
     EXPECT_LE(BlockPool::Shared().GetCounts().fresh - before, 3);
+}
+
+/// An encoder whose pictures of some numbers, counted from 0 as they come out, are spoilt.
+class SpoilingEncoder final : public AvVideoEncoder {
+public:
+    explicit SpoilingEncoder(std::vector<int> spoilt)
+        : AvVideoEncoder('test'), fSpoilt(std::move(spoilt)) {}
+    CValueList<unsigned int>* GetOutputFormats() override {
+        return new CValueList<unsigned int>{'h264'};
+    }
+
+protected:
+    Formats InputFormats() const override {
+        static constexpr unsigned int kFormat = 'I420';
+        return {&kFormat, 1};
+    }
+    unsigned int DefaultOutputFormat() const override { return 'h264'; }
+    Result Open(const VideoShape& shape, AvOpenedEncoder& opened) override {
+        return OpenX264(shape, X264Settings(), opened);
+    }
+    int FinishPacket(const AVCodecContext&, const AVPacket&, CByteArray& bytes) const override {
+        const int number = fCameOut++;
+        if (std::count(fSpoilt.begin(), fSpoilt.end(), number) > 0) bytes.Shorten(0);
+        return CVideoSample::kKeyPicture;
+    }
+
+private:
+    const std::vector<int> fSpoilt;
+    mutable int fCameOut = 0;
+};
+
+TEST(AvVideoEncoder, PicturesBehindOneThatFailsComeOutAtTheEnd) {
+    constexpr int kPictures = 25;
+    TraceCatcher trace;
+    const Source source;
+    const RObject<SpoilingEncoder> encoder(new SpoilingEncoder({3, 4, 24}));
+    encoder->SetInputProperties(source.Properties().Get());
+    ASSERT_EQ(encoder->Begin(), 0);
+    for (int i = 0; i < kPictures; ++i) {
+        ASSERT_EQ(encoder->ProcessSample(MakeSample(source, i).Get()), 0);
+    }
+    EXPECT_EQ(encoder->End(), ResultInvalidArgument::kCode);
+    Samples samples;
+    ASSERT_EQ(FetchReady(*encoder, samples), 0);
+    ASSERT_EQ(samples.size(), kPictures - 3u);
+    for (int i = 0; i < kPictures - 3; ++i) {
+        const int number = i < 3 ? i : i + 2;
+        EXPECT_EQ(samples[i]->GetTime(), number * source.frameDuration);
+    }
+    EXPECT_EQ(trace.Count(), 1);
 }
 
 }  // namespace
