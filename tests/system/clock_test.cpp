@@ -96,6 +96,14 @@ TEST(ClockCommand, MachinesAreToldWhatIsWrongToo) {
         << result.out;
 }
 
+// The end of a measurement waits for the tick that is due next, so none is begun that has no tick.
+TEST(ClockCommand, MeasuresNothingWhereNoTickCanCome) {
+    const ProcessResult result = Clock({"--seconds", "10", "--rate", "0.1", "--json"});
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_EQ(result.out.find("done"), std::string::npos) << result.out;
+    EXPECT_NE(result.err.find("no ticks; measure for longer"), std::string::npos) << result.err;
+}
+
 TEST(ClockCommand, SaysWhatIsWrong) {
     struct Case {
         std::vector<std::string> options;
@@ -103,13 +111,14 @@ TEST(ClockCommand, SaysWhatIsWrong) {
     };
     const Case cases[] = {
         {{"--rate", "fast"}, "not a rate"},
-        {{"--rate", "0"}, "above 0"},
-        {{"--rate", "-25"}, "above 0"},
-        {{"--rate", "60/0"}, "above 0"},
+        {{"--rate", "0"}, "from 0.1 to 2000"},
+        {{"--rate", "0.09"}, "from 0.1 to 2000"},
+        {{"--rate", "-25"}, "from 0.1 to 2000"},
+        {{"--rate", "60/0"}, "from 0.1 to 2000"},
         {{"--rate", "60000/1001x"}, "not a rate"},
-        {{"--rate", "5000"}, "at most"},
+        {{"--rate", "5000"}, "from 0.1 to 2000"},
         {{"--accuracy", "best"}, "--accuracy"},
-        {{"--rate", "nan"}, "above 0"},
+        {{"--rate", "nan"}, "from 0.1 to 2000"},
         {{"--seconds", "0"}, "--seconds"},
         {{"--seconds", "nan"}, "--seconds: 'nan' is not from 0.1 to 3600 seconds"},
         {{"--seconds", "0.1", "--rate", "1"}, "measure for longer"},

@@ -22,6 +22,7 @@
 namespace {
 
 constexpr double kHighestRate = 2000;
+constexpr const char* kNoTicks = "no ticks; measure for longer than three periods";
 
 struct ClockArguments {
     ClockOptions options;
@@ -36,8 +37,8 @@ std::string parse_rate(const std::string& text, double& rate) {
     ShowRate read;
     if (!ParseShowRate(text, read, kHighestRate)) {
         return fmt::format(
-            "'{}' is not a rate above 0 and at most {:g} ticks a second; write 59.94 or 60000/1001",
-            text, kHighestRate);
+            "'{}' is not a rate from {:g} to {:g} ticks a second; write 59.94 or 60000/1001", text,
+            kSlowestShowRate, kHighestRate);
     }
     rate = read.PerSecond();
     return {};
@@ -104,6 +105,10 @@ int report_failure(const ClockArguments& arguments, const std::string& line) {
 int run(ClockArguments& arguments) {
     std::string error;
     if (!CanWriteDrawing(arguments.plot, error)) return report_failure(arguments, error);
+    // The first tick that counts comes after a period, and the end would wait for it.
+    if (arguments.options.seconds * arguments.options.rate <= 1) {
+        return report_failure(arguments, kNoTicks);
+    }
     arguments.options.accuracy =
         arguments.accuracy == "asnc" ? tnClock::clock_rate_asnc : tnClock::clock_rate_scac;
     const std::atomic<bool>& stopped = WatchStopSignal();
@@ -122,7 +127,7 @@ int run(ClockArguments& arguments) {
         print_text(arguments, figures);
     }
     if (figures.ticks.empty()) {
-        return report_failure(arguments, "no ticks; measure for longer than three periods");
+        return report_failure(arguments, kNoTicks);
     }
     if (arguments.plot.empty()) return EXIT_SUCCESS;
     const std::string drawing = DrawClockFigures(title_of(arguments, figures), figures);

@@ -95,6 +95,14 @@ bool LiveShow::Prepare(const Show& show, std::string& error) {
 bool LiveShow::open_source(const ShowSource& source, std::string& error) {
     std::unique_ptr<LiveSource> opened = LiveSource::Open(source, error);
     if (!opened) return false;
+    const double rate = opened->FramesPerSecond() * fSpeed;
+    if (!(rate >= kSlowestShowRate)) {
+        error = fmt::format(
+            "source '{}': would give {:g} frames a second at this speed, too few for a clock to be "
+            "stopped in good time; raise --speed until they are {:g}",
+            source.name, rate, kSlowestShowRate);
+        return false;
+    }
     fSources.push_back(std::move(opened));
     fShow.sources.push_back(source);
     return true;

@@ -193,6 +193,18 @@ TEST_F(RunningShow, TakesAnOutputOutOfAFile) {
     EXPECT_EQ(gScripts["more"].starts, 1);
 }
 
+TEST_F(RunningShow, ASourceThatWouldHardlyEverTickIsRefused) {
+    Show show;
+    const std::string text =
+        R"(<show><source name="bars" picture="bars" fps="10"/>)" + element("a") + "</show>";
+    ASSERT_TRUE(ReadShowText(text, "test", show, fError)) << fError;
+    LiveShow slow(0.009);
+    EXPECT_FALSE(slow.Prepare(show, fError));
+    EXPECT_NE(fError.find("source 'bars': would give 0.09 frames a second"), std::string::npos)
+        << fError;
+    EXPECT_TRUE(LiveShow(0.01).Prepare(show, fError)) << fError;
+}
+
 TEST_F(RunningShow, SourcesComeAndGo) {
     ASSERT_TRUE(prepare(element("a")));
     fShow.Start();

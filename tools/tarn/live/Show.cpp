@@ -76,8 +76,8 @@ bool read_rate(const zRecord& record, ShowSource& source, const std::string& whe
     const std::string text = record.AsCString("fps", "", &scratch);
     if (!ParseShowRate(text, source.rate)) {
         error = fmt::format(
-            "{}: fps=\"{}\" is no rate; write 25, 29.97 or 60000/1001, above 0 and up to {:g}",
-            where, text, kFastestShowRate);
+            "{}: fps=\"{}\" is no rate; write 25, 29.97 or 60000/1001, from {:g} to {:g}", where,
+            text, kSlowestShowRate, kFastestShowRate);
         return false;
     }
     if (!source.clip.empty()) {
@@ -282,7 +282,9 @@ bool ParseShowRate(const std::string& text, ShowRate& rate, double fastest) {
         if (end == divisor) return false;
     }
     const bool whole = first == std::floor(first) && second == std::floor(second);
-    if (*end != 0 || !(first > 0) || !(second > 0) || !(first / second <= fastest)) {
+    const double perSecond = first / second;
+    if (*end != 0 || !(first > 0) || !(second > 0) || !(perSecond >= kSlowestShowRate) ||
+        !(perSecond <= fastest)) {
         return false;
     }
     if (fraction && (!whole || first > 1e9 || second > 1e9)) return false;

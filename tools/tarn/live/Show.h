@@ -29,8 +29,11 @@ struct ShowRate {
 };
 
 constexpr double kFastestShowRate = 1000;
+/// A clock ends at its next tick: whoever stops a show waits for ten seconds at most.
+constexpr double kSlowestShowRate = 0.1;
 
-/// "25", "29.97" (which is 30000/1001) or "60000/1001"; false for what is no rate up to `fastest`.
+/// "25", "29.97" (which is 30000/1001) or "60000/1001"; false for what is no rate from
+/// kSlowestShowRate up to `fastest`.
 bool ParseShowRate(const std::string& text, ShowRate& rate, double fastest = kFastestShowRate);
 
 /// Where pictures and sound come from: a clip, or generated bars with a tone.

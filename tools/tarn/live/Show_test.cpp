@@ -247,6 +247,8 @@ TEST(ShowRate, IsExactForTheRatesOfTelevision) {
                           {"60000/1001", 60000, 1001},
                           {"12.5", 12500, 1000},
                           {"0.5", 500, 1000},
+                          {"0.1", 100, 1000},
+                          {"1/10", 1, 10},
                           {"1000", 1000, 1}};
     for (const Case& c : cases) {
         ShowRate rate;
@@ -255,7 +257,7 @@ TEST(ShowRate, IsExactForTheRatesOfTelevision) {
         EXPECT_EQ(rate.denominator, c.denominator) << c.text;
     }
     for (const char* text : {"", "fast", "0", "-1", "1/0", "1/1e300", "30/", "30/1.5", "25fps",
-                             "1e9", "nan", "inf", "0.0001", "1001"}) {
+                             "1e9", "nan", "inf", "0.0001", "1001", "0.09", "1/11"}) {
         ShowRate rate;
         EXPECT_FALSE(ParseShowRate(text, rate)) << text;
     }
