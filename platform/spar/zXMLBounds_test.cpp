@@ -180,6 +180,27 @@ TEST(zXML, WhatNoReaderTakesIsNotWritten) {
     EXPECT_EQ(zXML::WriteStream(kWrite, &large, &stream, "", 0), zXML::kTooBig) << "bytes";
 }
 
+// Where in a piece of reading a long tag begins decides when the parser looks at it.
+TEST(zXML, ADocumentMayBeLargerThanATag) {
+    for (const std::size_t shift : {0u, 4096u, 40000u}) {
+        std::string text = "<a>" + std::string(zXML::kMaxTagBytes + (1u << 20) + shift, ' ');
+        text += "<b c='" + std::string(200000, 'x') + "'/></a>";
+        zRecord record;
+        ASSERT_EQ(parse(text, record), 0) << shift;
+        ASSERT_EQ(record.ChildCount(), 1u);
+        EXPECT_EQ(record.Child(0)->AsString("c", "").size(), 200000u);
+    }
+    for (const std::size_t size : {700000u, 1000000u, 1048576u}) {
+        zRecord record = tagged("texts");
+        for (std::size_t all = 0; all < zXML::kMaxTagBytes + (4u << 20); all += size) {
+            add_child(record, "text").SetString("text", std::string(size, 'x'));
+        }
+        zRecord back;
+        ASSERT_EQ(parse(written(record), back), 0) << size;
+        EXPECT_TRUE(Same(back, record)) << size;
+    }
+}
+
 TEST(zXML, LongTextsComeBack) {
     zRecord record = tagged("long");
     record.SetString("text", std::string(12u << 20, 'x'));

@@ -135,6 +135,7 @@ private:
     zXMLShortcut* const fShortcut;  // not owned, may be null
     unsigned long fBytes = 0;
     unsigned long fGiven = 0;  // bytes that the parser got: all but what the shortcut took
+    long long fDone = 0;       // of these, the bytes that it was through with when it last told
     bool fIsInCdata = false;   // known with a shortcut only
     bool fIsWide = false;      // characters of two bytes, one of which may be zero
     unsigned int fElements = 0;
@@ -255,6 +256,8 @@ int Reader::parse(std::string_view text, bool isFinal) {
     const auto status = XML_Parse(fParser, text.data(), size, isFinal ? 1 : 0);
     if (fThrown) std::rethrow_exception(fThrown);
     fGiven += text.size();
+    // A parser whose buffer moved tells no place until it has looked at what it got.
+    fDone = std::max<long long>(XML_GetCurrentByteIndex(fParser), fDone);
     return status == XML_STATUS_OK ? 0 : -1;
 }
 
@@ -288,8 +291,7 @@ bool Reader::stands_between_tags() const {
 
 /// What the parser keeps back is the start of one tag or text.
 unsigned long Reader::kept_back() const {
-    const long long done = std::max<long long>(XML_GetCurrentByteIndex(fParser), 0);
-    return fGiven - static_cast<unsigned long>(done);
+    return fGiven - static_cast<unsigned long>(fDone);
 }
 
 /// Lets the shortcut take elements from the front of `text`, within the bounds of all elements.
