@@ -213,4 +213,29 @@ TEST(zXML, LongTextsComeBack) {
         << "what could not be read is not written";
 }
 
+TEST(zXML, ATagIsReadUpToTheLastByteItMayHave) {
+    const std::string behind = "<b c='" + std::string(50000, 'x') + "'/>";
+    const auto document = [&](unsigned long tagBytes) {
+        const std::string front = "<e t=\"";
+        const std::string back = "\"/>";
+        const unsigned long text = tagBytes - front.size() - back.size();
+        // Enough behind it that the parser must have looked at the tag before the end.
+        return "<a>" + front + std::string(text, 'x') + back + repeated(behind, 8) + "</a>";
+    };
+    zRecord record;
+    for (const unsigned long less : {0u, 40000u, 200000u}) {
+        ASSERT_EQ(parse(document(zXML::kMaxTagBytes - less), record), 0) << less;
+        EXPECT_EQ(record.ChildCount(), 9u);
+    }
+    EXPECT_EQ(parse(document(zXML::kMaxTagBytes + 1), record), zXML::kTooBig);
+
+    zRecord last = *record.Child(0);
+    EXPECT_EQ(written(last, nullptr).size(), zXML::kMaxTagBytes - 200000);
+    last.SetString("t", last.AsString("t", "") + std::string(200000, 'x'));
+    EXPECT_EQ(written(last, nullptr).size(), zXML::kMaxTagBytes);
+    last.SetString("t", last.AsString("t", "") + "x");
+    zMemoryStream stream;
+    EXPECT_EQ(zXML::WriteStream(kWrite, &last, &stream, nullptr, 0), zXML::kTooBig);
+}
+
 }  // namespace

@@ -19,6 +19,8 @@
 
 static constexpr unsigned long long kTagID = 'xTag';
 static constexpr unsigned long kChunkBytes = 64 * 1024;
+// The parser may look at a tag that it found cut only when twice as much of it is there.
+static constexpr unsigned long kMaxKeptBackBytes = 2 * zXML::kMaxTagBytes + kChunkBytes;
 static constexpr unsigned long kMaxHeldBytes = 256;  // an element that a shortcut might still take
 
 // What one text that fills a tag takes, three times over; a tag that is all attributes would take
@@ -232,6 +234,8 @@ int Reader::set_attribute(zRecord& record, const char* name, const char* value) 
 }
 
 void Reader::begin_element(const char* name, const char** attributes) {
+    const int tagBytes = XML_GetCurrentByteCount(fParser);
+    if (static_cast<unsigned long>(tagBytes) > zXML::kMaxTagBytes) return stop(zXML::kTooBig);
     zRecord* record = nullptr;
     const int opened = open_record(record);
     if (opened != 0) return stop(opened);
@@ -332,7 +336,7 @@ int Reader::Read(zStream& stream) {
         std::string_view text(chunk.get(), held + size);
         if (feed(text, isLast) != 0) return result_of_failure(stream, fresh, got);
         if (isLast) return 0;
-        if (kept_back() > zXML::kMaxTagBytes + kChunkBytes) return zXML::kTooBig;
+        if (kept_back() > kMaxKeptBackBytes) return zXML::kTooBig;
         std::copy(text.begin(), text.end(), chunk.get());
         held = text.size();
     }
