@@ -56,6 +56,7 @@ int tnWriteORB2::Open(const char* path, unsigned int containerType, int moovRate
 
     const RObject<CString> name(new CString(path));
     fAssetWriter = RObject<CAssetWriter>(new CAssetWriter());
+    if (!fAssetWriter) return kWriterNoFile;
     if (fAssetWriter->Create(containerType, name.Get()).Failed()) return kWriterNoFile;
 
     const zString extension = zFSPath(path).GetExtension();

@@ -43,7 +43,7 @@ public:
     /// without tuning. `moovRate` is the number of seconds between two states of the file that
     /// survive a crash, 0 for the container's own choice. `expectedSeconds` is the length announced
     /// to the container, 0 or less for 13 hours. -1006: the place, the container type or the file
-    /// name's extension was refused.
+    /// name's extension was refused, or there is no memory.
     int Open(const char* path, unsigned int containerType, int moovRate, double expectedSeconds);
 
     // Before the first write, from the thread that will write; no lock, no check.
@@ -67,8 +67,8 @@ public:
     ///
     /// Each frame is held until the next one tells how long it lasted, so the first call of a file
     /// writes nothing and the last frame leaves with CloseStreams. -1006 no video track; -1050 the
-    /// pixel conversion failed; -1051 no memory for a copy; -1052 the track refused the frame that
-    /// was held, which is then lost.
+    /// pixel conversion failed; -1051 no memory for the sample; -1052 the track refused the frame
+    /// that was held, which is then lost.
     int WriteVideo(tnVideoCompressor2::EncodedBuffer& buffer);
 
     /// Writes one block of audio in the source format; blocks while the track is full.
@@ -76,7 +76,7 @@ public:
     /// `data` is copied and free again on return. Time in the file follows from the order and
     /// length of the blocks alone; the two unnamed arguments are there for the interface of older
     /// callers. -1006 no audio track; -1058 the conversion failed; -1059 the track refused the
-    /// block.
+    /// block, or there is no memory for it.
     int WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int, long long,
                          const unsigned char* data, int size);
 

@@ -6,11 +6,13 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <new>
+#include <set>
 
 #include "orb/BlockPool.h"
 #include "orb/CAssetAudioCompressor.h"
 #include "orb/CAssetAudioWriter.h"
 #include "orb/CAssetVideoCompressor.h"
+#include "orb/CAudioSample.h"
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
 #include "tarn/audio/tnAudioConverter.h"
@@ -100,6 +102,74 @@ TEST_F(Writer, SaysThatThereIsNoMemoryForTheSoundTrack) {
         EXPECT_EQ(fWriter->CompleteInitialization(), 0) << row.codec;
         fWriter->Close();
     }
+}
+
+/// Calls `operation` with memory for no object, for one, and so on until it gives 0. Its codes.
+template <typename Operation>
+std::set<int> codes_without_memory(const Operation& operation) {
+    std::set<int> codes;
+    int code = -1;
+    for (int objects = 0; code != 0; ++objects) {
+        gObjectsLeft = objects;
+        code = operation();
+        gObjectsLeft = -1;
+        if (code != 0) codes.insert(code);
+    }
+    return codes;
+}
+
+TEST_F(Writer, SaysThatThereIsNoMemoryForAFile) {
+    const std::string path = fFolder.File("movie.mov");
+    EXPECT_EQ(codes_without_memory([&] { return fWriter->Open(path.c_str(), 'mov ', 0, 0); }),
+              std::set<int>{-1006});
+    EXPECT_EQ(fWriter->CompleteInitialization(), 0);
+}
+
+TEST_F(Writer, SaysThatThereIsNoMemoryForASoundTracksParts) {
+    for (const char* codec : {"MPEG-4 Audio", "PCM"}) {
+        open();
+        fWriter->SetSourceAudioFormat(pcm());
+        fWriter->SetEncodedAudioFormat(encoded_audio(codec));
+        EXPECT_EQ(codes_without_memory([&] { return fWriter->CompleteInitialization(); }),
+                  (std::set<int>{-1041, -1055}))
+            << codec;
+        fWriter->Close();
+    }
+}
+
+TEST_F(Writer, AFrameWithoutMemoryIsLostAndNothingElse) {
+    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+    Frame frame(0, 1001);
+    ASSERT_EQ(fWriter->WriteVideo(frame), 0);
+    {
+        const NoMemoryFor sample(sizeof(CVideoSample));
+        Frame lost(1001, 1001);
+        EXPECT_EQ(fWriter->WriteVideo(lost), -1051);
+        EXPECT_EQ(lost.written, -1) << "it is not told of bytes";
+    }
+    Frame next(2002, 1001);
+    EXPECT_EQ(fWriter->WriteVideo(next), 0);
+    fWriter->Close();
+    ASSERT_EQ(fFile.samples.size(), 2u);
+    EXPECT_EQ(fFile.samples[0].duration, 2002);
+}
+
+TEST_F(Writer, ABlockWithoutMemoryIsLostAndTheTrackGoesOn) {
+    open();
+    fWriter->SetSourceAudioFormat(pcm());
+    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
+    const unsigned char block[400] = {};
+    Packet packet;
+    ASSERT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), 0);
+    {
+        const NoMemoryFor sample(sizeof(CAudioSample));
+        Packet lost;
+        EXPECT_EQ(fWriter->WriteAudioPacket(&lost, 0, 0, block, 400), -1059);
+        EXPECT_EQ(lost.written, -1) << "it is not told of bytes";
+    }
+    EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), 0);
+    fWriter->Close();
+    EXPECT_EQ(fFile.samples.size(), 2u);
 }
 
 class ConvertingWriter : public Writer {

@@ -54,6 +54,7 @@ int tnWriteORB2::complete_initialization_for_audio() {
 int tnWriteORB2::make_compressed_audio_track(CAudioProperties* properties) {
     const RObject<CContainerReaderAudioProperties> output(
         new CContainerReaderAudioProperties(properties));
+    if (!output) return kWriterNoAudioTrack;
     output->SetFormat('mp4a');
     const RObject<CAssetAudioCompressor> track(new CAssetAudioCompressor(output.Get(), 'caac'));
     if (!track) return kWriterNoAudioTrack;
@@ -96,6 +97,8 @@ int tnWriteORB2::WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int
 
     const long long before = fAudioWriter->GetBytesWritten();
     const RObject<CAudioSample> sample(new CAudioSample(block.fPackets));
+    // Without this a block for which there is no memory would be the null that ends the track.
+    if (!sample) return kWriterAudioSample;
     ORB_SetAudioSampleData(sample, block.fData, block.fBytes, true);
     if (fAudioWriter->WriteSample(sample.Get()).Failed()) return kWriterAudioSample;
     ++fAudioPacketsWritten;

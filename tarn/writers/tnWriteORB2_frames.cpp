@@ -67,6 +67,7 @@ int tnWriteORB2::WriteVideo(tnVideoCompressor2::EncodedBuffer& buffer) {
     if (!fVideoWriter || !fAssetWriter) return kWriterNoFile;
 
     RObject<CVideoSample> sample(new CVideoSample(nullptr));
+    if (!sample) return kWriterCopy;
     sample->SetPictureType(0);
     const RObject<CPixelDataReference> pixels(buffer.GetPixelData());
     sample->SetDataReference(pixels.Get());
