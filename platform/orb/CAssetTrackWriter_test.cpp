@@ -45,6 +45,26 @@ TEST_F(CAssetTrackWriterTest, CompressedSoundCarriesWhatItsEncoderKnows) {
     EXPECT_EQ(1, packets[2].sample.packets);
 }
 
+// The file says what the stream is, which need not be what went into its encoder.
+TEST_F(CAssetTrackWriterTest, TheRangeInTheFileIsThatOfTheStream) {
+    for (const bool limitedOnly : {false, true}) {
+        plan->limitedOnly = limitedOnly;
+        ASSERT_EQ(0, Create());
+        const RObject<CVideoProperties> shape = video_shape();
+        shape->SetVideoRange(CVideoProperties::kFullRange);
+        const RObject<CAssetVideoCompressor> track(new CAssetVideoCompressor(shape.Get(), 'fvid'));
+        ASSERT_EQ(0, track->SetInputFormat('UYVY'));
+        ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+        ASSERT_EQ(0, track->Begin());
+        ASSERT_EQ(0, asset->Begin());
+        EXPECT_EQ(!limitedOnly, disk.tracks[0].colour.fullRange);
+        const RObject<CVideoFilter> compressor(track->GetCompressor());
+        const RObject<CVideoProperties> input(compressor->GetInputProperties(0));
+        EXPECT_EQ(CVideoProperties::kFullRange, input->GetVideoRange());
+        EXPECT_EQ(0, asset->Finish());
+    }
+}
+
 TEST_F(CAssetTrackWriterTest, PcmBlocksMayBeCutAnywhere) {
     ASSERT_EQ(0, Create());
     RObject<CAssetAudioWriter> sound = AddSound(2);

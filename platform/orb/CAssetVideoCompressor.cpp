@@ -1,6 +1,7 @@
 #include "orb/CAssetVideoCompressor.h"
 
 #include <initializer_list>
+#include <utility>
 
 #include "orb/CComponentInventory.h"
 #include "orb/CMpeg4AvcProperties.h"
@@ -56,19 +57,24 @@ Result CAssetVideoCompressor::Begin() {
     if (Pipe().HasBegun()) return ResultError("the track has begun already");
     Result result = fCompressor->Begin();
     if (result.Failed()) return result;
-    take_over_output();
+    const RObject<CVideoProperties> output(fCompressor->GetOutputProperties(0));
+    if (output) take_over(*output);
+    MovieTrack description = describe_track(*Properties());
+    // An encoder that cannot say full range gives limited. The track's own properties stay: they
+    // are what its pictures come in.
+    if (output) {
+        description.colour.fullRange = output->GetVideoRange() == CVideoProperties::kFullRange;
+    }
     // A pipe that does not take the encoder ends it.
-    return Pipe().Begin(describe_track(*Properties()), std::make_unique<VideoShaper>(*Properties()),
+    return Pipe().Begin(std::move(description), std::make_unique<VideoShaper>(*Properties()),
                         std::make_unique<FilterCodec<CVideoCompressor>>(fCompressor), kQueueSize);
 }
 
 // What the encoder knows of its stream goes into the file with the track's own description.
-void CAssetVideoCompressor::take_over_output() {
-    RObject<CVideoProperties> output(fCompressor->GetOutputProperties(0));
-    if (!output) return;
-    if (output->GetReorderDepth() >= 0) Properties()->SetReorderDepth(output->GetReorderDepth());
+void CAssetVideoCompressor::take_over(const CVideoProperties& output) {
+    if (output.GetReorderDepth() >= 0) Properties()->SetReorderDepth(output.GetReorderDepth());
     for (const unsigned int key : {CMpeg4AvcProperties::kType, CDecoderSpecificProperties::kType}) {
-        RObject<CDecoderSpecificProperties> extension(output->GetExtension(key));
+        RObject<CDecoderSpecificProperties> extension(output.GetExtension(key));
         if (extension) Properties()->SetExtension(key, extension.Get());
     }
 }

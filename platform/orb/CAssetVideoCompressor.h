@@ -27,7 +27,7 @@ public:
     CVideoFilter* GetCompressor() const;
 
 private:
-    void take_over_output();
+    void take_over(const CVideoProperties& output);
 
     const RObject<CVideoCompressor> fCompressor;
 };

@@ -60,6 +60,7 @@ struct FakePlan {
     std::atomic<unsigned> failOut{0};  ///< the pictures, bit 0 the first, that do not come out
     std::atomic<bool> failOutForever{false};  ///< nothing comes out any more
     std::atomic<bool> failBegin{false};
+    std::atomic<bool> limitedOnly{false};  ///< the encoder makes limited range of whatever comes
     std::atomic<int> begun{0};
     std::atomic<int> ended{0};
     std::atomic<int> drained{0};
@@ -104,6 +105,9 @@ public:
     Result Begin() override {
         if (fPlan->failBegin) return ResultError("no device");
         ++fPlan->begun;
+        RObject<CVideoProperties> output(GetOutputProperties(0));
+        if (fPlan->limitedOnly) output->SetVideoRange(CVideoProperties::kLimitedRange);
+        UpdateOutputProperties(output.Detach());
         return 0;
     }
     Result End() override {
