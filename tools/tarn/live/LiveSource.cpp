@@ -31,6 +31,13 @@ long long block_frames(const tnMediaRecord& sound) {
     return sound.fSampleRate.AsInt32(0) / kBlocksPerSecond;
 }
 
+/// What a source counts on from. The two ticks at the start come so close that a thread which has
+/// just woken often sees the second alone: then the first was lost, and sources that began together
+/// keep together. One that joins a running clock has missed nothing.
+long long tick_before_first(long long tick) {
+    return tick <= kTicksAtStart ? 0 : tick - 1;
+}
+
 /// The track with everything that the source decides.
 tnMediaRecord track_of(const tnMediaRecord& format, const tnMediaRecord& track, int number) {
     tnMediaRecord merged(track);
@@ -140,14 +147,15 @@ void LiveSource::Stop() {
 
 void LiveSource::ReceiveTime(const tn_time_rec& time) {
     if (fFigures.ended) return;
+    if (fLastTick < 0) fLastTick = tick_before_first(time.tick_count);
     note_tick(time);
-    write_frames_until(fNextFrame + (fLastTick < 0 ? 1 : time.tick_count - fLastTick));
+    write_frames_until(fNextFrame + time.tick_count - fLastTick);
     fLastTick = time.tick_count;
 }
 
 void LiveSource::note_tick(const tn_time_rec& time) {
     ++fFigures.ticks;
-    if (fLastTick >= 0) fFigures.lost += time.tick_count - fLastTick - 1;
+    fFigures.lost += time.tick_count - fLastTick - 1;
     if (time.tick_count <= kTicksAtStart) return;
     const long long late = zTime::MicroNow() - time.nominal_time;
     if (static_cast<double>(late) >= kMicro / fTicksPerSecond / 2) ++fFigures.late;

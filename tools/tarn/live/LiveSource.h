@@ -98,7 +98,7 @@ private:
     LiveSourceFigures fFigures;
 
     // the watcher's thread
-    long long fLastTick = -1;
+    long long fLastTick = -1;  // none yet
     long long fNextFrame = 0;
     long long fRoundStart = 0;  // frame with which the clip's current round began
     long long fRounds = -1;     // of the clip that have begun, less one

@@ -171,6 +171,27 @@ TEST_F(SourceOnTicks, MakesUpForLostTicks) {
     EXPECT_EQ(fSource->Figures().skipped, 0);
 }
 
+TEST_F(SourceOnTicks, MakesUpForTheFirstOfTheTwoTicksAtTheStart) {
+    make(100, true);
+    observe();
+    tick(2);
+    EXPECT_EQ(fVideo->fTimes, (std::vector<long long>{0, 2}));
+    EXPECT_EQ(fSource->Figures().lost, 1);
+    tick(3);
+    EXPECT_EQ(fSource->Figures().frames, 3);
+    EXPECT_EQ(fSource->Figures().lost, 1);
+}
+
+TEST_F(SourceOnTicks, OwesNothingForTheTicksBeforeItJoinedAClock) {
+    make(100, true);
+    tick(40);
+    EXPECT_EQ(fSource->Figures().frames, 1);
+    EXPECT_EQ(fSource->Figures().lost, 0);
+    tick(42);
+    EXPECT_EQ(fSource->Figures().frames, 3);
+    EXPECT_EQ(fSource->Figures().lost, 1);
+}
+
 TEST_F(SourceOnTicks, SkipsWhatIsTooFarBehindButNeverSound) {
     make(1000, true, 0.2);  // 5 frames
     observe();
