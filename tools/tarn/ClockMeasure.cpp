@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <system_error>
 #include <thread>
 
 #include "spar/zThread.h"
@@ -78,6 +79,12 @@ private:
     std::vector<std::jthread> fThreads;  // each ends with its place in here
 };
 
+/// As a std::thread that cannot be had: the program tells it the same way.
+void need_thread(bool had) {
+    if (had) return;
+    throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+}
+
 void wait_while_ticking(const ClockOptions& options, const std::function<bool(double)>& stop) {
     constexpr unsigned int kLookMicros = 100'000;
     const long long start = zTime::MicroNow();
@@ -124,8 +131,10 @@ ClockFigures MeasureClock(const ClockOptions& options, const std::function<bool(
     {
         const BusyCores busy(options.load);
         watcher.Start(0, nullptr, false);
+        need_thread(watcher.IsRunning());
         clock.AddWatcher(&watcher);
         clock.StartTicking(0, nullptr, 0);
+        need_thread(clock.IsTicking());
         wait_while_ticking(options, stop);
         clock.StopTicking();
     }

@@ -32,7 +32,8 @@ struct ClockFigures {
 };
 
 /// Ticks for as long as the options say, or until `stop` says so, which is also told how far it is
-/// (0 to 1). The first two ticks, which come at the start, are not counted.
+/// (0 to 1). The first two ticks, which come at the start, are not counted. Throws
+/// std::system_error when there is no thread to be had.
 ClockFigures MeasureClock(const ClockOptions& options, const std::function<bool(double)>& stop);
 
 /// The value that `share` of all values stand below, 0 when there are none; `values` in order.

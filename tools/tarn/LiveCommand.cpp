@@ -122,8 +122,7 @@ bool LiveRun::Run(std::string& error) {
         if (fArguments.seconds <= 0 || output.record.ExistsKey("expected_seconds")) continue;
         output.record.SetDouble("expected_seconds", fArguments.seconds);
     }
-    if (!fShow.Prepare(show, error)) return false;
-    fShow.Start();
+    if (!fShow.Prepare(show, error) || !fShow.Start(error)) return false;
     loop(stop);
     fShow.PlayOut();
     fShow.Stop();

@@ -28,6 +28,24 @@ TEST(Program, WhatACommandThrowsIsToldInALine) {
     EXPECT_EQ(exitCode, 2) << "as of all that cannot be checked";
 }
 
+TEST(Program, AClockWithoutAThreadMeasuresNothing) {
+    const char* const words[] = {"tarn", "clock", "--seconds", "0.1"};
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    int exitCode = 0;
+    {
+        const tests::NoThreads none;
+        exitCode = RunProgram(4, words);
+    }
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_NE(told.find("tarn: Resource temporarily unavailable; the machine has no memory or no "
+                        "thread left for it; end other programs and try again\n"),
+              std::string::npos)
+        << told;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_NE(exitCode, 0);
+}
+
 TEST(Program, WordThatIsNoCommandIsTold) {
     for (const char* const word : {"recrod", "--version"}) {
         const char* const words[] = {"tarn", word};

@@ -186,7 +186,7 @@ TEST_F(LiveUnderLoad, OutputsAndObserversComeAndGoWhileItRuns) {
     LiveSource& source = *fShow.Sources()[0];
     // The observers are no outputs of the show; they use the source all the same.
     source.BeginUse(true, true);
-    fShow.Start();
+    ASSERT_TRUE(fShow.Start(error)) << error;
 
     std::atomic<bool> end{false};
     std::vector<int> heard(kObservers);

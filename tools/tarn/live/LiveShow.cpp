@@ -19,6 +19,8 @@ constexpr double kLongestPlayOutSeconds = 2;
 constexpr double kEmptySeconds =
     30;  // longer than a group of pictures before a late joiner's first
 constexpr unsigned int kLookAgainUs = 10'000;
+constexpr const char* kNoThread =
+    "the machine has no thread left for it; end other programs and try again";
 
 std::string joined(const std::vector<std::string>& words) {
     std::string text;
@@ -48,6 +50,13 @@ bool is_same_place(const std::string& a, const std::string& b) {
     if (IsAddress(a)) return a.substr(0, a.find('?')) == b.substr(0, b.find('?'));
     std::error_code failed;
     return std::filesystem::equivalent(PathOf(a), PathOf(b), failed) && !failed;
+}
+
+bool start_clock(tnSystemClock& clock, double rate, std::string& error) {
+    clock.StartTicking(0, nullptr, 0);
+    if (clock.IsTicking()) return true;
+    error = fmt::format("the clock of {:g} ticks a second: {}", rate, kNoThread);
+    return false;
 }
 
 }  // namespace
@@ -95,7 +104,7 @@ bool LiveShow::Prepare(const Show& show, std::string& error) {
 bool LiveShow::open_source(const ShowSource& source, std::string& error) {
     std::unique_ptr<LiveSource> opened = LiveSource::Open(source, error);
     if (!opened) return false;
-    const double rate = opened->FramesPerSecond() * fSpeed;
+    const double rate = pace_of(*opened);
     if (!(rate >= kSlowestShowRate)) {
         error = fmt::format(
             "source '{}': would give {:g} frames a second at this speed, too few for a clock to be "
@@ -197,19 +206,32 @@ void LiveShow::set_state(LiveOutputEntry& entry, LiveState state) {
     if (fObserver) fObserver(entry);
 }
 
-void LiveShow::Start() {
-    fStartUs = zTime::MicroNow();
-    for (const std::unique_ptr<LiveSource>& source : fSources) run_source(*source);
-    for (const auto& [rate, clock] : fClocks) clock->StartTicking(0, nullptr, 0);
+double LiveShow::pace_of(const LiveSource& source) const {
+    return source.FramesPerSecond() * fSpeed;
 }
 
-void LiveShow::run_source(LiveSource& source) {
-    const double rate = source.FramesPerSecond() * fSpeed;
+bool LiveShow::Start(std::string& error) {
+    fStartUs = zTime::MicroNow();
+    for (const std::unique_ptr<LiveSource>& source : fSources) {
+        if (!run_source(*source, error)) return false;
+    }
+    return std::all_of(fClocks.begin(), fClocks.end(), [&](const auto& clock) {
+        return start_clock(*clock.second, clock.first, error);
+    });
+}
+
+bool LiveShow::run_source(LiveSource& source, std::string& error) {
+    const double rate = pace_of(source);
     auto& clock = fClocks[rate];
     if (!clock) clock.reset(new tnSystemClock(rate, tnClock::clock_rate_scac));
     source.SetPace(rate);
     source.Start(0, nullptr, false);
+    if (!source.IsRunning()) {
+        error = fmt::format("source '{}': {}", source.Name(), kNoThread);
+        return false;
+    }
     clock->AddWatcher(&source);
+    return true;
 }
 
 void LiveShow::PlayOut() {
@@ -275,11 +297,16 @@ bool LiveShow::add_source(const std::string& text, std::string& error) {
     ShowSource source;
     if (!ReadShowSource(text, fShow, source, error) || !open_source(source, error)) return false;
     LiveSource& opened = *fSources.back();
-    const double rate = opened.FramesPerSecond() * fSpeed;
+    const double rate = pace_of(opened);
     const bool newClock = fClocks.count(rate) == 0;
-    run_source(opened);
-    if (newClock) fClocks[rate]->StartTicking(0, nullptr, 0);
-    return true;
+    if (run_source(opened, error) && (!newClock || start_clock(*fClocks[rate], rate, error))) {
+        return true;
+    }
+    forget_source(opened);
+    // One that stands still would be taken for one that ticks.
+    if (newClock) fClocks.erase(rate);
+
+    return false;
 }
 
 bool LiveShow::Remove(const std::string& name, std::string& error) {
@@ -305,11 +332,16 @@ bool LiveShow::remove_source(const std::string& name, std::string& error) {
                             output.name);
         return false;
     }
-    fClocks[source->FramesPerSecond() * fSpeed]->RemoveWatcher(source);
-    source->Stop();
-    std::erase_if(fShow.sources, [&](const ShowSource& other) { return other.name == name; });
-    std::erase_if(fSources, [&](const auto& other) { return other.get() == source; });
+    forget_source(*source);
     return true;
+}
+
+void LiveShow::forget_source(LiveSource& source) {
+    fClocks[pace_of(source)]->RemoveWatcher(&source);
+    source.Stop();
+    std::erase_if(fShow.sources,
+                  [&](const ShowSource& other) { return other.name == source.Name(); });
+    std::erase_if(fSources, [&](const auto& other) { return other.get() == &source; });
 }
 
 bool LiveShow::Enable(const std::string& name, bool on, std::string& error) {

@@ -44,8 +44,9 @@ public:
     /// Opens the sources, checks every output, and starts those that are enabled. False with one
     /// line in `error`.
     bool Prepare(const Show& show, std::string& error);
-    /// Lets the clocks tick.
-    void Start();
+    /// Lets the clocks tick. False with one line in `error` when there is no thread to be had for
+    /// a source or a clock; the show is to be stopped then.
+    bool Start(std::string& error);
     /// Plays on until the pictures that stand in encoders now are in the outputs: an encoder that
     /// looks ahead holds half a second of them back, and gives them out only as others follow.
     /// Blocks for two seconds of the show at most.
@@ -95,7 +96,9 @@ private:
     void set_state(LiveOutputEntry& entry, LiveState state);
     bool owes_pictures(const LiveOutputEntry& entry, long long frame);
     bool remove_source(const std::string& name, std::string& error);
-    void run_source(LiveSource& source);
+    double pace_of(const LiveSource& source) const;
+    bool run_source(LiveSource& source, std::string& error);
+    void forget_source(LiveSource& source);
     LiveSource* find_source(const std::string& name);
     LiveOutputEntry* find_output(const std::string& name);
 

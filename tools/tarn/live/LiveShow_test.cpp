@@ -14,6 +14,7 @@
 #include "LiveCommands.h"
 #include "LiveReport.h"
 #include "LiveSource.h"
+#include "tests/support/NoThreads.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
@@ -207,7 +208,7 @@ TEST_F(RunningShow, ASourceThatWouldHardlyEverTickIsRefused) {
 
 TEST_F(RunningShow, SourcesComeAndGo) {
     ASSERT_TRUE(prepare(element("a")));
-    fShow.Start();
+    ASSERT_TRUE(fShow.Start(fError)) << fError;
     EXPECT_TRUE(obey(R"(add <source name="s2" picture="bars" tn_width="16" tn_height="16"/>)"));
     EXPECT_EQ(fShow.Sources().size(), 2u);
     EXPECT_TRUE(obey(R"(add <output kind="scripted" source="s2" output_display_name="b"/>)"));
@@ -216,6 +217,31 @@ TEST_F(RunningShow, SourcesComeAndGo) {
     EXPECT_TRUE(obey("remove b"));
     EXPECT_TRUE(obey("remove s2"));
     EXPECT_EQ(fShow.Sources().size(), 1u);
+}
+
+TEST_F(RunningShow, AShowThatGetsNoThreadDoesNotStart) {
+    ASSERT_TRUE(prepare(element("a")));
+    const tests::NoThreads none;
+    EXPECT_FALSE(fShow.Start(fError));
+    EXPECT_EQ(fError,
+              "source 'bars': the machine has no thread left for it; end other programs and try "
+              "again");
+}
+
+TEST_F(RunningShow, ASourceThatGetsNoThreadIsNotAdded) {
+    ASSERT_TRUE(prepare(element("a")));
+    ASSERT_TRUE(fShow.Start(fError)) << fError;
+    // Of another rate: its clock is a new one too.
+    const std::string add =
+        R"(add <source name="s2" picture="bars" tn_width="16" tn_height="16" fps="200"/>)";
+    {
+        const tests::NoThreads none;
+        EXPECT_FALSE(obey(add));
+    }
+    EXPECT_NE(fError.find("source 's2': the machine has no thread"), std::string::npos) << fError;
+    EXPECT_EQ(fShow.Sources().size(), 1u);
+    ASSERT_TRUE(obey(add)) << "nothing of the first try is left: " << fError;
+    while (fShow.Sources()[1]->Figures().frames < 3) std::this_thread::yield();
 }
 
 TEST_F(RunningShow, AttributesThatNothingReadsAreToldOf) {
@@ -306,7 +332,7 @@ TEST_F(RunningShow, PlaysOnUntilEncodersHaveGivenWhatTheyHold) {
         prepare(R"(<output kind="scripted" output_enabled="true" output_display_name="a">)" +
                 video + "</output>" + element("sound alone")))
         << fError;
-    fShow.Start();
+    ASSERT_TRUE(fShow.Start(fError)) << fError;
     const LiveSource& source = *fShow.Sources()[0];
     while (source.Figures().frames < 3) std::this_thread::yield();
     // Nothing comes out of this encoder until it was fed twice as much.
@@ -331,7 +357,7 @@ TEST_F(RunningShow, AnOutputThatNothingEverReachesHasFailed) {
         << fError;
     LiveShow fast(100);
     ASSERT_TRUE(fast.Prepare(show, fError)) << fError;
-    fast.Start();
+    ASSERT_TRUE(fast.Start(fError)) << fError;
     fast.Poll();
     EXPECT_EQ(fast.Outputs()[0].figures.text, "");
     while (fast.Sources()[0]->Figures().frames < 30 * 25) std::this_thread::yield();
@@ -348,7 +374,7 @@ TEST_F(RunningShow, AnOutputThatNothingEverReachesHasFailed) {
 
 TEST_F(RunningShow, EndingStopsEveryOutput) {
     ASSERT_TRUE(prepare(element("a") + element("b")));
-    fShow.Start();
+    ASSERT_TRUE(fShow.Start(fError)) << fError;
     fShow.Stop();
     EXPECT_EQ(state(0), LiveState::kEnded);
     EXPECT_EQ(gScripts["b"].stops, 1);
