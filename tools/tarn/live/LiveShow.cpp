@@ -305,7 +305,6 @@ bool LiveShow::add_source(const std::string& text, std::string& error) {
     forget_source(opened);
     // One that stands still would be taken for one that ticks.
     if (newClock) fClocks.erase(rate);
-
     return false;
 }
 
