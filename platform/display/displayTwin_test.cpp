@@ -2,11 +2,9 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -15,6 +13,7 @@
 #include "spar/zTraceManager.h"
 
 #include "tests/support/ScriptedDisplay.h"
+#include "tests/support/ThreadState.h"
 
 namespace {
 
@@ -75,14 +74,6 @@ CVDisplayLinkRef make_link(Screen& screen) {
     EXPECT_EQ(CVDisplayLinkCreateWithCGDisplay(CGMainDisplayID(), &link), kCVReturnSuccess);
     EXPECT_EQ(CVDisplayLinkSetOutputCallback(link, &Screen::Callback, &screen), kCVReturnSuccess);
     return link;
-}
-
-bool is_asleep(pid_t thread) {
-    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string line;
-    std::getline(stat, line);
-    const size_t name = line.rfind(") ");
-    return name != std::string::npos && line[name + 2] == 'S';
 }
 
 class QuietTrace : public zTraceManager {
@@ -224,7 +215,7 @@ TEST(DisplayTwin, AStartRightAfterTheCallbacksStopHasAThreadOfItsOwn) {
         EXPECT_EQ(CVDisplayLinkStart(link), kCVReturnSuccess);
     });
     // It sleeps once it waits for the callback that is still under way.
-    while (starting == 0 || !is_asleep(starting)) std::this_thread::yield();
+    while (starting == 0 || !tests::IsThreadAsleep(starting)) std::this_thread::yield();
     screen.fHeld = false;
     starter.join();
     screen.Await(2);

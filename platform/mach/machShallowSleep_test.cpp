@@ -9,16 +9,9 @@
 #include <string>
 #include <unistd.h>
 
-namespace {
+#include "tests/support/ThreadState.h"
 
-int open_descriptors_on(const std::string& path) {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        if (std::filesystem::read_symlink(entry, gone) == path) ++count;
-    }
-    return count;
-}
+namespace {
 
 /// A file in the place of the system's device.
 class MachShallowSleep : public testing::Test {
@@ -42,17 +35,17 @@ protected:
 TEST_F(MachShallowSleep, AsksForNoLatencyWhileAnyLives) {
     auto first = std::make_unique<machShallowSleep>();
     EXPECT_TRUE(first->Holds());
-    EXPECT_EQ(open_descriptors_on(fPath), 1);
+    EXPECT_EQ(tests::OpenDescriptorsOn(fPath), 1);
     int32_t wish = -1;
     std::ifstream(fPath, std::ios::binary).read(reinterpret_cast<char*>(&wish), sizeof wish);
     EXPECT_EQ(wish, 0);
 
     auto second = std::make_unique<machShallowSleep>();
-    EXPECT_EQ(open_descriptors_on(fPath), 1) << "one wish a process";
+    EXPECT_EQ(tests::OpenDescriptorsOn(fPath), 1) << "one wish a process";
     first.reset();
-    EXPECT_EQ(open_descriptors_on(fPath), 1);
+    EXPECT_EQ(tests::OpenDescriptorsOn(fPath), 1);
     second.reset();
-    EXPECT_EQ(open_descriptors_on(fPath), 0);
+    EXPECT_EQ(tests::OpenDescriptorsOn(fPath), 0);
 
     const machShallowSleep again;
     EXPECT_TRUE(again.Holds());

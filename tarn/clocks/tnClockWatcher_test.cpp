@@ -7,7 +7,6 @@
 #include <memory>
 #include <mutex>
 #include <pthread.h>
-#include <sched.h>
 #include <string>
 #include <thread>
 #include <utility>
@@ -17,6 +16,8 @@
 #include "spar/zSignal.h"
 #include "spar/zThread.h"
 #include "tarn/clocks/tnClock.h"
+
+#include "tests/support/ThreadState.h"
 
 /// What a watcher keeps to itself.
 struct tnClockWatcherPeek {
@@ -113,17 +114,14 @@ public:
 
     std::thread::id fThread;
     std::string fName;
-    int fPolicy = -1;
-    int fPriority = -1;
+    tests::Scheduling fScheduling;
 
 private:
     void note_thread() {
         char name[16] = {};
         pthread_getname_np(pthread_self(), name, sizeof name);
         fName = name;
-        sched_param parameters{};
-        pthread_getschedparam(pthread_self(), &fPolicy, &parameters);
-        fPriority = parameters.sched_priority;
+        fScheduling = tests::Scheduling::OfThisThread();
     }
 
     std::mutex fMutex;
@@ -457,13 +455,10 @@ TEST(ClockWatcher, TheThreadHasItsNameAndClass) {
         class Self : public zThreadMain {
         public:
             int Main(int, const char**) override {
-                sched_param parameters{};
-                pthread_getschedparam(pthread_self(), &fPolicy, &parameters);
-                fPriority = parameters.sched_priority;
+                fScheduling = tests::Scheduling::OfThisThread();
                 return 0;
             }
-            int fPolicy = -1;
-            int fPriority = -1;
+            tests::Scheduling fScheduling;
         };
         Self expected;
         std::unique_ptr<zThread> thread(zThread::Factory("", &expected, 4, c.sameAs));
@@ -475,8 +470,7 @@ TEST(ClockWatcher, TheThreadHasItsNameAndClass) {
         receiver.Await(1);
         receiver.Stop();
         EXPECT_EQ(receiver.fName, c.threadName);
-        EXPECT_EQ(receiver.fPolicy, expected.fPolicy) << c.threadName;
-        EXPECT_EQ(receiver.fPriority, expected.fPriority) << c.threadName;
+        EXPECT_EQ(receiver.fScheduling, expected.fScheduling) << c.threadName;
     }
 }
 

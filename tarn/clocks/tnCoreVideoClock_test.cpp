@@ -91,6 +91,7 @@ TEST(CoreVideoClock, EachRefreshOfTheDisplayIsATick) {
     for (long long count = 1000; count < 1010; ++count) display.Refresh(count);
     display.AwaitIdle();
     clock.StopTicking();
+    EXPECT_FALSE(display.IsAskedFor()) << "nobody waits for refreshes any more";
     display.Refresh(2000);
 
     const std::vector<tn_time_rec> records = clock.Records();
@@ -177,14 +178,23 @@ TEST(CoreVideoClock, ALinkedClockThatStandsStillSilencesTheRefresh) {
     HandClock source;
     NotingClock clock;
     source.fMedia = 100'000;
+    source.fReal = 77;
     clock.LinkMediaTimeFromClock(source);
 
     clock.RenderDisplay(1, 50, 5, 0);
     EXPECT_EQ(clock.Records().size(), 1u);
+    EXPECT_EQ(clock.Time().tick_count, 5) << "a tick is counted by the display";
+    source.fReal = 78;
     clock.RenderDisplay(1, 50, 6, 0);
     EXPECT_EQ(clock.Records().size(), 1u) << "no tick";
-    EXPECT_EQ(clock.Time().media_time, 120'000) << "the display carries the time on";
-    EXPECT_EQ(clock.Time().clock_id, source.ClockID());
+    const tn_time_rec silent = clock.Time();
+    EXPECT_EQ(silent.media_time, 120'000) << "the display carries the time on";
+    // All else is the linked clock's, its count included.
+    EXPECT_EQ(silent.tick_count, 4711);
+    EXPECT_EQ(silent.real_time, 78);
+    EXPECT_EQ(silent.nominal_time, 815);
+    EXPECT_EQ(silent.clock_id, source.ClockID());
+    EXPECT_EQ(silent.time_kind, 6u);
     clock.RenderDisplay(1, 50, 7, 0);
     EXPECT_EQ(clock.Records().size(), 2u);
     EXPECT_EQ(clock.Time().media_time, 100'000) << "the linked clock's own again";
@@ -247,7 +257,9 @@ TEST(CoreVideoClock, ItStartsAndStopsAgain) {
         clock.StartTicking(0, nullptr, 0);
         display.Refresh(life * 100);
         display.AwaitIdle();
+        EXPECT_TRUE(display.IsAskedFor());
         clock.StopTicking();
+        EXPECT_FALSE(display.IsAskedFor());
     }
     EXPECT_EQ(clock.Records().size(), 3u);
     EXPECT_EQ(clock.Time().tick_count, 300);

@@ -11,12 +11,14 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "mach/kernelTime.h"
 #include "tarn/clocks/tnSystemClockInternals_mac.h"
 
 #include "tests/support/ManualTime.h"
+#include "tests/support/ThreadState.h"
 
 namespace {
 
@@ -51,6 +53,12 @@ struct Kind {
     bool mach;
     tnClock::clock_rate_accuracy accuracy;
     unsigned int numer, denom;
+
+    ManualTime::Sleep Sleep() const {
+        if (mach) return ManualTime::Sleep::kMach;
+        return accuracy == tnClock::clock_rate_asnc ? ManualTime::Sleep::kTimer
+                                                    : ManualTime::Sleep::kPlain;
+    }
 
     /// The number of the last tick, as GetTime tells it after tick n.
     long long CountAfter(long long n) const { return mach ? n : n + 1; }
@@ -145,6 +153,14 @@ TEST_P(Loop, TheFirstTwoTicksComeBackToBack) {
     fTime.Run(1);
     EXPECT_EQ(fClock.Records().size(), 2u);
     EXPECT_EQ(fTime.Now(), kStart);
+}
+
+TEST_P(Loop, EachSleepsInItsOwnWay) {
+    Start(50, 0);
+    for (int n = 0; n < 3; ++n) {
+        EXPECT_EQ(fTime.LastSleep(), GetParam().Sleep()) << n;
+        fTime.Run(1);
+    }
 }
 
 TEST_P(Loop, ALateWakeUpIsMadeUpForBackToBackWithNothingSkipped) {
@@ -450,6 +466,45 @@ TEST(MachLoop, StoppedBeforeItsFirstTickItProducesNone) {
     loop.StopTicking();
     machTwin::SetScheduler(nullptr);
     EXPECT_TRUE(clock.Records().empty());
+}
+
+namespace {
+
+/// Lets a test stand in the loop's way.
+class OpenMachLoop : public tnSystemClockInternals_mac {
+public:
+    using tnSystemClockInternals_mac::tnSystemClockInternals_mac;
+    zMutex& TimeLock() { return fTimeLock; }
+    void NoLongerTicks() { fTicking = false; }
+};
+
+}  // namespace
+
+// Its last look at the flag stands between the record and the tick: what it has counted by then
+// stays counted, and goes out to nobody.
+TEST(MachLoop, StoppedBetweenItsRecordAndItsTickItProducesNoMore) {
+    ManualTime time(kStart);
+    Recorder clock;
+    std::atomic<pid_t> thread{0};
+    clock.fOnProduce = [&] { thread = gettid(); };
+    OpenMachLoop loop(clock, 50, tnClock::clock_rate_scac);
+    loop.StartTicking(0, nullptr, 0);
+    time.Run(2);
+    ASSERT_EQ(clock.Records().size(), 3u);
+    {
+        zMutexLock lock(loop.TimeLock());
+        time.LetGo();
+        // On its way to the next tick there is nothing else that it could wait for.
+        while (!tests::IsThreadAsleep(thread)) std::this_thread::yield();
+        loop.NoLongerTicks();
+    }
+    time.StopWith([&] { loop.StopTicking(); }, [] { return true; });
+    EXPECT_EQ(clock.Records().size(), 3u);
+    tn_time_rec stopped{};
+    EXPECT_EQ(loop.GetTime(stopped), -1026);
+    EXPECT_EQ(stopped.tick_count, 4);
+    EXPECT_EQ(stopped.nominal_time, kStart + 2 * 20'000);
+    EXPECT_EQ(stopped.media_time, 3 * 20'000) << "the period of a tick that was not is not added";
 }
 
 // A millisecond of work in each period, done five milliseconds after it is due at the latest.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <mutex>
@@ -10,31 +11,25 @@
 #include <string>
 #include <sys/resource.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
+#include "mach/machShallowSleep.h"
 #include "spar/zThread.h"
 #include "spar/zThreadMain.h"
 #include "tarn/clocks/tnClockFactory.h"
 #include "tarn/clocks/tnClockWatcher.h"
 
 #include "tests/support/ManualTime.h"
+#include "tests/support/TestFolder.h"
+#include "tests/support/ThreadState.h"
 
 namespace {
 
 constexpr long long kStart = 1'000'000'000;
 
-/// How the calling thread is scheduled: its policy and its priority.
-std::pair<int, int> Scheduling() {
-    int policy = -1;
-    sched_param parameters{};
-    pthread_getschedparam(pthread_self(), &policy, &parameters);
-    return {policy, parameters.sched_priority};
-}
-
 struct Thread {
     std::string name;
-    std::pair<int, int> scheduling;
+    tests::Scheduling scheduling;
 };
 
 /// A clock that notes on which thread it produces.
@@ -46,7 +41,7 @@ public:
             std::lock_guard lock(fMutex);
             char name[16] = {};
             pthread_getname_np(pthread_self(), name, sizeof name);
-            fThread = {name, Scheduling()};
+            fThread = {name, tests::Scheduling::OfThisThread()};
             fRecords.push_back(time);
         }
         tnSystemClock::ProduceTime(time, queued);
@@ -184,10 +179,10 @@ TEST(SystemClock, TheThreadHasItsNameAndClass) {
         class Self : public zThreadMain {
         public:
             int Main(int, const char**) override {
-                fScheduling = Scheduling();
+                fScheduling = tests::Scheduling::OfThisThread();
                 return 0;
             }
-            std::pair<int, int> fScheduling;
+            tests::Scheduling fScheduling;
         };
         Self expected;
         std::unique_ptr<zThread>(zThread::Factory("", &expected, 4, c.sameAs))->Join();
@@ -200,6 +195,26 @@ TEST(SystemClock, TheThreadHasItsNameAndClass) {
         EXPECT_EQ(thread.name, c.threadName);
         EXPECT_EQ(thread.scheduling, expected.fScheduling) << c.threadName;
     }
+}
+
+TEST(SystemClock, KeepsProcessorsOutOfDeepSleepWhileItTicksAlone) {
+    const tests::TestFolder folder;
+    const std::string device = folder.File("latency");
+    std::ofstream(device).put('\0');
+    machShallowSleep::SetDevice(device.c_str());
+    {
+        ManualTime time(kStart);
+        NotingClock clock(50, tnClock::clock_rate_scac);
+        for (int life = 0; life < 2; ++life) {
+            EXPECT_EQ(tests::OpenDescriptorsOn(device), 0);
+            clock.StartTicking(0, nullptr, 0);
+            time.AwaitSleep();
+            EXPECT_EQ(tests::OpenDescriptorsOn(device), 1);
+            stop(time, clock);
+        }
+        EXPECT_EQ(tests::OpenDescriptorsOn(device), 0);
+    }
+    machShallowSleep::SetDevice(nullptr);
 }
 
 TEST(SystemClock, StopTickingOnAStoppedClockDoesNothing) {
@@ -284,9 +299,15 @@ TEST(SystemClockDeathTest, WithoutAThreadToBeHadClocksAndWatchersStayStopped) {
 }
 
 TEST(ClockFactory, TheRefreshRateClockIsASystemClockOfSixtyHertz) {
+    ManualTime time(kStart);
     tnSystemClock* clock = tnClockFactory::RefreshRateClock();
     EXPECT_EQ(clock->GetRate(), 60.0);
     EXPECT_EQ(clock->GetIntTickRate(), 60);
     EXPECT_FALSE(clock->IsTicking());
+    clock->StartTicking(0, nullptr, 0);
+    time.Run(2);
+    EXPECT_EQ(time.Now(), kStart + 16'666);
+    EXPECT_EQ(time.LastSleep(), ManualTime::Sleep::kPlain) << "an ordinary sleep is enough";
+    stop(time, *clock);
     EXPECT_EQ(clock->Release(), 0) << "the caller's is the only reference";
 }

@@ -61,6 +61,16 @@ public:
         fChanged.wait(lock, [this] { return fAsleep && fAllowed == 0; });
     }
 
+    /// Lets the sleep that the loop is in end, and does not wait for the next.
+    void LetGo() {
+        {
+            std::lock_guard lock(fMutex);
+            ++fAllowed;
+        }
+        fChanged.notify_all();
+        while (is_asleep()) std::this_thread::yield();
+    }
+
     /// Calls `stop`, which waits for the loop, and ends the sleep that the loop is in as soon as
     /// `stopping` says that it has been told.
     void StopWith(const std::function<void()>& stop, const std::function<bool()>& stopping) {
@@ -83,6 +93,14 @@ public:
         return fSleeps;
     }
 
+    /// How the loop sleeps.
+    enum class Sleep { kPlain, kPrecise, kTimer, kMach };
+    /// How it slept last, or sleeps now.
+    Sleep LastSleep() {
+        std::lock_guard lock(fMutex);
+        return fLastSleep;
+    }
+
     /// While no loop sleeps.
     void AdvanceTo(long long micros) {
         std::lock_guard lock(fMutex);
@@ -99,9 +117,11 @@ public:
         read_hook();
         return Now();
     }
-    void MicroSleepUntil(long long time, bool) override { sleep(time); }
+    void MicroSleepUntil(long long time, bool precise) override {
+        sleep(time, precise ? Sleep::kPrecise : Sleep::kPlain);
+    }
     long long MicroSleepUntil(zThread::AccurateTimer&, long long time) override {
-        sleep(time);
+        sleep(time, Sleep::kTimer);
         return Now();
     }
 
@@ -110,8 +130,12 @@ public:
         std::lock_guard lock(fMutex);
         return fNowNs;
     }
-    void WaitUntilNs(uint64_t deadline) override {
+    void WaitUntilNs(uint64_t deadline) override { sleep_ns(deadline, Sleep::kMach); }
+
+private:
+    void sleep_ns(uint64_t deadline, Sleep kind) {
         std::unique_lock lock(fMutex);
+        fLastSleep = kind;
         fSleeps.push_back(deadline);
         fAsleep = true;
         fChanged.notify_all();
@@ -123,13 +147,14 @@ public:
         fLateNs = 0;
     }
 
-private:
     bool is_asleep() {
         std::lock_guard lock(fMutex);
         return fAsleep;
     }
 
-    void sleep(long long time) { WaitUntilNs(time > 0 ? static_cast<uint64_t>(time) * 1000 : 0); }
+    void sleep(long long time, Sleep kind) {
+        sleep_ns(time > 0 ? static_cast<uint64_t>(time) * 1000 : 0, kind);
+    }
 
     void read_hook() {
         std::function<void()> hook;
@@ -146,6 +171,7 @@ private:
     std::function<void()> fOnRead;
     uint64_t fNowNs;
     uint64_t fLateNs = 0;
+    Sleep fLastSleep = Sleep::kPlain;
     int fAllowed = 0;
     bool fAsleep = false;
     bool fReleased = false;

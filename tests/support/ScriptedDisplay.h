@@ -37,6 +37,12 @@ public:
         fChanged.wait(lock, [this] { return fRefreshes.empty() && fWaiting; });
     }
 
+    /// Whether a link asks for a refresh now.
+    bool IsAskedFor() {
+        std::lock_guard lock(fMutex);
+        return fWaiting;
+    }
+
     /// The display gives nothing any more.
     void GoDark() {
         std::lock_guard lock(fMutex);
