@@ -1,5 +1,6 @@
 #include "display/displayPresentSource.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -10,10 +11,12 @@
 #include <xcb/randr.h>
 #include <xcb/xcb.h>
 
+#include "spar/zTime.h"
+
 namespace {
 
 // A dark screen is still counted once a second; a server that is silent for longer has died.
-constexpr int kSilenceMs = 3000;
+constexpr long long kSilenceUs = 3'000'000;
 
 struct Free {
     void operator()(void* reply) const { std::free(reply); }
@@ -170,10 +173,12 @@ bool displayPresentSource::next(Complete& complete) {
 bool displayPresentSource::wait_readable() {
     pollfd watched[2] = {{xcb_get_file_descriptor(fConnection), POLLIN, 0},
                          {fInterrupt, POLLIN, 0}};
+    const long long until = zTime::MicroNow() + kSilenceUs;
     int ready = 0;
     do {
         // A signal that the process handles ends it early and says nothing about the display.
-        ready = poll(watched, 2, kSilenceMs);
+        const long long leftMs = std::max(until - zTime::MicroNow(), 0LL) / 1000;
+        ready = poll(watched, 2, static_cast<int>(leftMs));
     } while (ready < 0 && errno == EINTR);
     return ready > 0 && watched[1].revents == 0;
 }
