@@ -43,7 +43,8 @@ public:
     ///
     /// `queued` hands the tick to the watchers' own threads: a copy and a signal each, nothing is
     /// allocated. Otherwise each watcher's ReceiveTime runs here, on the caller's thread and under
-    /// the clock's lock: from there a watcher must not remove itself or another from this clock.
+    /// the clock's lock: from there a watcher must not remove itself or another from this clock,
+    /// nor ask a ticking clock for its time.
     virtual void ProduceTime(const tn_time_rec& time, bool queued);
 
     /// The time of this clock now. A clock that does not tick by itself cannot say: -1012, with

@@ -21,8 +21,9 @@ public:
     /// Gives the link back; does not stop it first.
     ~tnCoreVideoClock() override;
 
-    /// The latest tick; 0 always. No lock is taken: read in the middle of an update, the record's
-    /// fields may belong to two ticks.
+    /// The record of the latest refresh, which is the latest tick unless that refresh was silent
+    /// (see LinkMediaTimeFromClock); 0 always. No lock is taken: read in the middle of an update,
+    /// the record's fields may belong to two ticks.
     int GetTime(tn_time_rec& time) const override;
 
     /// Starts the display link. Time comes from the display and the thread is its own, so all
@@ -39,7 +40,10 @@ public:
     /// Takes media time from `clock`, of which it keeps a reference, instead of the display, and
     /// gives back the clock of an earlier call. Link before starting.
     ///
-    /// While `clock` does not move, the refresh is not produced as a tick.
+    /// A refresh that finds `clock` at the media time of our own record is silent: no tick is
+    /// produced, and GetTime tells `clock`'s record with its media time carried on by the display.
+    /// The next refresh then finds a difference, so of a clock that stands still every second
+    /// refresh is a tick, with the time at which it stands.
     void LinkMediaTimeFromClock(tnClock& clock);
 
     /// One refresh, as the display link reports it: period and time in units of a second divided by

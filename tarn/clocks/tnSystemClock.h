@@ -20,12 +20,18 @@ public:
     /// `rate` in ticks per second, above 0 for a clock that will tick. Does not start.
     tnSystemClock(double rate, tnClock::clock_rate_accuracy accuracy);
 
-    /// Stops first: waits up to a period for the thread.
+    /// Stops, and waits up to a period for the thread. Too late for a derived class that overrides
+    /// ProduceTime, which the thread calls until then: that one stops in its own destructor.
     ~tnSystemClock() override;
 
     /// Where the clock stands: all but `time_kind`; `media_time` runs on while paused.
     /// 0 while ticking; of a stopped clock -1026 when media time stands above 0, else -1, with the
     /// values of its last tick either way.
+    ///
+    /// May wait for the delivery of a tick, so nothing that runs inside one calls it: not an
+    /// override of ProduceTime, which on the ticking thread would wait for itself, and not a
+    /// watcher that is called without queueing, under the very lock that the ticking thread waits
+    /// for. A watcher on its own thread may.
     int GetTime(tn_time_rec& time) const override;
 
     /// Starts the thread. The first tick has `tick_count` 1 and `startMediaTime`. `name` is "system
