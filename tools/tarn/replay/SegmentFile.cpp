@@ -26,7 +26,8 @@ bool describe(const AVStream& stream, SegmentTrack& track) {
     track.channels = coded.ch_layout.nb_channels;
     track.framesPerPacket = coded.frame_size;
     track.reorders = coded.video_delay > 0;
-    if (av_get_bits_per_sample(coded.codec_id) > 0) track.frameBytes = coded.block_align;
+    // Not as the file's own reader gives it: that leaves the size open for 16 bits.
+    track.frameBytes = av_get_bits_per_sample(coded.codec_id) * track.channels / 8;
     if (coded.extradata_size > 0) {
         track.decoderInfo.assign(coded.extradata, coded.extradata + coded.extradata_size);
     }
