@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "spar/zXML.h"
+#include "tarn/replay/tnManifestBefore.h"
 
 #include "CutWriter.h"
 #include "ReplayEncode.h"
@@ -14,15 +15,24 @@ namespace {
 
 constexpr long long kRounding = 1;
 
-/// The formats that the recording's manifest holds.
-void read_formats(const std::string& manifest, tnMediaRecord& video, tnMediaRecord& audio) {
+/// The formats in the manifest at `path`; false where there are none.
+bool take_formats(const std::string& path, tnMediaRecord& video, tnMediaRecord& audio) {
     zRecord record;
-    if (zXML::ParseFile(zXML::kAttributes, &record, manifest.c_str()) != 0) return;
+    if (zXML::ParseFile(zXML::kAttributes, &record, path.c_str()) != 0) return false;
     const zRecord* const formats =
         record.FindChildByStrVariable('xTag', "formats", true, 0xFFFFFFFF, Z_MATCH_EXACT);
-    if (formats == nullptr) return;
-    tnMediaRecord::FindFirstByType(*formats, TN_MEDIA_VIDEO, video);
-    tnMediaRecord::FindFirstByType(*formats, TN_MEDIA_AUDIO, audio);
+    if (formats == nullptr) return false;
+    return tnMediaRecord::FindFirstByType(*formats, TN_MEDIA_VIDEO, video) == 0 &&
+           tnMediaRecord::FindFirstByType(*formats, TN_MEDIA_AUDIO, audio) == 0;
+}
+
+/// The recording's formats, which never change. While its manifest is written anew they stand in
+/// the one from before; where that has gone between the two looks, the new one is there.
+void read_formats(const std::string& manifest, tnMediaRecord& video, tnMediaRecord& audio) {
+    const std::string before = tnManifestBefore(manifest).Path();
+    for (int reads = 0; reads < kMostReplayReads; ++reads) {
+        if (take_formats(manifest, video, audio) || take_formats(before, video, audio)) return;
+    }
 }
 
 long long ticks_of(long long time, int timescale) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
@@ -63,6 +64,45 @@ int read_manifest(const std::string& path, std::vector<ReplayPiece>& pieces) {
     return code;
 }
 
+/// What tells one state of a file from another. A file that is not there has a state as well.
+struct FileState {
+    explicit FileState(const std::string& path) {
+        std::error_code missing;
+        fSize = std::filesystem::file_size(path, missing);
+        fWritten = std::filesystem::last_write_time(path, missing);
+    }
+    bool operator==(const FileState&) const = default;
+
+    std::uintmax_t fSize = 0;
+    std::filesystem::file_time_type fWritten;
+};
+
+/// The manifest's list, or the one from before if that lists more; the code of the manifest.
+int read_lists(ReplayRecording& recording) {
+    recording.pieces.clear();
+    // Asked first: a recording that ends in between is then told as one that goes on.
+    recording.closed = ends_as_closed(recording.manifest);
+    const int code = read_manifest(recording.manifest, recording.pieces);
+    std::vector<ReplayPiece> before;
+    read_manifest(tnManifestBefore(recording.manifest).Path(), before);
+    recording.listedBefore = before.size() > recording.pieces.size();
+    if (recording.listedBefore) recording.pieces = std::move(before);
+    return code;
+}
+
+/// A recorder that writes its manifest anew may be done between the two looks: the first finds no
+/// list or a part of one, and the second finds that the list from before has gone. The manifest is
+/// then another than at the beginning, and both are looked at again.
+int read_settled_lists(ReplayRecording& recording) {
+    int code = 0;
+    for (int reads = 0; reads < kMostReplayReads; ++reads) {
+        const FileState begun(recording.manifest);
+        code = read_lists(recording);
+        if (recording.listedBefore || FileState(recording.manifest) == begun) break;
+    }
+    return code;
+}
+
 std::string text_of_failure(const std::string& manifest, int code) {
     if (code == zFileStream::kErrorBase - 2) {
         return fmt::format("'{}': no replay recording there; give its folder", manifest);
@@ -103,13 +143,7 @@ bool ReadReplay(const std::string& place, ReplayRecording& recording, std::strin
     recording.manifest = ReplayManifestPath(place);
     recording.folder = std::filesystem::path(recording.manifest).parent_path().string();
     if (recording.folder.empty()) recording.folder.push_back('.');
-    // Asked first: a recording that ends in between is then told as one that goes on.
-    recording.closed = ends_as_closed(recording.manifest);
-    const int code = read_manifest(recording.manifest, recording.pieces);
-    std::vector<ReplayPiece> before;
-    read_manifest(tnManifestBefore(recording.manifest).Path(), before);
-    recording.listedBefore = before.size() > recording.pieces.size();
-    if (recording.listedBefore) recording.pieces = std::move(before);
+    const int code = read_settled_lists(recording);
     const bool hasBegun = code == kNoList && !recording.closed;
     if (code == 0 || hasBegun || recording.listedBefore) return true;
     error = text_of_failure(recording.manifest, code);

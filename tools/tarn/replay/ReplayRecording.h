@@ -7,6 +7,10 @@
 /// read as 10^17, above or below 0.
 constexpr long long kReplayUnitsPerSecond = 1'000'000;
 
+/// How often a manifest is looked at that is another one each time, before what stands there
+/// counts.
+constexpr int kMostReplayReads = 10;
+
 /// One segment of a recording, as its manifest lists it.
 struct ReplayPiece {
     unsigned int id = 0;
@@ -43,7 +47,8 @@ std::string ReplayManifestPath(const std::string& place);
 
 /// Reads the manifest of `place`, a folder or a manifest. A recording that has just begun lists
 /// nothing and is no error. Where the manifest is being written anew, or that was cut off, its list
-/// from before counts if more segments stand in it. False with one line in `error`.
+/// from before counts if more segments stand in it; one that changes meanwhile is read again. False
+/// with one line in `error`.
 bool ReadReplay(const std::string& place, ReplayRecording& recording, std::string& error);
 
 /// "12.5", "1:02.5", "1:00:00" as microseconds; false for what is no time. Below 0 counts from the

@@ -1,10 +1,15 @@
 #include "ReplayRecording.h"
 
 #include <atomic>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
+#include <optional>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 #include "tarn/replay/tnReplayManifest.h"
 
@@ -81,9 +86,7 @@ protected:
     };
     void Make(const std::vector<Segment>& segments, unsigned int id = 1) const {
         tnReplayManifest manifest(fFolder.File("replay.xml").c_str());
-        const tnMediaRecord video(TN_MEDIA_VIDEO);
-        const tnMediaRecord audio(TN_MEDIA_AUDIO);
-        ASSERT_EQ(manifest.BeginRecording(video, audio), 0);
+        ASSERT_EQ(manifest.BeginRecording(fVideo, fAudio), 0);
         for (const Segment& segment : segments) {
             std::ofstream(Movie(id)) << "movie";
             ASSERT_EQ(manifest.AddSegment(id++, segment.start, segment.stop), 0);
@@ -93,7 +96,41 @@ protected:
 
     const ReplayLibrary fLibrary;
     const tests::TestFolder fFolder;
+    tnMediaRecord fVideo{TN_MEDIA_VIDEO};
+    tnMediaRecord fAudio{TN_MEDIA_AUDIO};
     std::string fError;
+};
+
+/// A recorder that is done with a new manifest while its reader is between two looks. The list from
+/// before is a pipe: a reader that opens it waits there, until `whole` has become the manifest and
+/// the list has gone.
+class DoneBetweenLooks {
+public:
+    DoneBetweenLooks(const std::string& manifest, const std::string& whole) {
+        const std::string before = manifest + ".before";
+        EXPECT_EQ(mkfifo(before.c_str(), 0600), 0);
+        fThread = std::thread([this, before, manifest, whole] {
+            int pipe = -1;
+            while (pipe < 0 && !fEnd) {
+                pipe = open(before.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+                if (pipe < 0) std::this_thread::yield();
+            }
+            std::error_code failed;
+            std::filesystem::rename(whole, manifest, failed);
+            std::filesystem::remove(before, failed);
+            close(pipe);
+        });
+    }
+    ~DoneBetweenLooks() {
+        fEnd = true;
+        fThread.join();
+    }
+    DoneBetweenLooks(const DoneBetweenLooks&) = delete;
+    DoneBetweenLooks& operator=(const DoneBetweenLooks&) = delete;
+
+private:
+    std::thread fThread;
+    std::atomic<bool> fEnd{false};
 };
 
 TEST_F(ReplayFolder, TimesBeyondAllMeasureAreListedAndPurged) {
@@ -145,6 +182,60 @@ TEST_F(ReplayFolder, ListFromBeforeStandsInForOneThatWasCutOff) {
         ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
         EXPECT_EQ(recording.pieces.size(), 3u);
         EXPECT_EQ(recording.listedBefore, listedAnew < 2);
+    }
+}
+
+TEST_F(ReplayFolder, DeletionThatEndsBetweenTwoLooksHidesNothing) {
+    const std::string manifest = fFolder.File("replay.xml");
+    const std::string whole = fFolder.File("whole.xml");
+    const std::vector<Segment> all = {{10, 20}, {20, 30}, {30, 40}};
+    for (const std::size_t listedAtFirst : {0u, 1u}) {
+        SCOPED_TRACE(listedAtFirst);
+        std::filesystem::remove(manifest);
+        Make(all);
+        std::filesystem::rename(manifest, whole);
+        if (listedAtFirst > 0) Make({all.front()});
+        const DoneBetweenLooks recorder(manifest, whole);
+        ReplayRecording recording;
+        ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+        EXPECT_EQ(recording.pieces.size(), 3u);
+        EXPECT_FALSE(recording.listedBefore);
+    }
+}
+
+// Sound that is not compressed cannot be written without its format, and the picture's colour
+// stands nowhere else.
+TEST_F(ReplayFolder, CutFindsTheFormatsWhileTheManifestIsWrittenAnew) {
+    const std::string manifest = fFolder.File("replay.xml");
+    fVideo.fColorSpace.SetInt32('r709');
+    fAudio.fBitsPerSample.SetInt32(16);
+    fAudio.fChannels.SetInt32(1);
+    fAudio.fSampleRate.SetInt32(48000);
+    for (const bool isDoneBetween : {false, true}) {
+        SCOPED_TRACE(isDoneBetween);
+        std::filesystem::remove(manifest + ".before");
+        Make({{0, 1'000'000}});
+        ASSERT_EQ(tests::Run({"ffmpeg", "-y", "-v", "error", "-nostdin", "-f", "lavfi", "-i",
+                              "testsrc=size=320x180:rate=25:duration=1", "-f", "lavfi", "-i",
+                              "sine=r=48000:d=1", "-c:v", "libx264", "-c:a", "pcm_s16le", Movie(1)})
+                      .exitCode,
+                  0);
+        ReplayRecording recording;
+        ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
+        const std::string aside = isDoneBetween ? fFolder.File("whole.xml") : manifest + ".before";
+        std::filesystem::rename(manifest, aside);
+        std::optional<DoneBetweenLooks> recorder;
+        if (isDoneBetween) recorder.emplace(manifest, aside);
+        const tests::TestFolder outputs;
+        ReplayCutWish wish;
+        wish.output = outputs.File("cut.mov");
+        wish.out = 1'000'000;
+        ReplayCutResult result;
+        ASSERT_TRUE(CutReplay(
+            recording, wish, false, [](double) {}, result, fError))
+            << fError;
+        EXPECT_EQ(tests::ProbeStream(wish.output, "v:0", "color_space"), "bt709");
+        EXPECT_EQ(tests::ProbeStream(wish.output, "a:0", "codec_name"), "pcm_s16le");
     }
 }
 
