@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
+#include "tests/system/liveKit.h"
 
 using tests::BackgroundProcess;
 using tests::CountFrames;
@@ -325,8 +325,13 @@ TEST(Record, ClosesTheFileWhenInterrupted) {
     const std::string file = folder.File("out.mov");
     BackgroundProcess recording(
         {kTool, "record", kCup, file, "--live", "--video", "MJPEG", "--audio", "pcm", "--json"});
-    // Real time passes here: two seconds of a clip of eight at its own pace.
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    // Real time passes here: of a clip of eight seconds at its own pace.
+    std::string line;
+    bool isLongEnough = false;
+    while (!isLongEnough && recording.ReadLine(line)) {
+        isLongEnough = liveKit::NumberOf(line, "seconds") >= 0.5;
+    }
+    ASSERT_TRUE(isLongEnough) << recording.Wait().err;
     recording.Signal(SIGINT);
     const ProcessResult result = recording.Wait();
     EXPECT_EQ(result.exitCode, 0) << result.err;
