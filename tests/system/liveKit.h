@@ -85,8 +85,9 @@ inline std::string PartOf(const std::string& json, const std::string& output) {
 /// A show that runs beside the test.
 class RunningShow {
 public:
-    explicit RunningShow(const std::string& show, std::vector<std::string> options = {})
-        : fProcess(words(show, std::move(options)), BackgroundProcess::Input::kPipe) {}
+    explicit RunningShow(const std::string& show, std::vector<std::string> options = {},
+                         const std::string& speed = kSpeed)
+        : fProcess(words(show, std::move(options), speed), BackgroundProcess::Input::kPipe) {}
 
     /// Reads lines until one satisfies `wanted`; false at the end of the show.
     template <typename Predicate>
@@ -124,10 +125,10 @@ public:
     const std::string& Line() const { return fLine; }
 
 private:
-    static std::vector<std::string> words(const std::string& show,
-                                          std::vector<std::string> options) {
+    static std::vector<std::string> words(const std::string& show, std::vector<std::string> options,
+                                          const std::string& speed) {
         // A show that never does what its test waits for ends all the same.
-        options.insert(options.begin(), {kTool, "live", show, "--json", "--speed", kSpeed,
+        options.insert(options.begin(), {kTool, "live", show, "--json", "--speed", speed,
                                          "--seconds", std::to_string(60 / std::atof(kSpeed))});
         return options;
     }

@@ -2,6 +2,7 @@
 // recording and one that looks at it.
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -10,7 +11,6 @@
 #include <random>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include "spar/zRecord.h"
 #include "spar/zThread.h"
@@ -20,11 +20,16 @@
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
+#include "tests/support/WaitUntil.h"
+#include "tests/system/liveKit.h"
 
 using tests::BackgroundProcess;
 using tests::ProcessResult;
+using namespace std::chrono_literals;
 
 namespace {
+
+constexpr auto kPause = 500us;  // between looks at what another process writes
 
 struct Piece {
     unsigned int fID;
@@ -75,7 +80,8 @@ protected:
 
     /// A show of generated pictures with a replay output.
     /// However busy the machine is, no frame is given up: tests count them.
-    std::string Show(const std::string& settings, const std::string& video = "x264") const {
+    std::string Show(const std::string& settings, const std::string& video = "x264",
+                     const std::string& audio = "MPEG-4 Audio") const {
         const std::string path = fFolder.File("show.xml");
         std::ofstream(path) << "<show>\n"
                             << "<source name=\"a\" picture=\"bars\" "
@@ -84,19 +90,25 @@ protected:
                                "kind=\"replay\" output_url=\""
                             << Folder() << "\" output_enabled=\"true\" " << settings << ">\n"
                             << "<video codecname=\"" << video << "\" target_bit_rate=\"500\"/>\n"
-                            << "<audio codecname=\"MPEG-4 Audio\"/>\n"
+                            << "<audio codecname=\"" << audio << "\"/>\n"
                             << "</output>\n</show>\n";
         return path;
     }
     static std::vector<std::string> Live(const std::string& show, int seconds) {
         return {TARN_TOOL, "live", show, "--seconds", std::to_string(seconds)};
     }
-    /// Records so many seconds of the show, five times as fast as they are long.
+    /// Records at least so many seconds of the show, at five times its pace where the machine comes
+    /// to that.
+    static ProcessResult Play(const std::string& show, double seconds) {
+        liveKit::RunningShow running(show, {}, "5");
+        EXPECT_TRUE(running.PlayTo(seconds));
+        return running.Quit();
+    }
+    /// As many seconds as a test looks at, and half as many more.
     void Record(int seconds, const std::string& settings = "segment_seconds=\"1\"",
-                const std::string& video = "x264") const {
-        std::vector<std::string> words = Live(Show(settings, video), seconds / 5 + 1);
-        words.insert(words.end(), {"--speed", "5"});
-        const ProcessResult result = tests::Run(words);
+                const std::string& video = "x264",
+                const std::string& audio = "MPEG-4 Audio") const {
+        const ProcessResult result = Play(Show(settings, video, audio), 1.5 * seconds);
         ASSERT_EQ(result.exitCode, 0) << result.err;
     }
     /// Empties the folder; the words that record a minute into it, of which two seconds are kept.
@@ -177,9 +189,7 @@ TEST_F(Replay, ListShowsTheTimelineAndItsGaps) {
 }
 
 TEST_F(Replay, RecordingTellsTheBytesOfItsMovies) {
-    std::vector<std::string> words = Live(Show("segment_seconds=\"1\""), 1);
-    words.insert(words.end(), {"--speed", "5", "--json"});
-    const ProcessResult run = tests::Run(words);
+    const ProcessResult run = Play(Show("segment_seconds=\"1\""), 5);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     double stored = 0;
     for (const Piece& piece : listed_in(Folder())) {
@@ -217,14 +227,19 @@ TEST_F(Replay, CutCopiesWhatWasRecorded) {
 }
 
 TEST_F(Replay, SoundOfACutRunsThroughItsJoins) {
-    Record(10);
-    const std::string movie = fFolder.File("cut.mov");
-    ASSERT_EQ(Replays({"cut", "--in", "1", "--out", "6", movie}).exitCode, 0);
-    // A steady tone: what is left beside it, once the filter has settled, would be clicks at the
-    // joins.
-    const std::string without =
-        "bandreject=f=440:width_type=h:w=400,bandreject=f=440:width_type=h:w=400,";
-    EXPECT_LT(PeakOf(movie, without), PeakOf(movie, "") - 40);
+    for (const char* const codec : {"MPEG-4 Audio", "PCM"}) {
+        SCOPED_TRACE(codec);
+        std::filesystem::remove_all(Folder());
+        Record(10, "segment_seconds=\"1\"", "x264", codec);
+        const std::string movie = fFolder.File("cut.mov");
+        const ProcessResult cut = Replays({"cut", "--in", "1", "--out", "6", movie});
+        ASSERT_EQ(cut.exitCode, 0) << cut.err;
+        // A steady tone: what is left beside it, once the filter has settled, would be clicks at
+        // the joins.
+        const std::string without =
+            "bandreject=f=440:width_type=h:w=400,bandreject=f=440:width_type=h:w=400,";
+        EXPECT_LT(PeakOf(movie, without), PeakOf(movie, "") - 40);
+    }
 }
 
 TEST_F(Replay, ExactCutHasBothEndsToTheFrame) {
@@ -437,7 +452,7 @@ TEST_F(Replay, WatchTellsOfEachSegmentWhileAnotherProcessRecords) {
 
 TEST_F(Replay, CutWorksWhileAnotherProcessRecords) {
     BackgroundProcess recorder(Live(Show("segment_seconds=\"0.4\" keep_seconds=\"4\""), 60));
-    while (listed_in(Folder()).size() < 4) std::this_thread::yield();
+    ASSERT_TRUE(tests::WaitUntil([this] { return listed_in(Folder()).size() >= 4; }, kPause));
     int cuts = 0;
     for (; cuts < 4; ++cuts) {
         const std::string movie = fFolder.File("cut" + std::to_string(cuts) + ".mov");
@@ -514,14 +529,18 @@ TEST_F(Replay, APurgeThatCannotWriteItsManifestIsToldAndBringsTheOldOneBack) {
     EXPECT_EQ(Replays({"list"}).exitCode, 0);
 }
 
-/// Waits on real time, since the commands of a show come while it runs: two seconds are eight of
-/// the show, of which a segment takes less than a half.
+/// Waits on real time, since the commands of a show come while it runs.
 TEST_F(Replay, OutputThatIsSwitchedOnAgainGoesOnInAFolderBeside) {
-    const std::string commands = "sleep 2; echo enable replay off; echo enable replay on; sleep 2";
-    const ProcessResult live =
-        tests::Run({"sh", "-c",
-                    "(" + commands + "; echo quit) | " TARN_TOOL " live --speed 4 " +
-                        Show("segment_seconds=\"0.4\"")});
+    // Of the file that the output writes now: a segment takes ten.
+    const auto hasFrames = [](const std::string& line) {
+        return liveKit::NumberOf(liveKit::PartOf(line, "replay"), "frames") > 10;
+    };
+    liveKit::RunningShow show(Show("segment_seconds=\"0.4\""), {}, "4");
+    ASSERT_TRUE(show.ReadUntil(hasFrames)) << show.End().err;
+    ASSERT_TRUE(show.Command("enable replay off"));
+    ASSERT_TRUE(show.Command("enable replay on"));
+    ASSERT_TRUE(show.ReadUntil(hasFrames)) << show.End().err;
+    const ProcessResult live = show.Quit();
     EXPECT_EQ(live.exitCode, 0) << live.err;
     EXPECT_FALSE(listed_in(Folder()).empty());
     EXPECT_FALSE(listed_in(Folder() + " 2").empty());
@@ -543,7 +562,7 @@ TEST_F(Replay, KilledRecorderLeavesWholeSegments) {
         SCOPED_TRACE(round);
         BackgroundProcess recorder(KeepingTwoSeconds());
         // Not before there is something to lose.
-        while (listed_in(Folder()).empty()) std::this_thread::yield();
+        ASSERT_TRUE(tests::WaitUntil([this] { return !listed_in(Folder()).empty(); }, kPause));
         zThread::MicroSleep(static_cast<unsigned int>(random() % 1'500'000));
         recorder.Signal(SIGKILL);
         recorder.Wait();
@@ -575,8 +594,9 @@ TEST_F(Replay, KillInTheMidstOfADeletionLosesNoSegment) {
     for (int round = 0; round < kRounds; ++round) {
         SCOPED_TRACE(round);
         BackgroundProcess recorder(KeepingTwoSeconds());
-        while (!std::filesystem::exists(Folder() + "/replay.xml.before")) {
-        }
+        // Without a pause: what is aimed at is over within one.
+        ASSERT_TRUE(tests::WaitUntil(
+            [this] { return std::filesystem::exists(Folder() + "/replay.xml.before"); }, 0us));
         zThread::MicroSleepUntil(zTime::MicroNow() + random() % 500, true);
         recorder.Signal(SIGKILL);
         recorder.Wait();
