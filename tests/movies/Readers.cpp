@@ -22,6 +22,11 @@ std::string value_of(const std::string& text, const std::string& key) {
     return text.substr(from, text.find('\n', from) - from);
 }
 
+/// A program that hangs is ended, so that its test fails by itself.
+ProgramRun run_reader(const std::string& command) {
+    return RunProgram("timeout 120 " + command);
+}
+
 bool is_about_missing_samples(const std::string& line) {
     return line.find("Could not find codec parameters") != std::string::npos ||
            line.find("Consider increasing") != std::string::npos;
@@ -31,7 +36,7 @@ bool is_about_missing_samples(const std::string& line) {
 
 ReaderOpinion Ffprobe(const std::string& path, bool empty) {
     ReaderOpinion opinion;
-    const ProgramRun run = RunProgram(
+    const ProgramRun run = run_reader(
         "ffprobe -v warning -show_entries format=duration -of default=nk=0:nw=1 " + path);
     if (run.status != 0) opinion.complaints += "ffprobe failed\n";
     for (const std::string& line : lines_of(run.output)) {
@@ -46,7 +51,7 @@ ReaderOpinion Ffprobe(const std::string& path, bool empty) {
 
 ReaderOpinion Mediainfo(const std::string& path) {
     ReaderOpinion opinion;
-    const ProgramRun run = RunProgram(
+    const ProgramRun run = run_reader(
         "mediainfo --Output='General;duration=%Duration%\\ntruncated=%IsTruncated%\\n"
         "streams=%VideoCount%+%AudioCount%\\nstreamable=%IsStreamable%\\n' " +
         path);
@@ -60,7 +65,7 @@ ReaderOpinion Mediainfo(const std::string& path) {
 
 ReaderOpinion GstDiscoverer(const std::string& path) {
     ReaderOpinion opinion;
-    const ProgramRun run = RunProgram("gst-discoverer-1.0 " + path);
+    const ProgramRun run = run_reader("gst-discoverer-1.0 " + path);
     if (run.status != 0) opinion.complaints += run.output;
     for (const char* bad : {"rror", "issing", "not playable"})
         if (run.output.find(bad) != std::string::npos) opinion.complaints += run.output;
@@ -78,15 +83,15 @@ ReaderOpinion GstDecode(const std::string& path, int streams) {
     // A stream that nobody takes can hold up the others for ever.
     std::string sinks;
     for (int i = 0; i < streams; i++) sinks += " d. ! queue ! fakesink sync=false";
-    const ProgramRun run = RunProgram("timeout 60 gst-launch-1.0 -q filesrc location=" + path +
-                                      " ! decodebin name=d" + sinks);
+    const ProgramRun run =
+        run_reader("gst-launch-1.0 -q filesrc location=" + path + " ! decodebin name=d" + sinks);
     if (run.status != 0 || run.output.find("ERROR") != std::string::npos)
         opinion.complaints = "gst-launch: " + run.output;
     return opinion;
 }
 
 std::vector<std::string> DecodedFrames(const std::string& path, const std::string& stream) {
-    const ProgramRun run = RunProgram("ffmpeg -nostdin -v error -copyts -i " + path +
+    const ProgramRun run = run_reader("ffmpeg -nostdin -v error -copyts -i " + path +
                                       " -map 0:" + stream + " -fps_mode passthrough -f framemd5 -");
     std::vector<std::string> frames;
     for (const std::string& line : lines_of(run.output)) {
@@ -103,6 +108,6 @@ std::vector<std::string> DecodedFrames(const std::string& path, const std::strin
 
 std::string DecodedSound(const std::string& path, const std::string& stream) {
     const ProgramRun run =
-        RunProgram("ffmpeg -nostdin -v error -i " + path + " -map 0:" + stream + " -f md5 -");
+        run_reader("ffmpeg -nostdin -v error -i " + path + " -map 0:" + stream + " -f md5 -");
     return run.output;
 }

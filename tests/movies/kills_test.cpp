@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -18,8 +19,10 @@
 #include "tests/movies/Readers.h"
 #include "tests/movies/Recorder.h"
 #include "tests/support/SweepStride.h"
+#include "tests/support/WaitUntil.h"
 
 using namespace Quillon::Orb;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -99,6 +102,13 @@ double seconds_lost(const MediaClip& clip, const Kept& kept, const RecorderProgr
     return 0;
 }
 
+/// Leaves its status to be waited for.
+bool has_ended(pid_t process) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid == process;
+}
+
 /// Killed from outside at a random moment, with the file's own thread at work. Waits on real time:
 /// what is lost is what was written in the second before, at most; two more are for a machine that
 /// does not come to it.
@@ -120,7 +130,12 @@ TEST(Kill, AtRandomMomentsLeavesAMovieThatOpens) {
         const int moment = static_cast<int>(random() % (static_cast<unsigned>(pace) * 160));
         const pid_t child = StartPacedRecorder(movie, clip, options, pace, progress);
         // Not before the file is there.
-        while (!std::filesystem::exists(movie)) usleep(1000);
+        const bool isOver = tests::WaitUntil(
+            [&] { return std::filesystem::exists(movie) || has_ended(child); }, 1ms);
+        if (!std::filesystem::exists(movie)) {
+            kill(child, SIGKILL);
+            FAIL() << (isOver ? "the recorder ended without it" : "the recorder hangs");
+        }
         usleep(static_cast<useconds_t>(moment));
         const long long end = zTime::MicroNow();
         kill(child, SIGKILL);

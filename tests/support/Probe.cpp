@@ -11,6 +11,12 @@ namespace tests {
 
 namespace {
 
+/// Ends a program that hangs, so that its test fails by itself.
+ProcessResult run_reader(std::vector<std::string> words) {
+    words.insert(words.begin(), {"timeout", "120"});
+    return Run(words);
+}
+
 std::string first_line(const std::string& text) {
     return text.substr(0, text.find('\n'));
 }
@@ -19,15 +25,16 @@ std::string first_line(const std::string& text) {
 
 std::string ProbeStream(const std::string& path, const std::string& stream,
                         const std::string& entry) {
-    return first_line(Run({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries",
-                           "stream=" + entry, "-of", "default=nk=1:nw=1", path})
-                          .out);
+    return first_line(
+        run_reader({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries",
+                    "stream=" + entry, "-of", "default=nk=1:nw=1", path})
+            .out);
 }
 
 std::vector<PacketTime> ProbePackets(const std::string& path, const std::string& stream) {
     const std::string text =
-        Run({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries",
-             "packet=pts_time,duration_time", "-of", "csv=p=0", path})
+        run_reader({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries",
+                    "packet=pts_time,duration_time", "-of", "csv=p=0", path})
             .out;
     std::vector<PacketTime> packets;
     std::istringstream lines(text);
@@ -42,8 +49,8 @@ std::vector<PacketTime> ProbePackets(const std::string& path, const std::string&
 
 std::vector<double> ProbePictureTimes(const std::string& path) {
     std::istringstream lines(
-        Run({"ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
-             "frame=best_effort_timestamp_time", "-of", "default=nk=1:nw=1", path})
+        run_reader({"ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
+                    "frame=best_effort_timestamp_time", "-of", "default=nk=1:nw=1", path})
             .out);
     std::vector<double> times;
     for (std::string line; std::getline(lines, line);) {
@@ -62,17 +69,18 @@ double ProbeSeconds(const std::string& path, const std::string& stream) {
 
 int CountFrames(const std::string& path) {
     return std::atoi(
-        first_line(Run({"ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
+        first_line(
+            run_reader({"ffprobe", "-v", "error", "-count_frames", "-select_streams", "v:0",
                         "-show_entries", "stream=nb_read_frames", "-of", "default=nk=1:nw=1", path})
-                       .out)
+                .out)
             .c_str());
 }
 
 double Psnr(const std::string& path, const std::string& reference) {
     const std::string text =
-        Run({"ffmpeg", "-v", "info", "-nostdin", "-i", path, "-i", reference, "-lavfi",
-             "[0:v]settb=1/1000,setpts=N[a];[1:v]settb=1/1000,setpts=N[b];[a][b]psnr", "-f", "null",
-             "-"})
+        run_reader({"ffmpeg", "-v", "info", "-nostdin", "-i", path, "-i", reference, "-lavfi",
+                    "[0:v]settb=1/1000,setpts=N[a];[1:v]settb=1/1000,setpts=N[b];[a][b]psnr", "-f",
+                    "null", "-"})
             .err;
     const std::size_t at = text.rfind("average:");
     if (at == std::string::npos) return 0;
@@ -85,16 +93,17 @@ std::string SoundHash(const std::string& path, double seconds) {
                                       "-i",     path, "-map",  "0:a:0"};
     if (seconds > 0) words.insert(words.end(), {"-t", std::to_string(seconds)});
     words.insert(words.end(), {"-c:a", "pcm_s16le", "-f", "md5", "-"});
-    return first_line(Run(words).out);
+    return first_line(run_reader(words).out);
 }
 
 std::string MediaInfo(const std::string& path, const std::string& section,
                       const std::string& entry) {
-    return first_line(Run({"mediainfo", "--Output=" + section + ";%" + entry + "%", path}).out);
+    return first_line(
+        run_reader({"mediainfo", "--Output=" + section + ";%" + entry + "%", path}).out);
 }
 
 bool GstreamerReads(const std::string& path) {
-    const ProcessResult result = Run({"gst-discoverer-1.0", "file://" + path});
+    const ProcessResult result = run_reader({"gst-discoverer-1.0", "file://" + path});
     return result.exitCode == 0 && result.out.find("Duration") != std::string::npos;
 }
 
