@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <sys/resource.h>
@@ -349,13 +350,15 @@ TEST_F(ReplayDeletion, ManifestThatIsMissingIsWrittenAnew) {
 
 // The remover ------------------------------------------------------------------------------------
 
-/// Whether a thread of this process that has the remover's name works at its niceness.
+/// Whether a thread of this process that has the remover's name works at its niceness; a process
+/// that is nicer itself has nicer threads.
 bool remover_works_in_the_background() {
+    const int niceness = std::max(6, getpriority(PRIO_PROCESS, 0));
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
         const std::string name = ReadText(task.path().string() + "/comm");
         if (name != "media_player_se\n") continue;  // as much of it as a thread's name has room for
         const int id = std::stoi(task.path().filename().string());
-        return getpriority(PRIO_PROCESS, static_cast<id_t>(id)) == 6;
+        return getpriority(PRIO_PROCESS, static_cast<id_t>(id)) == niceness;
     }
     return false;
 }
