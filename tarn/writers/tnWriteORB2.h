@@ -93,8 +93,8 @@ public:
     void Close();
 
 private:
-    friend struct tnWriteORB2TestPeer;  // reaches the copying of pictures, which no operation turns
-                                        // on
+    // Turns on the copying of pictures, which no operation does, and replaces what a set-up made.
+    friend struct tnWriteORB2TestPeer;
 
     template <typename T>
     using RObject = Quillon::Orb::RObject<T>;

@@ -11,10 +11,6 @@
 
 using namespace writerFixture;
 
-struct tnWriteORB2TestPeer {
-    static void CopySamples(tnWriteORB2& writer) { writer.fCopySamples = true; }
-};
-
 namespace {
 
 /// Rows of bytes of which no two are alike, in memory that is never read beyond.

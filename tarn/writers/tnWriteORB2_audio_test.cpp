@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "orb/testSupport.h"
+
 #include "tests/support/WriterFixture.h"
 #include "tests/support/writerWaits.h"
 
@@ -123,6 +125,26 @@ TEST_F(Writer, ASoundTrackThatTakesNoMoreSaysSo) {
     for (int i = 0; i < 5000 && code == 0; ++i)
         code = fWriter->WriteAudioPacket(&packet, 0, 0, block, 400);
     EXPECT_EQ(code, -1059);
+}
+
+TEST_F(Writer, ASoundEncoderThatFailsOnceSaysSoOnceAndGoesOn) {
+    Script script;
+    script.inputFormats = {'sowt'};
+    script.outputFormats = {'mp4a'};
+    const Registered<CAudioCompressor, AudioDouble> aac('caac', script);
+    open();
+    fWriter->SetSourceAudioFormat(pcm());
+    fWriter->SetEncodedAudioFormat(encoded_audio("MPEG-4 Audio"));
+    const unsigned char block[400] = {};
+    Packet packet;
+    TraceCatcher trace;
+    script.failSample = true;
+    ASSERT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), 0);
+    while (!trace.HasLineWith({"encoder failed"})) std::this_thread::yield();
+    script.failSample = false;
+    EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), -1059);
+    EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), 0);
+    fWriter->Close();
 }
 
 TEST_F(Writer, PictureAndSoundComeFromTwoThreads) {

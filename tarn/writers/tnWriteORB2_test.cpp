@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "orb/testSupport.h"
 #include "tarn/writers/fileTimescale.h"
 
 #include "tests/support/WriterFixture.h"
@@ -82,10 +83,33 @@ TEST_F(Writer, ThatWasOpenedButNotWrittenToClosesAndOpensAgain) {
     open();
     EXPECT_EQ(fWriter->CloseStreams(0), 0);
     fWriter->Close();
+    EXPECT_EQ(fWriter->CompleteInitialization(), -1006) << "its file is gone";
     open();
     EXPECT_EQ(set_up(encoded_video("MJPEG")), 0);
     fWriter->Close();
     EXPECT_TRUE(fFile.finished);
+}
+
+class CountingAsset final : public CAssetWriter {
+public:
+    explicit CountingAsset(int& finished) : fFinished(finished) {}
+    Result Finish() override {
+        ++fFinished;
+        return CAssetWriter::Finish();
+    }
+
+private:
+    int& fFinished;
+};
+
+TEST_F(Writer, FinishesAFileThatWasNotWrittenTo) {
+    int finished = 0;
+    open();
+    tnWriteORB2TestPeer::PutAsset(*fWriter, new CountingAsset(finished));
+    fWriter->Close();
+    EXPECT_EQ(finished, 1);
+    fWriter->Close();
+    EXPECT_EQ(finished, 1) << "the file is gone";
 }
 
 TEST_F(Writer, HoldsEachFrameUntilTheNextTellsItsLength) {
@@ -523,6 +547,31 @@ TEST_F(Writer, AConverterThatFailsOrGivesNothingLosesTheFrameAndNothingElse) {
     EXPECT_EQ(fWriter->WriteVideo(frame), -1050);
     fConverterScript.giveNothing = false;
     EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+    fWriter->Close();
+    EXPECT_EQ(fFile.samples.size(), 1u);
+}
+
+//  0 is refused by the encoder, late; 1001 finds that out and is lost; 2002 is held meanwhile
+TEST_F(Writer, AnEncoderThatFailsOnceLosesTheHeldFrameAndKeepsTheNew) {
+    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+    TraceCatcher trace;
+    Frame refused(0, 1001);
+    Frame lost(1001, 1001);
+    Frame held(2002, 1001);
+    Frame last(3003, 1001);
+    ASSERT_EQ(fWriter->WriteVideo(refused), 0);
+    fScript.failSample = true;
+    ASSERT_EQ(fWriter->WriteVideo(lost), 0);
+    while (!trace.HasLineWith({"encoder failed"})) std::this_thread::yield();
+    fScript.failSample = false;
+    EXPECT_EQ(fWriter->WriteVideo(held), -1052);
+    EXPECT_EQ(held.written, -1) << "it is not told of bytes";
+    EXPECT_EQ(fWriter->WriteVideo(last), 0);
+    fWriter->Close();
+    ASSERT_EQ(fFile.samples.size(), 2u);
+    EXPECT_EQ(fFile.samples[0].time, 2002);
+    EXPECT_EQ(fFile.samples[0].duration, 1001);
+    EXPECT_EQ(fFile.samples[1].time, 3003);
 }
 
 TEST_F(Writer, ATrackThatTakesNoMoreSaysSoAndTheFileCloses) {

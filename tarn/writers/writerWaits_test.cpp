@@ -85,6 +85,7 @@ Result add_audio_or_refuse(CAssetWriter* asset, CAssetAudioWriter* track) __asm_
 Result add_video_or_refuse(CAssetWriter* asset, CAssetVideoWriter* track) {
     const Waits* waits = gWaits;
     if (waits && waits->fRefuseTracks) return ResultError("told to refuse");
+    if (waits && waits->fOnVideoTrack) waits->fOnVideoTrack(*asset);
     return real_add_video(asset, track);
 }
 

@@ -6,6 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include "orb/CAssetAudioWriter.h"
+#include "orb/CAssetVideoCompressor.h"
+#include "orb/CAssetWriter.h"
 #include "orb/CByteArray.h"
 #include "orb/CPixelBufferDataReference.h"
 #include "tarn/foundation/tnMediaRecord.h"
@@ -15,6 +18,17 @@
 #include "tests/support/orbDoubles.h"
 
 // A movie file writer among doubles: its buffers, its formats, its components and its file.
+
+struct tnWriteORB2TestPeer {
+    static void CopySamples(tnWriteORB2& writer) { writer.fCopySamples = true; }
+    // These take over the reference.
+    static void PutAsset(tnWriteORB2& writer, Quillon::Orb::CAssetWriter* asset) {
+        writer.fAssetWriter = asset;
+    }
+    static void PutSoundTrack(tnWriteORB2& writer, Quillon::Orb::CAssetAudioWriter* track) {
+        writer.fAudioWriter = track;
+    }
+};
 
 namespace writerFixture {
 

@@ -185,7 +185,9 @@ public:
         return fScript.failBegin ? Result(ResultError("told to fail")) : Result(0);
     }
     Result End() override { return 0; }
-    Result PutSample(int, CMediaSample*) override { return 0; }
+    Result PutSample(int, CMediaSample* sample) override {
+        return sample && fScript.failSample ? Result(ResultError("told to fail")) : Result(0);
+    }
     Result GetSample(int, RObject<CMediaSample>& sample) override {
         sample.Clear();
         return 0;

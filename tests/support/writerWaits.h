@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "orb/CAssetTrackWriter.h"
+#include "orb/CAssetWriter.h"
 
 // What the movie file writers wait for, in a test's hands. The linker puts the functions of
 // tarn/writers/writerWaits_test.cpp in front of the real ones, see tarn/CMakeLists.txt.
@@ -30,6 +31,8 @@ public:
     std::function<void()> fOnSleep;      ///< in every MicroSleep
     std::function<void()> fOnByteCount;  ///< once, behind the next GetBytesWritten
     bool fRefuseTracks = false;          ///< the asset takes none
+    /// Before the asset takes a picture track.
+    std::function<void(Quillon::Orb::CAssetWriter&)> fOnVideoTrack;
 
     std::atomic<int> fWaits{0};
     std::vector<unsigned int> fSleeps;  ///< microseconds
