@@ -58,7 +58,8 @@ public:
     /// -1006 no file or it did not begin; -1032 to -1043 video; -1041, -1042, -1054 to -1057 audio.
     int CompleteInitialization();
 
-    // Whether a write would not block. No lock; any thread. A track that does not exist is ready.
+    // Whether a write would not block. A track that does not exist is ready. Without a lock: any
+    // thread may ask, but not while a set-up, be it in a first write, or CloseStreams runs.
     bool IsVideoReady();
     bool IsAudioReady();
     bool IsAllMediaReady();
