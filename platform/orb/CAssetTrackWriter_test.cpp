@@ -141,6 +141,63 @@ TEST_F(CAssetTrackWriterTest, PlainVideoStoresSamplesAsTheyCome) {
     EXPECT_EQ(-1001, written[1].sample.compositionOffset);
 }
 
+/// A picture over bytes that nobody can reach.
+RObject<CVideoSample> unreachable_picture() {
+    const RObject<CVideoSample> sample(new CVideoSample(0, 1001, 0));
+    const RObject<CMemoryDataReference> nothing(new CMemoryDataReference(nullptr));
+    sample->SetDataReference(nothing.Get());
+    return sample;
+}
+
+TEST_F(CAssetTrackWriterTest, EmptySamplesAreSamples) {
+    ASSERT_EQ(0, Create());
+    const RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
+    ASSERT_EQ(0, track->SetInputFormat('jpeg'));
+    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+    ASSERT_EQ(0, track->Begin());
+    ASSERT_EQ(0, asset->Begin());
+    const int sizes[] = {4, 0, 6};
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(0, track->WriteSample(fake_picture(i * 1001, 1001, 1, sizes[i]).Get()));
+    }
+    EXPECT_EQ(0, asset->Finish());
+    const auto written = disk.Of(0);
+    ASSERT_EQ(3u, written.size());
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(static_cast<std::size_t>(sizes[i]), written[i].bytes.size());
+        EXPECT_EQ(static_cast<long long>(i) * 1001, written[i].sample.decodeTime);
+    }
+    EXPECT_EQ(10, track->GetBytesWritten());
+}
+
+TEST_F(CAssetTrackWriterTest, SamplesWhoseBytesCannotBeReadAreRefusedAndTheRestGoesOn) {
+    ASSERT_EQ(0, Create());
+    const RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
+    ASSERT_EQ(0, track->SetInputFormat('jpeg'));
+    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+    ASSERT_EQ(0, track->Begin());
+    ASSERT_EQ(0, asset->Begin());
+    ASSERT_EQ(0, track->WriteSample(fake_picture(0, 1001).Get()));
+    EXPECT_EQ(ResultNullPointer::kCode, track->WriteSample(unreachable_picture().Get()));
+    ASSERT_EQ(0, track->WriteSample(fake_picture(1001, 1001).Get()));
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(2, disk.CountWritten());
+}
+
+TEST_F(CAssetTrackWriterTest, PicturesOfAnEncoderWithoutBytesAreItsFailure) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    ASSERT_EQ(0, track->WriteSample(fake_picture(0, 1001).Get()));
+    ASSERT_EQ(0, track->WriteSample(unreachable_picture().Get()));
+    EXPECT_EQ(0, track->WriteSample(nullptr));
+    EXPECT_EQ(ResultNullPointer::kCode, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(1, disk.CountWritten());
+    EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "video encoder"}));
+}
+
 TEST_F(CAssetTrackWriterTest, PicturesWithoutTimesLieEndToEnd) {
     ASSERT_EQ(0, Create());
     RObject<OpenTrack> track = AddVideo();

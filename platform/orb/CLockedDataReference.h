@@ -16,6 +16,9 @@ public:
 
     bool IsType(unsigned int type) const override { return type == kType || CObject::IsType(type); }
 
+    /// False where the data cannot be reached. Data that can may still be none: a length of 0, and
+    /// perhaps a null pointer.
+    bool IsLocked() const noexcept { return fLocked; }
     unsigned char* GetData() const noexcept { return fData; }
     int GetLength() const noexcept { return fLength; }
 

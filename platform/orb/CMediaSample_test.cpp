@@ -101,12 +101,14 @@ TEST(CLockedDataReference, HoldsTheLockForItsLifetime) {
     {
         RObject<CLockedDataReference> locked(sample->GetLockedDataReference(3));
         EXPECT_EQ(1, reference->GetLocks());
+        EXPECT_TRUE(locked->IsLocked());
         EXPECT_EQ(1, locked->GetLength());
         EXPECT_EQ(5, locked->GetData()[0]);
     }
     EXPECT_EQ(0, reference->GetLocks());
     RObject<CLockedDataReference> bad(sample->GetLockedDataReference(4));
     EXPECT_EQ(nullptr, bad->GetData());
+    EXPECT_FALSE(bad->IsLocked());
     bad.Clear();
     EXPECT_EQ(0, reference->GetLocks());
 }
@@ -118,6 +120,15 @@ TEST(CLockedDataReference, WithoutARunOfBytesThereAreNoData) {
     EXPECT_EQ(0, locked->GetLength());
     RObject<CLockedDataReference> nothing(new CLockedDataReference(nullptr, 1));
     EXPECT_EQ(nullptr, nothing->GetData());
+    EXPECT_FALSE(nothing->IsLocked());
+}
+
+TEST(CLockedDataReference, EmptyDataAreLockedAllTheSame) {
+    const RObject<CByteArray> none(new CByteArray(0, 1));
+    const RObject<CMemoryDataReference> empty(new CMemoryDataReference(none.Get()));
+    const RObject<CLockedDataReference> locked(new CLockedDataReference(empty.Get(), 1));
+    EXPECT_TRUE(locked->IsLocked());
+    EXPECT_EQ(0, locked->GetLength());
 }
 
 TEST(CPixelBufferDataReference, LocksInThreeModes) {

@@ -304,10 +304,12 @@ void MovieQueue::write_one(int track, const Sample& sample) {
     {
         RObject<CLockedDataReference> bytes(
             new CLockedDataReference(sample.data.Get(), CDataReference::kRead));
-        described.data = bytes ? bytes->GetData() : nullptr;
-        described.size = bytes ? static_cast<std::size_t>(bytes->GetLength()) : 0;
-        result = described.data ? fFile->WriteSample(track, described)
-                                : Result(ResultNullPointer("a sample has no bytes"));
+        const bool readable = bytes && bytes->IsLocked();
+        described.data = readable ? bytes->GetData() : nullptr;
+        described.size = readable ? static_cast<std::size_t>(bytes->GetLength()) : 0;
+        // An empty sample is one for the file to judge.
+        result = readable ? fFile->WriteSample(track, described)
+                          : Result(ResultNullPointer("a sample has no bytes"));
     }
     bool failed = false;
     {

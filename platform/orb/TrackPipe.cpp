@@ -83,11 +83,25 @@ Result TrackPipe::write_plain(CMediaSample* sample) {
         if (fState != State::Running) return ResultError("the track has ended");
     }
     MovieQueue::Sample shaped;
-    Result result = fShaper->Shape(*sample, shaped);
+    Result result = shape(*sample, shaped);
     if (result.Failed()) return result;
     // Less than a packet: it goes with the next block.
     if (static_cast<int>(result) != 0) return 0;
     return queue()->Push(fIndex.load(), std::move(shaped));
+}
+
+/// As the shaper, but that a sample whose bytes nobody can read goes no further: in the file's
+/// queue it would be the end of all tracks.
+Result TrackPipe::shape(const CMediaSample& sample, MovieQueue::Sample& shaped) {
+    Result result = fShaper->Shape(sample, shaped);
+    if (static_cast<int>(result) != 0) return result;
+    unsigned char* data = nullptr;
+    int length = 0;
+    if (!shaped.data || shaped.data->LockBytes(CDataReference::kRead, data, length).Failed()) {
+        return ResultNullPointer("a sample whose bytes cannot be read");
+    }
+    shaped.data->UnlockBytes();
+    return 0;
 }
 
 Result TrackPipe::write_queued(CMediaSample* sample) {
@@ -245,7 +259,7 @@ Result TrackPipe::pass_on_what_is_ready() {
         if (fInside > 0) --fInside;
         if (result.Failed()) return result;
         MovieQueue::Sample shaped;
-        result = fShaper->Shape(*sample, shaped);
+        result = shape(*sample, shaped);
         if (result.Failed()) return result;
         if (static_cast<int>(result) != 0) continue;
         // What the file says comes back from its own failure, with the reason.

@@ -92,6 +92,7 @@ private:
     bool take(RObject<CMediaSample>& sample) SPAR_EXCLUDES(fLock);
     Result encode(CMediaSample* sample);
     Result drain();
+    Result shape(const CMediaSample& sample, MovieQueue::Sample& shaped);
     Result pass_on_what_is_ready();
     void note_failure(Result failure) SPAR_EXCLUDES(fLock);
 

@@ -279,5 +279,32 @@ TEST(AvMovieFile, WritesOnlyWhatItKnows) {
     EXPECT_NE(std::string(begun.GetMessage()).find("/tmp/no/such/folder/x.mov"), std::string::npos);
 }
 
+TEST(AvMovieFile, EmptySamplesAreTaken) {
+    for (const unsigned int container : {'mov ', 'mp4 ', 'ts  '}) {
+        MovieFileOptions options;
+        options.containerType = container;
+        const std::string path = testing::TempDir() + "empty_samples";
+        const std::unique_ptr<MovieFile> file = MakeAvMovieFile(path.c_str(), options);
+        ASSERT_TRUE(file);
+        MovieTrack track;
+        track.timescale = 25;
+        track.format = 'mp2v';
+        track.width = track.height = 16;
+        ASSERT_EQ(file->AddTrack(track), 0);
+        ASSERT_EQ(file->Begin(), 0);
+        const unsigned char bytes[] = {0, 0, 1, 0xB3, 1, 0, 16, 0x13};
+        for (int i = 0; i < 4; ++i) {
+            MovieSample sample;
+            sample.data = i % 2 == 1 ? bytes : nullptr;
+            sample.size = i % 2 == 1 ? sizeof bytes : 0;
+            sample.decodeTime = i;
+            sample.duration = 1;
+            EXPECT_EQ(file->WriteSample(0, sample), 0) << i;
+        }
+        EXPECT_EQ(file->Finish(), 0);
+        std::filesystem::remove(path);
+    }
+}
+
 }  // namespace
 }  // namespace Quillon::Orb
