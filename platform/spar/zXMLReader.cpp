@@ -125,8 +125,8 @@ private:
     unsigned long kept_back() const;
     void note_front(const char* chunk, unsigned long size);
     int result_of_failure(zStream& stream, const char* chunk, unsigned long size);
-    bool is_zero_from_here(zStream& stream, const char* chunk, unsigned long size) const;
-    bool is_zero_to_the_end(zStream& stream, const char* data, unsigned long size) const;
+    int close_early_before_zeros(zStream& stream, const char* chunk, unsigned long size);
+    int expect_zeros_to_the_end(zStream& stream, const char* data, unsigned long size) const;
     int close_early();
     void stop(int result);
 
@@ -329,8 +329,9 @@ int Reader::Read(zStream& stream) {
         // tear apart, a character too, is then just cut.
         const std::size_t zero = fIsWide ? got : std::string_view(fresh, got).find('\0');
         const unsigned long size = std::min<unsigned long>(got, zero);
-        if (size < got && !is_zero_to_the_end(stream, fresh + size, got - size)) {
-            return zXML::kNotWellFormed;
+        if (size < got) {
+            const int rest = expect_zeros_to_the_end(stream, fresh + size, got - size);
+            if (rest != 0) return rest;
         }
         const bool isLast = got == 0 || size < got;
         std::string_view text(chunk.get(), held + size);
@@ -360,8 +361,7 @@ int Reader::result_of_failure(zStream& stream, const char* chunk, unsigned long 
         case XML_ERROR_UNCLOSED_CDATA_SECTION:
             return close_early();
         case XML_ERROR_INVALID_TOKEN:
-            if (fIsWide && is_zero_from_here(stream, chunk, size)) return close_early();
-            return zXML::kNotWellFormed;
+            return fIsWide ? close_early_before_zeros(stream, chunk, size) : zXML::kNotWellFormed;
         case XML_ERROR_NO_MEMORY:
             if (fMemory.HasRefused()) return zXML::kTooBig;
             throw std::bad_alloc();
@@ -374,24 +374,27 @@ bool all_zero(const char* data, unsigned long size) {
     return std::all_of(data, data + size, [](char c) { return c == 0; });
 }
 
-/// Whether nothing but zero bytes follows the place of the failure.
-bool Reader::is_zero_from_here(zStream& stream, const char* chunk, unsigned long size) const {
+/// A failure is an early end if nothing but zero bytes follows its place.
+int Reader::close_early_before_zeros(zStream& stream, const char* chunk, unsigned long size) {
     const auto at = static_cast<unsigned long>(XML_GetCurrentByteIndex(fParser));
     const unsigned long chunkStart = fBytes - size;
-    if (at < chunkStart || at >= fBytes) return false;
-    return is_zero_to_the_end(stream, chunk + (at - chunkStart), fBytes - at);
+    if (at < chunkStart || at >= fBytes) return zXML::kNotWellFormed;
+    const int rest = expect_zeros_to_the_end(stream, chunk + (at - chunkStart), fBytes - at);
+    return rest == 0 ? close_early() : rest;
 }
 
-/// Whether `data`, the end of what was read, and the rest of the stream are nothing but zero bytes.
-bool Reader::is_zero_to_the_end(zStream& stream, const char* data, unsigned long size) const {
-    if (!all_zero(data, size)) return false;
+/// 0 if `data`, the end of what was read, and the rest of the stream are nothing but zero bytes.
+int Reader::expect_zeros_to_the_end(zStream& stream, const char* data, unsigned long size) const {
+    if (!all_zero(data, size)) return zXML::kNotWellFormed;
     char rest[4096];
     unsigned long got = 0;
     for (unsigned long total = fBytes; total <= zXML::kMaxDocumentBytes; total += got) {
-        if (stream.Read(rest, sizeof rest, &got) != 0 || !all_zero(rest, got)) return false;
-        if (got == 0) return true;
+        const int read = stream.Read(rest, sizeof rest, &got);
+        if (read != 0) return read;
+        if (!all_zero(rest, got)) return zXML::kNotWellFormed;
+        if (got == 0) return 0;
     }
-    return false;
+    return zXML::kNotWellFormed;
 }
 
 /// Drops the open elements that hold nothing complete; the root stays.

@@ -492,6 +492,43 @@ TEST(zXML, TheStreamsFailureIsTheResult) {
     EXPECT_TRUE(Same(record, before));
 }
 
+/// Gives `text`, then fails like a broken disk.
+class BrokenStream : public zMemoryStream {
+public:
+    explicit BrokenStream(std::string text) : fText(std::move(text)) {}
+    int Read(void* data, unsigned long size, unsigned long* got) override {
+        *got = fText.copy(static_cast<char*>(data), size);
+        if (*got == 0) return -5005;
+        fText.erase(0, *got);
+        return 0;
+    }
+
+private:
+    std::string fText;
+};
+
+TEST(zXML, TheStreamsFailureBehindZeroBytesIsTheResultToo) {
+    const std::string zeros(100, '\0');
+    const std::string torn = "<m><s/><s a='" + zeros;
+    std::string wide = "\xFF\xFE";
+    for (const char c : torn) {
+        wide += c;
+        wide += '\0';
+    }
+    const std::pair<std::string, int> kCases[] = {
+        {torn, -5005},
+        {torn + std::string(100000, '\0'), -5005},  // in the pieces behind
+        {wide, -5005},
+        {torn + "x", zXML::kNotWellFormed},  // seen before the failure
+    };
+    for (const auto& [text, expected] : kCases) {
+        BrokenStream stream(text);
+        zRecord record = tagged("before");
+        EXPECT_EQ(zXML::ParseStream(kRead, &record, &stream), expected) << text.size();
+        EXPECT_TRUE(Same(record, tagged("before")));
+    }
+}
+
 TEST(zXML, ReadsAFile) {
     const std::string path = ::testing::TempDir() + "/xml_test.xml";
     zRecord record = tagged("a");
