@@ -48,14 +48,15 @@ extern "C" void* __wrap__ZN7Quillon3Orb7CObjectnwEm(std::size_t size) noexcept {
     return size == gFailingSize ? nullptr : __real__ZN7Quillon3Orb7CObjectnwEm(size);
 }
 
-// tnAudioConverter::Factory, and the new of arrays
+// tnAudioConverter::Factory, and the new of arrays. Shared libraries refer to the latter, and the
+// linker wants what stands in front to be as visible; they call the real one all the same.
 extern "C" tnAudioConverter* __real__ZN16tnAudioConverter7FactoryEv();
 extern "C" tnAudioConverter* __wrap__ZN16tnAudioConverter7FactoryEv() {
     if (gNoConverter) throw std::bad_alloc();
     return __real__ZN16tnAudioConverter7FactoryEv();
 }
 extern "C" void* __real__Znam(std::size_t size);
-extern "C" void* __wrap__Znam(std::size_t size) {
+extern "C" __attribute__((visibility("default"))) void* __wrap__Znam(std::size_t size) {
     if (size == gFailingArray) throw std::bad_alloc();
     return __real__Znam(size);
 }
