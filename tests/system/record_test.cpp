@@ -472,6 +472,69 @@ TEST(Record, AFileThatMayNotGrowSaysWhatWasKept) {
     EXPECT_EQ(result.err.find("0.0 seconds"), std::string::npos) << result.err;
 }
 
+struct ShortOfRoom {
+    const char* name;
+    std::vector<std::string> options;
+    int missingBytes;
+};
+
+void PrintTo(const ShortOfRoom& row, std::ostream* out) {
+    *out << row.name;
+}
+
+// Sound waits in memory for a while, and so its end is written when all of it has been taken.
+// Pictures of this size do not wait: all of them may stand in the file, and sound alone be missing.
+const ShortOfRoom kShortOfRoom[] = {
+    {"Pcm", {"--video", "none", "--audio", "pcm"}, 5000},
+    {"Aac", {"--video", "none", "--audio", "aac"}, 2000},
+    {"PcmBesidePictures", {"--video", "MJPEG", "--audio", "pcm"}, 1000},
+};
+
+class RecordedToTheLimit : public testing::TestWithParam<ShortOfRoom> {};
+
+TEST_P(RecordedToTheLimit, SoundThatIsMissingAtTheEndIsTold) {
+    const ShortOfRoom& row = GetParam();
+    const TestFolder folder;
+    const std::string input = folder.File("noise.mov");
+    ASSERT_EQ(tests::Run({"ffmpeg",
+                          "-v",
+                          "error",
+                          "-f",
+                          "lavfi",
+                          "-i",
+                          "testsrc2=s=960x540:r=25:d=1,noise=alls=60",
+                          "-f",
+                          "lavfi",
+                          "-i",
+                          "anoisesrc=r=48000:d=1",
+                          "-ac",
+                          "2",
+                          "-c:v",
+                          "mjpeg",
+                          "-q:v",
+                          "2",
+                          "-c:a",
+                          "pcm_s16le",
+                          input})
+                  .exitCode,
+              0);
+    const std::string file = folder.File("out.mov");
+    ASSERT_EQ(Record(input, file, row.options).exitCode, 0);
+    const std::uintmax_t room = std::filesystem::file_size(file) - row.missingBytes;
+    std::vector<std::string> words = {
+        "prlimit", "--fsize=" + std::to_string(room), kTool, "record", input, file};
+    words.insert(words.end(), row.options.begin(), row.options.end());
+    const ProcessResult result = tests::Run(words);
+    EXPECT_EQ(result.exitCode, 1) << result.out;
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("out.mov': File too large; recording stopped"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("were kept"), std::string::npos) << result.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RecordedToTheLimit, testing::ValuesIn(kShortOfRoom),
+                         [](const auto& rowInfo) { return std::string(rowInfo.param.name); });
+
 TEST(Record, RefusesToWriteOverItsInput) {
     const TestFolder folder;
     const std::string copy = folder.File("clip.mp4");

@@ -256,6 +256,17 @@ void Recorder::judge_clips() {
     }
 }
 
+// Seconds of sound by the file's index. Its track may be as long as ever with sound missing at its
+// end, and its last packet of AAC may stand for less than it could.
+double Recorder::sound_kept(const MovieOnDisk& movie) const {
+    constexpr int kFramesOfPacket = 1024;
+    const long long frameBytes = fAudio->Channels() * static_cast<long long>(sizeof(short));
+    const long long frames = fOptions.audio == "aac" ? movie.audioPackets * kFramesOfPacket
+                                                     : movie.audioBytes / frameBytes;
+    return static_cast<double>(std::min(frames, fFigures.audioFrames.load())) /
+           fAudio->SampleRate();
+}
+
 // The file has the last word on what was kept: what was handed over may have been lost on the way.
 void Recorder::judge_file() {
     const MovieOnDisk movie = ReadMovieOnDisk(fOptions.output);
@@ -271,6 +282,13 @@ void Recorder::judge_file() {
     } else if (!movie.opens || (fVideo && movie.frames != fFigures.frames)) {
         fail(fmt::format("'{}': was not completed, the line above says why; of {} frames {}",
                          fOptions.output, fFigures.frames.load(), kept));
+    } else if (fAudio) {
+        const double given = static_cast<double>(fFigures.audioFrames) / fAudio->SampleRate();
+        if (sound_kept(movie) >= given) return;
+        fail(
+            fmt::format("'{}': was not completed, the line above says why; of {:.2f} s of sound "
+                        "{:.2f} s were kept",
+                        fOptions.output, given, sound_kept(movie)));
     }
 }
 

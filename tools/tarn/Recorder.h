@@ -10,6 +10,7 @@
 class ClipAudio;
 class ClipVideo;
 struct ClipFrame;
+struct MovieOnDisk;
 class tnWriteORB2;
 
 /// What a recording is to be.
@@ -74,6 +75,7 @@ private:
     void fail(const std::string& line);
     void judge_clips();
     void judge_file();
+    double sound_kept(const MovieOnDisk& movie) const;
 
     void guarded(void (Recorder::*record)(const std::atomic<bool>&), const std::atomic<bool>& stop);
     void record_video(const std::atomic<bool>& stop);

@@ -134,6 +134,7 @@ MovieOnDisk ReadMovieOnDisk(const std::string& path) {
             movie.videoBytes += bytes_of(track);
         } else if (track.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
             movie.audioBytes += bytes_of(track);
+            movie.audioPackets += avformat_index_get_entries_count(&track);
         }
     }
     return movie;

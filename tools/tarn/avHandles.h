@@ -63,6 +63,7 @@ struct MovieOnDisk {
     double seconds = 0;    ///< of the longest track
     long long videoBytes = 0;
     long long audioBytes = 0;
+    long long audioPackets = 0;  ///< of sound that is compressed; of PCM they mean nothing
 };
 
 /// Reads the index of a file that has been closed.
