@@ -94,9 +94,11 @@ int zDirectory::ForEachEntry(const char* path, const std::function<void(const ch
     const auto isFolderItself = [](const char* name) {
         return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
     };
-    while (const dirent* entry = ::readdir(folder.get())) {
+    for (;;) {
+        errno = 0;  // the end leaves it so
+        const dirent* entry = ::readdir(folder.get());
+        if (entry == nullptr) return code_of(std::error_code(errno, std::generic_category()));
         const bool isSure = entry->d_type == DT_REG || entry->d_type == DT_DIR;
         if (isSure && !isFolderItself(entry->d_name)) function(entry->d_name);
     }
-    return 0;
 }

@@ -19,7 +19,8 @@ public:
 
     /// Calls `function` with the name of each file and folder in the folder, in no order. Links,
     /// which may lead nowhere, are left out, and whatever the file system does not say the kind of:
-    /// a name that comes is there, of one that does not come nothing is said.
+    /// a name that comes is there, of one that does not come nothing is said. A walk that fails
+    /// underway gives the code of that, behind the names that came before.
     static int ForEachEntry(const char* path, const std::function<void(const char*)>& function);
 
     /// Makes the folder, and those above it that are missing. 0 if it stands already.

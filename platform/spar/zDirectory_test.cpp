@@ -1,10 +1,13 @@
 #include "spar/zDirectory.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <system_error>
+#include <unistd.h>
 #include <vector>
 
 #include "spar/zFileStream.h"
@@ -42,6 +45,34 @@ TEST_F(Directory, WalkNamesFilesAndFoldersButNoLinks) {
     EXPECT_LT(zDirectory::ForEachEntry(Path("file").c_str(), take), 0);
     EXPECT_LT(zDirectory::ForEachEntry(nullptr, take), 0);
     EXPECT_EQ(names.size(), 2u);
+}
+
+/// Puts an empty file in the place of the descriptor that is open on `folder`.
+void break_open_folder(const std::string& folder) {
+    std::string open;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code closed;
+        if (std::filesystem::read_symlink(entry.path(), closed) == folder) {
+            open = entry.path().filename();
+        }
+    }
+    ASSERT_NE(open, "");
+    const int empty = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_NE(::dup2(empty, std::stoi(open)), -1);
+    ::close(empty);
+}
+
+TEST_F(Directory, AWalkThatFailsUnderwaySaysSo) {
+    const int files = 3000;  // more than one look at the folder brings
+    for (int i = 0; i < files; ++i) Touch(std::to_string(i).c_str());
+    const std::string folder = std::filesystem::canonical(fRoot);
+    int seen = 0;
+    const auto breakAtFirst = [&](const char*) {
+        if (seen++ == 0) break_open_folder(folder);
+    };
+    EXPECT_EQ(zDirectory::ForEachEntry(fRoot.c_str(), breakAtFirst), -5020) << "not a folder";
+    EXPECT_GT(seen, 0);
+    EXPECT_LT(seen, files);
 }
 
 TEST_F(Directory, MakesFoldersAndThoseAbove) {
