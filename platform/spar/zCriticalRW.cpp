@@ -1,29 +1,11 @@
 #include "spar/zCriticalRW.h"
 
 #include <algorithm>
-#include <vector>
 
-namespace {
-
-struct Hold {
-    const zCriticalRW* lock;
-    int depth;
-};
-
-// The locks that this thread reads. Few at a time, so a walk is quicker than a map.
-thread_local std::vector<Hold> gReading;
-
-Hold* reading(const zCriticalRW* lock) {
-    const auto found = std::find_if(gReading.begin(), gReading.end(),
-                                    [&](const Hold& hold) { return hold.lock == lock; });
-    return found == gReading.end() ? nullptr : &*found;
+zCriticalRW::Readers::iterator zCriticalRW::own_hold() {
+    return std::find_if(fReaders.begin(), fReaders.end(),
+                        [](const Hold& hold) { return hold.thread == std::this_thread::get_id(); });
 }
-
-void forget(const zCriticalRW* lock) {
-    std::erase_if(gReading, [&](const Hold& hold) { return hold.lock == lock; });
-}
-
-}  // namespace
 
 void zCriticalRW::LockRead(bool) {
     zMutexLock held(fMutex);
@@ -32,13 +14,12 @@ void zCriticalRW::LockRead(bool) {
         return;
     }
     // A thread that waited here behind a writer while it reads already would wait for itself.
-    if (Hold* mine = reading(this)) {
+    if (const auto mine = own_hold(); mine != fReaders.end()) {
         ++mine->depth;
         return;
     }
-    gReading.push_back({this, 1});
     while (fWriterDepth > 0 || fWaitingWriters > 0) fReadersMayGo.Wait(fMutex);
-    ++fReaders;
+    fReaders.push_back({std::this_thread::get_id(), 1});
 }
 
 void zCriticalRW::UnlockRead() {
@@ -47,10 +28,10 @@ void zCriticalRW::UnlockRead() {
         leave_write();
         return;
     }
-    Hold* mine = reading(this);
-    if (mine == nullptr || --mine->depth > 0) return;
-    forget(this);
-    if (--fReaders == 0) fWriterMayGo.WakeOne();
+    const auto mine = own_hold();
+    if (mine == fReaders.end() || --mine->depth > 0) return;
+    fReaders.erase(mine);
+    if (fReaders.empty()) fWriterMayGo.WakeOne();
 }
 
 void zCriticalRW::LockWrite(bool) {
@@ -60,7 +41,7 @@ void zCriticalRW::LockWrite(bool) {
         return;
     }
     ++fWaitingWriters;
-    while (fWriterDepth > 0 || fReaders > 0) fWriterMayGo.Wait(fMutex);
+    while (fWriterDepth > 0 || !fReaders.empty()) fWriterMayGo.Wait(fMutex);
     --fWaitingWriters;
     fWriter = std::this_thread::get_id();
     fWriterDepth = 1;

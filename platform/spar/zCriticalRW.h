@@ -1,6 +1,7 @@
 #pragma once
 
 #include <thread>
+#include <vector>
 
 #include "spar/export.h"
 #include "spar/threadSafety.h"
@@ -26,12 +27,21 @@ public:
     void UnlockWrite() SPAR_RELEASE() SPAR_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
+    struct Hold {
+        std::thread::id thread;
+        int depth;
+    };
+    using Readers = std::vector<Hold>;
+
+    Readers::iterator own_hold() SPAR_REQUIRES(fMutex);
     void leave_write() SPAR_REQUIRES(fMutex);
 
     zMutex fMutex;
     zCondition fReadersMayGo;
     zCondition fWriterMayGo;
-    int fReaders SPAR_GUARDED_BY(fMutex) = 0;
+    // Few at a time, so a walk is quicker than a map. Kept here and not by each thread: what a
+    // thread keeps of its own is gone while the process still runs its last destructors.
+    Readers fReaders SPAR_GUARDED_BY(fMutex);
     int fWaitingWriters SPAR_GUARDED_BY(fMutex) = 0;
     int fWriterDepth SPAR_GUARDED_BY(fMutex) = 0;
     std::thread::id fWriter SPAR_GUARDED_BY(fMutex);

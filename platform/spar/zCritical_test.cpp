@@ -1,6 +1,9 @@
 #include "spar/zCritical.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <thread>
@@ -213,4 +216,39 @@ TEST(zCriticalRW, LocksOfOneThreadAreToldApart) {
     }
     std::thread writer([&] { zWriteLock held(second); });  // comes in: the second is free
     writer.join();
+}
+
+namespace {
+
+struct ReadsAsItGoes {
+    ~ReadsAsItGoes() {
+        // Blocks of the sizes that a thread's own storage had: they show what is written to it now
+        // that it is gone.
+        std::vector<std::vector<char>> freed;
+        for (std::size_t size = 8; size <= 256; size += 8) freed.emplace_back(size, '\xA5');
+        zCriticalRW lock;
+        read(lock);
+        read(lock);
+        const bool isAlone = std::all_of(freed.begin(), freed.end(), [](const auto& block) {
+            return std::count(block.begin(), block.end(), '\xA5') ==
+                   static_cast<std::ptrdiff_t>(block.size());
+        });
+        leave_read(lock);
+        leave_read(lock);
+        if (!isAlone) std::_Exit(1);
+    }
+};
+
+[[noreturn]] void read_until_the_end() {
+    static const ReadsAsItGoes last;
+    zCriticalRW lock;
+    zReadLock held(lock);
+    std::exit(0);
+}
+
+}  // namespace
+
+TEST(zCriticalRWDeathTest, MayBeReadWhileTheProcessEnds) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(read_until_the_end(), testing::ExitedWithCode(0), "");
 }
