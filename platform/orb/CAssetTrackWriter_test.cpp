@@ -84,6 +84,9 @@ TEST_F(CAssetTrackWriterTest, PcmBlocksMayBeCutAnywhere) {
     EXPECT_EQ(0, sound->WriteSample(nothing.Get()));
     RObject<CAudioSample> bare(new CAudioSample(5));
     EXPECT_EQ(ResultNullPointer::kCode, sound->WriteSample(bare.Get()));
+    const RObject<CBufferDataReference> nowhere(new CBufferDataReference(nullptr));
+    bare->SetDataReference(nowhere.Get());
+    EXPECT_EQ(ResultNullPointer::kCode, sound->WriteSample(bare.Get()));
     EXPECT_EQ(0, asset->Finish());
     std::vector<unsigned char> written;
     long long packets = 0;

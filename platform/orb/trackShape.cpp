@@ -142,6 +142,7 @@ Result AudioShaper::whole_packets(const RObject<CDataReference>& all,
     CLockedDataReference* lock = new CLockedDataReference(all.Get(), CDataReference::kRead);
     RObject<CLockedDataReference> bytes(lock);
     if (!bytes) return ResultOutOfMemory();
+    if (!bytes->IsLocked()) return ResultNullPointer("sound whose bytes cannot be read");
     const int carried = fRest ? fRest->GetLength() : 0;
     const long long total = static_cast<long long>(carried) + bytes->GetLength();
     if (total > INT_MAX) return ResultInvalidArgument("a block of %lld bytes", total);

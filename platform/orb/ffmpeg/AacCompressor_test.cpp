@@ -345,6 +345,7 @@ TEST(AacCompressor, SamplesOutsideAStreamAreFailures) {
     ASSERT_EQ(compressor->Begin(), 0);
     EXPECT_EQ(compressor->PutSample(0, RObject<CAudioSample>(new CAudioSample(1)).Get()),
               ResultNullPointer::kCode);
+    EXPECT_EQ(compressor->PutSample(0, unreachable_sound().Get()), ResultNullPointer::kCode);
     EXPECT_EQ(compressor->PutSample(0, pcm_sample(Bytes(), 0).Get()), 0);
     EXPECT_EQ(compressor->PutSample(0, nullptr), 0);  // an empty stream has no packets
     std::vector<Packet> packets;

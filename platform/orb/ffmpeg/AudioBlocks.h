@@ -16,7 +16,7 @@ public:
     explicit AudioBlock(const CMediaSample& sample);
 
     /// False when the sample has no data that can be read.
-    bool IsValid() const { return static_cast<bool>(fLock); }
+    bool IsValid() const { return fLock && fLock->IsLocked(); }
     const unsigned char* Data() const { return fLock->GetData(); }
     /// Whole frames; bytes of a torn frame at the end are not counted.
     int Frames(int frameBytes) const { return fLock->GetLength() / frameBytes; }

@@ -156,6 +156,7 @@ TEST(AudioFormatConverter, SampleWithoutDataIsAFailure) {
     const auto converter = begun('sowt', 'twos');
     const RObject<CAudioSample> empty(new CAudioSample(3));
     EXPECT_EQ(converter->PutSample(0, empty.Get()), ResultNullPointer::kCode);
+    EXPECT_EQ(converter->PutSample(0, unreachable_sound().Get()), ResultNullPointer::kCode);
     EXPECT_EQ(converter->PutSample(0, nullptr), 0);
     EXPECT_EQ(converter->End(), 0);
     EXPECT_EQ(converter->PutSample(0, pcm_sample(Bytes(4), 1).Get()), ResultError::kCode);

@@ -329,6 +329,7 @@ TEST(AudioRateConverter, RefusesWhatItDoesNotKnow) {
     const auto ready = begun(44100, 48000);
     EXPECT_EQ(ready->PutSample(0, RObject<CAudioSample>(new CAudioSample(1)).Get()),
               ResultNullPointer::kCode);
+    EXPECT_EQ(ready->PutSample(0, unreachable_sound().Get()), ResultNullPointer::kCode);
 }
 
 }  // namespace

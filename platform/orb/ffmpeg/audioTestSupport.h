@@ -44,6 +44,14 @@ inline RObject<CAudioSample> pcm_sample(const Bytes& bytes, long long frames) {
     return pcm_sample(bytes.data(), bytes.size(), frames);
 }
 
+/// A sample over bytes that nobody can reach.
+inline RObject<CAudioSample> unreachable_sound() {
+    const RObject<CBufferDataReference> nothing(new CBufferDataReference(nullptr));
+    RObject<CAudioSample> sample(new CAudioSample(3));
+    sample->SetDataReference(nothing.Get());
+    return sample;
+}
+
 inline Bytes bytes_of_sample(const CMediaSample& sample) {
     const RObject<CLockedDataReference> lock(sample.GetLockedDataReference(CDataReference::kRead));
     return lock ? Bytes(lock->GetData(), lock->GetData() + lock->GetLength()) : Bytes();
