@@ -10,6 +10,8 @@
 #include "orb/ContainerProperty.h"
 #include "orb/testAsset.h"
 
+#include "tests/support/NoThreads.h"
+
 namespace Quillon::Orb {
 namespace {
 
@@ -127,6 +129,26 @@ TEST_F(CAssetWriterTest, AnnouncedLengthIsCountedInTheScaleOfTheFile) {
     ASSERT_EQ(1u, disk.tracks.size());
     EXPECT_EQ(48000, disk.tracks[0].timescale);
     EXPECT_EQ(13 * 48000, disk.tracks[0].expectedDuration);
+}
+
+TEST_F(CAssetWriterTest, EncoderForWhichThereIsNoThreadIsEndedAndMayBeginAgain) {
+    ASSERT_EQ(0, Create());
+    RObject<OpenTrack> track(new OpenTrack(video_shape().Get(), 'fvid'));
+    ASSERT_EQ(0, track->SetInputFormat('UYVY'));
+    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+    {
+        const tests::NoThreads none;
+        EXPECT_EQ(ResultError::kCode, track->Begin());
+    }
+    EXPECT_EQ(1, plan->begun);
+    EXPECT_EQ(1, plan->ended);
+    EXPECT_EQ(0, track->Begin());
+    EXPECT_EQ(2, plan->begun);
+    EXPECT_EQ(1, plan->ended);
+    ASSERT_EQ(0, asset->Begin());
+    EXPECT_EQ(0, track->WriteSample(fake_picture(0, 1).Get()));
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(1, disk.CountWritten());
 }
 
 TEST_F(CAssetWriterTest, TracksKeepTheirOrderOfLife) {

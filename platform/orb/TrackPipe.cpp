@@ -57,6 +57,7 @@ Result TrackPipe::Begin(MovieTrack description, std::unique_ptr<TrackShaper> sha
         try {
             fThread = std::thread([this] { run(); });
         } catch (const std::system_error& error) {
+            fCodec.reset();  // which ends the encoder, so that it may begin again
             return ResultError("no encoder thread: %s", error.what());
         }
     }
