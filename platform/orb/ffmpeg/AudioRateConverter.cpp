@@ -210,7 +210,10 @@ Result AudioRateConverter::release(CByteArray& bytes, int frames, int released) 
     const std::size_t kept = static_cast<std::size_t>(frames - released) * frameBytes;
     if (kept > 0) {
         if (!fKept || BlockPool::SizeOf(fKept.Get()) < kept) fKept = Block(kept);
-        if (!fKept) return ResultOutOfMemory();
+        if (!fKept) {
+            fKeptFrames = 0;
+            return ResultOutOfMemory();
+        }
         std::memcpy(fKept.Get(), bytes.GetData() + static_cast<std::size_t>(released) * frameBytes,
                     kept);
     }

@@ -1,15 +1,37 @@
 #include "orb/ffmpeg/AudioRateConverter.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <numbers>
 #include <random>
 #include <vector>
 
+#include "orb/BlockPool.h"
 #include "orb/CComponentInventory.h"
 #include "orb/ffmpeg/audioTestSupport.h"
+
+// What the pool asks for blocks. The sanitizers have one of their own, which is better left alone.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define ORB_OWN_BLOCKS
+static thread_local int gBlocksLeft = -1;  // until one is not to be had; -1: all are
+
+extern "C" __attribute__((visibility("default"))) int posix_memalign(void** memory,
+                                                                     std::size_t alignment,
+                                                                     std::size_t size) noexcept {
+    *memory = nullptr;
+    if (gBlocksLeft == 0) {
+        gBlocksLeft = -1;
+        return ENOMEM;
+    }
+    if (gBlocksLeft > 0) --gBlocksLeft;
+    *memory = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+    return *memory ? 0 : ENOMEM;
+}
+#endif
 
 namespace Quillon::Orb {
 namespace {
@@ -331,6 +353,29 @@ TEST(AudioRateConverter, RefusesWhatItDoesNotKnow) {
               ResultNullPointer::kCode);
     EXPECT_EQ(ready->PutSample(0, unreachable_sound().Get()), ResultNullPointer::kCode);
 }
+
+#ifdef ORB_OWN_BLOCKS
+TEST(AudioRateConverter, GoesOnBehindABlockForWhichThereIsNoMemory) {
+    // Blocks that grow want more room for what is kept of them, time and again.
+    const int sizes[] = {10, 400, 1000, 3000, 10, 9000, 30000, 100};
+    bool failed = true;
+    for (int left = 0; failed; ++left) {
+        BlockPool::Shared().Trim();
+        const auto converter = begun(44100, 48000);
+        gBlocksLeft = left;
+        failed = false;
+        for (const int frames : sizes) {
+            const Result put =
+                converter->PutSample(0, pcm_sample(tone(440, 44100, frames), frames).Get());
+            EXPECT_TRUE(put == 0 || put == ResultOutOfMemory::kCode) << put;
+            failed = failed || put.Failed();
+        }
+        failed = failed || gBlocksLeft < 0;
+        gBlocksLeft = -1;
+        EXPECT_EQ(converter->PutSample(0, nullptr), 0) << left;
+    }
+}
+#endif
 
 }  // namespace
 }  // namespace Quillon::Orb
