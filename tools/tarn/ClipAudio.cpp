@@ -7,6 +7,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cmath>
+#include <fmt/format.h>
 
 #include "avHandles.h"
 
@@ -15,7 +16,11 @@ namespace {
 constexpr int kBitsPerSample = 16;
 // Smaller steps of the time stamps are rounding in the clip, not holes.
 constexpr double kSmallestHoleSeconds = 0.02;
-constexpr double kLargestHoleSeconds = 60.0;
+// Longer ones are time stamps that lead nowhere.
+constexpr double kLargestHoleSeconds = 24 * 3600.0;
+// What steps back further belongs to a clock that began again.
+constexpr double kLargestOverlapSeconds = 1.0;
+constexpr long long kSilenceFrames = 4096;  // at a time
 
 class AvClipAudio final : public ClipAudio {
 public:
@@ -38,7 +43,9 @@ private:
     bool prepare_converter(std::vector<short>& held);
     void convert(const AVFrame* frame, std::vector<short>& pcm);
     bool read_block(std::vector<short>& pcm);
+    void give_silence(std::vector<short>& pcm);
     void place_on_time_line(double held, double expected);
+    void cut_overlap(double seconds);
 
     AvTrack fTrack;
     AvHandle<AVFrame> fDecoded{av_frame_alloc()};
@@ -49,6 +56,8 @@ private:
     int fChannels = 2;
     std::string fProblem;
     std::vector<short> fBlock;  // read and not yet given
+    long long fSilence = 0;     // frames to be given before it
+    double fLastHole = 0;       // seconds; 0 once the sound behind it goes on in its place
     double fOrigin = 0;
     long long fFramesGiven = 0;
     bool fFirst = true;
@@ -65,6 +74,9 @@ bool AvClipAudio::Open(const std::string& path, std::string& error) {
                 "': its sound cannot be brought to 16-bit PCM; give it another sound format first";
         return false;
     }
+    // A broadcast that was taken down begins at any hour of its clock.
+    const long long start = fTrack.file->start_time;
+    if (start != AV_NOPTS_VALUE) fOrigin = static_cast<double>(start) / AV_TIME_BASE;
     fFormat.fSampleRate.SetInt32(fRate);
     fFormat.fChannels.SetInt32(fChannels);
     fFormat.fBitsPerSample.SetInt32(kBitsPerSample);
@@ -137,10 +149,19 @@ bool AvClipAudio::read_block(std::vector<short>& pcm) {
     return true;
 }
 
+// In pieces: a hole may be as long as the clip.
+void AvClipAudio::give_silence(std::vector<short>& pcm) {
+    const long long frames = std::min(fSilence, kSilenceFrames);
+    pcm.assign(static_cast<std::size_t>(frames) * fChannels, 0);
+    fSilence -= frames;
+}
+
 bool AvClipAudio::Next(std::vector<short>& pcm) {
     pcm.clear();
     while (pcm.empty()) {
-        if (!fBlock.empty()) {
+        if (fSilence > 0) {
+            give_silence(pcm);
+        } else if (!fBlock.empty()) {
             pcm.swap(fBlock);
         } else if (!read_block(pcm)) {
             return false;
@@ -156,18 +177,31 @@ void AvClipAudio::place_on_time_line(double held, double expected) {
     if (pts == AV_NOPTS_VALUE) return;
     const double at = static_cast<double>(pts) * av_q2d(fTrack.stream->time_base) - fOrigin - held;
     const double step = at - expected;
-    const bool isRounding = !fFirst && std::fabs(step) < kSmallestHoleSeconds;
-    if (isRounding || std::fabs(step) > kLargestHoleSeconds) return;
-    const auto samples =
-        static_cast<std::size_t>(std::llround(std::fabs(step) * fRate)) * fChannels;
-    if (step >= 0) {
-        fBlock.insert(fBlock.begin(), samples, 0);
+    if (!fFirst && std::fabs(step) < kSmallestHoleSeconds) {
+        fLastHole = 0;
+    } else if (step < 0) {
+        cut_overlap(-step);
+    } else if (step > kLargestHoleSeconds) {
+        fProblem = fmt::format("has a time stamp that leads from {:.1f} to {:.1f} seconds",
+                               expected + fOrigin, at + fOrigin);
+    } else {
+        fSilence = std::llround(step * fRate);
+        fLastHole = step;
         fFirst = false;
+    }
+}
+
+// Where clips were joined whose times begin at nothing each, the sound of the second goes on behind
+// that of the first, as the pictures do. Unless one wrong stamp only led away and the next one
+// leads back: then the sound is behind by that silence and has to catch up.
+void AvClipAudio::cut_overlap(double seconds) {
+    if (!fFirst && seconds > fLastHole + kLargestOverlapSeconds) {
         return;
     }
+    const double frames = std::min(seconds * fRate, static_cast<double>(fBlock.size() / fChannels));
+    const auto samples = static_cast<std::size_t>(std::llround(frames)) * fChannels;
     if (samples < fBlock.size()) fFirst = false;
-    fBlock.erase(fBlock.begin(),
-                 fBlock.begin() + static_cast<std::ptrdiff_t>(std::min(samples, fBlock.size())));
+    fBlock.erase(fBlock.begin(), fBlock.begin() + static_cast<std::ptrdiff_t>(samples));
 }
 
 }  // namespace

@@ -8,8 +8,10 @@
 
 /// The sound of any clip that FFmpeg reads, as 16-bit PCM with one or two channels.
 ///
-/// One thread at a time. Holes in the clip's time line come as silence, so that the n-th frame of
-/// the stream always belongs to n divided by the rate. Sound that changes its rate or its channels
+/// One thread at a time. Holes in the clip's time line come as silence of any length, so that the
+/// n-th frame of the stream belongs to n divided by the rate; a hole of more than a day is damage,
+/// left out and told by Problem. Where the clip's clock begins again, the sound goes on behind what
+/// came before. Sound that changes its rate or its channels
 /// underway is brought to those that it began with.
 class ClipAudio {
 public:
@@ -24,7 +26,8 @@ public:
     virtual int Channels() const = 0;
     /// Length as the clip's header gives it, 0 when it does not say.
     virtual double HeaderSeconds() const { return 0; }
-    /// Puts frame 0 at `seconds` of the clip's own time line; before the first Next.
+    /// Puts frame 0 at `seconds` of the clip's own time line, which else is the clip's start;
+    /// before the first Next.
     virtual void StartAt(double seconds) = 0;
     /// Decodes some interleaved frames into `pcm`, replacing what it held; false at the end.
     virtual bool Next(std::vector<short>& pcm) = 0;

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <fmt/format.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/Process.h"
@@ -112,6 +114,100 @@ TEST(ClipAudio, SoundThatChangesUnderwayGoesOnAsItBegan) {
         const int last = change.channels - 1;
         EXPECT_NEAR(heard.Pitch(last, 0.5, 1.5), change.first.hertz, 5);
         EXPECT_NEAR(heard.Pitch(last, 2.5, 3.5), change.second.hertz, 5);
+        EXPECT_EQ(heard.problem, "");
+    }
+}
+
+struct Begin {
+    double at;       // seconds, where the sound begins; the clip begins at nothing
+    double from;     // seconds, what is asked for
+    double silence;  // seconds, that come first
+    double skipped;  // seconds of the sound
+};
+
+constexpr Begin kBegins[] = {
+    {0, 0, 0, 0},         {0.5, 0, 0.5, 0},     {70, 0, 70, 0},
+    {70, 69.75, 0.25, 0}, {0, 0.5, 0, 0.5},     {70, 71, 0, 1},
+    {0, 1.25, 0, 1.25},   {70, 71.75, 0, 1.75}, {100, 25, 75, 0},
+};
+
+// To the sample, however far the sound begins from the place that is asked for.
+TEST(ClipAudio, SoundStandsWhereItIsOnTheClipsTimeLine) {
+    const tests::TestFolder folder;
+    const std::string sound = folder.File("sound.wav");
+    make_clip(sound, "-f lavfi -i anoisesrc=r=48000:d=2:seed=1 -c:a pcm_s16le");
+    std::string error;
+    const Heard whole = hear(*ClipAudio::Open(sound, error));
+    ASSERT_EQ(whole.pcm.size(), 96000u);
+    for (const Begin& begin : kBegins) {
+        SCOPED_TRACE(std::to_string(begin.at) + " from " + std::to_string(begin.from));
+        const std::string path = folder.File("clip.nut");  // whose times are exact
+        make_clip(path, "-itsoffset " + std::to_string(begin.at) + " -i " + sound + " -c copy");
+        const auto clip = ClipAudio::Open(path, error);
+        ASSERT_TRUE(clip) << error;
+        clip->StartAt(begin.from);
+        std::vector<short> expected(static_cast<std::size_t>(begin.silence * 48000), 0);
+        const auto skipped = static_cast<std::ptrdiff_t>(begin.skipped * 48000);
+        expected.insert(expected.end(), whole.pcm.begin() + skipped, whole.pcm.end());
+        EXPECT_TRUE(hear(*clip).pcm == expected);
+    }
+}
+
+struct Stretch {
+    double hertz;  // 0 for silence
+    double seconds;
+};
+
+struct Joint {
+    const char* name;
+    std::vector<std::pair<double, Stretch>> parts;  // where each says that it begins
+    std::vector<Stretch> heard;
+};
+
+const Joint kJoints[] = {
+    {"one behind the other", {{0, {440, 2}}, {2, {880, 2}}}, {{440, 2}, {880, 2}}},
+    {"a hole", {{0, {440, 2}}, {3, {880, 2}}}, {{440, 2}, {0, 1}, {880, 2}}},
+    {"a hole of more than a minute",
+     {{0, {440, 2}}, {72, {880, 2}}},
+     {{440, 2}, {0, 70}, {880, 2}}},
+    {"an overlap", {{0, {440, 2}}, {1.5, {880, 2}}}, {{440, 2}, {880, 1.5}}},
+    {"a clock that begins again", {{0, {440, 3}}, {0, {880, 2}}}, {{440, 3}, {880, 2}}},
+    {"a clock that begins again behind a hole",
+     {{0, {440, 2}}, {8, {440, 2}}, {0, {880, 2}}},
+     {{440, 2}, {0, 6}, {440, 2}, {880, 2}}},
+    {"no start of its own", {{5000, {440, 2}}}, {{440, 2}}},
+    // A block that leads away, and sound that knows better: it is in its place when it can be.
+    {"one wrong stamp",
+     {{0, {440, 2}}, {10, {440, 0.024}}, {2, {880, 12}}},
+     {{440, 2}, {0, 8}, {880, 4}}},
+};
+
+TEST(ClipAudio, HolesAreSilentAndOverlapsAreCut) {
+    const tests::TestFolder folder;
+    for (const Joint& joint : kJoints) {
+        SCOPED_TRACE(joint.name);
+        std::vector<std::string> parts;
+        for (const auto& [at, part] : joint.parts) {
+            parts.push_back(folder.File(std::to_string(parts.size()) + ".ts"));
+            const std::string how = fmt::format(
+                "-f lavfi -i sine={}:r=48000:d={} -af volume=6 -c:a mp2 -muxdelay 0 -muxpreload 0 "
+                "-output_ts_offset {}",
+                part.hertz, part.seconds, at);
+            make_clip(parts.back(), how);
+        }
+        join(parts, folder.File("whole.ts"));
+        std::string error;
+        const auto clip = ClipAudio::Open(folder.File("whole.ts"), error);
+        ASSERT_TRUE(clip) << error;
+        const Heard heard = hear(*clip);
+        double from = 0;
+        for (const Stretch& stretch : joint.heard) {
+            const double to = from + stretch.seconds;
+            EXPECT_NEAR(heard.Pitch(0, from + 2 * kSlack, to - 2 * kSlack), stretch.hertz, 5)
+                << from << " to " << to;
+            from = to;
+        }
+        EXPECT_NEAR(heard.Seconds(), from, 2 * kSlack);
         EXPECT_EQ(heard.problem, "");
     }
 }
