@@ -285,8 +285,8 @@ TEST(AacCompressor, BitRateShowsInTheStream) {
 }
 
 TEST(AacCompressor, RateControlShowsInTheStream) {
-    // Silence behind sound: at a constant rate the encoder does not save on the sound; with a
-    // variable one the rate follows the content, and another wanted rate gives another quality.
+    // At a constant rate the encoder spends what it is given; with a variable one the rate follows
+    // the content, and another wanted rate gives another quality.
     const Bytes pcm = busy(2 * kRate);
     const auto variable = [&](int rate) {
         const auto compressor = prepared();
