@@ -23,30 +23,31 @@ struct Road {
     unsigned int code;
     unsigned int output;
     unsigned int input;
-    double psnr;  // dB that the luma keeps at least
+    double psnr;        // dB that the luma keeps at least
+    double chromaPsnr;  // and each chroma plane
 };
 
 const Road kRoads[] = {
-    {"x264", 'h264', 'h264', 'I420', 34},
-    {"x264FromNv12", 'h264', 'avc1', 'NV12', 34},
-    {"x264FromYv12", 'h264', 'h264', 'YV12', 34},
-    {"PlatformH264", 'vtbx', 'h264', 'NV12', 34},
-    {"PlatformH264FromUyvy", 'vtbx', 'avc1', 'UYVY', 34},
-    {"PlatformH264FromI420", 'vtbx', 'h264', 'I420', 34},
-    {"PlatformH264FromYv16", 'vtbx', 'h264', 'YV16', 34},
-    {"ProResProxy", 'vtbx', 'apco', 'UYVY', 36},
-    {"ProResLt", 'vtbx', 'apcs', 'UYVY', 40},
-    {"ProRes", 'vtbx', 'apcn', 'YUYV', 43},
-    {"ProResHq", 'vtbx', 'apch', 'UYVY', 45},
-    {"ProResHqPlanar", 'vtbx', 'apch', 'I422', 45},
-    {"ProResHqFrom420", 'vtbx', 'apch', 'I420', 45},
-    {"ProRes4444", 'vtbx', 'ap4h', 'UYVY', 45},
-    {"MotionJpeg", 'mjpg', 'jpeg', 'I420', 38},
-    {"MotionJpeg422", 'mjpg', 'jpeg', 'I422', 38},
-    {"MotionJpegYv16", 'mjpg', 'jpeg', 'YV16', 38},
-    {"MotionJpegGrey", 'mjpg', 'jpeg', 'GREY', 38},
-    {"Mpeg2", 'mcm2', 'mp2v', 'I420', 34},
-    {"Mpeg2FromYv12", 'mcm2', 'mp2v', 'YV12', 34},
+    {"x264", 'h264', 'h264', 'I420', 34, 37},
+    {"x264FromNv12", 'h264', 'avc1', 'NV12', 34, 37},
+    {"x264FromYv12", 'h264', 'h264', 'YV12', 34, 37},
+    {"PlatformH264", 'vtbx', 'h264', 'NV12', 34, 37},
+    {"PlatformH264FromUyvy", 'vtbx', 'avc1', 'UYVY', 34, 37},
+    {"PlatformH264FromI420", 'vtbx', 'h264', 'I420', 34, 37},
+    {"PlatformH264FromYv16", 'vtbx', 'h264', 'YV16', 34, 37},
+    {"ProResProxy", 'vtbx', 'apco', 'UYVY', 36, 48},
+    {"ProResLt", 'vtbx', 'apcs', 'UYVY', 40, 54},
+    {"ProRes", 'vtbx', 'apcn', 'YUYV', 43, 56},
+    {"ProResHq", 'vtbx', 'apch', 'UYVY', 45, 58},
+    {"ProResHqPlanar", 'vtbx', 'apch', 'I422', 45, 58},
+    {"ProResHqFrom420", 'vtbx', 'apch', 'I420', 45, 51},
+    {"ProRes4444", 'vtbx', 'ap4h', 'UYVY', 45, 56},
+    {"MotionJpeg", 'mjpg', 'jpeg', 'I420', 38, 47},
+    {"MotionJpeg422", 'mjpg', 'jpeg', 'I422', 38, 48},
+    {"MotionJpegYv16", 'mjpg', 'jpeg', 'YV16', 38, 48},
+    {"MotionJpegGrey", 'mjpg', 'jpeg', 'GREY', 38, 0},
+    {"Mpeg2", 'mcm2', 'mp2v', 'I420', 34, 45},
+    {"Mpeg2FromYv12", 'mcm2', 'mp2v', 'YV12', 34, 45},
 };
 
 class VideoEncoders : public testing::TestWithParam<Road> {
@@ -94,6 +95,9 @@ TEST_P(VideoEncoders, WhatGoesInComesOutOnceAndLooksLikeIt) {
     ASSERT_EQ(decoded.frames.size(), kPictures);
     for (int i = 0; i < kPictures; ++i) {
         EXPECT_GE(LumaPsnr(*decoded.frames[i], source, i), GetParam().psnr) << "picture " << i;
+        if (source.format == 'GREY') continue;
+        EXPECT_GE(ChromaPsnr(*decoded.frames[i], source, i), GetParam().chromaPsnr)
+            << "picture " << i;
     }
     EXPECT_EQ(compressor->End(), 0);
 }
@@ -320,6 +324,62 @@ TEST_P(VideoEncoders, ASteadyStreamAsksForNoFreshBlocks) {
     const long long before = BlockPool::Shared().GetCounts().fresh;
     run(150, 300);
     EXPECT_LE(BlockPool::Shared().GetCounts().fresh - before, 3);
+}
+
+struct FieldShape {
+    const char* name;
+    unsigned int code;
+    unsigned int output;
+    unsigned int input;
+    int height;
+    int fieldOrder;
+    double psnr;
+};
+
+// Heights of which a picture, or each of its fields, ends within a row of blocks.
+const FieldShape kFieldShapes[] = {
+    {"ProRes1080i", 'vtbx', 'apch', 'UYVY', 1080, CVideoProperties::kTopFieldFirst, 55},
+    {"ProRes486i", 'vtbx', 'apch', 'UYVY', 486, CVideoProperties::kBottomFieldFirst, 55},
+    {"ProRes1080p", 'vtbx', 'apch', 'UYVY', 1080, CVideoProperties::kProgressive, 55},
+    {"ProRes486p", 'vtbx', 'apch', 'UYVY', 486, CVideoProperties::kProgressive, 55},
+    {"ProRes4444_1080i", 'vtbx', 'ap4h', 'UYVY', 1080, CVideoProperties::kTopFieldFirst, 55},
+    {"Mpeg2_1080i", 'mcm2', 'mp2v', 'I420', 1080, CVideoProperties::kTopFieldFirst, 41},
+    {"Mpeg2_486i", 'mcm2', 'mp2v', 'I420', 486, CVideoProperties::kBottomFieldFirst, 41},
+    {"x264_1080i", 'h264', 'h264', 'I420', 1080, CVideoProperties::kTopFieldFirst, 39},
+    {"x264_484i", 'h264', 'h264', 'I420', 484, CVideoProperties::kBottomFieldFirst, 39},
+};
+
+class FieldsOfOddLengths : public testing::TestWithParam<FieldShape> {};
+
+INSTANTIATE_TEST_SUITE_P(Shapes, FieldsOfOddLengths, testing::ValuesIn(kFieldShapes),
+                         [](const auto& shape) { return std::string(shape.param.name); });
+
+TEST_P(FieldsOfOddLengths, LookLikeWhatWentInToTheirLastLines) {
+    constexpr int kPictures = 4;
+    Source source;
+    source.format = GetParam().input;
+    source.height = GetParam().height;
+    source.fieldOrder = GetParam().fieldOrder;
+    const RObject<CVideoCompressor> compressor = MakeCompressor(GetParam().code);
+    ASSERT_TRUE(compressor);
+    ASSERT_EQ(compressor->SetOutputFormat(GetParam().output), 0);
+    compressor->SetInputProperties(source.Properties().Get());
+    ASSERT_EQ(compressor->Begin(), 0);
+    const Samples samples = Encode(*compressor, source, kPictures);
+    const RObject<CVideoProperties> output(compressor->GetOutputProperties(0));
+    const Decoded decoded = Decode(*output, samples);
+    EXPECT_TRUE(decoded.clean);
+    ASSERT_EQ(decoded.frames.size(), kPictures);
+    for (int i = 0; i < kPictures; ++i) {
+        const AVFrame& frame = *decoded.frames[i];
+        ASSERT_EQ(frame.height, source.height);
+        for (const int field : {0, 1}) {
+            const Area whole{.top = field, .rowStep = 2};
+            const Area last{.top = source.height - 16 + field, .rowStep = 2};
+            EXPECT_GE(LumaPsnr(frame, source, i, whole), GetParam().psnr) << i << ' ' << field;
+            EXPECT_GE(LumaPsnr(frame, source, i, last), GetParam().psnr) << i << ' ' << field;
+        }
+    }
 }
 
 /// An encoder whose pictures of some numbers, counted from 0 as they come out, are spoilt.

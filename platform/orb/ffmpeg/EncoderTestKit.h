@@ -3,6 +3,7 @@
 // For tests and benchmarks of the video compressors: pictures to put in, and what comes out read
 // back by libavcodec's decoders.
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -276,24 +277,51 @@ struct Area {
     int rowStep = 1;
 };
 
+/// A sample of a decoded picture on the scale of 8 bits.
+inline double value_at(const AVFrame& frame, int plane, int x, int y) {
+    const int bits = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format))->comp[0].depth;
+    const unsigned char* line =
+        frame.data[plane] + static_cast<long long>(y) * frame.linesize[plane];
+    return bits > 8 ? std::ldexp(reinterpret_cast<const unsigned short*>(line)[x], 8 - bits)
+                    : line[x];
+}
+
+inline double psnr_of(double squares, long long count) {
+    return 10 * std::log10(255.0 * 255.0 / (squares / static_cast<double>(count) + 1e-9));
+}
+
 /// PSNR in dB of a decoded picture's luma against the source's picture `number`.
 inline double LumaPsnr(const AVFrame& frame, const Source& source, int number, Area area = {}) {
-    const int bits = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format))->comp[0].depth;
     const Scene scene{source, number};
     double sum = 0;
     long long count = 0;
     for (int y = area.top; y < source.height; y += area.rowStep) {
-        const unsigned char* line = frame.data[0] + static_cast<long long>(y) * frame.linesize[0];
         for (int x = area.left; x < source.width; ++x, ++count) {
-            const double value =
-                bits > 8 ? std::ldexp(reinterpret_cast<const unsigned short*>(line)[x], 8 - bits)
-                         : line[x];
-            const double off = value - scene.luma(x, y);
+            const double off = value_at(frame, 0, x, y) - scene.luma(x, y);
             sum += off * off;
         }
     }
-    const double mean = sum / static_cast<double>(count);
-    return 10 * std::log10(255.0 * 255.0 / (mean + 1e-9));
+    return psnr_of(sum, count);
+}
+
+/// The same of the worse of U and V, of a picture that has both.
+inline double ChromaPsnr(const AVFrame& frame, const Source& source, int number) {
+    const AVPixFmtDescriptor& format =
+        *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+    const int stepX = 1 << format.log2_chroma_w;
+    const int stepY = 1 << format.log2_chroma_h;
+    const Scene scene{source, number};
+    double sums[2] = {};
+    long long count = 0;
+    for (int y = 0; y < source.height; y += stepY) {
+        for (int x = 0; x < source.width; x += stepX, ++count) {
+            const double u = value_at(frame, 1, x / stepX, y / stepY) - scene.u(x, y);
+            const double v = value_at(frame, 2, x / stepX, y / stepY) - scene.v(x, y);
+            sums[0] += u * u;
+            sums[1] += v * v;
+        }
+    }
+    return psnr_of(std::max(sums[0], sums[1]), count);
 }
 
 }  // namespace Quillon::Orb::TestKit
