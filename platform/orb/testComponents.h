@@ -132,7 +132,8 @@ public:
         if (fPlan->failOutForever) return ResultError("the device is gone");
         sample = std::move(fHeld.front());
         fHeld.pop_front();
-        if ((fPlan->failOut >> fCameOut++ & 1) == 0) return 0;
+        const int number = fCameOut++;
+        if (number >= 32 || (fPlan->failOut >> number & 1) == 0) return 0;
         sample.Clear();
         return ResultError("the picture is lost");
     }
