@@ -26,6 +26,7 @@ namespace {
 
 constexpr int kPollUs = 2000;
 constexpr int kLongestWaitUs = 10000;
+constexpr int kLongestSleepUs = 100'000;
 constexpr double kMicro = 1e6;
 
 /// Pixels that are counted for as long as the encoder has not let go of them, and that raise
@@ -292,16 +293,23 @@ void Recorder::judge_file() {
     }
 }
 
-void Recorder::keep_pace(double seconds) {
-    if (!fOptions.live) return;
+// False when the recording ended meanwhile. It looks every now and then: the next picture of a clip
+// with a gap may be far away.
+bool Recorder::keep_pace(double seconds, const std::atomic<bool>& stop) {
+    if (!fOptions.live) return true;
     const long long due = fStartUs + static_cast<long long>(seconds * kMicro);
     const long long late = zTime::MicroNow() - due;
-    if (late < 0) {
-        zThread::MicroSleepUntil(due, true);
-    } else {
+    if (late >= 0) {
         fFigures.lateSeconds =
             std::max(fFigures.lateSeconds.load(), static_cast<double>(late) / kMicro);
+        return true;
     }
+    while (!has_ended(stop)) {
+        const long long now = zTime::MicroNow();
+        if (now >= due) return true;
+        zThread::MicroSleepUntil(std::min(due, now + kLongestSleepUs), true);
+    }
+    return false;
 }
 
 void Recorder::record_video(const std::atomic<bool>& stop) {
@@ -314,8 +322,7 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         const double at = static_cast<double>(frame.time) * tick;
         fCameToEnd = !decoded || (fOptions.limit > 0 && at >= fOptions.limit);
         if (fCameToEnd) break;
-        keep_pace(at);
-        if (!write_video(frame, stop)) break;
+        if (!keep_pace(at, stop) || !write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
     }
     fVideoStarted = true;
@@ -394,7 +401,7 @@ void Recorder::record_audio(const std::atomic<bool>& stop) {
         }
         const std::size_t count =
             std::min(pcm.size() - taken, static_cast<std::size_t>(room) * channels);
-        if (!fVideo) keep_pace(fFigures.seconds);
+        if (!fVideo && !keep_pace(fFigures.seconds, stop)) return;
         if (!write_audio(pcm.data() + taken, count, stop)) return;
         taken += count;
     }

@@ -83,7 +83,7 @@ private:
     void record_audio(const std::atomic<bool>& stop);
     bool write_audio(const short* pcm, std::size_t samples, const std::atomic<bool>& stop);
     long long audio_frames_due(bool& final) const;
-    void keep_pace(double seconds);
+    bool keep_pace(double seconds, const std::atomic<bool>& stop);
 
     RecordOptions fOptions;
     RecordFigures fFigures;

@@ -1,5 +1,6 @@
 #include "Recorder.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -7,10 +8,12 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "orb/CByteArray.h"
 #include "orb/CPixelBufferDataReference.h"
+#include "spar/zSignal.h"
 
 #include "ClipAudio.h"
 #include "ClipVideo.h"
@@ -33,10 +36,11 @@ bool run_out_of_memory() {
 }
 
 /// Grey pictures without end. Before the one with the number `at` something happens, which says
-/// whether there is that picture.
+/// whether there is that picture; it and those behind it are `gap` frames late.
 class GreyPictures final : public ClipVideo {
 public:
-    GreyPictures(int at, std::function<bool()> happens) : fAt(at), fHappens(std::move(happens)) {
+    GreyPictures(int at, std::function<bool()> happens, int gap = 0)
+        : fAt(at), fGap(gap), fHappens(std::move(happens)) {
         fFormat.fWidth.SetInt32(kWidth);
         fFormat.fHeight.SetInt32(kHeight);
         fFormat.fColourspace.SetInt32('I420');
@@ -56,42 +60,55 @@ public:
         std::memset(bytes->GetData(), 128, kBytes);
         frame.pixels = RObject<CPixelDataReference>(
             new CPixelBufferDataReference(bytes.Get(), kWidth, kHeight, kWidth));
-        frame.time = fGiven++;
+        frame.time = fGiven + (fGiven >= fAt ? fGap : 0);
+        ++fGiven;
         frame.duration = 1;
         return true;
     }
 
+    std::string Problem() const override { return problem; }
+
+    std::string problem;
+
 private:
     const int fAt;
+    const int fGap;
     const std::function<bool()> fHappens;
     int fGiven = 0;
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
 };
 
-/// Silence until memory runs out.
+/// Silence. Before the block with the number `at` something happens, which says whether there is
+/// that block.
 class Silence final : public ClipAudio {
 public:
-    explicit Silence(int whole) : fWhole(whole) {
-        fFormat.fSampleRate.SetInt32(kSampleRate);
+    Silence(int at, std::function<bool()> happens, int rate = kSampleRate)
+        : fAt(at), fRate(rate), fHappens(std::move(happens)) {
+        fFormat.fSampleRate.SetInt32(fRate);
         fFormat.fChannels.SetInt32(2);
         fFormat.fBitsPerSample.SetInt32(16);
         fFormat.fBusses.SetInt32(1);
         fFormat.fAudioFormat.SetInt32('sowt');
-        fFormat.SetInt64('tmsc', kSampleRate, 0);
+        fFormat.SetInt64('tmsc', fRate, 0);
     }
 
     const tnMediaRecord& Format() const override { return fFormat; }
-    int SampleRate() const override { return kSampleRate; }
+    int SampleRate() const override { return fRate; }
     int Channels() const override { return 2; }
     void StartAt(double) override {}
     bool Next(std::vector<short>& pcm) override {
-        if (fGiven++ == fWhole) throw std::bad_alloc();
-        pcm.assign(2 * kSampleRate / kFramesPerSecond, 0);
+        if (fGiven++ == fAt && !fHappens()) return false;
+        pcm.assign(2 * std::max(1, fRate / kFramesPerSecond), 0);
         return true;
     }
+    std::string Problem() const override { return problem; }
+
+    std::string problem;
 
 private:
-    const int fWhole;
+    const int fAt;
+    const int fRate;
+    const std::function<bool()> fHappens;
     int fGiven = 0;
     tnMediaRecord fFormat{TN_MEDIA_AUDIO};
 };
@@ -105,7 +122,7 @@ protected:
         options.video = "MJPEG";
         options.audio = "pcm";
         Recorder recorder(options, std::make_unique<GreyPictures>(pictures, run_out_of_memory),
-                          std::make_unique<Silence>(blocks));
+                          std::make_unique<Silence>(blocks, run_out_of_memory));
         EXPECT_TRUE(recorder.Prepare()) << recorder.Error();
         const std::atomic<bool> stop{false};
         EXPECT_FALSE(recorder.Run(stop));
@@ -151,6 +168,38 @@ TEST(Recorder, TellsAnEndFromAStop) {
         EXPECT_TRUE(recorder.Run(stop)) << recorder.Error();
         EXPECT_EQ(recorder.CameToEnd(), clipEnds);
         EXPECT_EQ(ReadMovieOnDisk(options.output).frames, clipEnds ? kWhole : kWhole + 1);
+    }
+}
+
+// The picture behind the gap is a minute away: who did not look meanwhile would write it then.
+TEST(Recorder, LiveRecordingThatWaitsForAPictureEndsAtAStopAndAtAFailure) {
+    constexpr int kMinute = 60 * kFramesPerSecond;
+    for (const bool stops : {true, false}) {
+        SCOPED_TRACE(stops ? "stop" : "failure");
+        const tests::TestFolder folder;
+        RecordOptions options;
+        options.output = folder.File("a.mov");
+        options.video = "MJPEG";
+        options.audio = "pcm";
+        options.live = true;
+        std::atomic<bool> stop{false};
+        zSignal given;
+        const auto give = [&given] {
+            given.Raise();
+            return true;
+        };
+        Recorder recorder(options, std::make_unique<GreyPictures>(kWhole, give, kMinute),
+                          std::make_unique<Silence>(stops ? kMany : kWhole / 2, run_out_of_memory));
+        ASSERT_TRUE(recorder.Prepare()) << recorder.Error();
+        std::thread stopping([&] {
+            given.Wait();
+            stop = stops;
+        });
+        EXPECT_EQ(recorder.Run(stop), stops) << recorder.Error();
+        given.Raise();  // a failure may come before the gap
+        stopping.join();
+        EXPECT_LE(recorder.Figures().frames, kWhole);
+        EXPECT_FALSE(recorder.CameToEnd());
     }
 }
 
