@@ -107,7 +107,7 @@ int run_record(RecordArguments& arguments) {
         elapsed = reporter.Elapsed();
     }
     if (!done) return report_failure(arguments, recorder.Error());
-    print_summary(arguments, recorder, elapsed, stop);
+    print_summary(arguments, recorder, elapsed, stop && !recorder.CameToEnd());
     return 0;
 }
 

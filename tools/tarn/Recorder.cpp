@@ -219,7 +219,7 @@ bool Recorder::Run(const std::atomic<bool>& stop) {
     if (video.joinable()) video.join();
     if (audio.joinable()) audio.join();
     fWriter->Close();
-    if (!fFailed && !stop) judge_clips();
+    if (!fFailed && (!stop || fCameToEnd)) judge_clips();
     judge_file();
     return !fFailed;
 }
@@ -386,7 +386,10 @@ void Recorder::record_audio(const std::atomic<bool>& stop) {
         if (taken == pcm.size() && !clipEnded) {
             taken = 0;
             clipEnded = !fAudio->Next(pcm);
-            if (clipEnded && !fVideo) return;
+            if (clipEnded && !fVideo) {
+                fCameToEnd = true;
+                return;
+            }
         }
         if (clipEnded) {
             pcm.assign(silence, 0);
@@ -395,6 +398,7 @@ void Recorder::record_audio(const std::atomic<bool>& stop) {
         bool final = false;
         const long long room = audio_frames_due(final) - fFigures.audioFrames;
         if (room <= 0) {
+            if (!fVideo) fCameToEnd = true;
             if (final || !fVideo) return;
             zThread::MicroSleep(kPollUs);
             continue;

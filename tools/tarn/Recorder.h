@@ -60,7 +60,8 @@ public:
 
     const RecordFigures& Figures() const { return fFigures; }
     const std::string& Error() const { return fError; }
-    /// Whether the pictures ended with their clip or the limit. False where `stop` cut them short.
+    /// Whether the pictures, or sound alone, ended with their clip or the limit. False where `stop`
+    /// cut them short.
     /// After Run.
     bool CameToEnd() const { return fCameToEnd; }
     /// Seconds that the recording is going to have; 0 when nobody can tell.
@@ -93,7 +94,7 @@ private:
     unsigned int fContainer = 0;
     long long fStartUs = 0;
 
-    bool fCameToEnd = false;  // written by the pictures' thread
+    bool fCameToEnd = false;  // written by the thread of the pictures, or of sound alone
     zSignal fPictureTaken;    // the encoder has begun with a picture
 
     // between the two threads

@@ -203,4 +203,34 @@ TEST(Recorder, LiveRecordingThatWaitsForAPictureEndsAtAStopAndAtAFailure) {
     }
 }
 
+// What a clip lacks is told, also where a stop comes while the file is being completed.
+TEST(Recorder, AClipThatWasCutOffIsToldThoughAStopCameBehindIt) {
+    for (const bool pictures : {true, false}) {
+        SCOPED_TRACE(pictures ? "pictures" : "sound alone");
+        const tests::TestFolder folder;
+        RecordOptions options;
+        options.output = folder.File("a.mov");
+        options.video = "MJPEG";
+        options.audio = "pcm";
+        std::atomic<bool> stop{false};
+        const auto end = [&stop] {
+            stop = true;
+            return false;
+        };
+        auto video = std::make_unique<GreyPictures>(kWhole, end);
+        auto audio = std::make_unique<Silence>(kWhole, end);
+        video->problem = audio->problem = "ends at 1.0 of 8.0 seconds";
+        if (pictures) {
+            audio.reset();
+        } else {
+            video.reset();
+        }
+        Recorder recorder(options, std::move(video), std::move(audio));
+        ASSERT_TRUE(recorder.Prepare()) << recorder.Error();
+        EXPECT_FALSE(recorder.Run(stop));
+        EXPECT_TRUE(recorder.CameToEnd());
+        EXPECT_NE(recorder.Error().find("ends at 1.0"), std::string::npos) << recorder.Error();
+    }
+}
+
 }  // namespace
