@@ -378,7 +378,8 @@ void Recorder::record_audio(const std::atomic<bool>& stop) {
     if (fVideo && fOptions.audioInput.empty()) fAudio->StartAt(fVideoStartSeconds);
 
     const auto channels = static_cast<std::size_t>(fAudio->Channels());
-    const auto silence = static_cast<std::size_t>(fAudio->SampleRate() / 10) * channels;
+    const auto silence =
+        static_cast<std::size_t>(std::max(1, fAudio->SampleRate() / 10)) * channels;
     std::vector<short> pcm;
     std::size_t taken = 0;
     bool clipEnded = false;

@@ -233,4 +233,20 @@ TEST(Recorder, AClipThatWasCutOffIsToldThoughAStopCameBehindIt) {
     }
 }
 
+// Less than a tenth of a second of it is less than one frame.
+TEST(Recorder, SoundOfAFewFramesASecondIsFilledUpToo) {
+    const tests::TestFolder folder;
+    RecordOptions options;
+    options.output = folder.File("a.mov");
+    options.video = "MJPEG";
+    options.audio = "pcm";
+    const auto end = [] { return false; };
+    Recorder recorder(options, std::make_unique<GreyPictures>(kFramesPerSecond, end),
+                      std::make_unique<Silence>(2, end, 8));
+    ASSERT_TRUE(recorder.Prepare()) << recorder.Error();
+    const std::atomic<bool> stop{false};
+    EXPECT_TRUE(recorder.Run(stop)) << recorder.Error();
+    EXPECT_EQ(recorder.Figures().audioFrames, 8);
+}
+
 }  // namespace
