@@ -75,12 +75,19 @@ TEST(zThread, SeveralThreadsMayWaitForOne) {
     });
     auto thread = start(body);
     std::atomic<int> early{0};
+    zSignal asked[3], back;
     std::vector<std::thread> waiters;
-    for (int i = 0; i < 3; ++i)
+    for (zSignal& asking : asked) {
         waiters.emplace_back([&] {
+            asking.Raise();
             thread->Join();
             if (!done) ++early;
+            back.Raise();
         });
+    }
+    for (zSignal& asking : asked) asking.Wait();
+    // 50 ms of real time for one that does not wait to come back.
+    EXPECT_NE(back.WaitFor(50000), 0);
     go.Raise();
     for (auto& waiter : waiters) waiter.join();
     EXPECT_EQ(early, 0);
