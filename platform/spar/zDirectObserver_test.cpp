@@ -76,13 +76,36 @@ TEST(zDirectObserver, AnOwnerLivesAsLongAsItsFunctionRuns) {
     auto owner = std::make_shared<zObject>();
     std::weak_ptr<zObject> watched = owner;
     bool livedOn = false;
-    observer.Add(owner, [&] {
+    auto captured = std::make_shared<int>(0);
+    observer.Add(owner, [&, captured] {
         owner.reset();
         livedOn = !watched.expired();
     });
     observer.Notify();
     EXPECT_TRUE(livedOn);
     EXPECT_TRUE(watched.expired());
+    EXPECT_EQ(captured.use_count(), 1) << "its entry went with this walk";
+}
+
+TEST(zDirectObserver, AWalkGoesOnOverEntriesThatAWalkInsideItDropped) {
+    Observer observer;
+    auto first = std::make_shared<zObject>();
+    auto second = std::make_shared<zObject>();
+    auto captured = std::make_shared<int>(0);
+    std::string called;
+    observer.Add(first, [&] {
+        called += 'a';
+        if (called != "a") return;
+        second.reset();
+        observer.Notify();
+        EXPECT_EQ(captured.use_count(), 2) << "in the outer walk's copy alone";
+    });
+    observer.Add(second, [&, captured] { called += 'b'; });
+    observer.Add(first, [&] { called += 'c'; });
+    EXPECT_EQ(captured.use_count(), 2);
+    observer.Notify();
+    EXPECT_EQ(called, "aacc");
+    EXPECT_EQ(captured.use_count(), 1);
 }
 
 TEST(zDirectObserver, AFunctionMayNotify) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "spar/zXML.h"
 
@@ -42,6 +44,25 @@ TEST(zErrCodeManager, CopiesTheNameAndTakesARangeOnce) {
     zErrCodeManager::RegisterCodeRange(-902001, -902001, nullptr);
     EXPECT_EQ(zErrCodeManager::RangeName(-902000), held);
     EXPECT_EQ(zErrCodeManager::RangeName(-902001), nullptr);
+}
+
+TEST(zErrCodeManager, ThreadsMayRegisterAndAskAtOnce) {
+    const auto code = [](int thread, int round) { return -910000 - thread * 1000 - round; };
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int round = 0; round < 100; ++round) {
+                const std::string name = "thread " + std::to_string(thread);
+                const int mine = code(thread, round);
+                zErrCodeManager::RegisterCodeRange(mine, mine, name.c_str());
+                EXPECT_STREQ(zErrCodeManager::RangeName(mine), name.c_str());
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    for (int round = 0; round < 100; ++round) {
+        EXPECT_STREQ(zErrCodeManager::RangeName(code(3, round)), "thread 3");
+    }
 }
 
 }  // namespace

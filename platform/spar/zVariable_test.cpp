@@ -7,7 +7,19 @@
 #include <limits>
 #include <utility>
 
+#include "spar/zRecord.h"
+
 namespace {
+
+/// A record whose one variable is a member of it.
+class Member : public zRecord {
+public:
+    Member() {
+        zVariable* variables[] = {&fValue};
+        RegisterVariables('memb', variables, 1);
+    }
+    zVariable fValue{'test'};
+};
 
 using Setter = std::function<void(zVariable&)>;
 
@@ -232,6 +244,38 @@ TEST(zVariable, CopiesDeeply) {
     EXPECT_EQ(target.Text(), "changed");
     target.full_copy(ZV_DOUBLE, number);
     EXPECT_EQ(target.AsDouble(0), 2.5);
+}
+
+TEST(zVariable, ThatAVariableIsAMemberIsNotCopiedWithItsValue) {
+    const std::function<void(zVariable&)> kSetters[] = {
+        [](zVariable& variable) { variable.SetInt32(1080); },
+        [](zVariable& variable) {
+            variable.SetCString("a text long enough for a heap of its own");
+        },
+    };
+    const std::function<void(zVariable&, const zVariable&)> kCopiers[] = {
+        [](zVariable& target, const zVariable& source) { target = source; },
+        [](zVariable& target, const zVariable& source) { target.full_copy(source.Kind(), source); },
+    };
+    for (const auto& set : kSetters) {
+        for (const auto& copy : kCopiers) {
+            zVariable plain('test');
+            set(plain);
+            Member member;
+            copy(member.fValue, plain);
+            EXPECT_TRUE(member.fValue.IsPlaced());
+            EXPECT_EQ(member.fValue.AsString(""), plain.AsString(""));
+
+            zVariable other('test');
+            copy(other, member.fValue);
+            EXPECT_FALSE(other.IsPlaced());
+            EXPECT_EQ(other.AsString(""), plain.AsString(""));
+
+            const zVariable made(member.fValue);
+            EXPECT_FALSE(made.IsPlaced());
+            EXPECT_EQ(made.AsString(""), plain.AsString(""));
+        }
+    }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "spar/zFileStream.h"
@@ -243,7 +244,6 @@ TEST(zXML, ReadsOverWhatTheRecordHeld) {
     EXPECT_EQ(written(record, nullptr), "<a new=\"1\"/>");
 }
 
-// The number of the last column is how often an element of that name stands in what was read.
 TEST(zXML, ADocumentThatEndsTooEarlyGivesWhatStandsComplete) {
     const std::pair<const char*, const char*> kCases[] = {
         {"<m a='1'>", "<m a=\"1\"/>"},
@@ -271,8 +271,8 @@ TEST(zXML, ADocumentThatEndsTooEarlyGivesWhatStandsComplete) {
     for (const auto& [text, expected] : kCases) EXPECT_EQ(parsed_as(text), expected) << text;
 }
 
-/// The elements of a document whose end tags stand in the first `size` bytes, by counting names
-/// with a reader of one's own: every element here has a number of its own.
+/// The elements of a document whose end tags stand in the first `size` bytes: the ends of tags that
+/// are empty elements or end tags. No '>' stands in the values of what is written here.
 int complete_elements(const std::string& text, std::size_t size) {
     int count = 0;
     for (std::size_t at = 0; at < size; ++at) {
@@ -292,7 +292,7 @@ int elements_in(const zRecord& record) {
     return count;
 }
 
-/// Records of the whole tree whose number the cut one has, too, with the same variables.
+/// What `part` has is what stands at the same places in `whole`, each with all its variables.
 void expect_part_of(const zRecord& part, const zRecord& whole) {
     whole.ForEachVariable([&](const zVariable& variable) {
         const zVariable* other = part.FindVariable(variable.ID());
@@ -331,38 +331,65 @@ TEST(zXML, CutAtAnyByteEveryCompleteElementIsThere) {
     }
 }
 
-TEST(zXML, AManifestCutAnywhereGivesItsSegments) {
+struct Manifest {
+    explicit Manifest(int segments);
+    std::string text;
+    std::size_t begun;  // bytes before the first segment
+    std::size_t last;   // bytes up to the end of the last
+};
+
+Manifest::Manifest(int segments) {
     zRecord format = tagged("format");
     format.SetInt32("tn_width", 1920);
-    std::string text = "<larkspur_replay_manifest>\n<formats>\n" + written(format) +
-                       written(format) + "</formats>\n<segments>\n";
-    const std::size_t begun = text.size();
-    for (int i = 1; i <= 20; ++i) {
+    text = "<larkspur_replay_manifest>\n<formats>\n" + written(format) + written(format) +
+           "</formats>\n<segments>\n";
+    begun = text.size();
+    for (int i = 1; i <= segments; ++i) {
         zRecord segment = tagged("segment");
         segment.SetUInt32("id", static_cast<unsigned int>(i));
         segment.SetInt64("start", i * 1000);
         segment.SetInt64("stop", (i + 1) * 1000);
         text += written(segment);
     }
-    const std::size_t last = text.size();
+    last = text.size();
     text += "</segments>\n</larkspur_replay_manifest>";
-    for (std::size_t size = begun; size <= text.size(); ++size) {
-        zRecord read;
-        ASSERT_EQ(parse(text.substr(0, size), read), 0);
-        ASSERT_EQ(read.AsString('xTag', ""), "larkspur_replay_manifest");
-        const zRecord* formats =
-            read.FindChildByStrVariable('xTag', "formats", true, 0xFFFFFFFF, Z_MATCH_EXACT);
-        ASSERT_NE(formats, nullptr);
-        ASSERT_EQ(formats->ChildCount(), 2u);
-        ASSERT_EQ(formats->Child(1)->AsInt32("tn_width", 0), 1920);
-        const zRecord* segments =
-            read.FindChildByStrVariable('xTag', "segments", true, 0xFFFFFFFF, Z_MATCH_EXACT);
-        const int complete = complete_elements(text.substr(begun, std::min(size, last) - begun),
-                                               std::min(size, last) - begun);
-        if (complete == 0) continue;
-        ASSERT_NE(segments, nullptr);
-        ASSERT_EQ(segments->ChildCount(), static_cast<unsigned int>(complete));
-        ASSERT_EQ(segments->Child(complete - 1)->AsInt64("stop", 0), (complete + 1) * 1000);
+}
+
+void expect_segments_of_cut(const Manifest& manifest, std::size_t size) {
+    zRecord read;
+    ASSERT_EQ(parse(manifest.text.substr(0, size), read), 0);
+    ASSERT_EQ(read.AsString('xTag', ""), "larkspur_replay_manifest");
+    const zRecord* formats =
+        read.FindChildByStrVariable('xTag', "formats", true, 0xFFFFFFFF, Z_MATCH_EXACT);
+    ASSERT_NE(formats, nullptr);
+    ASSERT_EQ(formats->ChildCount(), 2u);
+    ASSERT_EQ(formats->Child(1)->AsInt32("tn_width", 0), 1920);
+    const zRecord* segments =
+        read.FindChildByStrVariable('xTag', "segments", true, 0xFFFFFFFF, Z_MATCH_EXACT);
+    const std::size_t bytes = std::min(size, manifest.last) - manifest.begun;
+    const int complete = complete_elements(manifest.text.substr(manifest.begun, bytes), bytes);
+    if (complete == 0) return;
+    ASSERT_NE(segments, nullptr);
+    ASSERT_EQ(segments->ChildCount(), static_cast<unsigned int>(complete));
+    ASSERT_EQ(segments->Child(complete - 1)->AsInt64("stop", 0), (complete + 1) * 1000);
+}
+
+TEST(zXML, AManifestCutAnywhereGivesItsSegments) {
+    const Manifest manifest(20);
+    for (std::size_t size = manifest.begun; size <= manifest.text.size(); ++size) {
+        ASSERT_NO_FATAL_FAILURE(expect_segments_of_cut(manifest, size)) << size;
+    }
+}
+
+// The last piece of reading is full, or it is a few bytes, or lacks a few.
+TEST(zXML, AManifestCutWhereAPieceOfReadingEndsGivesItsSegments) {
+    const Manifest manifest(2500);
+    const std::size_t piece = 65536;
+    ASSERT_GT(manifest.text.size(), 2 * piece + 35);
+    for (const std::size_t end : {piece, 2 * piece}) {
+        for (std::size_t size = end - 35; size <= end + 35; ++size) {
+            ASSERT_NO_FATAL_FAILURE(expect_segments_of_cut(manifest, size)) << size;
+        }
     }
 }
 
@@ -527,6 +554,23 @@ TEST(zXML, TheStreamsFailureBehindZeroBytesIsTheResultToo) {
         EXPECT_EQ(zXML::ParseStream(kRead, &record, &stream), expected) << text.size();
         EXPECT_TRUE(Same(record, tagged("before")));
     }
+}
+
+TEST(zXML, ThreadsMayReadAndWriteAtOnce) {
+    std::vector<std::thread> threads;
+    for (unsigned int seed = 1; seed <= 2; ++seed) {
+        threads.emplace_back([seed] {
+            records::Random random(seed);
+            for (int round = 0; round < 200; ++round) {
+                zRecord record;
+                records::FillRandom(record, random, 2);
+                zRecord back;
+                ASSERT_EQ(parse(written(record), back), 0);
+                ASSERT_TRUE(Same(back, record));
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
 }
 
 TEST(zXML, ReadsAFile) {
