@@ -170,6 +170,7 @@ bool AvClipAudio::Next(std::vector<short>& pcm) {
     fFramesGiven += static_cast<long long>(pcm.size()) / fChannels;
     return true;
 }
+
 // Fills a hole in front of the block with silence and cuts what overlaps the block before it. The
 // block begins with what was `held` back of the one before, in seconds.
 void AvClipAudio::place_on_time_line(double held, double expected) {

@@ -11,8 +11,8 @@
 /// One thread at a time. Holes in the clip's time line come as silence of any length, so that the
 /// n-th frame of the stream belongs to n divided by the rate; a hole of more than a day is damage,
 /// left out and told by Problem. Where the clip's clock begins again, the sound goes on behind what
-/// came before. Sound that changes its rate or its channels
-/// underway is brought to those that it began with.
+/// came before. Sound that changes its rate or its channels underway is brought to those that it
+/// began with.
 class ClipAudio {
 public:
     /// Opens the first sound track; null with one line in `error` when it cannot be decoded, null

@@ -61,8 +61,7 @@ public:
     const RecordFigures& Figures() const { return fFigures; }
     const std::string& Error() const { return fError; }
     /// Whether the pictures, or sound alone, ended with their clip or the limit. False where `stop`
-    /// cut them short.
-    /// After Run.
+    /// cut them short. After Run.
     bool CameToEnd() const { return fCameToEnd; }
     /// Seconds that the recording is going to have; 0 when nobody can tell.
     double ExpectedSeconds() const;
