@@ -63,6 +63,13 @@ protected:
         const std::vector<unsigned char> block(static_cast<std::size_t>(size), 0);
         return fWriter->WriteAudioPacket(nullptr, 0, 0, block.data(), size, track);
     }
+    /// Lets writes that find no room sleep until there is some: the writer gives a frame up after
+    /// 30 ms, for which a busy machine may well keep the encoder's thread waiting.
+    static void await_room(Waits& waits) {
+        waits.fOnSleep = [&waits] {
+            while (!waits.IsReady()) std::this_thread::yield();
+        };
+    }
     /// Writes frames until the track is full for good, with the encoder stuck on the first.
     void fill_pictures(const Waits& waits) {
         fScript.stuck = true;
@@ -437,6 +444,8 @@ TEST_F(EarlierWriter, FrameThatDoesNotConvertIsAFailure) {
 }
 
 TEST_F(EarlierWriter, FramesLieEndToEnd) {
+    Waits waits;
+    await_room(waits);
     ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
     for (const unsigned int duration : {1001u, 500u, 3000u, 1001u}) {
         const FramePtr frame(new Frame);
@@ -451,6 +460,8 @@ TEST_F(EarlierWriter, FramesLieEndToEnd) {
 }
 
 TEST_F(EarlierWriter, OnlyItsOwnBuffersAreTold) {
+    Waits waits;
+    await_room(waits);
     ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
     const OtherFramePtr other(new OtherFrame);
     EXPECT_EQ(fWriter->WriteVideo(*other), 0);
@@ -546,6 +557,8 @@ TEST_F(EarlierWriter, SoundGoesInWhereRoomComesBeforeTheThirdSleep) {
 }
 
 TEST_F(EarlierWriter, BytesOfAFrameLiveUntilTheEncoderHasRead) {
+    Waits waits;
+    await_room(waits);
     fScript.stuck = true;
     ASSERT_EQ(set_up(raw_video(), encoded_video("ProRes")), 0);
     for (int i = 0; i < 3; ++i) {
