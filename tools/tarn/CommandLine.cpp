@@ -15,6 +15,23 @@ std::string names_of(const CLI::App& app) {
     return names;
 }
 
+/// One line for words that the parser refused.
+std::string refusal_line(const CLI::App& program, const CLI::ParseError& error) {
+    std::string path = "tarn";
+    const CLI::App* command = &program;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        path += " " + command->get_name();
+    }
+    if (command->get_require_subcommand_min() == 0) {
+        return fmt::format("{}: {}; see {} --help", path, error.what(), path);
+    }
+    const std::vector<std::string> words = command->remaining();
+    const std::string wrong =
+        words.empty() ? "needs a command" : fmt::format("'{}' is no command", words.front());
+    return fmt::format("{}: {}; there are: {}", path, wrong, names_of(*command));
+}
+
 }  // namespace
 
 CommandOption& CommandOption::Required() {
@@ -131,16 +148,11 @@ Command CommandLine::Program() {
 int CommandLine::Run(int argc, const char* const* argv) {
     try {
         fParser->app.parse(argc, argv);
-    } catch (const CLI::RequiredError& error) {
-        const std::vector<std::string> words = fParser->app.remaining();
-        if (words.empty() || !fParser->app.get_subcommands().empty()) {
-            return fParser->app.exit(error);
-        }
-        Say(stderr, "tarn: '{}' is no command; there are: {}\n", words.front(),
-            names_of(fParser->app));
-        return error.get_exit_code();
+    } catch (const CLI::Success& help) {
+        return fParser->app.exit(help);
     } catch (const CLI::ParseError& error) {
-        return fParser->app.exit(error);
+        Say(stderr, "{}\n", refusal_line(fParser->app, error));
+        return error.get_exit_code();
     }
     return fParser->exitCode;
 }
