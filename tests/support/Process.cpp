@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -112,8 +113,11 @@ ProcessResult BackgroundProcess::Wait() {
         }
     }
     int status = 0;
-    if (fProcess > 0 && waitpid(fProcess, &status, 0) == fProcess)
+    rusage used{};
+    if (fProcess > 0 && wait4(fProcess, &status, 0, &used) == fProcess) {
         result.exitCode = code_of(status);
+        result.pageFaults = used.ru_minflt;
+    }
     fProcess = -1;
     return result;
 }

@@ -9,6 +9,7 @@ struct ProcessResult {
     int exitCode = -1;  ///< 128 + signal when a signal ended it
     std::string out;
     std::string err;
+    long pageFaults = 0;  ///< that the system answered with memory
 };
 
 /// Runs a program to its end. No shell: every word is an argument.
