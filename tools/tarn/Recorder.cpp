@@ -182,6 +182,8 @@ bool Recorder::open_writer() {
         fail(fmt::format("'{}': {}", fOptions.output, trouble));
         return false;
     }
+    std::error_code unknown;
+    const bool isNew = !std::filesystem::exists(fOptions.output, unknown);
     fWriter = new tnWriteORB2();
     int code =
         fWriter->Open(fOptions.output.c_str(), fContainer, fOptions.moovRate, ExpectedSeconds());
@@ -196,8 +198,13 @@ bool Recorder::open_writer() {
         }
         code = fWriter->CompleteInitialization();
     }
-    if (code != 0) fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
-    return code == 0;
+    if (code == 0) return true;
+    fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
+    // An empty file would look like a recording that was lost.
+    fWriter->Release();
+    fWriter = nullptr;
+    if (isNew) std::filesystem::remove(fOptions.output, unknown);
+    return false;
 }
 
 bool Recorder::has_ended(const std::atomic<bool>& stop) const {
@@ -320,8 +327,9 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         fVideoStartSeconds = fVideo->StartSeconds();
         fVideoStarted = true;
         const double at = static_cast<double>(frame.time) * tick;
-        fCameToEnd = !decoded || (fOptions.limit > 0 && at >= fOptions.limit);
-        if (fCameToEnd) break;
+        // Where it is to stop, a clip that only kept everybody waiting ends too.
+        fCameToEnd = decoded ? fOptions.limit > 0 && at >= fOptions.limit : !stop;
+        if (!decoded || fCameToEnd) break;
         if (!keep_pace(at, stop) || !write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
     }
@@ -388,7 +396,7 @@ void Recorder::record_audio(const std::atomic<bool>& stop) {
             taken = 0;
             clipEnded = !fAudio->Next(pcm);
             if (clipEnded && !fVideo) {
-                fCameToEnd = true;
+                fCameToEnd = !stop;
                 return;
             }
         }

@@ -30,6 +30,10 @@ const std::atomic<bool>& WatchStopSignal() {
     return gStop;
 }
 
+bool StopAsked() {
+    return gStop;
+}
+
 void KeepStandardStreams() {
     // A file takes the lowest number that is free; those of the streams stay open for good.
     std::FILE* file = nullptr;

@@ -6,6 +6,9 @@
 /// and when the terminal is closed.
 const std::atomic<bool>& WatchStopSignal();
 
+/// Whether that has happened; false for as long as nobody watches.
+bool StopAsked();
+
 /// Opens /dev/null in place of the standard streams that are closed. The first file of a recording
 /// would take their numbers, and what is printed would stand in it.
 void KeepStandardStreams();

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "spar/zTime.h"
+
+#include "StopSignal.h"
+
 void QuietenAv() {
     av_log_set_level(AV_LOG_PANIC);
 }
@@ -13,12 +17,25 @@ std::string AvErrorText(int code) {
     return text;
 }
 
+// FFmpeg asks every now and then while it waits.
+int AvTrack::gives_up(void* track) {
+    constexpr long long kPatienceUs = 500'000;
+    return StopAsked() &&
+           zTime::MicroNow() - static_cast<AvTrack*>(track)->fWaitsSinceUs > kPatienceUs;
+}
+
 bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error) {
     error.clear();
-    AVFormatContext* opened = nullptr;
+    AVFormatContext* opened = avformat_alloc_context();
+    if (opened) opened->interrupt_callback = {&AvTrack::gives_up, this};
+    fWaitsSinceUs = zTime::MicroNow();
     int code = avformat_open_input(&opened, path.c_str(), nullptr, nullptr);
     file.reset(opened);
     if (code >= 0) code = avformat_find_stream_info(file.get(), nullptr);
+    if (code == AVERROR_EXIT) {
+        error = fmt::format("'{}': stopped before it could be opened", path);
+        return false;
+    }
     if (code < 0) {
         error = fmt::format("'{}': cannot be read as a clip ({}); give a file that ffprobe opens",
                             path, AvErrorText(code));
@@ -62,6 +79,7 @@ bool AvTrack::Decode(AVFrame& frame) {
             return true;
         }
         if (got == AVERROR_EOF || (got != AVERROR(EAGAIN) && drained)) return false;
+        fWaitsSinceUs = zTime::MicroNow();
         const int read = av_read_frame(file.get(), packet.get());
         if (read < 0) {
             fCutInside = fCutInside || read != AVERROR_EOF;

@@ -28,7 +28,14 @@ void QuietenAv();
 std::string AvErrorText(int code);
 
 /// One decodable track of a clip with its own reader, so that each track has its own thread.
+///
+/// Once the program is asked to stop, nothing is waited for longer than half a second: a network
+/// peer that says no more ends its track then. A pipe is read for as long as its writer lives.
 struct AvTrack {
+    AvTrack() = default;
+    AvTrack(const AvTrack&) = delete;  // the file knows where it lies
+    AvTrack& operator=(const AvTrack&) = delete;
+
     AvHandle<AVFormatContext> file;
     AvHandle<AVCodecContext> decoder;
     AvHandle<AVPacket> packet;
@@ -50,8 +57,10 @@ struct AvTrack {
     std::string EndedEarly() const;
 
 private:
+    static int gives_up(void* track);
     double end_seconds() const;
 
+    long long fWaitsSinceUs = 0;
     double fReached = 0;      // end of the last decoded frame, seconds of the clip's time line
     bool fCutInside = false;  // the last packet, or the read behind it, was not whole
 };
