@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
 """tarn record beside the ffmpeg program: the same raw 1080p60 frames, the same encoder settings.
 
+Frames are planar 4:2:0, which encoders take as it is, and what hosts have: packed 4:2:2 from capture
+cards and BGRA from rendering, which both programs convert, to the same matrix and range.
+
 Motion JPEG comes from another encoder than ffmpeg's, at a like quality: compare the files' sizes too.
 Where the encoder is the same, a bare loop over it shows what it takes with little around it: the
-loop reads and encodes on one thread and writes nothing.
+loop reads planar frames and encodes on one thread, and writes nothing.
 
 The programs run in turns, each turn in an order drawn anew, so that whatever else the machine does
 falls on all alike. "x ffmpeg" is the median of the turns' own ratios.
@@ -27,23 +30,37 @@ FFMPEG = ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i"]
 X264 = {"profile": "high", "preset": "veryfast", "threads": "4", "b": "10000k", "maxrate": "10000k",
         "bufsize": "10000k", "bf": "0", "g": "30"}
 MPEG2 = {"b": "15000k", "maxrate": "15000k", "bufsize": "9781248", "g": "240", "bf": "2", "threads": "2"}
-MJPEG = {"q": "2", "pix_fmt": "yuvj420p"}
+MJPEG = {"q": "2"}
 KINDS = {
     "x264 veryfast": (["--video", "x264", "--bitrate", "10000"], "libx264", X264),
     "Motion JPEG": (["--video", "MJPEG", "--quality", "mjpeg_high"], "mjpeg", MJPEG),
     "MPEG-2": (["--video", "Mpeg2", "--bitrate", "15000"], "mpeg2video", MPEG2),
 }
 
+FULL_709 = "scale=out_color_matrix=bt709:out_range=full"
+# Of each kind of frame: its file, how the clip is brought to it, and ffmpeg's words for the way into
+# the encoders of 4:2:0 and of Motion JPEG.
+FRAMES = {
+    "I420": ("raw.y4m", ["-pix_fmt", "yuv420p"], ["-pix_fmt", "yuv420p"], ["-pix_fmt", "yuvj420p"]),
+    "2vuy": ("2vuy.nut", ["-c:v", "rawvideo", "-pix_fmt", "uyvy422"], ["-pix_fmt", "yuv420p"],
+             ["-pix_fmt", "yuvj422p"]),
+    "BGRA": ("bgra.nut", ["-vf", "scale=in_color_matrix=bt709", "-c:v", "rawvideo", "-pix_fmt", "bgra"],
+             ["-vf", f"{FULL_709},format=yuvj420p"], ["-vf", f"{FULL_709},format=yuvj422p"]),
+}
 
-def programs(raw: str, folder: str, tarn: list[str], encoder: str, options: dict) -> dict[str, list[str]]:
+
+def programs(raw: str, folder: str, kind: str, frames: str) -> dict[str, list[str]]:
     """The command of each contender."""
+    tarn, encoder, options = KINDS[kind]
+    _, _, into_420, into_jpeg = FRAMES[frames]
     video_options = [word for name, value in options.items()
-                     for word in (f"-{name}" if name in ("threads", "pix_fmt") else f"-{name}:v", value)]
+                     for word in (f"-{name}" if name == "threads" else f"-{name}:v", value)]
+    conversion = into_jpeg if encoder == "mjpeg" else into_420
     commands = {
         "tarn": [str(TARN), "record", raw, f"{folder}/tarn.mov", "--audio", "none", *tarn],
-        "ffmpeg": [*FFMPEG, raw, "-c:v", encoder, *video_options, "-an", f"{folder}/ffmpeg.mov"],
+        "ffmpeg": [*FFMPEG, raw, *conversion, "-c:v", encoder, *video_options, "-an", f"{folder}/ffmpeg.mov"],
     }
-    if encoder != "mjpeg":
+    if encoder != "mjpeg" and frames == "I420":
         commands["bare loop"] = [str(BARE), raw, encoder, *(f"{name}={value}" for name, value in options.items())]
     return commands
 
@@ -60,25 +77,31 @@ def run(words: list[str]) -> tuple[float, float, float]:
     return time.monotonic() - start, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024
 
 
+def compare(raw: str, folder: str, kind: str, frames: str, rounds: int, count: int) -> None:
+    """Prints a line for each contender."""
+    commands = programs(raw, folder, kind, frames)
+    turns = [{name: run(commands[name]) for name in random.sample(list(commands), len(commands))}
+             for _ in range(rounds)]
+    for name in commands:
+        seconds, cpu, peak = (statistics.median(turn[name][i] for turn in turns) for i in range(3))
+        ratio = statistics.median(turn["ffmpeg"][0] / turn[name][0] for turn in turns)
+        file = pathlib.Path(folder, f"{name}.mov")
+        size = f"{file.stat().st_size / 1e6:9.1f}" if file.exists() else ""
+        print(f"{frames:6}{kind:15}{name:11}{count / seconds:8.1f}{ratio:10.2f}{cpu * 1000 / count:14.1f}{peak:9.0f}"
+              f"{size}", flush=True)
+
+
 def main() -> None:
     rounds = int(sys.argv[1]) if len(sys.argv) > 1 else 5
-    frames = int(sys.argv[2]) if len(sys.argv) > 2 else 180
-    with tempfile.TemporaryDirectory() as folder:
-        raw = f"{folder}/raw.y4m"
-        subprocess.run(["ffmpeg", "-v", "error", "-i", str(CLIP), "-frames:v", str(frames), "-pix_fmt", "yuv420p", raw],
-                       check=True)
-        print(f"{frames} frames of 1080p60, {rounds} turns; medians")
-        print(f"{'':16}{'':12}{'fps':>8}{'x ffmpeg':>10}{'CPU ms/frame':>14}{'peak MB':>9}{'file MB':>9}")
-        for kind, (tarn, encoder, options) in KINDS.items():
-            commands = programs(raw, folder, tarn, encoder, options)
-            turns = [{name: run(commands[name]) for name in random.sample(list(commands), len(commands))}
-                     for _ in range(rounds)]
-            for name in commands:
-                seconds, cpu, peak = (statistics.median(turn[name][i] for turn in turns) for i in range(3))
-                ratio = statistics.median(turn["ffmpeg"][0] / turn[name][0] for turn in turns)
-                file = pathlib.Path(folder, f"{name}.mov")
-                size = f"{file.stat().st_size / 1e6:9.1f}" if file.exists() else ""
-                print(f"{kind:16}{name:12}{frames / seconds:8.1f}{ratio:10.2f}{cpu * 1000 / frames:14.1f}{peak:9.0f}{size}")
+    count = int(sys.argv[2]) if len(sys.argv) > 2 else 180
+    print(f"{count} frames of 1080p60, {rounds} turns; medians")
+    print(f"{'':32}{'fps':>8}{'x ffmpeg':>10}{'CPU ms/frame':>14}{'peak MB':>9}{'file MB':>9}")
+    for frames, (file, into_raw, _, _) in FRAMES.items():
+        with tempfile.TemporaryDirectory() as folder:
+            raw = f"{folder}/{file}"
+            subprocess.run([*FFMPEG, str(CLIP), "-frames:v", str(count), *into_raw, raw], check=True)
+            for kind in KINDS:
+                compare(raw, folder, kind, frames, rounds, count)
 
 
 main()
