@@ -319,8 +319,8 @@ struct Look {
 TEST_P(Shapes, LookOfThePicturesIsReadAsItWasSaid) {
     const Look looks[] = {
         {"BT.709", {1, 1, 1, false}, 1, "bt709,bt709,bt709", "progressive"},
-        {"BT.601 of 625 lines", {5, 1, 6, false}, 2, "smpte170m,bt709,bt470bg", "tt"},
-        {"BT.601 of 525 lines", {6, 1, 6, false}, 3, "smpte170m,bt709,smpte170m", "bb"},
+        {"BT.601 of 625 lines", {5, 1, 6, false}, 2, "smpte170m,bt709,bt470bg", "tb"},
+        {"BT.601 of 525 lines", {6, 1, 6, false}, 3, "smpte170m,bt709,smpte170m", "bt"},
     };
     for (const Look& look : looks) {
         SCOPED_TRACE(look.name);

@@ -22,13 +22,13 @@ struct Fields {
     const char* tinterlace;  // how ffmpeg weaves two pictures into one
     const char* setfield;
     const char* top;
-    const char* order;  // as ffprobe says it
+    const char* order;  // as ffprobe says it: of woven fields, the first displayed in front
     const char* scanOrder;
 };
 
 constexpr Fields kFields[] = {
-    {"TopFirst", "interleave_top", "tff", "1", "tt", "TFF"},
-    {"BottomFirst", "interleave_bottom", "bff", "0", "bb", "BFF"},
+    {"TopFirst", "interleave_top", "tff", "1", "tb", "TFF"},
+    {"BottomFirst", "interleave_bottom", "bff", "0", "bt", "BFF"},
 };
 
 void PrintTo(const Fields& fields, std::ostream* out) {
@@ -71,6 +71,7 @@ TEST_P(RecordedFields, KeepTheirOrderAndTheShapeOfTheirPixels) {
         EXPECT_EQ(ProbeStream(file, "v:0", "field_order"), fields.order);
         EXPECT_EQ(ProbeStream(file, "v:0", "sample_aspect_ratio"), "16:15");
         EXPECT_EQ(MediaInfo(file, "Video", "ScanOrder"), fields.scanOrder);
+        EXPECT_EQ(MediaInfo(file, "Video", "ScanType_StoreMethod"), "InterleavedFields");
         // Chroma of ProRes takes the way to 4:2:2 and back by other filters; a picture whose fields
         // were taken for the other's is far below this.
         EXPECT_GE(Psnr(file, clip), 30);

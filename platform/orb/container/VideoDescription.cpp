@@ -54,9 +54,9 @@ void write_colour(BoxWriter& writer, const MovieColour& colour, bool quickTime) 
 }
 
 void write_fields(BoxWriter& writer, int fieldOrder) {
-    // The detail numbers say which field is displayed first; both fields are woven into one
-    // picture.
-    constexpr unsigned int kDetail[] = {0, 0, 1, 6};
+    // Both fields are woven into one picture, and these numbers say which is displayed first. 1 and
+    // 6 are for fields that are stored one behind the other.
+    constexpr unsigned int kDetail[] = {0, 0, 9, 14};
     BoxWriter::Box fiel(writer, 'fiel');
     writer.U8(fieldOrder == 1 ? 1 : 2);
     writer.U8(kDetail[fieldOrder]);

@@ -63,8 +63,9 @@ Result failure_of(const std::string& path, const char* what, int code) {
 }
 
 AVFieldOrder field_order_of(int order) {
-    if (order == 2) return AV_FIELD_TT;
-    return order == 3 ? AV_FIELD_BB : AV_FIELD_PROGRESSIVE;
+    // FFmpeg's names of woven fields; TT and BB are stored apart.
+    if (order == 2) return AV_FIELD_TB;
+    return order == 3 ? AV_FIELD_BT : AV_FIELD_PROGRESSIVE;
 }
 
 void describe_video(const MovieTrack& track, AVStream& stream) {
