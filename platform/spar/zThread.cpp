@@ -47,11 +47,20 @@ struct SchedulingAttributes {
     uint64_t period = 0;
 };
 
+/// How the calling thread is scheduled, one of SCHED_...
+int own_policy() {
+    return sched_getscheduler(0) & ~SCHED_RESET_ON_FORK;
+}
+
 /// How long this thread runs before the kernel thinks of others. One that woke with the rest of a
 /// long slice used up waits for a whole slice of those who load the cores, milliseconds; with short
-/// ones it is let in almost at once. Kernels before 6.12 pass over it.
+/// ones it is let in almost at once. Kernels before 6.12 pass over it, and an idle thread, which
+/// runs when nobody else wants to, has none.
 void set_slice(uint64_t nanoseconds) {
+    const int policy = own_policy();
+    if (policy != SCHED_OTHER && policy != SCHED_BATCH) return;
     SchedulingAttributes attributes;
+    attributes.policy = static_cast<uint32_t>(policy);
     attributes.nice = getpriority(PRIO_PROCESS, 0);
     attributes.runtime = nanoseconds;
     syscall(SYS_sched_setattr, 0, &attributes, 0);
@@ -85,6 +94,19 @@ void take_class(const Start& start) {
     set_slice(start.number >= kFirstPunctualNumber ? kShortSliceNs : kUsualSlice);
 }
 
+/// A real-time thread does not pass its policy on to the threads that it starts. Batch and idle are
+/// what the user wants of the whole program, and an ordinary user cannot even leave idle.
+void drop_real_time(pthread_attr_t& attributes) {
+    const int policy = own_policy();
+    if (policy != SCHED_FIFO && policy != SCHED_RR) return;
+    // Policy and parameters are both set: what stands at its default is taken from the starter all
+    // the same.
+    const sched_param ordinary = {};
+    pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
+    pthread_attr_setschedpolicy(&attributes, SCHED_OTHER);
+    pthread_attr_setschedparam(&attributes, &ordinary);
+}
+
 void* run(void* argument) noexcept {
     std::unique_ptr<Start> start(static_cast<Start*>(argument));
     pthread_setname_np(pthread_self(), start->name);
@@ -112,13 +134,7 @@ public:
     int Begin(Start* start) {
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
-        // A real-time thread does not pass its policy on to the threads that it starts. Policy and
-        // parameters are both set: what stands at its default is taken from the starter all the
-        // same.
-        const sched_param ordinary = {};
-        pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
-        pthread_attr_setschedpolicy(&attributes, SCHED_OTHER);
-        pthread_attr_setschedparam(&attributes, &ordinary);
+        drop_real_time(attributes);
         const int error = pthread_create(&fThread, &attributes, run, start);
         pthread_attr_destroy(&attributes);
         fJoined = error != 0;

@@ -26,6 +26,9 @@ public:
     /// switched more often; 5 to 9 asks for first-in-first-out real time with a priority that rises
     /// by 10 a step. Where the system refuses that, the thread runs as with 4 and the refusal is
     /// traced once a process. Other classes count as 4.
+    ///
+    /// Where the starter is under a batch or an idle policy, so is the thread, unless it is granted
+    /// real time; the starter's own real time is not passed on.
     static zThread* Factory(const char* name, zThreadMain* main, char schedulingClass, char number);
 
     zThread(const zThread&) = delete;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <poll.h>
+#include <pthread.h>
 #include <sched.h>
 #include <stdexcept>
 #include <string>
@@ -236,6 +237,21 @@ TEST(zThread, AnOrdinaryThreadOfAnUrgentOneIsOrdinary) {
     EXPECT_EQ(policy, SCHED_OTHER);
 }
 
+TEST(zThread, AThreadOfTheHostsOwnRealTimeIsOrdinary) {
+    for (const int hosts : {SCHED_FIFO, SCHED_RR}) {
+        int error = 0;
+        int policy = -1;
+        Body ordinary([&] { policy = sched_getscheduler(0); });
+        std::thread([&] {
+            const sched_param parameters = {10};
+            error = pthread_setschedparam(pthread_self(), hosts, &parameters);
+            if (error == 0) start(ordinary)->Join();
+        }).join();
+        if (error != 0) GTEST_SKIP() << "no real time for this user";
+        EXPECT_EQ(policy, SCHED_OTHER) << hosts;
+    }
+}
+
 // Real time: sleeps never end early; how late they end is the machine's affair.
 TEST(zThread, SleepsLastAtLeastAsLongAsAsked) {
     const long long begin = zTime::MicroNow();
@@ -441,6 +457,38 @@ namespace {
     _exit(thread == nullptr && !ran ? 0 : 1);
 }
 
+/// In a process of its own, of an ordinary user who has put it under that policy: exits with 0 if
+/// threads of every class are started and stay under it.
+[[noreturn]] void start_threads_under(int policy) {
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_RTPRIO, &none);
+    if (geteuid() == 0 && setuid(65534) != 0) _exit(2);
+    const bool hasSlices = policy != SCHED_IDLE && can_have_slices();
+    const uint64_t usual = slice_of_this_thread();
+    const sched_param parameters = {};
+    if (sched_setscheduler(0, policy, &parameters) != 0) _exit(3);
+    const struct {
+        char schedulingClass;
+        char number;
+        bool isPunctual;
+        int leastNice;
+    } kCases[] = {{4, 1, false, 0}, {4, 4, true, 0}, {4, 9, true, 0}, {3, 6, false, 6}};
+    for (const auto& item : kCases) {
+        bool isRight = false;
+        Body body([&] {
+            const uint64_t slice = item.isPunctual ? 100000 : usual;
+            isRight = sched_getscheduler(0) == policy &&
+                      (!hasSlices || slice_of_this_thread() == slice) &&
+                      getpriority(PRIO_PROCESS, 0) >= item.leastNice;
+        });
+        const auto thread = start(body, "chosen", item.schedulingClass, item.number);
+        if (thread == nullptr) _exit(4);
+        thread->Join();
+        if (!isRight) _exit(5);
+    }
+    _exit(0);
+}
+
 int lines_in(const std::string& text) {
     return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
 }
@@ -452,6 +500,15 @@ TEST(zThreadDeathTest, ARefusalOfRealTimeIsNoErrorAndTracedOnce) {
     EXPECT_EXIT(run_urgent_threads_without_the_right(), testing::ExitedWithCode(0),
                 testing::AllOf(testing::HasSubstr("real-time scheduling refused"),
                                testing::ResultOf(lines_in, 1)));
+}
+
+// What `chrt --idle`, `chrt --batch` and service managers do for whole programs.
+TEST(zThreadDeathTest, ThreadsStayUnderThePolicyThatTheUserChose) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const int policy : {SCHED_OTHER, SCHED_BATCH, SCHED_IDLE}) {
+        SCOPED_TRACE(policy);
+        EXPECT_EXIT(start_threads_under(policy), testing::ExitedWithCode(0), "");
+    }
 }
 
 TEST(zThreadDeathTest, AThreadThatTheSystemRefusesIsNullAndTraced) {
