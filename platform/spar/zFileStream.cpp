@@ -179,8 +179,10 @@ bool zFileStream::IsFolder(const std::string& path) {
 
 long long zFileStream::SpaceAvailable(const std::string& path) {
     struct statvfs volume;
-    if (::statvfs(path.c_str(), &volume) != 0) return std::numeric_limits<long long>::max();
-    return static_cast<long long>(volume.f_bavail) * static_cast<long long>(volume.f_frsize);
+    constexpr long long kNoLimit = std::numeric_limits<long long>::max();
+    if (::statvfs(path.c_str(), &volume) != 0 || volume.f_blocks == 0) return kNoLimit;
+    long long space = 0;
+    return __builtin_mul_overflow(volume.f_bavail, volume.f_frsize, &space) ? kNoLimit : space;
 }
 
 long long zFileStream::FileSize(const char* path) {

@@ -59,7 +59,8 @@ public:
     static int SyncFolder(const char* path);
     static bool IsFolder(const std::string& path);
     /// Free bytes, for an ordinary user, of the volume that holds the path. A volume that cannot be
-    /// asked gives the largest number: nobody knows of a limit there.
+    /// asked, or does not say how large it is, as a memory disk without a limit, gives the largest
+    /// number: nobody knows of a limit there.
     static long long SpaceAvailable(const std::string& path);
     /// Size of the file in bytes, or a negative code.
     static long long FileSize(const char* path);

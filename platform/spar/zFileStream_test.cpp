@@ -255,6 +255,8 @@ TEST_F(FileStream, TellsTheFreeSpaceOfAVolume) {
     EXPECT_GT(space, 0);
     EXPECT_LT(space, std::numeric_limits<long long>::max());
     EXPECT_EQ(zFileStream::SpaceAvailable(Path("none")), std::numeric_limits<long long>::max());
+    // Says that it has no blocks at all, as memory disks without a limit do.
+    EXPECT_EQ(zFileStream::SpaceAvailable("/proc"), std::numeric_limits<long long>::max());
 }
 
 TEST_F(FileStream, SaysItsCodesInWords) {
