@@ -163,11 +163,17 @@ int zFileStream::LinkFile(const char* from, const char* to) {
     return result_of(::link(from, to));
 }
 
+/// Some network and shared file systems have no such operation for folders.
+static bool has_no_sync(int error) {
+    return error == EINVAL || error == ENOTSUP;
+}
+
 int zFileStream::SyncFolder(const char* path) {
     if (path == nullptr) return kErrorBase - EINVAL;
     const int folder = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder < 0) return last_error();
-    const int result = result_of(::fsync(folder));
+    const bool isDone = ::fsync(folder) == 0 || has_no_sync(errno);
+    const int result = isDone ? 0 : last_error();
     ::close(folder);
     return result;
 }

@@ -55,7 +55,8 @@ public:
     /// Gives the file `from` the name `to` as well; refused where `to` stands already, and on file
     /// systems without links.
     static int LinkFile(const char* from, const char* to);
-    /// Waits until creations, removals and renamings in that folder stand on the disk.
+    /// Waits until creations, removals and renamings in that folder stand on the disk. 0 at once on
+    /// file systems that have no way to wait for that.
     static int SyncFolder(const char* path);
     static bool IsFolder(const std::string& path);
     /// Free bytes, for an ordinary user, of the volume that holds the path. A volume that cannot be
