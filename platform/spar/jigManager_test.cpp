@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -155,6 +156,17 @@ TEST(jigManager, SaysWhyAFileWasSkipped) {
             << item.file << ": " << capture.fText;
         EXPECT_TRUE(names(manager).empty());
     }
+}
+
+TEST(jigManager, APipeOfThatNameIsNotWaitedFor) {
+    Capture capture;
+    Folder folder;
+    folder.Take("good_a.so");
+    ASSERT_EQ(mkfifo(folder.Path("a_pipe.so").c_str(), 0600), 0);
+    jigManager manager;
+    EXPECT_EQ(manager.LoadFolder(folder.Path()), 1);
+    EXPECT_EQ(capture.fText,
+              "jigManager: '" + folder.Path("a_pipe.so") + "': cannot be read; skipped\n");
 }
 
 TEST(jigManager, AFileThatIsLoadedAlreadyIsListedOnce) {
