@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <dlfcn.h>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -73,10 +74,19 @@ std::string loader_error(const std::string& path) {
     return error;
 }
 
-const jigAddon* entry_of(void* library) {
+/// Asks the library for its add-on; gives what is wrong with it, else nothing. What its code throws
+/// ends here.
+std::string entry_problem(void* library, const jigAddon*& addon) {
     using Entry = const jigAddon* (*)();
     const auto entry = reinterpret_cast<Entry>(dlsym(library, JIG_ENTRY_NAME));
-    return entry != nullptr ? entry() : nullptr;
+    try {
+        addon = entry != nullptr ? entry() : nullptr;
+    } catch (const std::exception& error) {
+        return std::string("fails while it is loaded: ") + error.what();
+    } catch (...) {
+        return "fails while it is loaded";
+    }
+    return addon != nullptr ? "" : "not an add-on";
 }
 
 }  // namespace
@@ -116,8 +126,9 @@ int jigManager::LoadFile(const std::string& path) {
     void* library = dlopen(exact.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) return skipped(path, loader_error(exact));
 
-    const jigAddon* addon = entry_of(library);
-    const int result = addon != nullptr ? add_from(*addon, path) : skipped(path, "not an add-on");
+    const jigAddon* addon = nullptr;
+    const std::string why = entry_problem(library, addon);
+    const int result = why.empty() ? add_from(*addon, path) : skipped(path, why);
     // Loaded code stays: dlclose here only gives back what the refused file took.
     if (result != 0) dlclose(library);
     return result;

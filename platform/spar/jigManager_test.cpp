@@ -77,6 +77,11 @@ std::vector<std::string> names(jigManager& manager, const char* interfaceName = 
     return found;
 }
 
+/// Whether this process has loaded that file.
+bool is_mapped(const std::string& path) {
+    return bytes_of("/proc/self/maps").find(path) != std::string::npos;
+}
+
 std::string problem_of(const std::string& bytes) {
     return jigElfProblem(bytes.size(), [&](std::uint64_t offset, void* to, std::size_t size) {
         if (offset > bytes.size() || size > bytes.size() - offset) return false;
@@ -125,10 +130,10 @@ TEST(jigManager, LoadsAFolderInTheOrderOfNamesAndSkipsWhatIsNoAddon) {
     EXPECT_EQ(manager.LoadFolder(kAddons), 2);
     EXPECT_EQ(names(manager), (std::vector<std::string>{"good_a", "good_b"}));
     // Each file that was passed over has a line of its own.
-    for (const char* name : {"alien", "liar", "nameless", "null", "other_abi", "other_mark",
-                             "throwing", "unresolved", "unwilling"})
+    for (const char* name : {"alien", "bad_entry", "bad_entry_number", "liar", "nameless", "null",
+                             "other_abi", "other_mark", "throwing", "unresolved", "unwilling"})
         EXPECT_NE(capture.fText.find(kAddons + "/" + name + ".so'"), std::string::npos) << name;
-    EXPECT_EQ(std::count(capture.fText.begin(), capture.fText.end(), '\n'), 9);
+    EXPECT_EQ(std::count(capture.fText.begin(), capture.fText.end(), '\n'), 11);
 }
 
 TEST(jigManager, SaysWhyAFileWasSkipped) {
@@ -137,6 +142,8 @@ TEST(jigManager, SaysWhyAFileWasSkipped) {
         const char* why;
     } kCases[] = {
         {"alien.so", "not an add-on"},
+        {"bad_entry.so", "fails while it is loaded: no device"},
+        {"bad_entry_number.so", "fails while it is loaded; skipped"},
         {"null.so", "not an add-on"},
         {"other_mark.so", "not an add-on"},
         {"other_abi.so", "built for add-on interface 2, this host has 1"},
@@ -167,6 +174,21 @@ TEST(jigManager, APipeOfThatNameIsNotWaitedFor) {
     EXPECT_EQ(manager.LoadFolder(folder.Path()), 1);
     EXPECT_EQ(capture.fText,
               "jigManager: '" + folder.Path("a_pipe.so") + "': cannot be read; skipped\n");
+}
+
+TEST(jigManager, AnEntryThatThrowsKeepsNobodyElseOut) {
+    Capture capture;
+    Folder folder;
+    for (const char* name : {"bad_entry.so", "bad_entry_number.so", "good_a.so", "good_b.so"})
+        folder.Take(name);
+    jigManager manager;
+    EXPECT_EQ(manager.LoadFolder(folder.Path()), 2);
+    EXPECT_EQ(capture.fText, "jigManager: '" + folder.Path("bad_entry.so") +
+                                 "': fails while it is loaded: no device; skipped\n" +
+                                 "jigManager: '" + folder.Path("bad_entry_number.so") +
+                                 "': fails while it is loaded; skipped\n");
+    EXPECT_FALSE(is_mapped(folder.Path("bad_entry.so")));
+    EXPECT_TRUE(is_mapped(folder.Path("good_a.so")));
 }
 
 TEST(jigManager, AFileThatIsLoadedAlreadyIsListedOnce) {

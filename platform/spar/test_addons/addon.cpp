@@ -47,7 +47,11 @@ extern "C" __attribute__((visibility("default"))) const jigAddon* jigAddonEntry(
 extern "C" int nobody_has_this_function();
 
 const jigAddon* jigAddonEntry() {
-#if defined(KIND_OTHER_ABI)
+#if defined(KIND_BAD_ENTRY)
+    throw std::runtime_error("no device");
+#elif defined(KIND_BAD_ENTRY_NUMBER)
+    throw 5;
+#elif defined(KIND_OTHER_ABI)
     // What follows the number has another layout there, and must not be followed.
     static const unsigned long addon[4] = {kJigMark | (kJigABI + 1UL) << 32, 1, 1, 1};
     return reinterpret_cast<const jigAddon*>(addon);
