@@ -10,7 +10,8 @@ namespace {
 
 /// A value as the widest number of its sort.
 struct Number {
-    enum Sort { NONE, SIGNED, UNSIGNED, REAL };
+    /// BEYOND is a whole number that 64 bits do not hold, as the real next to it, which they might.
+    enum Sort { NONE, SIGNED, UNSIGNED, REAL, BEYOND };
     Sort sort = NONE;
     long long whole = 0;
     unsigned long long natural = 0;
@@ -29,9 +30,17 @@ Number real_number(double value) {
     return {Number::REAL, 0, 0, value};
 }
 
+Number beyond_number(double value) {
+    return {Number::BEYOND, 0, 0, value};
+}
+
 bool begins_like_number(std::string_view text) {
     if (!text.empty() && text.front() == '-') text.remove_prefix(1);
     return !text.empty() && ((text.front() >= '0' && text.front() <= '9') || text.front() == '.');
+}
+
+bool is_whole(std::string_view text) {
+    return text.find_first_not_of("0123456789", text.starts_with('-') ? 1 : 0) == text.npos;
 }
 
 template <class T>
@@ -50,8 +59,8 @@ Number number_of(std::string_view text) {
     unsigned long long natural = 0;
     if (spells(text, natural)) return unsigned_number(natural);
     double real = 0;
-    if (spells(text, real)) return real_number(real);
-    return {};
+    if (!spells(text, real)) return {};
+    return is_whole(text) ? beyond_number(real) : real_number(real);
 }
 
 /// The limit of T above which no real fits: a power of two, and so exact as a double.
@@ -81,6 +90,7 @@ T integer_of(const Number& number, T defaultValue) {
             if (!(whole >= static_cast<double>(Limits::min()) && whole < beyond<T>())) break;
             return static_cast<T>(whole);
         }
+        case Number::BEYOND:
         case Number::NONE:
             break;
     }
@@ -94,6 +104,7 @@ double real_of(const Number& number, double defaultValue) {
         case Number::UNSIGNED:
             return static_cast<double>(number.natural);
         case Number::REAL:
+        case Number::BEYOND:
             return number.real;
         case Number::NONE:
             break;
@@ -176,6 +187,7 @@ bool zVariable::AsBool(bool defaultValue) const {
         case Number::UNSIGNED:
             return number.natural != 0;
         case Number::REAL:
+        case Number::BEYOND:
             return std::isnan(number.real) ? defaultValue : number.real != 0;
         case Number::NONE:
             break;

@@ -123,6 +123,9 @@ TEST(zVariable, ConvertsToUnsignedNeverFromBelowZero) {
     EXPECT_EQ(made(Text("18446744073709551615")).AsInt64(kNo), 77);
     EXPECT_EQ(made(Text("18446744073709551616")).AsUInt64(kNo), 77u);
     EXPECT_EQ(made(Text("-9223372036854775808")).AsInt64(kNo), LLONG_MIN);
+    // Whole numbers that round to the least of 64 bits are still below it.
+    for (const char* below : {"-9223372036854775809", "-9223372036854776832"})
+        EXPECT_EQ(made(Text(below)).AsInt64(kNo), 77) << below;
     EXPECT_EQ(made(UInt64(LLONG_MAX)).AsInt64(kNo), LLONG_MAX);
     EXPECT_EQ(made(UInt64(LLONG_MAX + 1ull)).AsInt64(kNo), 77);
     EXPECT_EQ(made(Int32(65535)).AsUInt16(kNo), 65535);
