@@ -71,22 +71,9 @@ static bool is_printable(unsigned char c) {
     return c >= 0x20 && c < 0x7f;
 }
 
-/// The key, else the four characters of a code, else the number.
-static std::string name_of(unsigned long long id) {
-    const char* key = zStringID::Default().Key(id);
-    if (key != nullptr) return key;
-    std::string code;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        const auto c = static_cast<unsigned char>(id >> shift);
-        if (!is_printable(c) || id >> 32 != 0) return fmt::format("{:#x}", id);
-        code += static_cast<char>(c);
-    }
-    return fmt::format("'{}'", code);
-}
-
-/// In quotes, on one line whatever it holds.
-static std::string quoted(std::string_view text) {
-    std::string out = "\"";
+/// On one line whatever it holds.
+static std::string escaped(std::string_view text) {
+    std::string out;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') out += '\\';
@@ -96,7 +83,20 @@ static std::string quoted(std::string_view text) {
             out += c;
         }
     }
-    return out + '"';
+    return out;
+}
+
+/// The key, else the four characters of a code, else the number.
+static std::string name_of(unsigned long long id) {
+    const char* key = zStringID::Default().Key(id);
+    if (key != nullptr) return escaped(key);
+    std::string code;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const auto c = static_cast<unsigned char>(id >> shift);
+        if (!is_printable(c) || id >> 32 != 0) return fmt::format("{:#x}", id);
+        code += static_cast<char>(c);
+    }
+    return fmt::format("'{}'", code);
 }
 
 static const char* word_of(zVariableType kind) {
@@ -124,12 +124,12 @@ static const char* word_of(zVariableType kind) {
 
 void zRecord::describe(std::string& text, int indent) const {
     const std::string margin(static_cast<std::size_t>(std::max(indent, 0)) * 4, ' ');
-    text += fmt::format("{}{} {{\n", margin, AsString(kTagID, "record"));
+    text += fmt::format("{}{} {{\n", margin, escaped(AsString(kTagID, "record")));
     ForEachVariable([&](const zVariable& variable) {
         if (variable.ID() == kTagID && variable.IsHeapBacked()) return true;
         text += fmt::format("{}    {} = ", margin, name_of(variable.ID()));
         text += variable.IsHeapBacked()
-                    ? quoted(variable.Text())
+                    ? fmt::format("\"{}\"", escaped(variable.Text()))
                     : fmt::format("{} ({})", variable.AsString(""), word_of(variable.Kind()));
         text += '\n';
         return true;

@@ -679,6 +679,10 @@ TEST(zRecord, PrintsToTheTrace) {
               "        'mfps' = 29.97 (double)\n"
               "    }\n"
               "}\n");
+    zRecord forged;
+    forged.SetCString('xTag', "a\nb");
+    forged.SetInt32("forged\n\\x0a\x7f", 1);
+    EXPECT_EQ(forged.Description(0), "a\\x0ab {\n    forged\\x0a\\\\x0a\\x7f = 1 (int32)\n}\n");
     zTraceManager* const kept = zTraceManager::SetDefault(nullptr);
     record.Print(0, 0);  // tracing is off: nothing happens
     zTraceManager::SetDefault(kept);
