@@ -137,6 +137,9 @@ private:
             context.flags |= AV_CODEC_FLAG_CLOSED_GOP;
             // A group that may end anywhere could not be closed.
             options.Set("sc_threshold", kUnlimitedSceneChange);
+            // Else the encoder closes a group by ending it early, M - 1 pictures or fewer: where M
+            // is N no prediction is left.
+            options.Set("mpv_flags", "+strict_gop");
         }
     }
 };

@@ -210,6 +210,46 @@ TEST(Mpeg2Compressor, GroupsAreClosedWhenAsked) {
     }
 }
 
+/// The types of a stream without leading pictures, in the order of display: an anchor is shown
+/// behind the B-pictures that follow it in the stream.
+std::string in_order_of_display(const std::string& types) {
+    std::string shown;
+    std::string anchor;
+    for (const char type : types) {
+        if (type == 'B') {
+            shown += type;
+            continue;
+        }
+        shown += anchor;
+        anchor = type;
+    }
+    return shown + anchor;
+}
+
+TEST(Mpeg2Compressor, ClosedGroupsAreAsLongAsAsked) {
+    struct {
+        int m, n;
+        const char* group;  // in order of display
+    } const table[] = {
+        {1, 1, "I"},        {1, 4, "IPPP"},      {2, 2, "IP"},
+        {3, 3, "IBP"},      {5, 5, "IBBBP"},     {7, 7, "IBBBBBP"},
+        {3, 8, "IBBPBBPP"}, {3, 9, "IBBPBBPBP"}, {3, 12, "IBBPBBPBBPBP"},
+    };
+    constexpr int kGroups = 4;
+    for (const auto& row : table) {
+        SCOPED_TRACE(testing::Message() << "M " << row.m << ", N " << row.n);
+        const Stream run = encode({}, kGroups * row.n, [&](CVideoCompressor& compressor) {
+            EXPECT_EQ(compressor.SetProperty(Mpeg2::M, row.m), 0);
+            EXPECT_EQ(compressor.SetProperty(Mpeg2::N, row.n), 0);
+            EXPECT_EQ(compressor.SetProperty(Mpeg2::ClosedGopInterval, 1), 0);
+        });
+        std::string expected;
+        for (int i = 0; i < kGroups; ++i) expected += row.group;
+        EXPECT_EQ(in_order_of_display(run.headers.types), expected);
+        EXPECT_EQ(run.headers.closedGroups, std::vector<bool>(kGroups, true));
+    }
+}
+
 TEST(Mpeg2Compressor, AHintInsideOfAClosedGroupBeginsOne) {
     RObject<CVideoCompressor> compressor = MakeCompressor('mcm2');
     const Source source;
