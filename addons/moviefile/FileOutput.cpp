@@ -5,6 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "spar/trace.h"
+#include "tarn/writers/writerErrors.h"
+
 #include "addons/moviefile/RawAudioCompressor.h"
 #include "addons/moviefile/RawVideoCompressor.h"
 
@@ -111,14 +114,31 @@ int FileOutput::write_sound(const MediaItem& item) {
     const int code = write_silence(fSoundLine.MissingBefore(start), frameBytes);
     if (code != 0) return code;
     fSoundLine.Follow(start, kMsPerSecond * (frames - skip) / fSoundRate);
-    return write_block(sound.PacketData(0) + skip * frameBytes, (frames - skip) * frameBytes);
+    return write_block(sound.PacketData(0) + skip * frameBytes, frames - skip, frameBytes);
 }
 
-int FileOutput::write_block(const unsigned char* data, unsigned int size) {
+int FileOutput::write_block(const unsigned char* data, unsigned int frames,
+                            unsigned int frameBytes) {
     Block block;
-    const int code = fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(size));
+    const int code =
+        fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(frames * frameBytes));
     fSoundBytes.fetch_add(block.Bytes());
+    if (code == kWriterAudioConversion) return bear_unconverted(frames);
+    fUnconverted = 0;
     return code;
+}
+
+/// A change of rate gives nothing while it fills, and a block that is lost is the only one. What
+/// gave nothing for a second gives nothing ever.
+int FileOutput::bear_unconverted(unsigned int frames) {
+    if (fUnconverted >= fSoundRate) return kWriterAudioConversion;
+    fUnconverted += frames;
+    if (std::exchange(fToldOfUnconverted, true)) return 0;
+    zTrace(
+        "'{}': {} frames of sound gave none for the file; a change of rate keeps its first ones "
+        "for the next, a block of more than half a second is lost\n",
+        fSettings.where, frames);
+    return 0;
 }
 
 // Zero is silence in integers and floats alike. Blocks stay short of what a converter takes.
@@ -128,7 +148,7 @@ int FileOutput::write_silence(double milliseconds, unsigned int frameBytes) {
     const std::vector<unsigned char> zeros(missing > 0 ? kBlock * frameBytes : 0);
     for (long long frames = 0; missing > 0; missing -= frames) {
         frames = std::min(missing, kBlock);
-        const int code = write_block(zeros.data(), static_cast<unsigned int>(frames) * frameBytes);
+        const int code = write_block(zeros.data(), static_cast<unsigned int>(frames), frameBytes);
         if (code != 0) return code;
     }
     return 0;

@@ -30,7 +30,8 @@ protected:
     bool takes_sound(tnAudioCompressor::EncodedBuffer& buffer) override;
 
 private:
-    int write_block(const unsigned char* data, unsigned int size);
+    int write_block(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
+    int bear_unconverted(unsigned int frames);
     int write_silence(double milliseconds, unsigned int frameBytes);
 
     const unsigned int fContainerType;
@@ -42,5 +43,7 @@ private:
     long long fStartTicks = 0;
     double fSoundStartMs = 0;
     double fSoundRate = 0;
+    double fUnconverted = 0;  // frames in a row of which the file got nothing
+    bool fToldOfUnconverted = false;
     SoundLine fSoundLine;
 };
