@@ -1,12 +1,15 @@
 // Tracks, samples and conversions for which there is no memory: each kind of track has a code of
 // its own. The linker puts what stands here in front of allocations, see tarn/CMakeLists.txt.
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <new>
 #include <set>
+#include <vector>
 
 #include "orb/BlockPool.h"
 #include "orb/CAssetAudioCompressor.h"
@@ -28,6 +31,8 @@ thread_local std::size_t gFailingSize = 0;   // of objects that are not to be ha
 thread_local int gObjectsLeft = -1;          // until one is not to be had; -1: all are
 thread_local bool gNoConverter = false;      // of sound
 thread_local std::size_t gFailingArray = 0;  // bytes that are not to be had
+thread_local std::size_t gUsedArray = 0;     // bytes that somebody had before
+constexpr int kWhatSomebodyLeft = 0x41;
 
 /// There is no memory for objects of that size as long as this lives.
 class NoMemoryFor {
@@ -58,7 +63,9 @@ extern "C" tnAudioConverter* __wrap__ZN16tnAudioConverter7FactoryEv() {
 extern "C" void* __real__Znam(std::size_t size);
 extern "C" __attribute__((visibility("default"))) void* __wrap__Znam(std::size_t size) {
     if (size == gFailingArray) throw std::bad_alloc();
-    return __real__Znam(size);
+    void* const memory = __real__Znam(size);
+    if (size == gUsedArray) std::memset(memory, kWhatSomebodyLeft, size);
+    return memory;
 }
 
 // What the pool asks for blocks. The sanitizers have one of their own, which is better left alone.
@@ -216,6 +223,28 @@ TEST_F(ConvertingWriter, ABufferThatCannotBeMadeAnewIsGone) {
     EXPECT_EQ(write_block(), -1058);
     fWriter->Close();
     record_a_file();
+}
+
+// One channel's samples lie in the first half of what two take.
+TEST_F(Writer, WhatNoSampleReachesIsSilence) {
+    constexpr std::size_t kHalfSecond = 24000 * 2 * 2;
+    constexpr std::size_t kBlock = 1920;
+    open();
+    fWriter->SetSourceAudioFormat(pcm(48000, 1));
+    fWriter->SetEncodedAudioFormat(encoded_audio(nullptr, 48000, 2));
+    gUsedArray = kHalfSecond;
+    const int begun = fWriter->CompleteInitialization();
+    gUsedArray = 0;
+    ASSERT_EQ(begun, 0);
+    const std::vector<unsigned char> block(kBlock, 7);
+    Packet packet;
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block.data(), kBlock), 0);
+    fWriter->Close();
+    std::vector<unsigned char> expected(2 * kBlock, 0);
+    std::fill_n(expected.begin(), kBlock, block.front());
+    ASSERT_EQ(fFile.samples.size(), 2u);
+    for (const FileScript::Sample& sample : fFile.samples) EXPECT_EQ(sample.bytes, expected);
 }
 
 RObject<CVideoProperties> picture(int side) {

@@ -30,7 +30,8 @@ int MakeAudioConversion(const tnMediaRecord& source, const tnMediaRecord& encode
     const auto sampleBytes = static_cast<unsigned int>(encoded.fBitsPerSample.AsInt32('mbps') / 8);
     delete[] std::exchange(buffer, nullptr);
     bufferSize = 0;
-    buffer = new unsigned char[halfSecond * channels * sampleBytes];
+    // Zeroed: mono that becomes stereo fills half of its block, and all of the block is stored.
+    buffer = new unsigned char[halfSecond * channels * sampleBytes]();
     bufferSize = halfSecond * channels * sampleBytes;
     return 0;
 }

@@ -238,6 +238,7 @@ struct FileScript {
         long long duration;
         long long packets;
         std::size_t size;
+        std::vector<unsigned char> bytes;
     };
 
     // set by the test before the file begins
@@ -277,7 +278,8 @@ public:
         if (static_cast<int>(fScript.samples.size()) == fScript.failAtSample)
             return ResultError("told to fail");
         fScript.samples.push_back(
-            {track, sample.decodeTime, sample.duration, sample.packets, sample.size});
+            {track, sample.decodeTime, sample.duration, sample.packets, sample.size,
+             std::vector<unsigned char>(sample.data, sample.data + sample.size)});
         return 0;
     }
     Result Finish() override {
