@@ -36,6 +36,7 @@ struct Script {
     bool failBegin = false;
     bool failSample = false;
     bool giveNothing = false;
+    bool takesOutput = false;          ///< of a converter: SetOutputProperties succeeds
     std::atomic<bool> stuck{false};    ///< ProcessSample does not come back while this is set
     std::atomic<bool> entered{false};  ///< ProcessSample was called
     /// Sees every picture as it enters, on the component's thread.
@@ -169,6 +170,10 @@ private:
 class Converter final : public VideoDouble<CVideoConverter> {
 public:
     Converter(unsigned int type, Script& script) : VideoDouble(type, script) {}
+
+    Result SetOutputProperties(const CVideoProperties* properties) override {
+        return fScript.takesOutput ? Result(0) : CVideoConverter::SetOutputProperties(properties);
+    }
 
 private:
     CVideoSample* made_from(CVideoSample* sample) override { return new CVideoSample(sample); }
