@@ -4,6 +4,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -145,6 +146,20 @@ TEST_F(Writer, ARecordThatIsEmptyOrNotEnabledAsksForNoTrack) {
         EXPECT_EQ(fWriter->WriteVideo(frame), -1006) << row.name;
         Packet packet;
         EXPECT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), -1006) << row.name;
+        fWriter->Close();
+    }
+}
+
+// Every record here asks for a bit rate.
+TEST_F(Writer, CodecsThatHaveNoBitRateAreNotToldOfOne) {
+    const struct {
+        const char* codec;
+        std::vector<std::string> settings;
+    } rows[] = {{"ProRes", {}}, {"MJPEG", {"JpegCompressor::Quality"}}};
+    for (const auto& row : rows) {
+        fScript.order.clear();
+        ASSERT_EQ(set_up(encoded_video(row.codec)), 0);
+        EXPECT_EQ(settings(), row.settings) << row.codec;
         fWriter->Close();
     }
 }

@@ -161,16 +161,21 @@ TEST_F(Writer, ReportsTheBytesThatTheTrackTook) {
     EXPECT_EQ(fFile.samples.size(), 50u);
 }
 
-TEST_F(Writer, AMissingTimeCountsAsZero) {
-    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
-    Frame frame(777, 888);
-    frame.fTiming.fHasTime = 0;
-    frame.fTiming.fHasDuration = 0;
-    EXPECT_EQ(fWriter->WriteVideo(frame), 0);
-    fWriter->Close();
-    ASSERT_EQ(fFile.samples.size(), 1u);
-    EXPECT_EQ(fFile.samples[0].time, 0);
-    EXPECT_EQ(fFile.samples[0].duration, 0);
+TEST_F(Writer, AMissingTimeOrLengthCountsAsZero) {
+    for (const long long hasTime : {0, 1}) {
+        for (const long long hasDuration : {0, 1}) {
+            fFile.samples.clear();
+            ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+            Frame frame(777, 888);
+            frame.fTiming.fHasTime = hasTime;
+            frame.fTiming.fHasDuration = hasDuration;
+            EXPECT_EQ(fWriter->WriteVideo(frame), 0);
+            fWriter->Close();
+            ASSERT_EQ(fFile.samples.size(), 1u);
+            EXPECT_EQ(fFile.samples[0].time, hasTime * 777) << hasDuration;
+            EXPECT_EQ(fFile.samples[0].duration, hasDuration * 888) << hasTime;
+        }
+    }
 }
 
 TEST_F(Writer, PutsFramesOfAClocksTimescaleOnTheFilesTicks) {
@@ -630,8 +635,15 @@ TEST_F(Writer, AnnouncesItsLengthAndTheRateOfItsSafeStates) {
 }
 
 TEST_F(Writer, ExpectsThirteenHoursWhereNobodyTells) {
-    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
-    EXPECT_EQ(fFile.tracks[0].expectedDuration, 46800LL * 30000);
+    for (const double seconds : {0.0, -0.0, -1.0, -1e300}) {
+        fFile.tracks.clear();
+        open('mov ', seconds);
+        fWriter->SetSourceVideoFormat(raw_video());
+        fWriter->SetEncodedVideoFormat(encoded_video("MJPEG"));
+        ASSERT_EQ(fWriter->CompleteInitialization(), 0);
+        EXPECT_EQ(fFile.tracks.at(0).expectedDuration, 46800LL * 30000) << seconds;
+        fWriter->Close();
+    }
 }
 
 TEST_F(Writer, AnAbsurdLengthIsTheLongestThatATrackHas) {
