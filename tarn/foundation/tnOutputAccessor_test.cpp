@@ -151,6 +151,9 @@ TEST_F(tnOutputAccessorTest, TextsHaveTheirKeysAndAreNullOtherwise) {
         (fAccessor.*key.fSet)("secret");
         EXPECT_STREQ(fRecord.AsCString(key.fKey, nullptr), "secret");
         EXPECT_STREQ((fAccessor.*key.fGet)(), "secret");
+        (fAccessor.*key.fSet)(nullptr);
+        EXPECT_EQ((fAccessor.*key.fGet)(), nullptr);
+        EXPECT_FALSE(fRecord.ExistsKey(key.fKey));
     }
 }
 
@@ -458,6 +461,9 @@ TEST_F(tnOutputAccessorTest, AnnotationsHaveTheirKeysAndAreNullOtherwise) {
         (annotations.*key.fSet)(key.fKey);
         EXPECT_STREQ((annotations.*key.fGet)(), key.fKey);
         EXPECT_STREQ(fRecord.AsCString(key.fKey, nullptr), key.fKey);
+        (annotations.*key.fSet)(nullptr);
+        EXPECT_EQ((annotations.*key.fGet)(), nullptr);
+        EXPECT_FALSE(fRecord.ExistsKey(key.fKey));
     }
     null.Print();
 }
