@@ -28,6 +28,8 @@ class CVideoSample;
 /// output happen on threads behind the tracks; a write blocks only when its track is full, which
 /// the readiness queries tell beforehand.
 ///
+/// A writer that is opened again keeps its converters: other formats want a writer of their own.
+///
 /// Video and audio may be written from two threads at once. Nothing keeps a first write from
 /// overlapping CloseStreams: the caller does. All results are 0 or a negative code.
 class TARN_API tnWriteORB2 : public zRefCount {
@@ -76,8 +78,13 @@ public:
     ///
     /// `data` is copied and free again on return. Time in the file follows from the order and
     /// length of the blocks alone; the two unnamed arguments are there for the interface of older
-    /// callers. -1006 no audio track; -1058 the conversion failed; -1059 the track refused the
-    /// block, or there is no memory for it.
+    /// callers. -1006 no audio track; -1058 the block gave nothing, and the next one is handled as
+    /// usual: its conversion failed, or gave more than half a second, or it is one of the first of
+    /// a change of rate, which keeps them until it has some 20 ms at 48 kHz; -1059 the track
+    /// refused the block, or there is no memory for it.
+    ///
+    /// With a change of rate the file's sound ends some 20 ms early: what the filter still holds at
+    /// the end stays behind.
     int WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int, long long,
                          const unsigned char* data, int size);
 
