@@ -176,8 +176,17 @@ long long MovieQueue::GetBytesWritten(int track) const {
     return is_track(track) ? fTracks[static_cast<std::size_t>(track)].bytes : 0;
 }
 
-void MovieQueue::fail(Result failure) {
-    if (fFailure.Failed()) return;
+/// Whether this failure is the first, which is the one that counts and is told: what waits is
+/// dropped, and nothing more is taken.
+bool MovieQueue::fail(const Result& failure) {
+    if (fFailure.Failed()) return false;
+    fFailure = failure;
+    for (Track& track : fTracks) track.queue.clear();
+    return true;
+}
+
+/// Without the lock: the trace is the host's, may be slow, and may ask this queue how far it is.
+void MovieQueue::tell(const Result& failure) {
     const char* reason = *failure.GetMessage() ? failure.GetMessage() : "it cannot be written";
     // A file's own reasons name it and say what it keeps: of that only the file knows.
     const std::string_view path(fName.c_str() + 1, fName.size() - 2);
@@ -186,8 +195,6 @@ void MovieQueue::fail(Result failure) {
         zTrace("{}\n", reason);
     else
         zTrace("{}: {}; writing stopped\n", fName, reason);
-    fFailure = std::move(failure);
-    for (Track& track : fTracks) track.queue.clear();
 }
 
 void MovieQueue::run() {
@@ -214,12 +221,15 @@ bool MovieQueue::begin_file(const std::vector<MovieTrack>& tracks) {
         }
     }
     if (result.Succeeded()) result = fFile->Begin();
-    if (result.Failed()) fFile.reset();
-    zMutexLock held(fLock);
-    if (result.Failed()) fail(std::move(result));
-    const bool begun = fFailure.Succeeded();
-    fState = begun ? State::Running : State::Done;
-    fRoom.WakeAll();
+    const bool begun = result.Succeeded();
+    if (!begun) fFile.reset();
+    {
+        zMutexLock held(fLock);
+        if (!begun) fail(result);
+        fState = begun ? State::Running : State::Done;
+        fRoom.WakeAll();
+    }
+    if (!begun) tell(result);
     return begun;
 }
 
@@ -311,19 +321,24 @@ void MovieQueue::write_one(int track, const Sample& sample) {
         result = readable ? fFile->WriteSample(track, described)
                           : Result(ResultNullPointer("a sample has no bytes"));
     }
-    bool failed = false;
+    if (result.Failed()) {
+        stop(result);
+        return;
+    }
+    zMutexLock held(fLock);
+    fTracks[static_cast<std::size_t>(track)].bytes += static_cast<long long>(described.size);
+}
+
+/// Frees who waits for room before it tells.
+void MovieQueue::stop(const Result& failure) {
+    bool first = false;
     {
         zMutexLock held(fLock);
-        if (result.Succeeded()) {
-            fTracks[static_cast<std::size_t>(track)].bytes +=
-                static_cast<long long>(described.size);
-        } else {
-            fail(std::move(result));
-            fRoom.WakeAll();
-            failed = true;
-        }
+        first = fail(failure);
+        fRoom.WakeAll();
     }
-    if (failed) fBell.Ring();
+    fBell.Ring();
+    if (first) tell(failure);
 }
 
 /// Runs after the last sample, or after a failure, when nobody hears of it before Finish.
@@ -337,12 +352,16 @@ void MovieQueue::finish_file() {
             return;
         }
     }
-    Result result = fFile->Finish();
+    const Result result = fFile->Finish();
     fFile.reset();
-    zMutexLock held(fLock);
-    if (result.Failed()) fail(std::move(result));
-    fState = State::Done;
-    fRoom.WakeAll();
+    bool first = false;
+    {
+        zMutexLock held(fLock);
+        first = result.Failed() && fail(result);
+        fState = State::Done;
+        fRoom.WakeAll();
+    }
+    if (first) tell(result);
 }
 
 }  // namespace Quillon::Orb

@@ -182,6 +182,54 @@ TEST_F(MovieQueueTest, FailureOfTheEndIsToldByFinish) {
     EXPECT_EQ(1, trace.Count());
 }
 
+/// A host's log that puts beside each line how far the recording has come.
+class AskingTrace : public TraceCatcher {
+public:
+    explicit AskingTrace(MovieQueue& queue) : fQueue(queue) {}
+    void TraceMessage(int kind, const std::string& text) override {
+        EXPECT_TRUE(fQueue.HasRoom(0));
+        EXPECT_TRUE(fQueue.GetFailure().Failed());
+        EXPECT_TRUE(fQueue.Push(0, sample_at(9, 1)).Failed());
+        fBytesWritten = fQueue.GetBytesWritten(0);
+        TraceCatcher::TraceMessage(kind, text);
+    }
+    std::atomic<long long> fBytesWritten{-1};
+
+private:
+    MovieQueue& fQueue;
+};
+
+TEST_F(MovieQueueTest, WhoIsToldOfAFailedWriteMayAskTheQueue) {
+    disk.failAt = 2;
+    MovieQueue queue("'test'");
+    AskingTrace trace(queue);
+    ASSERT_EQ(0, Begin(queue));
+    queue.EndTrack(1);
+    for (int i = 0; i < 3; ++i) queue.Push(0, sample_at(i, 1));
+    EXPECT_STREQ("no space left on device", queue.Finish().GetMessage());
+    EXPECT_EQ(1, trace.Count());
+    EXPECT_EQ(6, trace.fBytesWritten);
+}
+
+TEST_F(MovieQueueTest, WhoIsToldOfAFileThatDoesNotBeginMayAskTheQueue) {
+    disk.failBegin = true;
+    MovieQueue queue("'test'");
+    AskingTrace trace(queue);
+    EXPECT_STREQ("no such disk", Begin(queue).GetMessage());
+    EXPECT_EQ(1, trace.Count());
+}
+
+TEST_F(MovieQueueTest, WhoIsToldOfAFileThatDoesNotEndMayAskTheQueue) {
+    disk.failFinish = true;
+    MovieQueue queue("'test'");
+    AskingTrace trace(queue);
+    ASSERT_EQ(0, Begin(queue));
+    ASSERT_EQ(0, queue.Push(0, sample_at(0, 1)));
+    EXPECT_STREQ("the disk went away", queue.Finish().GetMessage());
+    EXPECT_EQ(1, trace.Count());
+    EXPECT_EQ(3, trace.fBytesWritten);
+}
+
 // Runs in a process of its own, where the signal of a file that grew too large would be the end.
 int record_beyond_the_largest_file(const std::string& path) {
     constexpr rlim_t kLargest = 8000000;
