@@ -77,7 +77,7 @@ unsigned char* BlockPool::Take(std::size_t bytes) noexcept {
         header = fIdle[sizeClass];
         if (header) {
             fIdle[sizeClass] = header->next;
-            ++fCounts.taken;
+            fLastTaken[sizeClass] = ++fCounts.taken;
             ++fCounts.inUse;
             --fCounts.idle;
             fCounts.idleBytes -= size;
@@ -91,7 +91,7 @@ unsigned char* BlockPool::Take(std::size_t bytes) noexcept {
         header = static_cast<Header*>(memory);
         *header = {nullptr, size, sizeClass};
         zMutexLock held(fLock);
-        ++fCounts.taken;
+        fLastTaken[sizeClass] = ++fCounts.taken;
         ++fCounts.fresh;
         ++fCounts.inUse;
     }
@@ -103,19 +103,59 @@ unsigned char* BlockPool::Take(std::size_t bytes) noexcept {
 void BlockPool::Give(unsigned char* block) noexcept {
     if (!block) return;
     Header* header = reinterpret_cast<Header*>(block) - 1;
+    Header* leaving = nullptr;
     {
         zMutexLock held(fLock);
         --fCounts.inUse;
+        if (fCounts.idleBytes + header->size > kMaximumIdleBytes) leaving = make_room(*header);
         if (fCounts.idleBytes + header->size <= kMaximumIdleBytes) {
             ASAN_POISON_MEMORY_REGION(block, header->size + kPadding);
             header->next = fIdle[header->sizeClass];
             fIdle[header->sizeClass] = header;
             ++fCounts.idle;
             fCounts.idleBytes += header->size;
-            return;
+        } else {
+            header->next = leaving;
+            leaving = header;
         }
     }
-    std::free(header);
+    free_all(leaving);
+}
+
+/// Takes blocks out until the returning one fits, those first that nobody has asked for the
+/// longest; gives them as a chain. Sizes that are asked for less than the returning one's own, and
+/// no others: what is about to be taken again must not go for what is not.
+BlockPool::Header* BlockPool::make_room(const Header& returning) {
+    Header* leaving = nullptr;
+    if (returning.size > kMaximumIdleBytes) return leaving;
+    while (fCounts.idleBytes + returning.size > kMaximumIdleBytes) {
+        const int oldest = longest_untaken();
+        if (fLastTaken[oldest] >= fLastTaken[returning.sizeClass]) break;
+        Header* header = fIdle[oldest];
+        fIdle[oldest] = header->next;
+        --fCounts.idle;
+        fCounts.idleBytes -= header->size;
+        header->next = leaving;
+        leaving = header;
+    }
+    return leaving;
+}
+
+/// The class, of those where blocks wait, that was not taken from for the longest. One has some.
+int BlockPool::longest_untaken() const {
+    int oldest = -1;
+    for (int i = 0; i < kClasses; ++i) {
+        if (fIdle[i] && (oldest < 0 || fLastTaken[i] < fLastTaken[oldest])) oldest = i;
+    }
+    return oldest;
+}
+
+void BlockPool::free_all(Header* first) noexcept {
+    while (Header* header = first) {
+        first = header->next;
+        ASAN_UNPOISON_MEMORY_REGION(header + 1, header->size + kPadding);
+        std::free(header);
+    }
 }
 
 std::size_t BlockPool::SizeOf(const unsigned char* block) noexcept {
@@ -136,11 +176,7 @@ void BlockPool::Trim() noexcept {
         fCounts.idle = 0;
         fCounts.idleBytes = 0;
     }
-    while (Header* header = waiting) {
-        waiting = header->next;
-        ASAN_UNPOISON_MEMORY_REGION(header + 1, header->size + kPadding);
-        std::free(header);
-    }
+    free_all(waiting);
 }
 
 BlockPool::Counts BlockPool::GetCounts() const {

@@ -13,6 +13,10 @@ namespace Quillon::Orb {
 /// Blocks are aligned to kAlignment and have kPadding bytes behind their end that may be read and
 /// written (readers of whole vectors and bitstream readers run past the end). Contents are
 /// undefined. Any thread; a block may be given back on another thread than it was taken on.
+///
+/// What waits is bounded. Where the bound is met, blocks of the sizes that nobody has asked for
+/// the longest go back to the system: a recording of large pictures that has ended takes no place
+/// from the next one's.
 class ORB_API BlockPool {
 public:
     static constexpr std::size_t kAlignment = 64;
@@ -49,8 +53,13 @@ private:
     struct Header;
     static constexpr int kClasses = 4 * 32;
 
+    Header* make_room(const Header& returning) SPAR_REQUIRES(fLock);
+    int longest_untaken() const SPAR_REQUIRES(fLock);
+    static void free_all(Header* first) noexcept;
+
     mutable zMutex fLock;
     Header* fIdle[kClasses] SPAR_GUARDED_BY(fLock) = {};
+    long long fLastTaken[kClasses] SPAR_GUARDED_BY(fLock) = {};  ///< fCounts.taken of then
     Counts fCounts SPAR_GUARDED_BY(fLock);
 };
 

@@ -69,6 +69,52 @@ TEST(BlockPool, WhatWaitsIsBounded) {
     EXPECT_EQ(0, pool.GetCounts().inUse);
 }
 
+TEST(BlockPool, SizesThatNobodyTakesAnyMoreMakeRoomForThoseOfNow) {
+    // An 8K recording has ended and fills the pool to the byte; a 1080p one begins.
+    BlockPool pool;
+    std::vector<unsigned char*> blocks;
+    for (int i = 0; i < 4; ++i) blocks.push_back(pool.Take(std::size_t{128} << 20));
+    for (unsigned char* block : blocks) pool.Give(block);
+    const BlockPool::Counts before = pool.GetCounts();
+    for (int frame = 0; frame < 20; ++frame) {
+        unsigned char* raw = pool.Take(4147200);
+        unsigned char* encoded = pool.Take(200000);
+        pool.Give(raw);
+        pool.Give(encoded);
+        ASSERT_LE(pool.GetCounts().idleBytes, std::size_t{512} << 20);
+    }
+    EXPECT_EQ(before.fresh + 2, pool.GetCounts().fresh);
+    EXPECT_EQ(3 + 2, pool.GetCounts().idle);
+}
+
+TEST(BlockPool, WhatWasNotTakenForLongestGoesFirst) {
+    BlockPool pool;
+    constexpr std::size_t kMegabyte = std::size_t{1} << 20;
+    unsigned char* const old = pool.Take(128 * kMegabyte);
+    unsigned char* const small = pool.Take(kMegabyte);
+    pool.Give(old);
+    pool.Give(small);
+    // Taken since, though it was given back before: the small one.
+    pool.Give(pool.Take(kMegabyte));
+    std::vector<unsigned char*> blocks;
+    for (int i = 0; i < 8; ++i) blocks.push_back(pool.Take(56 * kMegabyte));
+    for (unsigned char* block : blocks) pool.Give(block);
+    const BlockPool::Counts counts = pool.GetCounts();
+    EXPECT_EQ(1 + 8, counts.idle);
+    EXPECT_EQ((1 + 8 * 56) * kMegabyte, counts.idleBytes);
+    unsigned char* again = pool.Take(kMegabyte);
+    EXPECT_EQ(counts.fresh, pool.GetCounts().fresh);
+    pool.Give(again);
+}
+
+TEST(BlockPool, ABlockThatNeverFitsTakesNoneOfTheOthersPlaces) {
+    BlockPool pool;
+    pool.Give(pool.Take(4147200));
+    pool.Give(pool.Take((std::size_t{512} << 20) + 1));
+    EXPECT_EQ(1, pool.GetCounts().idle);
+    EXPECT_EQ(0, pool.GetCounts().inUse);
+}
+
 TEST(BlockPool, BlocksPassBetweenThreads) {
     BlockPool pool;
     std::vector<std::thread> threads;
