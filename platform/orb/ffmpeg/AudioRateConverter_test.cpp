@@ -1,9 +1,7 @@
 #include "orb/ffmpeg/AudioRateConverter.h"
 
-#include <cerrno>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <numbers>
@@ -13,25 +11,7 @@
 #include "orb/BlockPool.h"
 #include "orb/CComponentInventory.h"
 #include "orb/ffmpeg/audioTestSupport.h"
-
-// What the pool asks for blocks. The sanitizers have one of their own, which is better left alone.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define ORB_OWN_BLOCKS
-static thread_local int gBlocksLeft = -1;  // until one is not to be had; -1: all are
-
-extern "C" __attribute__((visibility("default"))) int posix_memalign(void** memory,
-                                                                     std::size_t alignment,
-                                                                     std::size_t size) noexcept {
-    *memory = nullptr;
-    if (gBlocksLeft == 0) {
-        gBlocksLeft = -1;
-        return ENOMEM;
-    }
-    if (gBlocksLeft > 0) --gBlocksLeft;
-    *memory = std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-    return *memory ? 0 : ENOMEM;
-}
-#endif
+#include "orb/testMemory.h"
 
 namespace Quillon::Orb {
 namespace {
