@@ -1,12 +1,14 @@
 #include "orb/ffmpeg/AacCompressor.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
 }
 
@@ -23,6 +25,7 @@ namespace {
 constexpr int kQuieter = 24;  // the encoder's own messages stay below what is printed
 constexpr int kDefaultBitRate = 128000;
 constexpr int kMostChannels = 8;
+constexpr float kLoudest = 16;  // where 1 is what a file of whole numbers can hold
 
 /// Values of CoreAudioCompressor::RateControlMethod.
 enum RateControl { kConstant = 0, kAverage = 1, kVariableWithinLimits = 2, kVariable = 3 };
@@ -41,6 +44,19 @@ std::uint64_t layout_of(int channels) {
         AV_CH_LAYOUT_7POINT1,
     };
     return channels >= 0 && channels <= kMostChannels ? kLayouts[channels] : 0;
+}
+
+bool is_floating(const PcmFormat& format) {
+    return format.kind == PcmFormat::Kind::Float32 || format.kind == PcmFormat::Kind::Float64;
+}
+
+/// The encoder refuses a whole packet for one number that is none, or is beyond all measure. Such
+/// a number becomes silence or the loudest sound instead.
+void make_encodable(float* samples, int count) {
+    for (int i = 0; i < count; ++i) {
+        if (std::fabs(samples[i]) <= kLoudest) continue;
+        samples[i] = std::isfinite(samples[i]) ? std::copysign(kLoudest, samples[i]) : 0.0f;
+    }
 }
 
 bool has_rate(const AVCodec& codec, int rate) {
@@ -66,6 +82,8 @@ struct AacCompressor::Encoder {
     SwrContext* splitter = nullptr;  // interleaved PCM to planes of floats
     int filled = 0;                  // frames in `frame`
     long long framesIn = 0;
+    long long framesOut = 0;  // in packets, with the priming
+    long long missing = 0;    // frames that could not be encoded, and will be silence
 };
 
 AacCompressor::AacCompressor() : CAudioCompressor(kCode) {
@@ -184,76 +202,124 @@ Result AacCompressor::PutSample(int, CMediaSample* sample) {
     const PcmFormat& format = *fEncoder->format;
     const int channels = fEncoder->context->ch_layout.nb_channels;
     const int frames = block.Frames(channels * format.bytes);
+    const Result result = fill_missing();
+    if (result.Failed()) {
+        fEncoder->missing += frames;
+        return result;
+    }
     if (!format.swapped) return fill(block.Data(), frames);
     const std::size_t samples =
         static_cast<std::size_t>(frames) * static_cast<std::size_t>(channels);
     const Block straight(samples * static_cast<std::size_t>(format.bytes));
-    if (!straight) return ResultOutOfMemory();
+    if (!straight) {
+        fEncoder->missing += frames;
+        return ResultOutOfMemory();
+    }
     SwapSampleBytes(block.Data(), straight.Get(), samples, format.bytes);
     return fill(straight.Get(), frames);
 }
 
+/// Silence where something failed: what comes behind keeps its place in time.
+Result AacCompressor::fill_missing() {
+    return fill(nullptr, std::exchange(fEncoder->missing, 0));
+}
+
 /// Takes `frames` interleaved frames apart into the encoder's frame, and encodes whenever that is
-/// full.
-Result AacCompressor::fill(const unsigned char* data, int frames) {
+/// full. Null is silence. What a failure leaves behind is missing.
+Result AacCompressor::fill(const unsigned char* data, long long frames) {
     Encoder& encoder = *fEncoder;
     const int channels = encoder.context->ch_layout.nb_channels;
     const int wanted = encoder.context->frame_size;
-    while (frames > 0) {
-        if (av_frame_make_writable(encoder.frame) < 0) return ResultOutOfMemory();
-        const int count = std::min(frames, wanted - encoder.filled);
-        unsigned char* planes[kMostChannels];
-        for (int i = 0; i < channels; ++i) {
-            planes[i] = encoder.frame->extended_data[i] +
-                        static_cast<std::size_t>(encoder.filled) * sizeof(float);
+    Result result = ResultOK();
+    while (frames > 0 && result.Succeeded()) {
+        const int count = static_cast<int>(std::min<long long>(frames, wanted - encoder.filled));
+        result = take_apart(data, count);
+        if (result.Failed()) break;
+        if (data) {
+            data += static_cast<std::size_t>(count) *
+                    static_cast<std::size_t>(channels * encoder.format->bytes);
         }
-        if (swr_convert(encoder.splitter, planes, count, &data, count) != count) {
-            return ResultError("'caac': the PCM could not be taken apart");
-        }
-        data += static_cast<std::size_t>(count) *
-                static_cast<std::size_t>(channels * encoder.format->bytes);
         frames -= count;
         encoder.filled += count;
-        if (encoder.filled == wanted) {
-            const Result result = encode_frame();
-            if (result.Failed()) return result;
-        }
+        if (encoder.filled == wanted) result = encode_frame();
+    }
+    encoder.missing += frames;
+    return result;
+}
+
+/// Puts `count` frames behind those that the encoder's frame has already.
+Result AacCompressor::take_apart(const unsigned char* data, int count) {
+    Encoder& encoder = *fEncoder;
+    const int channels = encoder.context->ch_layout.nb_channels;
+    if (av_frame_make_writable(encoder.frame) < 0) return ResultOutOfMemory();
+    if (!data) {
+        av_samples_set_silence(encoder.frame->extended_data, encoder.filled, count, channels,
+                               AV_SAMPLE_FMT_FLTP);
+        return ResultOK();
+    }
+    unsigned char* planes[kMostChannels];
+    for (int i = 0; i < channels; ++i) {
+        planes[i] = encoder.frame->extended_data[i] +
+                    static_cast<std::size_t>(encoder.filled) * sizeof(float);
+    }
+    if (swr_convert(encoder.splitter, planes, count, &data, count) != count) {
+        return ResultError("'caac': the PCM could not be taken apart");
+    }
+    for (int i = 0; i < channels && is_floating(*encoder.format); ++i) {
+        make_encodable(reinterpret_cast<float*>(planes[i]), count);
     }
     return ResultOK();
 }
 
+/// Frames that were not encoded, or whose packet is lost, are missing.
 Result AacCompressor::encode_frame() {
     Encoder& encoder = *fEncoder;
-    encoder.frame->nb_samples = encoder.filled;
+    const int frames = std::exchange(encoder.filled, 0);
+    encoder.frame->nb_samples = frames;
     encoder.frame->pts = encoder.framesIn;
-    encoder.framesIn += encoder.filled;
-    encoder.filled = 0;
+    Result result = ResultOK();
     if (avcodec_send_frame(encoder.context, encoder.frame) < 0) {
-        return ResultError("'caac': the encoder refused a frame");
+        result = ResultError("'caac': the encoder refused a frame");
+    } else {
+        result = receive_packets();
     }
-    return receive_packets();
+    if (result.Failed()) {
+        encoder.missing += frames;
+    } else {
+        encoder.framesIn += frames;
+    }
+    return result;
 }
 
+/// Packets lie end to end and stop where the sound does, whatever the encoder makes of times behind
+/// a frame that failed.
 Result AacCompressor::receive_packets() {
     Encoder& encoder = *fEncoder;
     for (;;) {
         const int status = avcodec_receive_packet(encoder.context, encoder.packet);
         if (status == AVERROR(EAGAIN) || status == AVERROR_EOF) return ResultOK();
         if (status < 0) return ResultError("'caac': the encoder failed");
-        const Result result = fReady.AddPacket(
-            encoder.packet->data, encoder.packet->size,
-            encoder.packet->pts + encoder.context->initial_padding, encoder.packet->duration);
+        const long long left =
+            encoder.framesIn + encoder.context->initial_padding - encoder.framesOut;
+        const long long duration = std::min<long long>(encoder.packet->duration, left);
+        Result result = ResultOK();
+        if (duration > 0) {
+            result = fReady.AddPacket(encoder.packet->data, encoder.packet->size, encoder.framesOut,
+                                      duration);
+        }
         av_packet_unref(encoder.packet);
         if (result.Failed()) return result;
+        encoder.framesOut += duration;
     }
 }
 
 Result AacCompressor::drain() {
-    Result result = ResultOK();
-    if (fEncoder->filled > 0) result = encode_frame();
-    if (result.Succeeded() && fEncoder->framesIn > 0) {
+    Result result = fill_missing();
+    if (result.Succeeded() && fEncoder->filled > 0) result = encode_frame();
+    if (fEncoder->framesIn > 0) {
         avcodec_send_frame(fEncoder->context, nullptr);
-        result = receive_packets();
+        const Result drained = receive_packets();
+        if (result.Succeeded()) result = drained;
     }
     fEncoder.reset();
     return result;

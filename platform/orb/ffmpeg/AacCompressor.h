@@ -12,8 +12,11 @@ namespace Quillon::Orb {
 ///
 /// Packets of 1024 frames come out as 'mp4a', the last one as short as what went in leaves it.
 /// Their times begin at 0 with the priming frames that the output properties tell, and run on
-/// without gap. Properties: AudioCompressor::BitRate, and CoreAudioCompressor::RateControlMethod,
-/// where 0 and 1 keep the bit rate and 3 keeps a quality that gives about that rate; 2 is refused.
+/// without gap. Of floating PCM a sample that is no finite number becomes silence, and one beyond
+/// 16 is 16. What fails all the same is silence in its place, so that what comes behind keeps
+/// its time. Properties: AudioCompressor::BitRate, and
+/// CoreAudioCompressor::RateControlMethod, where 0 and 1 keep the bit rate and 3 keeps a quality
+/// that gives about that rate; 2 is refused.
 class AacCompressor : public CAudioCompressor {
 public:
     static constexpr unsigned int kCode = 'caac';
@@ -42,7 +45,9 @@ private:
 
     Result open(Encoder& encoder, const CAudioProperties& input);
     Result describe_output(const Encoder& encoder, const CAudioProperties& input);
-    Result fill(const unsigned char* data, int frames);
+    Result fill_missing();
+    Result fill(const unsigned char* data, long long frames);
+    Result take_apart(const unsigned char* data, int count);
     Result encode_frame();
     Result receive_packets();
     Result drain();

@@ -10,13 +10,17 @@ extern "C" {
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <numbers>
 #include <random>
+#include <utility>
 #include <vector>
 
+#include "orb/BlockPool.h"
 #include "orb/CComponentInventory.h"
 #include "orb/CDecoderSpecificProperties.h"
 #include "orb/ffmpeg/audioTestSupport.h"
+#include "orb/testMemory.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -80,6 +84,26 @@ Bytes tones(int frames, int channels, int rate = kRate) {
     return bytes;
 }
 
+/// 16 bits, little-endian, as numbers of which 1 is the loudest.
+std::vector<double> floats_of(const Bytes& pcm) {
+    std::vector<double> floats(pcm.size() / 2);
+    for (std::size_t i = 0; i < floats.size(); ++i) {
+        std::int16_t sample = 0;
+        std::memcpy(&sample, pcm.data() + 2 * i, 2);
+        floats[i] = sample / 32768.0;
+    }
+    return floats;
+}
+
+/// In the byte order of this machine.
+template <class Float>
+Bytes bytes_of_floats(const std::vector<double>& values) {
+    const std::vector<Float> floats(values.begin(), values.end());
+    Bytes bytes(floats.size() * sizeof(Float));
+    std::memcpy(bytes.data(), floats.data(), bytes.size());
+    return bytes;
+}
+
 /// Decodes with a decoder that was told nothing but the description. Planes of floats.
 std::vector<std::vector<float>> decoded(const std::vector<Packet>& packets,
                                         const CAudioProperties& output) {
@@ -115,13 +139,14 @@ std::vector<std::vector<float>> decoded(const std::vector<Packet>& packets,
     return planes;
 }
 
-/// Signal to noise of channel `channel` of `pcm` in `plane`, `priming` frames on, in decibels.
+/// Signal to noise of channel `channel` of `pcm` in `plane`, `priming` frames on, in decibels. From
+/// frame `from` on.
 double fidelity(const Bytes& pcm, int channels, int channel, const std::vector<float>& plane,
-                int priming) {
+                int priming, int from = 4096) {
     double signal = 0;
     double noise = 0;
     const std::size_t frames = pcm.size() / 2 / static_cast<std::size_t>(channels);
-    for (std::size_t i = 4096; i + 4096 < frames; ++i) {
+    for (std::size_t i = static_cast<std::size_t>(from); i + 4096 < frames; ++i) {
         std::int16_t sample = 0;
         std::memcpy(&sample,
                     pcm.data() + 2 * (i * static_cast<std::size_t>(channels) +
@@ -207,18 +232,90 @@ TEST(AacCompressor, SoundComesBackBehindThePriming) {
     }
 }
 
+/// The end of the last packet; each must begin where the one before ended.
+long long end_of(const std::vector<Packet>& packets) {
+    long long time = 0;
+    for (const Packet& packet : packets) {
+        EXPECT_EQ(packet.fTime, time);
+        time += packet.fDuration;
+    }
+    return time;
+}
+
+TEST(AacCompressor, ValuesThatAreNoSoundMoveNothing) {
+    constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    struct Glitch {
+        double fValue;
+        int fFrames;
+    };
+    constexpr int kLong = kRate / 2;
+    constexpr Glitch kGlitches[] = {
+        {kNan, 1},    {kInfinity, 1}, {-kInfinity, 1},    {1e20, 1},           {-1e38, 1},
+        {1e16, 1600}, {kNan, kLong},  {kInfinity, kLong}, {-kInfinity, kLong}, {1e30, kLong}};
+    constexpr int kFrames = 2 * kRate;
+    constexpr int kAt = 30001;
+    const Bytes pcm = tones(kFrames, 2);
+    for (const Glitch& glitch : kGlitches) {
+        SCOPED_TRACE(testing::Message() << glitch.fFrames << " x " << glitch.fValue);
+        std::vector<double> floats = floats_of(pcm);
+        for (int i = 0; i < glitch.fFrames; ++i) {
+            floats[static_cast<std::size_t>(2 * (kAt + i))] = glitch.fValue;
+        }
+        const auto hear = [&](unsigned int format, const Bytes& bytes) {
+            SCOPED_TRACE(code_text(format));
+            const auto compressor = prepared(format);
+            const auto packets = encoded(*compressor, bytes, bytes.size() / kFrames * 1600);
+            EXPECT_EQ(end_of(packets), 1024 + kFrames);
+            const RObject<CAudioProperties> output(compressor->GetOutputProperties(0));
+            const auto planes = decoded(packets, *output);
+            ASSERT_EQ(planes.size(), 2u);
+            ASSERT_GE(planes[0].size(), std::size_t{1024} + kFrames);
+            for (int channel = 0; channel < 2; ++channel) {
+                EXPECT_GT(fidelity(pcm, 2, channel, planes[static_cast<std::size_t>(channel)], 1024,
+                                   kAt + glitch.fFrames + 8192),
+                          20.0);
+            }
+        };
+        hear(CAudioProperties::kFloat32Little, bytes_of_floats<float>(floats));
+        hear('46lf', bytes_of_floats<double>(floats));
+    }
+}
+
+#ifdef ORB_OWN_BLOCKS
+TEST(AacCompressor, SoundBehindAFailureKeepsItsPlace) {
+    // Whatever allocation fails, of ours or of the encoder's, and whenever.
+    constexpr int kFrames = 8000;
+    Bytes big = tones(kFrames, 2);
+    for (std::size_t i = 0; i < big.size(); i += 2) std::swap(big[i], big[i + 1]);
+    int failures = 1;
+    for (int left = 0; failures > 0; ++left) {
+        SCOPED_TRACE(left);
+        const auto compressor = prepared('twos');
+        ASSERT_EQ(compressor->Begin(), 0);
+        std::vector<RObject<CAudioSample>> blocks;
+        for (std::size_t at = 0; at < big.size(); at += 4 * 1600) {
+            const std::size_t length = std::min<std::size_t>(4 * 1600, big.size() - at);
+            blocks.push_back(pcm_sample(big.data() + at, length, 1));
+        }
+        BlockPool::Shared().Trim();
+        gBlocksLeft = left;
+        failures = 0;
+        for (const auto& block : blocks) failures += compressor->PutSample(0, block.Get()).Failed();
+        gBlocksLeft = -1;
+        EXPECT_EQ(compressor->PutSample(0, nullptr), 0);
+        std::vector<Packet> packets;
+        take_packets(*compressor, packets);
+        EXPECT_EQ(end_of(packets), 1024 + kFrames);
+    }
+}
+#endif
+
 TEST(AacCompressor, BlockingAndFormatChangeNothing) {
     const Bytes little = tones(10000, 2);
     Bytes big(little.size());
     for (std::size_t i = 0; i < little.size(); ++i) big[i] = little[i ^ 1];
-    std::vector<float> floats(little.size() / 2);
-    for (std::size_t i = 0; i < floats.size(); ++i) {
-        std::int16_t sample = 0;
-        std::memcpy(&sample, little.data() + 2 * i, 2);
-        floats[i] = sample / 32768.0f;
-    }
-    Bytes floatBytes(floats.size() * 4);
-    std::memcpy(floatBytes.data(), floats.data(), floatBytes.size());
+    const Bytes floatBytes = bytes_of_floats<float>(floats_of(little));
 
     const auto whole = encoded(*prepared(), little, little.size());
     const auto same = [&](const std::vector<Packet>& packets) {
