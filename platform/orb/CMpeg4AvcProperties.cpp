@@ -17,6 +17,7 @@ Result CMpeg4AvcProperties::SetDecoderInfo(CByteArray* info) {
     RObject<CMpeg4AvcDecoderConfiguration> configuration;
     if (info) {
         configuration = new CMpeg4AvcDecoderConfiguration();
+        if (!configuration) return ResultOutOfMemory();
         Result result = configuration->Parse(info->GetData(), info->GetLength());
         if (result.Failed()) return result;
     }

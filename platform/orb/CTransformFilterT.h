@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "orb/CAudioFilter.h"
 #include "orb/CVideoFilter.h"
 #include "orb/CodeBookProperty.h"
@@ -24,9 +26,11 @@ public:
         if (output && format) output->SetFormat(format);
         return output.Detach();
     }
-    /// Drops what was held and keeps a private copy. Always 0.
+    /// Drops what was held and keeps a private copy. ResultOutOfMemory changes nothing.
     Result SetInputProperties(const Properties* properties) override {
-        fInputProperties = new Properties(properties);
+        RObject<Properties> copy(new Properties(properties));
+        if (!copy) return ResultOutOfMemory();
+        fInputProperties = std::move(copy);
         fOutputProperties.Clear();
         return 0;
     }
@@ -40,7 +44,7 @@ public:
 protected:
     explicit CTransformFilterT(unsigned int type) : F(type) {}
 
-    /// Never null after SetInputProperties; null before.
+    /// Null before SetInputProperties has given 0 once, never null after.
     const Properties* Input() const noexcept { return fInputProperties.Get(); }
     unsigned int GetOutputFormat() const {
         return this->GetFour(CodeBookProperty::MediaFilter::OutputFormat);

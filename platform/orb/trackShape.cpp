@@ -136,7 +136,8 @@ AudioShaper::AudioShaper(const CAudioProperties& properties)
       fFramesPerPacket(std::max(properties.GetFramesPerPacket(), 1)) {}
 
 /// Joins what was left of the block before with this block, and holds back the packet that is not
-/// whole: blocks may be cut anywhere, and no byte is lost or shifted.
+/// whole: blocks may be cut anywhere, and no byte is lost or shifted. After a failure nothing has
+/// changed.
 Result AudioShaper::whole_packets(const RObject<CDataReference>& all,
                                   RObject<CDataReference>& whole, long long& length) {
     CLockedDataReference* lock = new CLockedDataReference(all.Get(), CDataReference::kRead);
@@ -160,9 +161,13 @@ Result AudioShaper::whole_packets(const RObject<CDataReference>& all,
         std::memcpy(joined->GetData() + carried, bytes->GetData(),
                     static_cast<std::size_t>(bytes->GetLength()));
     }
-    fRest = rest > 0 ? new CByteArray(joined->GetData() + length, rest) : nullptr;
+    RObject<CByteArray> left;
+    if (rest > 0) left = new CByteArray(joined->GetData() + length, rest);
+    if (rest > 0 && (!left || left->GetLength() != rest)) return ResultOutOfMemory();
     joined->Shorten(static_cast<int>(length));
     whole = new CBufferDataReference(joined.Get());
+    if (!whole) return ResultOutOfMemory();
+    fRest = left;
     return 0;
 }
 

@@ -21,7 +21,8 @@ MovieTrack describe_track(const CAudioProperties& properties);
 class TrackShaper {
 public:
     virtual ~TrackShaper() = default;
-    /// Shapes one encoded sample. ResultFalse when there is nothing to store.
+    /// Shapes one encoded sample. ResultFalse when there is nothing to store. Sound for which there
+    /// was no memory may be brought again.
     virtual Result Shape(const CMediaSample& sample, MovieQueue::Sample& shaped) = 0;
 };
 
