@@ -15,7 +15,9 @@ namespace Quillon::Orb {
 namespace {
 
 constexpr int kMarginFrames = 64;
-constexpr int kMeasuredFrames = 100000;
+constexpr int kMeasuredFrames = 100000;  // of the input; several transforms at any pair of rates
+// What is measured at Begin takes time as the output rate goes above the input rate.
+constexpr long long kFarthestRates = 1024;
 
 soxr_datatype_t soxr_type_of(const PcmFormat& format) {
     switch (format.kind) {
@@ -49,7 +51,7 @@ soxr_t make_resampler(int inputRate, int outputRate, int channels, soxr_datatype
 }
 
 /// How far the filter's output ever falls behind its input, in frames of the output rate: measured
-/// frame by frame over a second of silence, since it follows from transforms that the filter
+/// frame by frame over kMeasuredFrames of silence, since it follows from transforms that the filter
 /// chooses for each pair of rates. Negative when there is no memory.
 int measure_held_back(int inputRate, int outputRate) {
     soxr_t filter = make_resampler(inputRate, outputRate, 1, SOXR_FLOAT32_I, SOXR_FLOAT32_I);
@@ -67,6 +69,10 @@ int measure_held_back(int inputRate, int outputRate) {
     }
     soxr_delete(filter);
     return static_cast<int>(most) + 1;
+}
+
+bool are_near(long long oneRate, long long otherRate) {
+    return oneRate <= kFarthestRates * otherRate && otherRate <= kFarthestRates * oneRate;
 }
 
 bool is_supported(const PcmFormat* format) {
@@ -119,11 +125,12 @@ Result AudioRateConverter::Begin() {
     fInputRate = input->GetSampleRate();
     fOutputRate = GetInt(CodeBookProperty::AudioConverter::SampleRate);
     if (fOutputRate == 0) fOutputRate = fInputRate;
-    if (!is_supported(fFrom) || !is_supported(fTo) || fChannels < 1 || fInputRate < 1) {
+    if (!is_supported(fFrom) || !is_supported(fTo) || fChannels < 1 || fInputRate < 1 ||
+        !are_near(fInputRate, fOutputRate)) {
         zTrace("'asrc': cannot turn {} of {} channels at {} Hz into {} at {} Hz\n",
                four_text(input->GetFormat()), fChannels, fInputRate, four_text(wanted),
                fOutputRate);
-        return ResultNotSupported("'asrc': this pair of formats is not supported");
+        return ResultNotSupported("'asrc': this pair of formats and rates is not supported");
     }
     RObject<CAudioProperties> output(new CAudioProperties(input));
     fHeldBack = measure_held_back(fInputRate, fOutputRate);

@@ -28,7 +28,9 @@ public:
     CValueList<unsigned int>* GetInputFormats() override;
     CValueList<unsigned int>* GetOutputFormats() override;
     /// ResultNullPointer without input properties, ResultNotSupported for a format that is not
-    /// listed, no channels or no rate. Takes some milliseconds.
+    /// listed, no channels, no rate, or rates of which one is more than 1024 times the other. Takes
+    /// some milliseconds at usual rates; the longer, up to half a second, the more frames come out
+    /// for one that goes in.
     Result Begin() override;
     Result End() override;
     /// ResultError before Begin and after the end of the stream, ResultNullPointer for a sample

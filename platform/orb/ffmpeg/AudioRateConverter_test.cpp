@@ -12,19 +12,26 @@
 #include "orb/CComponentInventory.h"
 #include "orb/ffmpeg/audioTestSupport.h"
 #include "orb/testMemory.h"
+#include "orb/testSupport.h"
 
 namespace Quillon::Orb {
 namespace {
 
 constexpr unsigned int kFloat = CAudioProperties::kFloat32Little;
 
-RObject<CAudioConverter> begun(int inputRate, int outputRate, unsigned int from = kFloat,
-                               int channels = 1, unsigned int to = 0) {
+RObject<CAudioConverter> prepared(int inputRate, int outputRate, unsigned int from = kFloat,
+                                  int channels = 1) {
     RObject<CAudioConverter> converter(
         CComponentInventory<CComponentFactory<CAudioConverter>>::CreateInstance('asrc'));
     EXPECT_TRUE(converter);
     EXPECT_EQ(converter->SetInputProperties(pcm_properties(from, channels, inputRate).Get()), 0);
     EXPECT_EQ(converter->SetProperty(CodeBookProperty::AudioConverter::SampleRate, outputRate), 0);
+    return converter;
+}
+
+RObject<CAudioConverter> begun(int inputRate, int outputRate, unsigned int from = kFloat,
+                               int channels = 1, unsigned int to = 0) {
+    RObject<CAudioConverter> converter = prepared(inputRate, outputRate, from, channels);
     if (to != 0) {
         EXPECT_EQ(converter->SetOutputFormat(to), 0);
     }
@@ -332,6 +339,18 @@ TEST(AudioRateConverter, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(ready->PutSample(0, RObject<CAudioSample>(new CAudioSample(1)).Get()),
               ResultNullPointer::kCode);
     EXPECT_EQ(ready->PutSample(0, unreachable_sound().Get()), ResultNullPointer::kCode);
+}
+
+TEST(AudioRateConverter, RefusesRatesThatAreTooFarApart) {
+    for (const Rates& rates : {Rates{1, 48000}, Rates{1, 6144000}, Rates{46, 48000},
+                               Rates{48000, 1}, Rates{48000, 46}}) {
+        SCOPED_TRACE(testing::Message() << rates.fIn << " to " << rates.fOut);
+        TraceCatcher trace;
+        EXPECT_EQ(prepared(rates.fIn, rates.fOut)->Begin(), ResultNotSupported::kCode);
+        EXPECT_TRUE(trace.HasLineWith({"'asrc'", "Hz"}));
+    }
+    EXPECT_EQ(prepared(48000, 48)->Begin(), 0);
+    EXPECT_EQ(prepared(8000, 768000)->Begin(), 0);
 }
 
 #ifdef ORB_OWN_BLOCKS
