@@ -8,6 +8,7 @@
 #include "spar/trace.h"
 
 #include "RawPicture.h"
+#include "VideoShape.h"
 
 namespace Quillon::Orb {
 
@@ -31,6 +32,11 @@ CValueList<unsigned int>* list_formats() {
         if (VideoFormat::IsRaw(codes[i])) list->AddValue(codes[i]);
     }
     return list.Detach();
+}
+
+bool is_picture(const CVideoProperties& properties) {
+    return properties.GetWidth() <= kLargestSide && properties.GetHeight() <= kLargestSide &&
+           properties.GetSampleLength(1) > 0;
 }
 
 bool is_public(unsigned int format) {
@@ -140,8 +146,9 @@ Result PixelConverter::Begin() {
     result = ReadPixelColour(*input, request.fromColour);
     if (result.Succeeded()) result = ReadPixelColour(*output, request.toColour);
     if (result.Failed()) return refuse(std::move(result));
-    if (output->GetSampleLength(1) < 1) {
-        return refuse(ResultInvalidArgument("pictures of %d x %d", request.width, request.height));
+    if (!is_picture(*input) || !is_picture(*output)) {
+        return refuse(ResultInvalidArgument("pictures of %d x %d; sides go from 1 to %d",
+                                            request.width, request.height, kLargestSide));
     }
     fPlan = PixelPlan::Make(request);
     if (!fPlan) return ResultOutOfMemory();

@@ -33,7 +33,8 @@ public:
     /// not 0, format count. Null takes everything back. ResultInvalidArgument for another size.
     Result SetOutputProperties(const CVideoProperties* properties) override;
     /// ResultNullPointer without input properties, ResultNotSupported for a format that is not raw
-    /// or a matrix but those of BT.601 and BT.709, ResultInvalidArgument for pictures without size.
+    /// or a matrix but those of BT.601 and BT.709, ResultInvalidArgument for pictures without size
+    /// or with more than kLargestSide columns or rows, ResultOutOfMemory.
     Result Begin() override;
     /// Drops what was not received.
     Result End() override;

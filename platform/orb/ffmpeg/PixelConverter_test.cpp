@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <utility>
 #include <vector>
 
 #include "orb/BlockPool.h"
@@ -323,6 +324,9 @@ TEST(PixelConverter, BeginSaysWhatItCannotDo) {
 
     const auto encoded = shape('h264');
     const auto nothing = shape('UYVY', 0, 8);
+    const auto wide = shape('UYVY', 16386, 2);
+    const auto high = shape('UYVY', 2, 16386);
+    const auto endless = shape('RV24', 2000000000, 1);
     const auto wideGamut = shape('UYVY');
     wideGamut->SetColorSpace(ColorSpace(9, 14, 9));
     const struct {
@@ -330,6 +334,9 @@ TEST(PixelConverter, BeginSaysWhatItCannotDo) {
         int code;
     } cases[] = {{encoded.Get(), ResultNotSupported::kCode},
                  {nothing.Get(), ResultInvalidArgument::kCode},
+                 {wide.Get(), ResultInvalidArgument::kCode},
+                 {high.Get(), ResultInvalidArgument::kCode},
+                 {endless.Get(), ResultInvalidArgument::kCode},
                  {wideGamut.Get(), ResultNotSupported::kCode}};
     for (const auto& c : cases) {
         const RObject<CVideoConverter> converter = found();
@@ -345,6 +352,13 @@ TEST(PixelConverter, BeginSaysWhatItCannotDo) {
     EXPECT_EQ(converter->SetOutputProperties(shape('I420').Get()), 0);
     EXPECT_EQ(converter->SetInputProperties(shape('UYVY', 16, 16).Get()), 0);
     EXPECT_EQ(converter->Begin(), ResultInvalidArgument::kCode);
+}
+
+TEST(PixelConverter, TheLargestPicturesAreConverted) {
+    for (const auto& [width, height] : {std::pair{16384, 2}, std::pair{2, 16384}}) {
+        const auto input = shape('RV24', width, height);
+        EXPECT_FALSE(converted(*begun(*input, 'RGB2'), *flat(*input, {10, 20, 30})).empty());
+    }
 }
 
 TEST(PixelConverter, PicturesThatDoNotFitAreRefused) {

@@ -8,7 +8,6 @@ namespace Quillon::Orb {
 
 namespace {
 
-constexpr int kLargestSide = 16384;  // H.264 and JPEG could say more; no source is larger
 constexpr double kRateTolerance = 1e-4;
 constexpr long long kLargestTerm = 1 << 30;  // fits where encoders compute with ints
 

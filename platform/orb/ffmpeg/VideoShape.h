@@ -7,6 +7,9 @@
 
 namespace Quillon::Orb {
 
+/// The most columns or rows of a picture. H.264 and JPEG could say more; no source is larger.
+constexpr int kLargestSide = 16384;
+
 /// What an encoder needs to know of the pictures that it will get, checked and made plain.
 struct VideoShape {
     unsigned int format = 0;  ///< raw format in which the samples come
