@@ -150,9 +150,10 @@ Result PixelConverter::Begin() {
         return refuse(ResultInvalidArgument("pictures of %d x %d; sides go from 1 to %d",
                                             request.width, request.height, kLargestSide));
     }
-    fPlan = PixelPlan::Make(request);
-    if (!fPlan) return ResultOutOfMemory();
     fFrom = new CVideoProperties(input);
+    if (!fFrom) return refuse(ResultOutOfMemory("out of memory"));
+    fPlan = PixelPlan::Make(request);
+    if (!fPlan) return refuse(ResultOutOfMemory("out of memory"));
     fTo = std::move(output);
     UpdateOutputProperties(RObject<CVideoProperties>(fTo).Detach());
     return 0;

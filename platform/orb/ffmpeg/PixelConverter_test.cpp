@@ -9,6 +9,7 @@
 #include "orb/CComponentInventory.h"
 #include "orb/CPixelBufferDataReference.h"
 #include "orb/VideoFormat.h"
+#include "orb/testMemory.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -358,6 +359,24 @@ TEST(PixelConverter, TheLargestPicturesAreConverted) {
     for (const auto& [width, height] : {std::pair{16384, 2}, std::pair{2, 16384}}) {
         const auto input = shape('RV24', width, height);
         EXPECT_FALSE(converted(*begun(*input, 'RGB2'), *flat(*input, {10, 20, 30})).empty());
+    }
+}
+
+TEST(PixelConverter, WithoutMemoryItDoesNotBegin) {
+    const auto input = shape('UYVY');
+    const auto picture = flat(*input, {90, 81, 240, 81});
+    const auto converter = begun(*input, 'I420');
+    bool failed = true;
+    for (int left = 0; failed; ++left) {
+        SCOPED_TRACE(left);
+        gObjectsLeft = left;
+        const Result begin = converter->Begin();
+        failed = gObjectsLeft == 0;
+        gObjectsLeft = -1;
+        EXPECT_TRUE(begin == 0 || begin == ResultOutOfMemory::kCode) << begin;
+        if (begin == 0) {
+            EXPECT_FALSE(converted(*converter, *picture).empty());
+        }
     }
 }
 
