@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "orb/CLockedDataReference.h"
+#include "orb/reasonOf.h"
 #include "spar/trace.h"
 
 namespace Quillon::Orb {
@@ -187,10 +188,10 @@ bool MovieQueue::fail(const Result& failure) {
 
 /// Without the lock: the trace is the host's, may be slow, and may ask this queue how far it is.
 void MovieQueue::tell(const Result& failure) {
-    const char* reason = *failure.GetMessage() ? failure.GetMessage() : "it cannot be written";
+    const std::string reason = reason_of(failure);
     // A file's own reasons name it and say what it keeps: of that only the file knows.
     const std::string_view path(fName.c_str() + 1, fName.size() - 2);
-    const bool named = std::string_view(reason).find(path) != std::string_view::npos;
+    const bool named = reason.find(path) != std::string::npos;
     if (named)
         zTrace("{}\n", reason);
     else

@@ -4,7 +4,7 @@
 #include <system_error>
 #include <utility>
 
-#include "orb/filterSupport.h"
+#include "orb/reasonOf.h"
 #include "spar/trace.h"
 
 namespace Quillon::Orb {
@@ -272,7 +272,7 @@ Result TrackPipe::pass_on_what_is_ready() {
 }
 
 void TrackPipe::note_failure(Result failure) {
-    const std::string reason = *failure.GetMessage() ? failure.GetMessage() : "no reason given";
+    const std::string reason = reason_of(failure);
     {
         zMutexLock held(fLock);
         fFailure = std::move(failure);

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "orb/ffmpeg/closedPicture.h"
+#include "orb/testSupport.h"
+
 #include "EncoderTestKit.h"
 
 namespace Quillon::Orb {
@@ -203,6 +206,20 @@ TEST(JpegCompressor, WhatStandsBehindTheRowsDoesNotShow) {
             EXPECT_EQ(black, encode_with_filler(source, 255)) << width;
         }
     }
+}
+
+TEST(JpegCompressor, PicturesThatFailWithoutWordsAreToldOnceWithSome) {
+    const Source source;
+    RObject<CVideoCompressor> compressor = MakeCompressor('mjpg');
+    compressor->SetInputProperties(source.Properties().Get());
+    ASSERT_EQ(compressor->Begin(), 0);
+    TraceCatcher trace;
+    const RObject<CVideoSample> closed = closed_picture(source.width, source.height);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(compressor->ProcessSample(closed.Get()), ResultError::kCode);
+    }
+    ASSERT_EQ(trace.Count(), 1);
+    EXPECT_TRUE(trace.HasLineWith({"'mjpg': it failed"})) << trace.Lines()[0];
 }
 
 TEST(JpegCompressor, ValuesOutsideOfTheScalesAreRefused) {

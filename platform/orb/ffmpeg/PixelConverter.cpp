@@ -5,7 +5,6 @@
 #include "orb/CComponentInventory.h"
 #include "orb/VideoFormat.h"
 #include "orb/filterSupport.h"
-#include "spar/trace.h"
 
 #include "RawPicture.h"
 #include "VideoShape.h"
@@ -85,7 +84,7 @@ Result PixelConverter::SetOutputProperties(const CVideoProperties* properties) {
         return 0;
     }
     Result fits = check_size(*properties);
-    if (fits.Failed()) return refuse(std::move(fits));
+    if (fits.Failed()) return fFailures.OfSetUp(std::move(fits));
     if (properties->GetFormat()) {
         Result result = SetOutputFormat(properties->GetFormat());
         if (result.Failed()) return result;
@@ -119,22 +118,21 @@ Result PixelConverter::describe(RObject<CVideoProperties>& output) const {
     return 0;
 }
 
-Result PixelConverter::refuse(Result result) const {
-    zTrace("{}: {}\n", GetOwnerName(), result.GetMessage());
-    return result;
-}
-
 Result PixelConverter::Begin() {
     End();
+    return fFailures.OfSetUp(set_up());
+}
+
+Result PixelConverter::set_up() {
     const CVideoProperties* input = Input();
-    if (!input) return refuse(ResultNullPointer("no input properties"));
+    if (!input) return ResultNullPointer("no input properties");
     RObject<CVideoProperties> output;
     Result result = describe(output);
-    if (result.Failed()) return refuse(std::move(result));
+    if (result.Failed()) return result;
     if (!is_public(input->GetFormat()) || !is_public(output->GetFormat())) {
-        return refuse(ResultNotSupported("%s to %s: not both of them are raw pictures",
-                                         four_text(input->GetFormat()).c_str(),
-                                         four_text(output->GetFormat()).c_str()));
+        return ResultNotSupported("%s to %s: not both of them are raw pictures",
+                                  four_text(input->GetFormat()).c_str(),
+                                  four_text(output->GetFormat()).c_str());
     }
     PixelRequest request;
     request.from = input->GetFormat();
@@ -145,15 +143,15 @@ Result PixelConverter::Begin() {
     request.scan = interlaced ? PixelScan::Interlaced : PixelScan::Progressive;
     result = ReadPixelColour(*input, request.fromColour);
     if (result.Succeeded()) result = ReadPixelColour(*output, request.toColour);
-    if (result.Failed()) return refuse(std::move(result));
+    if (result.Failed()) return result;
     if (!is_picture(*input) || !is_picture(*output)) {
-        return refuse(ResultInvalidArgument("pictures of %d x %d; sides go from 1 to %d",
-                                            request.width, request.height, kLargestSide));
+        return ResultInvalidArgument("pictures of %d x %d; sides go from 1 to %d", request.width,
+                                     request.height, kLargestSide);
     }
     fFrom = new CVideoProperties(input);
-    if (!fFrom) return refuse(ResultOutOfMemory("out of memory"));
+    if (!fFrom) return ResultOutOfMemory();
     fPlan = PixelPlan::Make(request);
-    if (!fPlan) return refuse(ResultOutOfMemory("out of memory"));
+    if (!fPlan) return ResultOutOfMemory();
     fTo = std::move(output);
     UpdateOutputProperties(RObject<CVideoProperties>(fTo).Detach());
     return 0;
@@ -166,11 +164,15 @@ Result PixelConverter::End() {
 }
 
 Result PixelConverter::ProcessSample(CVideoSample* sample) {
-    if (!fPlan) return refuse(ResultError("a picture outside Begin and End"));
+    return fFailures.OfInput(process(sample));
+}
+
+Result PixelConverter::process(CVideoSample* sample) {
+    if (!fPlan) return ResultError("a picture outside Begin and End");
     if (!sample) return 0;  // nothing is held back
     RObject<CVideoSample> converted;
     Result result = convert(*sample, converted);
-    if (result.Failed()) return refuse(std::move(result));
+    if (result.Failed()) return result;
     fReady.push_back(std::move(converted));
     return 0;
 }

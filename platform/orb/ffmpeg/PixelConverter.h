@@ -6,6 +6,7 @@
 #include "orb/CVideoConverter.h"
 
 #include "PixelPlan.h"
+#include "VideoCompressorSupport.h"
 
 namespace Quillon::Orb {
 
@@ -46,9 +47,11 @@ public:
 private:
     Result check_size(const CVideoProperties& wanted) const;
     Result describe(RObject<CVideoProperties>& output) const;
-    Result refuse(Result result) const;
+    Result set_up();
+    Result process(CVideoSample* sample);
     Result convert(const CVideoSample& from, RObject<CVideoSample>& to);
 
+    FailureTrace fFailures{*this};
     RObject<CVideoProperties> fWanted;  // what SetOutputProperties said; null: nothing
 
     // between Begin and End

@@ -9,7 +9,9 @@
 #include "orb/CComponentInventory.h"
 #include "orb/CPixelBufferDataReference.h"
 #include "orb/VideoFormat.h"
+#include "orb/ffmpeg/closedPicture.h"
 #include "orb/testMemory.h"
+#include "orb/testSupport.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -378,6 +380,29 @@ TEST(PixelConverter, WithoutMemoryItDoesNotBegin) {
             EXPECT_FALSE(converted(*converter, *picture).empty());
         }
     }
+}
+
+TEST(PixelConverter, PicturesThatFailInARowAreToldOnce) {
+    TraceCatcher trace;
+    const auto input = shape('UYVY');
+    const auto converter = begun(*input, 'I420');
+    const auto other = flat(*shape('UYVY', 16, 16), {1});
+    const auto right = flat(*input, {1});
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(converter->ProcessSample(other.Get()), ResultInvalidArgument::kCode);
+    }
+    EXPECT_EQ(trace.Count(), 1);
+    EXPECT_EQ(converter->ProcessSample(right.Get()), 0);
+    EXPECT_EQ(converter->ProcessSample(other.Get()), ResultInvalidArgument::kCode);
+    EXPECT_EQ(trace.Count(), 2);
+}
+
+TEST(PixelConverter, AFailureWithoutWordsIsToldWithSome) {
+    TraceCatcher trace;
+    const auto converter = begun(*shape('UYVY'), 'I420');
+    EXPECT_EQ(converter->ProcessSample(closed_picture(kWidth, kHeight).Get()), ResultError::kCode);
+    ASSERT_EQ(trace.Count(), 1);
+    EXPECT_TRUE(trace.HasLineWith({"'vfc ': it failed"})) << trace.Lines()[0];
 }
 
 TEST(PixelConverter, PicturesThatDoNotFitAreRefused) {

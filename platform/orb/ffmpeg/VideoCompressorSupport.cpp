@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <thread>
 
-#include "orb/filterSupport.h"
+#include "orb/fourText.h"
+#include "orb/reasonOf.h"
 #include "spar/trace.h"
 
 namespace Quillon::Orb {
@@ -32,8 +33,7 @@ Result FailureTrace::OfOutput(Result result) {
 }
 
 void FailureTrace::say(const Result& result) const {
-    const char* message = result.GetMessage();
-    zTrace("{}: {}\n", four_text(fOwner.GetType()), *message ? message : "out of memory");
+    zTrace("{}: {}\n", four_text(fOwner.GetType()), reason_of(result));
 }
 
 }  // namespace Quillon::Orb

@@ -3,7 +3,7 @@
 #include "orb/CComponentInventory.h"
 #include "orb/CVideoCompressor.h"
 
-// What all video compressors of this folder share.
+// What the video components of this folder share.
 
 namespace Quillon::Orb {
 
@@ -23,7 +23,7 @@ int ThreadCount(int wanted, int most);
 /// pictures that fail in a row only the first is traced.
 class FailureTrace {
 public:
-    explicit FailureTrace(const CVideoCompressor& owner) : fOwner(owner) {}
+    explicit FailureTrace(const CObject& owner) : fOwner(owner) {}
 
     // All give the result back.
     Result OfSetUp(Result result);  ///< always traced; ends the row
@@ -33,7 +33,7 @@ public:
 private:
     void say(const Result& result) const;
 
-    const CVideoCompressor& fOwner;
+    const CObject& fOwner;
     bool fFailing = false;
 };
 
