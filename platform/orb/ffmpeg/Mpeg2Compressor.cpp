@@ -129,7 +129,8 @@ private:
         context.rc_buffer_size = buffer_of(context.level);
         // Low rates want a control that reacts sooner than the usual one; but a tolerance below
         // what one picture takes is an error.
-        const int bitsOfPicture = static_cast<int>(rate / av_q2d(context.framerate));
+        const int bitsOfPicture =
+            static_cast<int>(static_cast<double>(context.bit_rate) / av_q2d(context.framerate));
         context.bit_rate_tolerance =
             std::max(std::min(context.bit_rate_tolerance, static_cast<int>(context.bit_rate)),
                      2 * bitsOfPicture);

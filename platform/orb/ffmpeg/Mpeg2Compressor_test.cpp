@@ -393,6 +393,17 @@ TEST(Mpeg2Compressor, SetUpsThatMpeg2CannotBeAreRefused) {
     EXPECT_EQ(compressor->Begin(), 0);
 }
 
+TEST(Mpeg2Compressor, APictureThatNoBufferHoldsIsRefused) {
+    // Counted in pictures of the header's rate these are 3e10 bits a second.
+    RObject<CVideoCompressor> compressor = MakeCompressor('mcm2');
+    const Source source;
+    const RObject<CVideoProperties> shape = source.Properties();
+    shape->SetFrameDuration(100 * shape->GetTimescale());
+    compressor->SetInputProperties(shape.Get());
+    ASSERT_EQ(compressor->SetProperty(BitRate, 400000000), 0);
+    EXPECT_EQ(compressor->Begin(), ResultError::kCode);
+}
+
 TEST(Mpeg2Compressor, OddSizesWork) {
     Source source;
     source.width = 101;
