@@ -48,7 +48,6 @@ MovieTrack describe_track(const CVideoProperties& properties) {
     const unsigned int family = VideoFormat::GetCanonicalFormat(properties.GetFormat());
     track.format = family == 'h264' ? 'avc1' : properties.GetFormat();
     track.timescale = properties.GetTimescale();
-    track.expectedDuration = properties.GetDuration();
     track.width = properties.GetWidth();
     track.height = properties.GetHeight();
     track.frameDuration = std::min(properties.GetFrameDuration(), kLongestStep);
@@ -72,13 +71,8 @@ MovieTrack describe_track(const CAudioProperties& properties) {
     track.kind = MovieTrack::Kind::Audio;
     track.format = properties.GetFormat();
     // Sound is counted in frames, whatever scale its properties speak.
-    const long long scale = properties.GetTimescale();
-    track.timescale = properties.GetSampleRate() > 0 ? properties.GetSampleRate() : scale;
-    track.expectedDuration = properties.GetDuration();
-    if (scale > 0 && scale != track.timescale) {
-        track.expectedDuration = static_cast<long long>(
-            static_cast<__int128>(track.expectedDuration) * track.timescale / scale);
-    }
+    track.timescale =
+        properties.GetSampleRate() > 0 ? properties.GetSampleRate() : properties.GetTimescale();
     track.channels = properties.GetChannels();
     track.sampleRate = properties.GetSampleRate();
     track.bitsPerSample = properties.GetBitsPerSample();

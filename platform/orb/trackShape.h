@@ -12,7 +12,8 @@
 
 namespace Quillon::Orb {
 
-/// What the file must know of a track, out of its properties.
+/// What the file must know of a track, out of its properties. The expected duration is not among
+/// it: that is asked for when the file begins.
 MovieTrack describe_track(const CVideoProperties& properties);
 MovieTrack describe_track(const CAudioProperties& properties);
 
