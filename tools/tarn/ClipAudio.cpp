@@ -9,7 +9,7 @@ extern "C" {
 #include <cmath>
 #include <fmt/format.h>
 
-#include "avHandles.h"
+#include "AvTrack.h"
 
 namespace {
 

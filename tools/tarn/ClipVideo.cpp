@@ -16,7 +16,7 @@ extern "C" {
 #include "tarn/foundation/tnRasterType.h"
 #include "tarn/writers/orbConversions.h"
 
-#include "avHandles.h"
+#include "AvTrack.h"
 
 using namespace Quillon::Orb;
 

@@ -15,7 +15,7 @@
 
 #include "ClipAudio.h"
 #include "ClipVideo.h"
-#include "avHandles.h"
+#include "MovieOnDisk.h"
 #include "codeText.h"
 #include "exceptionAdvice.h"
 #include "folderTrouble.h"

@@ -17,7 +17,7 @@
 
 #include "ClipAudio.h"
 #include "ClipVideo.h"
-#include "avHandles.h"
+#include "MovieOnDisk.h"
 #include "tests/support/TestFolder.h"
 
 using namespace Quillon::Orb;

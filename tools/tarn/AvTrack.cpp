@@ -1,0 +1,115 @@
+#include "AvTrack.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "spar/zTime.h"
+
+#include "StopSignal.h"
+
+// FFmpeg asks every now and then while it waits.
+int AvTrack::gives_up(void* track) {
+    constexpr long long kPatienceUs = 500'000;
+    return StopAsked() &&
+           zTime::MicroNow() - static_cast<AvTrack*>(track)->fWaitsSinceUs > kPatienceUs;
+}
+
+bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error) {
+    error.clear();
+    AVFormatContext* opened = avformat_alloc_context();
+    if (opened) opened->interrupt_callback = {&AvTrack::gives_up, this};
+    fWaitsSinceUs = zTime::MicroNow();
+    int code = avformat_open_input(&opened, path.c_str(), nullptr, nullptr);
+    file.reset(opened);
+    if (code >= 0) code = avformat_find_stream_info(file.get(), nullptr);
+    if (code == AVERROR_EXIT) {
+        error = fmt::format("'{}': stopped before it could be opened", path);
+        return false;
+    }
+    if (code < 0) {
+        error = fmt::format("'{}': cannot be read as a clip ({}); give a file that ffprobe opens",
+                            path, AvErrorText(code));
+        return false;
+    }
+    const AVCodec* codec = nullptr;
+    const int index = av_find_best_stream(file.get(), kind, -1, -1, &codec, 0);
+    if (index == AVERROR_STREAM_NOT_FOUND) return false;
+    const char* what = av_get_media_type_string(kind);
+    if (index < 0) {
+        error = fmt::format("'{}': no decoder for its {} track; install one or convert the clip",
+                            path, what);
+        return false;
+    }
+    for (unsigned int i = 0; i < file->nb_streams; ++i) {
+        if (static_cast<int>(i) != index) file->streams[i]->discard = AVDISCARD_ALL;
+    }
+    stream = file->streams[index];
+    decoder.reset(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
+    decoder->pkt_timebase = stream->time_base;
+    decoder->thread_count = kind == AVMEDIA_TYPE_VIDEO ? 2 : 1;
+    code = avcodec_open2(decoder.get(), codec, nullptr);
+    if (code < 0) {
+        error = fmt::format("'{}': its {} track ({}) cannot be decoded: {}; convert the clip", path,
+                            what, codec->name, AvErrorText(code));
+        return false;
+    }
+    packet.reset(av_packet_alloc());
+    return true;
+}
+
+bool AvTrack::Decode(AVFrame& frame) {
+    while (true) {
+        const int got = avcodec_receive_frame(decoder.get(), &frame);
+        if (got >= 0) {
+            const long long end = frame.best_effort_timestamp + frame.pkt_duration;
+            if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
+                fReached = std::max(fReached, static_cast<double>(end) * av_q2d(stream->time_base));
+            }
+            return true;
+        }
+        if (got == AVERROR_EOF || (got != AVERROR(EAGAIN) && drained)) return false;
+        fWaitsSinceUs = zTime::MicroNow();
+        const int read = av_read_frame(file.get(), packet.get());
+        if (read < 0) {
+            fCutInside = fCutInside || read != AVERROR_EOF;
+            avcodec_send_packet(decoder.get(), nullptr);
+            drained = true;
+            continue;
+        }
+        if (packet->stream_index == stream->index) {
+            fCutInside = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+            avcodec_send_packet(decoder.get(), packet.get());
+        }
+        av_packet_unref(packet.get());
+    }
+}
+
+// Where the header says that the track ends; 0 when it does not, or only guesses.
+double AvTrack::end_seconds() const {
+    if (file->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
+    const double tick = av_q2d(stream->time_base);
+    const double start =
+        stream->start_time == AV_NOPTS_VALUE ? 0 : static_cast<double>(stream->start_time) * tick;
+    if (stream->duration > 0) return start + static_cast<double>(stream->duration) * tick;
+    // Some containers tell the length of the whole alone, which is that of its longest track.
+    const bool isWhole = file->nb_streams == 1 && file->duration > 0;
+    return isWhole ? start + static_cast<double>(file->duration) / AV_TIME_BASE : 0;
+}
+
+double AvTrack::HeaderSeconds() const {
+    return file->duration > 0 ? static_cast<double>(file->duration) / AV_TIME_BASE : 0;
+}
+
+std::string AvTrack::EndedEarly() const {
+    constexpr double kSlackSeconds = 0.5;  // headers round, and count frames that decoders drop
+    constexpr double kSlackFrames = 3;
+    const double rate = stream->avg_frame_rate.num > 0 ? av_q2d(stream->avg_frame_rate) : 0;
+    const double slack = std::max(kSlackSeconds, rate > 0 ? kSlackFrames / rate : 0);
+    const double end = end_seconds();
+    if (end - fReached > slack) {
+        return fmt::format("ends at {:.1f} of {:.1f} seconds, as if it had been cut off", fReached,
+                           end);
+    }
+    return fCutInside ? fmt::format("breaks off inside a packet at {:.1f} seconds", fReached) : "";
+}
