@@ -19,7 +19,7 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
     AVFormatContext* opened = avformat_alloc_context();
     if (opened) opened->interrupt_callback = {&AvTrack::gives_up, this};
     fWaitsSinceUs = zTime::MicroNow();
-    int code = avformat_open_input(&opened, path.c_str(), nullptr, nullptr);
+    int code = avformat_open_input(&opened, AvUrl(path).c_str(), nullptr, nullptr);
     file.reset(opened);
     if (code >= 0) code = avformat_find_stream_info(file.get(), nullptr);
     if (code == AVERROR_EXIT) {

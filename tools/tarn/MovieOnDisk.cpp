@@ -19,9 +19,12 @@ long long bytes_of(AVStream& track) {
 MovieOnDisk ReadMovieOnDisk(const std::string& path) {
     MovieOnDisk movie;
     AVFormatContext* opened = nullptr;
-    const int code = avformat_open_input(&opened, path.c_str(), nullptr, nullptr);
+    const int code = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr);
     const AvHandle<AVFormatContext> file(opened);
-    if (code < 0) return movie;
+    if (code < 0) {
+        movie.trouble = AvErrorText(code);
+        return movie;
+    }
     movie.opens = true;
     for (unsigned int i = 0; i < file->nb_streams; ++i) {
         AVStream& track = *file->streams[i];

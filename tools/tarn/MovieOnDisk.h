@@ -5,6 +5,7 @@
 /// What a movie file holds, by its own index.
 struct MovieOnDisk {
     bool opens = false;
+    std::string trouble;   ///< why it does not open
     long long frames = 0;  ///< of the picture track
     double seconds = 0;    ///< of the longest track
     long long videoBytes = 0;

@@ -31,6 +31,9 @@ constexpr double kMicro = 1e6;
 
 /// Pixels that are counted for as long as the encoder has not let go of them, and that raise
 /// `taken` when it begins with them.
+// What stopped the file may have said so itself by then, in a line of its own.
+constexpr const char* kLookFurther =
+    "a line above may say why, else look whether its disk is full or somebody else writes to it";
 class WaitingPixels final : public CPixelDataReference {
 public:
     WaitingPixels(RObject<CPixelDataReference> pixels, std::atomic<long long>& count,
@@ -281,22 +284,21 @@ void Recorder::judge_file() {
     // The writer tells what has been taken at each frame, and so nothing of the last ones.
     fFigures.videoBytes = movie.videoBytes;
     fFigures.audioBytes = movie.audioBytes;
-    const std::string kept =
-        !movie.opens ? "nothing was kept"
-        : fVideo     ? fmt::format("{} frames, {:.1f} s, were kept", movie.frames, movie.seconds)
-                     : fmt::format("{:.1f} s were kept", movie.seconds);
     if (fFailed) {
-        fError += fmt::format("; in '{}' {}", fOptions.output, kept);
-    } else if (!movie.opens || (fVideo && movie.frames != fFigures.frames)) {
-        fail(fmt::format("'{}': was not completed, the line above says why; of {} frames {}",
-                         fOptions.output, fFigures.frames.load(), kept));
+        fError += fmt::format("; in '{}' {}", fOptions.output, kept_in(movie));
+    } else if (!movie.opens) {
+        fail(
+            fmt::format("'{}': cannot be read to see what was kept ({}); a line above may say why, "
+                        "else look whether it was moved or removed",
+                        fOptions.output, movie.trouble));
+    } else if (fVideo && movie.frames != fFigures.frames) {
+        fail(fmt::format("'{}': is not complete: of {} frames {}; {}", fOptions.output,
+                         fFigures.frames.load(), kept_in(movie), kLookFurther));
     } else if (fAudio) {
         const double given = static_cast<double>(fFigures.audioFrames) / fAudio->SampleRate();
         if (sound_kept(movie) >= given) return;
-        fail(
-            fmt::format("'{}': was not completed, the line above says why; of {:.2f} s of sound "
-                        "{:.2f} s were kept",
-                        fOptions.output, given, sound_kept(movie)));
+        fail(fmt::format("'{}': is not complete: of {:.2f} s of sound {:.2f} s were kept; {}",
+                         fOptions.output, given, sound_kept(movie), kLookFurther));
     }
 }
 
@@ -333,6 +335,12 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         if (!keep_pace(at, stop) || !write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
     }
+std::string Recorder::kept_in(const MovieOnDisk& movie) const {
+    if (!movie.opens) return fmt::format("nothing can be read ({})", movie.trouble);
+    return fVideo ? fmt::format("{} frames, {:.1f} s, were kept", movie.frames, movie.seconds)
+                  : fmt::format("{:.1f} s were kept", movie.seconds);
+}
+
     fVideoStarted = true;
     fVideoEnded = true;
 }

@@ -78,6 +78,7 @@ private:
     double sound_kept(const MovieOnDisk& movie) const;
 
     void guarded(void (Recorder::*record)(const std::atomic<bool>&), const std::atomic<bool>& stop);
+    std::string kept_in(const MovieOnDisk& movie) const;
     void record_video(const std::atomic<bool>& stop);
     bool write_video(ClipFrame& frame, const std::atomic<bool>& stop);
     void record_audio(const std::atomic<bool>& stop);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -169,6 +170,26 @@ TEST(Recorder, TellsAnEndFromAStop) {
         EXPECT_EQ(recorder.CameToEnd(), clipEnds);
         EXPECT_EQ(ReadMovieOnDisk(options.output).frames, clipEnds ? kWhole : kWhole + 1);
     }
+}
+
+// Nothing is said of lines above, or of what is lost, that nobody knows.
+TEST(Recorder, AFileThatIsGoneWhenItIsReadAgainIsNotCalledLost) {
+    const tests::TestFolder folder;
+    RecordOptions options;
+    options.output = folder.File("a.mov");
+    options.video = "MJPEG";
+    const auto remove = [&options] {
+        EXPECT_TRUE(std::filesystem::remove(options.output));
+        return false;
+    };
+    Recorder recorder(options, std::make_unique<GreyPictures>(kWhole, remove), nullptr);
+    ASSERT_TRUE(recorder.Prepare()) << recorder.Error();
+    const std::atomic<bool> stop{false};
+    EXPECT_FALSE(recorder.Run(stop));
+    const std::string error = recorder.Error();
+    EXPECT_NE(error.find("No such file"), std::string::npos) << error;
+    EXPECT_NE(error.find("moved or removed"), std::string::npos) << error;
+    EXPECT_EQ(error.find("says why"), std::string::npos) << error;
 }
 
 // The picture behind the gap is a minute away: who did not look meanwhile would write it then.

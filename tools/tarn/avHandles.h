@@ -24,5 +24,9 @@ using AvHandle = std::unique_ptr<T, AvClose>;
 /// Keeps FFmpeg from writing to the terminal by itself: what matters comes as our own lines.
 void QuietenAv();
 
+/// `path` as FFmpeg takes it: the name of a file that is there with "file:" before it, since what
+/// stands before a colon would be a protocol; everything else as it is.
+std::string AvUrl(const std::string& path);
+
 /// FFmpeg's words for one of its codes.
 std::string AvErrorText(int code);
