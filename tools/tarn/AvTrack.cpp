@@ -8,10 +8,11 @@
 #include "StopSignal.h"
 
 // FFmpeg asks every now and then while it waits.
-int AvTrack::gives_up(void* track) {
+int AvTrack::gives_up(void* waiting) {
     constexpr long long kPatienceUs = 500'000;
-    return StopAsked() &&
-           zTime::MicroNow() - static_cast<AvTrack*>(track)->fWaitsSinceUs > kPatienceUs;
+    AvTrack& track = *static_cast<AvTrack*>(waiting);
+    if (StopAsked() && zTime::MicroNow() - track.fWaitsSinceUs > kPatienceUs) track.fGaveUp = true;
+    return track.fGaveUp;
 }
 
 bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error) {

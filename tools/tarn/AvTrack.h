@@ -26,6 +26,10 @@ struct AvTrack {
     /// Decodes into `frame`; false at the end of the track. Damaged packets are passed over.
     bool Decode(AVFrame& frame);
 
+    /// Once Decode has answered false: whether the end was not waited for, since the program was
+    /// asked to stop.
+    bool GaveUp() const { return fGaveUp; }
+
     /// Length of the whole clip as its header gives it, 0 when it does not say.
     double HeaderSeconds() const;
 
@@ -34,10 +38,11 @@ struct AvTrack {
     std::string EndedEarly() const;
 
 private:
-    static int gives_up(void* track);
+    static int gives_up(void* waiting);
     double end_seconds() const;
 
     long long fWaitsSinceUs = 0;
     double fReached = 0;      // end of the last decoded frame, seconds of the clip's time line
+    bool fGaveUp = false;
     bool fCutInside = false;  // the last packet, or the read behind it, was not whole
 };

@@ -33,6 +33,7 @@ public:
     void StartAt(double seconds) override { fOrigin = seconds; }
     bool Next(std::vector<short>& pcm) override;
     std::string Problem() const override;
+    bool GaveUp() const override { return fTrack.GaveUp(); }
 
 private:
     struct FreeResampler {

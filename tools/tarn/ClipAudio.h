@@ -34,4 +34,7 @@ public:
     /// After the end: what is wrong with it, as "ends at 1.0 of 8.0 seconds"; empty when nothing
     /// is.
     virtual std::string Problem() const { return {}; }
+    /// After the end: whether there may be more, which was not waited for, since the program was
+    /// asked to stop.
+    virtual bool GaveUp() const { return false; }
 };

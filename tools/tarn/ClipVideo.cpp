@@ -132,6 +132,7 @@ public:
     double HeaderSeconds() const override { return fTrack.HeaderSeconds(); }
     bool Next(ClipFrame& frame) override;
     std::string Problem() const override { return fProblem; }
+    bool GaveUp() const override { return fTrack.GaveUp(); }
 
 private:
     struct FreeScaler {

@@ -329,8 +329,7 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         fVideoStartSeconds = fVideo->StartSeconds();
         fVideoStarted = true;
         const double at = static_cast<double>(frame.time) * tick;
-        // Where it is to stop, a clip that only kept everybody waiting ends too.
-        fCameToEnd = decoded ? fOptions.limit > 0 && at >= fOptions.limit : !stop;
+        fCameToEnd = decoded ? fOptions.limit > 0 && at >= fOptions.limit : !fVideo->GaveUp();
         if (!decoded || fCameToEnd) break;
         if (!keep_pace(at, stop) || !write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
@@ -404,7 +403,7 @@ void Recorder::record_audio(const std::atomic<bool>& stop) {
             taken = 0;
             clipEnded = !fAudio->Next(pcm);
             if (clipEnded && !fVideo) {
-                fCameToEnd = !stop;
+                fCameToEnd = !fAudio->GaveUp();
                 return;
             }
         }
