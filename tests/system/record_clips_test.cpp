@@ -74,4 +74,48 @@ INSTANTIATE_TEST_SUITE_P(All, NamesWithColons,
                                          "cache:z.mov", "pipe:0.mov", "concat:a|b.mov",
                                          "subfile,,start,1,end,2,,:x.mov"));
 
+std::string MakeCover(const TestFolder& folder) {
+    const std::string cover = folder.File("cover.png");
+    const ProcessResult made = tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                                           "testsrc=s=600x600", "-frames:v", "1", cover});
+    EXPECT_EQ(made.exitCode, 0) << made.err;
+    return cover;
+}
+
+TEST(RecordClips, ACoverIsNoPictureOfAFilm) {
+    const TestFolder folder;
+    const std::string cover = MakeCover(folder);
+    const std::string tone = MakeClip(folder, "tone.wav", 0, 3, {});
+    for (const char* name : {"song.mp3", "song.m4a"}) {
+        SCOPED_TRACE(name);
+        const ProcessResult made =
+            tests::Run({"ffmpeg", "-v", "error", "-i", tone, "-i", cover, "-map", "0", "-map", "1",
+                        "-c:v", "copy", "-disposition:v", "attached_pic", folder.File(name)});
+        ASSERT_EQ(made.exitCode, 0) << made.err;
+        const ProcessResult refused = RecordIn(folder, name, "out.mov", {});
+        EXPECT_EQ(refused.exitCode, 1) << refused.out;
+        EXPECT_NE(refused.err.find("has no picture"), std::string::npos) << refused.err;
+        const ProcessResult sound = RecordIn(folder, name, "out.mov", {"--video", "none"});
+        EXPECT_EQ(sound.exitCode, 0) << sound.err;
+        EXPECT_NEAR(ProbeSeconds(folder.File("out.mov"), "a:0"), 3, 0.1);
+        std::filesystem::remove(folder.File("out.mov"));
+    }
+}
+
+TEST(RecordClips, ACoverBeforeTheFilmIsPassedOver) {
+    const TestFolder folder;
+    const std::string cover = MakeCover(folder);
+    const std::string film = MakeClip(folder, "film.mp4", 2, 2, {"-c:v", "libx264", "-c:a", "aac"});
+    const ProcessResult made =
+        tests::Run({"ffmpeg", "-v", "error", "-i", film, "-i", cover, "-map", "1", "-map", "0",
+                    "-c", "copy", "-disposition:v:0", "attached_pic+default", "-disposition:v:1",
+                    "0", folder.File("clip.mp4")});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    const ProcessResult result = RecordIn(folder, "clip.mp4", "out.mov", {});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(CountFrames(folder.File("out.mov")), 50);
+    EXPECT_EQ(ProbeStream(folder.File("out.mov"), "v:0", "width"), "160");
+    EXPECT_NEAR(ProbeSeconds(folder.File("out.mov"), "a:0"), 2, 0.1);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <vector>
 
 #include "spar/zTime.h"
 
@@ -14,6 +15,35 @@ int AvTrack::gives_up(void* waiting) {
     if (StopAsked() && zTime::MicroNow() - track.fWaitsSinceUs > kPatienceUs) track.fGaveUp = true;
     return track.fGaveUp;
 }
+
+namespace {
+
+bool has_film(const AVFormatContext& file) {
+    return std::any_of(file.streams, file.streams + file.nb_streams, [](const AVStream* stream) {
+        return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && stream->nb_frames > 1;
+    });
+}
+
+// The search takes the cover of an album for a film, and so must not see it. Not every cover is
+// marked as one: beside a film it is the track of a single picture.
+int best_stream(AVFormatContext& file, AVMediaType kind, const AVCodec*& codec) {
+    constexpr int kCovers = AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS;
+    const bool hasFilm = has_film(file);
+    std::vector<AVCodecParameters*> hidden;
+    for (unsigned int i = 0; i < file.nb_streams; ++i) {
+        AVStream& stream = *file.streams[i];
+        if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) continue;
+        const bool isStill = hasFilm && stream.nb_frames == 1;
+        if (!isStill && (stream.disposition & kCovers) == 0) continue;
+        stream.codecpar->codec_type = AVMEDIA_TYPE_ATTACHMENT;
+        hidden.push_back(stream.codecpar);
+    }
+    const int index = av_find_best_stream(&file, kind, -1, -1, &codec, 0);
+    for (AVCodecParameters* cover : hidden) cover->codec_type = AVMEDIA_TYPE_VIDEO;
+    return index;
+}
+
+}  // namespace
 
 bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error) {
     error.clear();
@@ -33,7 +63,7 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
         return false;
     }
     const AVCodec* codec = nullptr;
-    const int index = av_find_best_stream(file.get(), kind, -1, -1, &codec, 0);
+    const int index = best_stream(*file, kind, codec);
     if (index == AVERROR_STREAM_NOT_FOUND) return false;
     const char* what = av_get_media_type_string(kind);
     if (index < 0) {
