@@ -74,6 +74,129 @@ INSTANTIATE_TEST_SUITE_P(All, NamesWithColons,
                                          "cache:z.mov", "pipe:0.mov", "concat:a|b.mov",
                                          "subfile,,start,1,end,2,,:x.mov"));
 
+struct Container {
+    const char* name;
+    const char* extension;
+    std::vector<std::string> options;
+};
+
+void PrintTo(const Container& container, std::ostream* out) {
+    *out << container.name;
+}
+
+// Where the index stands in front, or there is none.
+const Container kContainers[] = {
+    {"Mp4", ".mp4", {"-c:v", "libx264", "-g", "25", "-c:a", "aac", "-movflags", "+faststart"}},
+    {"Matroska", ".mkv", {"-c:v", "libx264", "-g", "25", "-c:a", "aac"}},
+    {"WebM", ".webm", {"-c:v", "libvpx", "-g", "25", "-deadline", "realtime", "-c:a", "libopus"}},
+    {"Flash", ".flv", {"-c:v", "flv", "-g", "25", "-c:a", "aac"}},
+};
+
+class ClipsOf : public testing::TestWithParam<Container> {
+protected:
+    std::string Make(double pictureSeconds, double soundSeconds,
+                     const std::vector<std::string>& more = {}) {
+        std::vector<std::string> options = GetParam().options;
+        options.insert(options.end(), more.begin(), more.end());
+        return MakeClip(fFolder, std::string("clip") + GetParam().extension, pictureSeconds,
+                        soundSeconds, options);
+    }
+    ProcessResult RecordTo(const std::string& output, const std::string& clip,
+                           const char* video = "MJPEG", const char* audio = "pcm") {
+        return RecordIn(fFolder, clip, output, {"--video", video, "--audio", audio});
+    }
+
+    const TestFolder fFolder;
+};
+
+TEST_P(ClipsOf, PictureAndSoundThatWereCutOffAreToldAndKept) {
+    const std::string clip = Make(6, 6);
+    const std::uintmax_t whole = std::filesystem::file_size(clip);
+    for (const int percent : {80, 55, 30}) {
+        SCOPED_TRACE(percent);
+        std::filesystem::resize_file(clip, whole * percent / 100);
+        const ProcessResult result = RecordTo("out.mov", clip);
+        EXPECT_EQ(result.exitCode, 1) << result.out;
+        EXPECT_NE(result.err.find("get the whole clip"), std::string::npos) << result.err;
+        const int frames = CountFrames(fFolder.File("out.mov"));
+        EXPECT_GT(frames, 25);
+        EXPECT_LT(frames, 150);
+        EXPECT_NE(result.err.find(std::to_string(frames) + " frames"), std::string::npos)
+            << result.err;
+        EXPECT_EQ(RecordTo("picture.mov", clip, "MJPEG", "none").exitCode, 1);
+        EXPECT_EQ(RecordTo("sound.mov", clip, "none").exitCode, 1);
+    }
+}
+
+struct Whole {
+    const char* name;
+    double picture;
+    double sound;
+    std::vector<std::string> options;
+};
+
+// One track of a whole clip may end long before the other, or its clock may begin late.
+TEST_P(ClipsOf, WholeOnesAreNotCalledCutOff) {
+    const Whole kWholes[] = {
+        {"both", 3, 3, {}},
+        {"short sound", 4, 1, {}},
+        {"short picture", 1, 4, {}},
+        {"picture alone", 3, 0, {}},
+        {"sound alone", 0, 3, {}},
+        {"late clock", 3, 3, {"-output_ts_offset", "5"}},
+        {"late clock of pictures alone", 3, 0, {"-output_ts_offset", "5"}},
+        {"late clock and short sound", 4, 1, {"-output_ts_offset", "20"}},
+    };
+    for (const Whole& whole : kWholes) {
+        SCOPED_TRACE(whole.name);
+        const std::string clip = Make(whole.picture, whole.sound, whole.options);
+        if (whole.picture > 0) {
+            const ProcessResult both = RecordTo("out.mov", clip);
+            EXPECT_EQ(both.exitCode, 0) << both.err;
+            const ProcessResult picture = RecordTo("out.mov", clip, "MJPEG", "none");
+            EXPECT_EQ(picture.exitCode, 0) << picture.err;
+        }
+        if (whole.sound > 0) {
+            const ProcessResult sound = RecordTo("out.mov", clip, "none");
+            EXPECT_EQ(sound.exitCode, 0) << sound.err;
+        }
+        std::filesystem::remove(clip);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ClipsOf, testing::ValuesIn(kContainers),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+// So late that nobody knows of it who looks at the beginning.
+TEST(RecordClips, SoundInTheMidstOfAWholeClipIsNoCut) {
+    const TestFolder folder;
+    const std::string clip = folder.File("clip.mkv");
+    const ProcessResult made = tests::Run({"ffmpeg",
+                                           "-v",
+                                           "error",
+                                           "-f",
+                                           "lavfi",
+                                           "-i",
+                                           "testsrc2=s=640x480:r=25:d=20",
+                                           "-itsoffset",
+                                           "12",
+                                           "-f",
+                                           "lavfi",
+                                           "-i",
+                                           "sine=r=48000:d=2",
+                                           "-c:v",
+                                           "mjpeg",
+                                           "-q:v",
+                                           "2",
+                                           "-c:a",
+                                           "pcm_s16le",
+                                           clip});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    const ProcessResult result =
+        RecordIn(folder, clip, "out.mov", {"--video", "MJPEG", "--audio", "pcm"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+}
+
 std::string MakeCover(const TestFolder& folder) {
     const std::string cover = folder.File("cover.png");
     const ProcessResult made = tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",

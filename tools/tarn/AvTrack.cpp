@@ -43,6 +43,14 @@ int best_stream(AVFormatContext& file, AVMediaType kind, const AVCodec*& codec) 
     return index;
 }
 
+std::vector<bool> tracks_that_tell_their_length(const AVFormatContext& file) {
+    std::vector<bool> tell;
+    for (unsigned int i = 0; i < file.nb_streams; ++i) {
+        tell.push_back(file.streams[i]->duration > 0);
+    }
+    return tell;
+}
+
 }  // namespace
 
 bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error) {
@@ -52,6 +60,9 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
     fWaitsSinceUs = zTime::MicroNow();
     int code = avformat_open_input(&opened, AvUrl(path).c_str(), nullptr, nullptr);
     file.reset(opened);
+    // What looks into the tracks gives those without a length that of the whole.
+    std::vector<bool> tellLength;
+    if (code >= 0) tellLength = tracks_that_tell_their_length(*file);
     if (code >= 0) code = avformat_find_stream_info(file.get(), nullptr);
     if (code == AVERROR_EXIT) {
         error = fmt::format("'{}': stopped before it could be opened", path);
@@ -71,15 +82,10 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
                             path, what);
         return false;
     }
-    for (unsigned int i = 0; i < file->nb_streams; ++i) {
-        if (static_cast<int>(i) != index) file->streams[i]->discard = AVDISCARD_ALL;
-    }
     stream = file->streams[index];
-    decoder.reset(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
-    decoder->pkt_timebase = stream->time_base;
-    decoder->thread_count = kind == AVMEDIA_TYPE_VIDEO ? 2 : 1;
-    code = avcodec_open2(decoder.get(), codec, nullptr);
+    const auto number = static_cast<std::size_t>(index);
+    read_only_what_is_needed(number < tellLength.size() && tellLength[number]);
+    code = open_decoder(*codec);
     if (code < 0) {
         error = fmt::format("'{}': its {} track ({}) cannot be decoded: {}; convert the clip", path,
                             what, codec->name, AvErrorText(code));
@@ -87,6 +93,34 @@ bool AvTrack::Open(const std::string& path, AVMediaType kind, std::string& error
     }
     packet.reset(av_packet_alloc());
     return true;
+}
+
+int AvTrack::open_decoder(const AVCodec& codec) {
+    decoder.reset(avcodec_alloc_context3(&codec));
+    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
+    decoder->pkt_timebase = stream->time_base;
+    decoder->thread_count = codec.type == AVMEDIA_TYPE_VIDEO ? 2 : 1;
+    return avcodec_open2(decoder.get(), &codec, nullptr);
+}
+
+// Some containers tell the length of the whole alone, which is that of its longest track: then all
+// of them are read to see whether one comes to that end. Of programs, such as the same film in
+// several sizes, each would be fetched for it.
+void AvTrack::read_only_what_is_needed(bool tellsItsLength) {
+    const bool isTold =
+        file->duration > 0 && file->duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
+    fWatchesWhole = isTold && !tellsItsLength && (file->nb_programs == 0 || file->nb_streams == 1);
+    if (fWatchesWhole) return;
+    for (unsigned int i = 0; i < file->nb_streams; ++i) {
+        if (file->streams[i] != stream) file->streams[i]->discard = AVDISCARD_ALL;
+    }
+}
+
+void AvTrack::note_end_of_packet() {
+    const long long at = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    if (at == AV_NOPTS_VALUE || (packet->flags & AV_PKT_FLAG_CORRUPT) != 0) return;
+    const double tick = av_q2d(file->streams[packet->stream_index]->time_base);
+    fWholeReached = std::max(fWholeReached, static_cast<double>(at + packet->duration) * tick);
 }
 
 bool AvTrack::Decode(AVFrame& frame) {
@@ -108,6 +142,7 @@ bool AvTrack::Decode(AVFrame& frame) {
             drained = true;
             continue;
         }
+        note_end_of_packet();
         if (packet->stream_index == stream->index) {
             fCutInside = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
             avcodec_send_packet(decoder.get(), packet.get());
@@ -119,13 +154,22 @@ bool AvTrack::Decode(AVFrame& frame) {
 // Where the header says that the track ends; 0 when it does not, or only guesses.
 double AvTrack::end_seconds() const {
     if (file->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return 0;
+    if (fWatchesWhole) return end_of_whole();
+    if (stream->duration <= 0) return 0;
     const double tick = av_q2d(stream->time_base);
     const double start =
         stream->start_time == AV_NOPTS_VALUE ? 0 : static_cast<double>(stream->start_time) * tick;
-    if (stream->duration > 0) return start + static_cast<double>(stream->duration) * tick;
-    // Some containers tell the length of the whole alone, which is that of its longest track.
-    const bool isWhole = file->nb_streams == 1 && file->duration > 0;
-    return isWhole ? start + static_cast<double>(file->duration) / AV_TIME_BASE : 0;
+    return start + static_cast<double>(stream->duration) * tick;
+}
+
+// Some writers mean the time from the first picture on, others that from 0 on: where either is
+// possible, the one that asks for less.
+double AvTrack::end_of_whole() const {
+    const double length = HeaderSeconds();
+    const double start = file->start_time == AV_NOPTS_VALUE
+                             ? 0
+                             : static_cast<double>(file->start_time) / AV_TIME_BASE;
+    return length > 0 && start > length ? start + length : length;
 }
 
 double AvTrack::HeaderSeconds() const {
@@ -138,8 +182,9 @@ std::string AvTrack::EndedEarly() const {
     const double rate = stream->avg_frame_rate.num > 0 ? av_q2d(stream->avg_frame_rate) : 0;
     const double slack = std::max(kSlackSeconds, rate > 0 ? kSlackFrames / rate : 0);
     const double end = end_seconds();
-    if (end - fReached > slack) {
-        return fmt::format("ends at {:.1f} of {:.1f} seconds, as if it had been cut off", fReached,
+    const double reached = fWatchesWhole ? std::max(fReached, fWholeReached) : fReached;
+    if (end - reached > slack) {
+        return fmt::format("ends at {:.1f} of {:.1f} seconds, as if it had been cut off", reached,
                            end);
     }
     return fCutInside ? fmt::format("breaks off inside a packet at {:.1f} seconds", fReached) : "";

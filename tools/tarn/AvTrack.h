@@ -39,10 +39,16 @@ struct AvTrack {
 
 private:
     static int gives_up(void* waiting);
+    int open_decoder(const AVCodec& codec);
+    void read_only_what_is_needed(bool tellsItsLength);
+    void note_end_of_packet();
     double end_seconds() const;
+    double end_of_whole() const;
 
     long long fWaitsSinceUs = 0;
-    double fReached = 0;      // end of the last decoded frame, seconds of the clip's time line
+    double fReached = 0;         // end of the last decoded frame, seconds of the clip's time line
+    bool fWatchesWhole = false;  // the header tells the length of the whole, not of this track
+    double fWholeReached = 0;    // end of the last packet of any track that is read
     bool fGaveUp = false;
     bool fCutInside = false;  // the last packet, or the read behind it, was not whole
 };
