@@ -241,4 +241,47 @@ TEST(RecordClips, ACoverBeforeTheFilmIsPassedOver) {
     EXPECT_NEAR(ProbeSeconds(folder.File("out.mov"), "a:0"), 2, 0.1);
 }
 
+class WhatIsReadOnce : public testing::Test {
+protected:
+    /// `clip` is a pipe in the folder, or "pipe:0"; the tool's standard input is one.
+    ProcessResult RecordPipe(const std::string& clip, const std::string& options) {
+        return RunIn(fFolder, {"sh", "-c",
+                               "cat clip.ts > fifo & cat clip.ts | timeout 60 \"$0\" record " +
+                                   clip + " out.mov " + options + "; code=$?; kill $!; exit $code",
+                               kTool});
+    }
+
+    void SetUp() override {
+        MakeClip(fFolder, "clip.ts", 2, 2, {"-c:v", "mpeg2video", "-c:a", "mp2"});
+        ASSERT_EQ(RunIn(fFolder, {"mkfifo", "fifo"}).exitCode, 0);
+    }
+
+    const TestFolder fFolder;
+};
+
+TEST_F(WhatIsReadOnce, IsNotSharedByPictureAndSound) {
+    for (const char* clip : {"fifo", "pipe:0", "/dev/stdin"}) {
+        SCOPED_TRACE(clip);
+        const ProcessResult result = RecordPipe(clip, "");
+        EXPECT_EQ(result.exitCode, 1) << result.out;
+        EXPECT_NE(result.err.find("--audio none or --video none"), std::string::npos) << result.err;
+        EXPECT_FALSE(std::filesystem::exists(fFolder.File("out.mov")));
+    }
+}
+
+TEST_F(WhatIsReadOnce, IsRecordedWholeByOneOfThem) {
+    for (const char* clip : {"fifo", "pipe:0", "/dev/stdin"}) {
+        SCOPED_TRACE(clip);
+        const ProcessResult picture = RecordPipe(clip, "--video MJPEG --audio none");
+        EXPECT_EQ(picture.exitCode, 0) << picture.err;
+        EXPECT_EQ(CountFrames(fFolder.File("out.mov")), 50);
+        const ProcessResult sound = RecordPipe(clip, "--video none");
+        EXPECT_EQ(sound.exitCode, 0) << sound.err;
+        EXPECT_NEAR(ProbeSeconds(fFolder.File("out.mov"), "a:0"), 2, 0.1);
+        const ProcessResult other = RecordPipe(clip, "--video MJPEG --audio-input clip.ts");
+        EXPECT_EQ(other.exitCode, 0) << other.err;
+        EXPECT_EQ(CountFrames(fFolder.File("out.mov")), 50);
+    }
+}
+
 }  // namespace

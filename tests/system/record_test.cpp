@@ -551,8 +551,14 @@ TEST(Record, RefusesToWriteOverItsInput) {
     const std::string copy = folder.File("clip.mp4");
     std::filesystem::copy_file(kCup, copy);
     std::filesystem::create_symlink(copy, folder.File("link.mp4"));
+    const std::string list = folder.File("list.ffconcat");
+    std::ofstream(list) << "ffconcat version 1.0\nfile '" << kCup << "'\nfile clip.mp4\n";
     const ProcessResult results[] = {
         Record(copy, copy, {}),
+        Record("file:" + copy, copy, {}),
+        Record("concat:" + kCup + "|" + copy, copy, {}),
+        Record(list, copy, {}),
+        Record(kCup, copy, {"--audio-input", "file:" + copy}),
         Record(kCup, copy, {"--audio-input", copy}),
         Record(kCup, folder.File("link.mp4"), {"--audio-input", copy}),
     };

@@ -18,6 +18,7 @@
 #include "MovieOnDisk.h"
 #include "codeText.h"
 #include "exceptionAdvice.h"
+#include "clipNames.h"
 #include "folderTrouble.h"
 
 using namespace Quillon::Orb;
@@ -128,9 +129,7 @@ bool Recorder::Prepare() {
         fail("--video none with --audio none leaves nothing to record");
         return false;
     }
-    for (const std::string& input : {fOptions.input, fOptions.audioInput}) {
-        std::error_code missing;
-        if (!std::filesystem::equivalent(input, fOptions.output, missing)) continue;
+    if (is_output(fOptions.input) || is_output(fOptions.audioInput)) {
         fail(fmt::format("'{}': is the input too; choose another output", fOptions.output));
         return false;
     }
@@ -148,7 +147,6 @@ bool Recorder::open_clips() {
         }
     }
     if (fOptions.audio == "none") return true;
-    const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
     fAudio = ClipAudio::Open(sound, error);
     if (!error.empty()) {
         fail(error);
@@ -161,7 +159,24 @@ bool Recorder::open_clips() {
     return true;
 }
 
+bool Recorder::is_output(const std::string& input) const {
+    const std::vector<std::string> files = FilesOfClip(input);
+    return std::any_of(files.begin(), files.end(), [this](const std::string& file) {
+        std::error_code missing;
+        return std::filesystem::equivalent(file, fOptions.output, missing);
+    });
+}
+
 tnMediaRecord Recorder::encoded_video() const {
+    const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
+    const bool takesBoth = fOptions.video != "none" && fOptions.audio != "none";
+    if (takesBoth && sound == fOptions.input && IsReadOnce(sound)) {
+        fail(
+            fmt::format("'{}': can be read once, and picture and sound each read it; take one of "
+                        "them with --audio none or --video none, or make it a file first",
+                        sound));
+        return false;
+    }
     tnMediaRecord record(fVideo->Format());
     record.SetBool('mena', true, 0);
     record.SetBool('momp', true, 0);

@@ -67,6 +67,7 @@ public:
     double ExpectedSeconds() const;
 
 private:
+    bool is_output(const std::string& input) const;
     bool open_clips();
     bool open_writer();
     tnMediaRecord encoded_video() const;
