@@ -284,4 +284,79 @@ TEST_F(WhatIsReadOnce, IsRecordedWholeByOneOfThem) {
     }
 }
 
+struct WayOut {
+    const char* name;
+    const char* size;
+    const char* encoder;
+    bool interlaced;
+    const char* fits;
+};
+
+void PrintTo(const WayOut& row, std::ostream* out) {
+    *out << row.name;
+}
+
+class SizesThatEncodersRefuse : public testing::TestWithParam<WayOut> {};
+
+// What the line says helps.
+TEST_P(SizesThatEncodersRefuse, AreToldWithTheWayOut) {
+    const WayOut& row = GetParam();
+    const TestFolder folder;
+    std::vector<std::string> words = {"ffmpeg",
+                                      "-v",
+                                      "error",
+                                      "-f",
+                                      "lavfi",
+                                      "-i",
+                                      std::string("testsrc=s=") + row.size + ":r=25:d=0.4"};
+    const std::vector<std::string> coded =
+        row.interlaced ? std::vector<std::string>{"-vf",     "setfield=tff", "-pix_fmt",
+                                                  "yuv420p", "-c:v",         "mpeg2video",
+                                                  "-flags",  "+ilme+ildct",  "-top",
+                                                  "1"}
+                       : std::vector<std::string>{"-pix_fmt", "yuv444p", "-c:v", "ffv1"};
+    words.insert(words.end(), coded.begin(), coded.end());
+    words.push_back(folder.File("clip.mkv"));
+    ASSERT_EQ(tests::Run(words).exitCode, 0);
+
+    const ProcessResult refused = RecordIn(folder, "clip.mkv", "out.mov", {"--video", row.encoder});
+    EXPECT_EQ(refused.exitCode, 1) << refused.out;
+    const std::string advice = std::string("use --size ") + row.fits + " or --video MJPEG";
+    EXPECT_NE(refused.err.find(advice), std::string::npos) << refused.err;
+    const ProcessResult smaller =
+        RecordIn(folder, "clip.mkv", "out.mov", {"--video", row.encoder, "--size", row.fits});
+    EXPECT_EQ(smaller.exitCode, 0) << smaller.err;
+    const ProcessResult other = RecordIn(folder, "clip.mkv", "out.mov", {"--video", "MJPEG"});
+    EXPECT_EQ(other.exitCode, 0) << other.err;
+}
+
+const WayOut kWaysOut[] = {
+    {"X264Both", "321x241", "x264", false, "320x240"},
+    {"X264Height", "320x241", "x264", false, "320x240"},
+    {"X264Width", "321x240", "x264", false, "320x240"},
+    {"X264Fields", "320x242", "x264", true, "320x240"},
+    {"ProRes", "321x241", "ProRes", false, "320x241"},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, SizesThatEncodersRefuse, testing::ValuesIn(kWaysOut),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(RecordClips, RatesThatAacDoesNotTakeAreToldWithTheWayOut) {
+    const TestFolder folder;
+    for (const char* rate : {"4000", "192000"}) {
+        SCOPED_TRACE(rate);
+        const ProcessResult made =
+            tests::Run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
+                        std::string("sine=d=0.5:r=") + rate, folder.File("clip.wav")});
+        ASSERT_EQ(made.exitCode, 0) << made.err;
+        const ProcessResult refused = RecordIn(folder, "clip.wav", "out.mov", {"--video", "none"});
+        EXPECT_EQ(refused.exitCode, 1) << refused.out;
+        EXPECT_NE(refused.err.find("use --audio pcm"), std::string::npos) << refused.err;
+        EXPECT_NE(refused.err.find(rate), std::string::npos) << refused.err;
+        const ProcessResult pcm =
+            RecordIn(folder, "clip.wav", "out.mov", {"--video", "none", "--audio", "pcm"});
+        EXPECT_EQ(pcm.exitCode, 0) << pcm.err;
+    }
+}
+
 }  // namespace

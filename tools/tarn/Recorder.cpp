@@ -4,6 +4,7 @@
 #include <exception>
 #include <filesystem>
 #include <fmt/format.h>
+#include <iterator>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -12,13 +13,14 @@
 #include "spar/zThread.h"
 #include "spar/zTime.h"
 #include "tarn/writers/tnWriteORB2.h"
+#include "tarn/writers/writerErrors.h"
 
 #include "ClipAudio.h"
 #include "ClipVideo.h"
 #include "MovieOnDisk.h"
+#include "clipNames.h"
 #include "codeText.h"
 #include "exceptionAdvice.h"
-#include "clipNames.h"
 #include "folderTrouble.h"
 
 using namespace Quillon::Orb;
@@ -29,12 +31,12 @@ constexpr int kPollUs = 2000;
 constexpr int kLongestWaitUs = 10000;
 constexpr int kLongestSleepUs = 100'000;
 constexpr double kMicro = 1e6;
-
-/// Pixels that are counted for as long as the encoder has not let go of them, and that raise
-/// `taken` when it begins with them.
 // What stopped the file may have said so itself by then, in a line of its own.
 constexpr const char* kLookFurther =
     "a line above may say why, else look whether its disk is full or somebody else writes to it";
+
+/// Pixels that are counted for as long as the encoder has not let go of them, and that raise
+/// `taken` when it begins with them.
 class WaitingPixels final : public CPixelDataReference {
 public:
     WaitingPixels(RObject<CPixelDataReference> pixels, std::atomic<long long>& count,
@@ -94,6 +96,27 @@ unsigned int container_of(const std::string& path) {
     return 0;
 }
 
+struct Size {
+    int width = 0;
+    int height = 0;
+
+    bool operator==(const Size&) const = default;
+};
+
+/// The largest size within `size` that the encoder's chroma divides.
+Size size_that_fits(const std::string& encoder, const Size& size, bool isInterlaced) {
+    if (encoder == "MJPEG" || encoder == "Mpeg2") return size;
+    const int rows = encoder == "ProRes" ? 1 : isInterlaced ? 4 : 2;
+    const auto down = [](int side, int step) { return std::max(step, side - side % step); };
+    return {down(size.width, 2), down(size.height, rows)};
+}
+
+bool is_rate_of_aac(int rate) {
+    constexpr int kRates[] = {7350,  8000,  11025, 12000, 16000, 22050, 24000,
+                              32000, 44100, 48000, 64000, 88200, 96000};
+    return std::find(std::begin(kRates), std::end(kRates), rate) != std::end(kRates);
+}
+
 }  // namespace
 
 Recorder::Recorder(const RecordOptions& options) : fOptions(options) {}
@@ -137,7 +160,24 @@ bool Recorder::Prepare() {
     return (given || open_clips()) && open_writer();
 }
 
+bool Recorder::is_output(const std::string& input) const {
+    const std::vector<std::string> files = FilesOfClip(input);
+    return std::any_of(files.begin(), files.end(), [this](const std::string& file) {
+        std::error_code missing;
+        return std::filesystem::equivalent(file, fOptions.output, missing);
+    });
+}
+
 bool Recorder::open_clips() {
+    const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
+    const bool takesBoth = fOptions.video != "none" && fOptions.audio != "none";
+    if (takesBoth && sound == fOptions.input && IsReadOnce(sound)) {
+        fail(
+            fmt::format("'{}': can be read once, and picture and sound each read it; take one of "
+                        "them with --audio none or --video none, or make it a file first",
+                        sound));
+        return false;
+    }
     std::string error;
     if (fOptions.video != "none") {
         fVideo = ClipVideo::Open(fOptions.input, fOptions.width, fOptions.height, error);
@@ -159,24 +199,7 @@ bool Recorder::open_clips() {
     return true;
 }
 
-bool Recorder::is_output(const std::string& input) const {
-    const std::vector<std::string> files = FilesOfClip(input);
-    return std::any_of(files.begin(), files.end(), [this](const std::string& file) {
-        std::error_code missing;
-        return std::filesystem::equivalent(file, fOptions.output, missing);
-    });
-}
-
 tnMediaRecord Recorder::encoded_video() const {
-    const std::string& sound = fOptions.audioInput.empty() ? fOptions.input : fOptions.audioInput;
-    const bool takesBoth = fOptions.video != "none" && fOptions.audio != "none";
-    if (takesBoth && sound == fOptions.input && IsReadOnce(sound)) {
-        fail(
-            fmt::format("'{}': can be read once, and picture and sound each read it; take one of "
-                        "them with --audio none or --video none, or make it a file first",
-                        sound));
-        return false;
-    }
     tnMediaRecord record(fVideo->Format());
     record.SetBool('mena', true, 0);
     record.SetBool('momp', true, 0);
@@ -217,12 +240,32 @@ bool Recorder::open_writer() {
         code = fWriter->CompleteInitialization();
     }
     if (code == 0) return true;
-    fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
+    fail(fmt::format("'{}': {}", fOptions.output, refusal_text(code)));
     // An empty file would look like a recording that was lost.
     fWriter->Release();
     fWriter = nullptr;
     if (isNew) std::filesystem::remove(fOptions.output, unknown);
     return false;
+}
+
+// Where it is the clip's own size or rate that is refused, nobody has set what could be checked.
+std::string Recorder::refusal_text(int code) const {
+    if (code == kWriterVideoBegin && fVideo) {
+        const tnMediaRecord& format = fVideo->Format();
+        const Size size = {format.fWidth.AsInt32(0), format.fHeight.AsInt32(0)};
+        const Size fits = size_that_fits(fOptions.video, size, format.fFieldOrder.AsInt32(1) > 1);
+        if (fits != size) {
+            return fmt::format(
+                "{} takes no pictures of {}x{}; use --size {}x{} or --video MJPEG (code {})",
+                fOptions.video, size.width, size.height, fits.width, fits.height, code);
+        }
+    }
+    if (code == kWriterAudioBegin && fAudio && fOptions.audio == "aac" &&
+        !is_rate_of_aac(fAudio->SampleRate())) {
+        return fmt::format("AAC takes no sound of {} samples a second; use --audio pcm (code {})",
+                           fAudio->SampleRate(), code);
+    }
+    return WriterText(code, fOptions.video);
 }
 
 bool Recorder::has_ended(const std::atomic<bool>& stop) const {
@@ -293,6 +336,12 @@ double Recorder::sound_kept(const MovieOnDisk& movie) const {
            fAudio->SampleRate();
 }
 
+std::string Recorder::kept_in(const MovieOnDisk& movie) const {
+    if (!movie.opens) return fmt::format("nothing can be read ({})", movie.trouble);
+    return fVideo ? fmt::format("{} frames, {:.1f} s, were kept", movie.frames, movie.seconds)
+                  : fmt::format("{:.1f} s were kept", movie.seconds);
+}
+
 // The file has the last word on what was kept: what was handed over may have been lost on the way.
 void Recorder::judge_file() {
     const MovieOnDisk movie = ReadMovieOnDisk(fOptions.output);
@@ -349,12 +398,6 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         if (!keep_pace(at, stop) || !write_video(frame, stop)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
     }
-std::string Recorder::kept_in(const MovieOnDisk& movie) const {
-    if (!movie.opens) return fmt::format("nothing can be read ({})", movie.trouble);
-    return fVideo ? fmt::format("{} frames, {:.1f} s, were kept", movie.frames, movie.seconds)
-                  : fmt::format("{:.1f} s were kept", movie.seconds);
-}
-
     fVideoStarted = true;
     fVideoEnded = true;
 }

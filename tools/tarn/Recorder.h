@@ -70,6 +70,7 @@ private:
     bool is_output(const std::string& input) const;
     bool open_clips();
     bool open_writer();
+    std::string refusal_text(int code) const;
     tnMediaRecord encoded_video() const;
     tnMediaRecord encoded_audio() const;
     bool has_ended(const std::atomic<bool>& stop) const;
@@ -77,9 +78,9 @@ private:
     void judge_clips();
     void judge_file();
     double sound_kept(const MovieOnDisk& movie) const;
+    std::string kept_in(const MovieOnDisk& movie) const;
 
     void guarded(void (Recorder::*record)(const std::atomic<bool>&), const std::atomic<bool>& stop);
-    std::string kept_in(const MovieOnDisk& movie) const;
     void record_video(const std::atomic<bool>& stop);
     bool write_video(ClipFrame& frame, const std::atomic<bool>& stop);
     void record_audio(const std::atomic<bool>& stop);
