@@ -35,6 +35,19 @@ void PrintTo(const Fields& fields, std::ostream* out) {
     *out << fields.name;
 }
 
+/// What the decoder says of the first picture: whether it is of two fields, and whether the top one
+/// comes first.
+std::string first_picture(const std::string& file) {
+    const ProcessResult probed = tests::Run(
+        {"ffprobe", "-v", "error", "-select_streams", "v:0", "-read_intervals", "%+#1",
+         "-show_entries", "frame=interlaced_frame,top_field_first", "-of", "default=nw=1", file});
+    return probed.out.substr(0, probed.out.find('\n', probed.out.find("top_field_first")));
+}
+
+std::string fields_of(const char* topFirst) {
+    return std::string("interlaced_frame=1\ntop_field_first=") + topFirst;
+}
+
 /// A second of 576i25 with 16:15 pixels.
 std::string interlaced_clip(const TestFolder& folder, const Fields& fields) {
     const std::string clip = folder.File("fields.mpg");
@@ -69,6 +82,10 @@ TEST_P(RecordedFields, KeepTheirOrderAndTheShapeOfTheirPixels) {
         const ProcessResult run = tests::Run(words);
         ASSERT_EQ(run.exitCode, 0) << run.err;
         EXPECT_EQ(ProbeStream(file, "v:0", "field_order"), fields.order);
+        // JPEG pictures do not say how their rows are woven.
+        if (kind[0] != "MJPEG") {
+            EXPECT_EQ(first_picture(file), fields_of(fields.top));
+        }
         EXPECT_EQ(ProbeStream(file, "v:0", "sample_aspect_ratio"), "16:15");
         EXPECT_EQ(MediaInfo(file, "Video", "ScanOrder"), fields.scanOrder);
         EXPECT_EQ(MediaInfo(file, "Video", "ScanType_StoreMethod"), "InterleavedFields");
@@ -80,5 +97,62 @@ TEST_P(RecordedFields, KeepTheirOrderAndTheShapeOfTheirPixels) {
 
 INSTANTIATE_TEST_SUITE_P(Orders, RecordedFields, testing::ValuesIn(kFields),
                          [](const auto& test) { return test.param.name; });
+
+struct Clip {
+    const char* file;
+    std::vector<const char*> encoder;
+    const char* top;
+};
+
+/// A fifth of a second of 576i25, of pictures that ffmpeg says are woven as `top` says.
+void make_woven(const std::string& file, const Clip& clip) {
+    const Fields& fields = kFields[*clip.top == '1' ? 0 : 1];
+    std::vector<std::string> words = {
+        "ffmpeg",
+        "-v",
+        "error",
+        "-y",
+        "-f",
+        "lavfi",
+        "-i",
+        "testsrc2=size=720x576:rate=50:duration=0.4",
+        "-vf",
+        std::string("tinterlace=mode=") + fields.tinterlace + ",setfield=" + fields.setfield};
+    words.insert(words.end(), clip.encoder.begin(), clip.encoder.end());
+    words.push_back(file);
+    const ProcessResult made = tests::Run(words);
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+    ASSERT_EQ(first_picture(file), fields_of(clip.top));
+}
+
+// Containers call the order of woven fields by several names, and some are silent about it.
+TEST(RecordFields, OfEveryKindOfClipKeepTheirOrder) {
+    const std::vector<const char*> prores = {"-c:v", "prores_ks", "-flags", "+ildct"};
+    const std::vector<const char*> top = {"-c:v",   "libx264",   "-flags",
+                                          "+ildct", "-x264opts", "tff=1"};
+    const std::vector<const char*> bottom = {"-c:v",   "libx264",   "-flags",
+                                             "+ildct", "-x264opts", "bff=1"};
+    const std::vector<const char*> dv = {"-c:v", "dvvideo", "-pix_fmt", "yuv420p"};
+    const Clip clips[] = {{"prores.mov", prores, "1"}, {"prores.mov", prores, "0"},
+                          {"h264.mkv", top, "1"},      {"h264.mkv", bottom, "0"},
+                          {"dv.mov", dv, "0"},         {"dv.avi", dv, "0"}};
+    const TestFolder folder;
+    for (const Clip& clip : clips) {
+        SCOPED_TRACE(std::string(clip.file) + ", top first: " + clip.top);
+        const std::string input = folder.File(clip.file);
+        make_woven(input, clip);
+        for (const char* encoder : {"x264", "ProRes"}) {
+            SCOPED_TRACE(encoder);
+            const std::string file = folder.File("out.mov");
+            const ProcessResult run = tests::Run(
+                {TARN_TOOL, "record", input, file, "--audio", "none", "--video", encoder});
+            ASSERT_EQ(run.exitCode, 0) << run.err;
+            EXPECT_EQ(run.err, "");
+            EXPECT_EQ(first_picture(file), fields_of(clip.top));
+            EXPECT_EQ(MediaInfo(file, "Video", "ScanOrder"), *clip.top == '1' ? "TFF" : "BFF");
+            EXPECT_EQ(tests::CountFrames(file), 10);
+        }
+    }
+}
 
 }  // namespace

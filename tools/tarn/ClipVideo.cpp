@@ -151,6 +151,7 @@ private:
 
     void describe_time();
     void describe_picture(int width, int height);
+    void describe_fields();
     long long ticks_of(long long pts) const;
     void fill_pixels(ClipFrame& frame);
     bool prepare_scaler();
@@ -158,6 +159,7 @@ private:
 
     AvTrack fTrack;
     AvHandle<AVFrame> fDecoded{av_frame_alloc()};
+    bool fHasFirst = false;  // it waits in fDecoded: it tells what the header does not
     std::unique_ptr<SwsContext, FreeScaler> fScaler;
     Decoded fScaled;
     RObject<CVideoProperties> fProperties;
@@ -196,8 +198,10 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
     // Asked for by who looks at the pixels and does not record them; an order faster.
     fLooks = fTarget != AV_PIX_FMT_NONE;
     if (fLooks) fScaling = SWS_POINT;
+    fHasFirst = fTrack.Decode(*fDecoded);
     describe_time();
     describe_picture(width, height);
+    describe_fields();
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
         error = fmt::format("'{}': its picture format cannot be described; convert the clip", path);
         return false;
@@ -228,9 +232,6 @@ void AvClipVideo::describe_picture(int width, int height) {
     fFormat.fHeight.SetInt32(height);
     fFormat.fColourspace.SetInt32(raw.raster);
     fFormat.SetBytesPerRowBasedOnFormat();
-    const bool bottomFirst = coded.field_order == AV_FIELD_BB || coded.field_order == AV_FIELD_TB;
-    const bool topFirst = coded.field_order == AV_FIELD_TT || coded.field_order == AV_FIELD_BT;
-    fFormat.fFieldOrder.SetInt32(bottomFirst ? 3 : topFirst ? 2 : 1);
     const bool says601 =
         coded.color_space == AVCOL_SPC_SMPTE170M || coded.color_space == AVCOL_SPC_BT470BG;
     const bool says709 = coded.color_space == AVCOL_SPC_BT709;
@@ -248,12 +249,26 @@ void AvClipVideo::describe_picture(int width, int height) {
     }
 }
 
+// The pictures know best: containers may be silent, and words for the order of fields differ among
+// them. Of the container's two letters the first says which field is shown first.
+void AvClipVideo::describe_fields() {
+    const AVFieldOrder order = fTrack.stream->codecpar->field_order;
+    const bool told = fHasFirst && fDecoded->interlaced_frame;
+    const bool topFirst =
+        told ? fDecoded->top_field_first : order == AV_FIELD_TT || order == AV_FIELD_TB;
+    const bool bottomFirst =
+        told ? !fDecoded->top_field_first : order == AV_FIELD_BB || order == AV_FIELD_BT;
+    fFormat.fFieldOrder.SetInt32(topFirst      ? TN_FIELD_INTERLACED_2
+                                 : bottomFirst ? TN_FIELD_INTERLACED_3
+                                               : TN_FIELD_PROGRESSIVE);
+}
+
 long long AvClipVideo::ticks_of(long long pts) const {
     return av_rescale_q(pts, fTrack.stream->time_base, fTick);
 }
 
 bool AvClipVideo::Next(ClipFrame& frame) {
-    if (!fTrack.Decode(*fDecoded)) {
+    if (!std::exchange(fHasFirst, false) && !fTrack.Decode(*fDecoded)) {
         fProblem = fTrack.EndedEarly();
         return false;
     }

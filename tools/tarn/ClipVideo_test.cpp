@@ -1,6 +1,8 @@
 #include "ClipVideo.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -38,17 +40,20 @@ constexpr Range kRanges[] = {
     {"-vf format=bgr0 -c:v ffv1", '2vuy', '2vuy', false},
 };
 
-void make_clip(const std::string& path, const char* colour, const char* how) {
-    std::vector<std::string> words = {
-        "ffmpeg", "-v",
-        "error",  "-y",
-        "-f",     "lavfi",
-        "-i",     std::string("color=") + colour + ":size=64x48:rate=5:duration=1"};
+void make_clip(const std::string& path, const std::string& source, const std::string& how) {
+    std::vector<std::string> words = {"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", source};
     std::istringstream rest(how);
     for (std::string word; rest >> word;) words.push_back(word);
     words.push_back(path);
     const tests::ProcessResult result = tests::Run(words);
     ASSERT_EQ(result.exitCode, 0) << result.err;
+}
+
+std::unique_ptr<ClipVideo> open_clip(const std::string& path, int width = 0, int height = 0) {
+    std::string error;
+    auto clip = ClipVideo::Open(path, width, height, error);
+    EXPECT_TRUE(clip) << error;
+    return clip;
 }
 
 }  // namespace
@@ -61,7 +66,10 @@ TEST(ClipVideo, PixelsHaveTheRangeThatTheRecordSays) {
     for (const Range& range : kRanges) {
         for (const bool white : {true, false}) {
             SCOPED_TRACE(std::string(range.fWords) + (white ? ", white" : ", black"));
-            make_clip(path, white ? "white" : "black", range.fWords);
+            make_clip(path,
+                      std::string("color=") + (white ? "white" : "black") +
+                          ":size=64x48:rate=5:duration=1",
+                      range.fWords);
             std::string error;
             const auto clip = ClipVideo::Open(path, 0, 0, error, range.fAsked);
             ASSERT_TRUE(clip) << error;
@@ -79,4 +87,60 @@ TEST(ClipVideo, PixelsHaveTheRangeThatTheRecordSays) {
             EXPECT_EQ(frames, 5);
         }
     }
+}
+
+namespace {
+
+struct Woven {
+    const char* fName;  // of the clip
+    const char* fEncoder;
+    bool fTopFirst;
+};
+
+// What their containers say, one after the other: TB, BT, TB, BT, BT, and nothing.
+constexpr Woven kWoven[] = {
+    {"prores.mov", "-c:v prores_ks -flags +ildct -vf tinterlace=4,setfield=tff", true},
+    {"prores.mov", "-c:v prores_ks -flags +ildct -vf tinterlace=5,setfield=bff", false},
+    {"h264.mkv", "-c:v libx264 -flags +ildct -x264opts tff=1 -vf tinterlace=4,setfield=tff", true},
+    {"h264.mkv", "-c:v libx264 -flags +ildct -x264opts bff=1 -vf tinterlace=5,setfield=bff", false},
+    {"dv.mov", "-c:v dvvideo -pix_fmt yuv420p -vf tinterlace=5,setfield=bff", false},
+    {"dv.avi", "-c:v dvvideo -pix_fmt yuv420p -vf tinterlace=5,setfield=bff", false},
+};
+
+}  // namespace
+
+TEST(ClipVideo, FieldsHaveTheOrderOfTheFirstPictureFromTheStart) {
+    const tests::TestFolder folder;
+    for (const Woven& woven : kWoven) {
+        SCOPED_TRACE(std::string(woven.fName) + (woven.fTopFirst ? ", top" : ", bottom"));
+        const std::string path = folder.File(woven.fName);
+        make_clip(path, "testsrc2=size=720x576:rate=50:duration=0.4", woven.fEncoder);
+        const auto clip = open_clip(path);
+        ASSERT_TRUE(clip);
+        EXPECT_EQ(clip->Format().fFieldOrder.AsInt32(0), woven.fTopFirst ? 2 : 3);
+        ClipFrame frame;
+        int frames = 0;
+        while (clip->Next(frame)) {
+            EXPECT_EQ(frame.time * 25, frames * clip->Format().AsInt64('tmsc', 1));
+            ++frames;
+        }
+        EXPECT_EQ(frames, 10);
+        EXPECT_EQ(clip->Problem(), "");
+    }
+}
+
+TEST(ClipVideo, WithoutOnePictureOpensAndEndsAtOnce) {
+    const tests::TestFolder folder;
+    const std::string path = folder.File("clip.mov");
+    make_clip(path, "testsrc2=size=64x48:rate=25:duration=1", "-c:v mjpeg -movflags +faststart");
+    // Its index stands in front; of the pictures nothing is left.
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) / 50);
+    const auto clip = open_clip(path);
+    ASSERT_TRUE(clip);
+    EXPECT_EQ(clip->Format().fFieldOrder.AsInt32(0), 1);
+    EXPECT_EQ(clip->Problem(), "");
+    ClipFrame frame;
+    EXPECT_FALSE(clip->Next(frame));
+    EXPECT_EQ(clip->Problem(), "ends at 0.0 of 1.0 seconds, as if it had been cut off");
+    EXPECT_FALSE(clip->Next(frame));
 }
