@@ -155,4 +155,30 @@ TEST(RecordFields, OfEveryKindOfClipKeepTheirOrder) {
     }
 }
 
+/// Two pictures whose top field is dark and whose bottom field is bright, with 16:15 pixels.
+void make_stripes(const std::string& file, const std::string& size) {
+    const ProcessResult made =
+        tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                    "nullsrc=rate=25:duration=0.08:size=" + size, "-vf",
+                    "format=yuv420p,geq=lum=if(mod(Y\\,2)\\,200\\,50):cb=128:cr=128,setfield=tff,"
+                    "setsar=16/15",
+                    "-c:v", "ffv1", "-level", "3", "-flags", "+ildct", file});
+    ASSERT_EQ(made.exitCode, 0) << made.err;
+}
+
+TEST(RecordFields, AreStillTwoWherePicturesAreScaled) {
+    const TestFolder folder;
+    const std::string clip = folder.File("stripes.mkv");
+    const std::string reference = folder.File("half.mkv");
+    make_stripes(clip, "720x576");
+    make_stripes(reference, "720x288");
+    const std::string file = folder.File("half.mov");
+    const ProcessResult run =
+        tests::Run({TARN_TOOL, "record", clip, file, "--audio", "none", "--size", "720x288",
+                    "--video", "ProRes", "--quality", "prores_422_hq"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(first_picture(file), fields_of("1"));
+    EXPECT_GE(Psnr(file, reference), 40);
+}
+
 }  // namespace

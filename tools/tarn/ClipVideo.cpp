@@ -1,7 +1,6 @@
 #include "ClipVideo.h"
 
 extern "C" {
-#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
@@ -17,6 +16,8 @@ extern "C" {
 #include "tarn/writers/orbConversions.h"
 
 #include "AvTrack.h"
+#include "ClipScaler.h"
+#include "clipColour.h"
 
 using namespace Quillon::Orb;
 
@@ -49,32 +50,6 @@ const RawFormat* raw_format_of(AVPixelFormat format) {
         if (known.av == format) return &known;
     }
     return nullptr;
-}
-
-/// The format without the range that some names carry with them.
-AVPixelFormat without_range(AVPixelFormat format) {
-    switch (format) {
-        case AV_PIX_FMT_YUVJ420P:
-            return AV_PIX_FMT_YUV420P;
-        case AV_PIX_FMT_YUVJ422P:
-            return AV_PIX_FMT_YUV422P;
-        case AV_PIX_FMT_YUVJ444P:
-            return AV_PIX_FMT_YUV444P;
-        case AV_PIX_FMT_YUVJ440P:
-            return AV_PIX_FMT_YUV440P;
-        case AV_PIX_FMT_YUVJ411P:
-            return AV_PIX_FMT_YUV411P;
-        default:
-            return format;
-    }
-}
-
-/// Whether luma goes from 0 to 255: by its own word, else by what is usual for the format.
-bool is_full_range(AVPixelFormat format, AVColorRange range) {
-    if (range != AVCOL_RANGE_UNSPECIFIED) return range == AVCOL_RANGE_JPEG;
-    const AVPixFmtDescriptor* shape = av_pix_fmt_desc_get(format);
-    const bool isGrey = shape && shape->nb_components < 3;
-    return format != without_range(format) || isGrey;
 }
 
 AVPixelFormat nearest_raw_format(AVPixelFormat format) {
@@ -135,38 +110,22 @@ public:
     bool GaveUp() const override { return fTrack.GaveUp(); }
 
 private:
-    struct FreeScaler {
-        void operator()(SwsContext* context) const { sws_freeContext(context); }
-    };
-
-    /// What the scaler was made for.
-    struct Decoded {
-        int width = 0;
-        int height = 0;
-        AVPixelFormat format = AV_PIX_FMT_NONE;
-        bool fullRange = false;
-
-        bool operator==(const Decoded&) const = default;
-    };
-
     void describe_time();
     void describe_picture(int width, int height);
     void describe_fields();
+    void set_target();
     long long ticks_of(long long pts) const;
     void fill_pixels(ClipFrame& frame);
-    bool prepare_scaler();
     void convert_pixels(ClipFrame& frame);
 
     AvTrack fTrack;
     AvHandle<AVFrame> fDecoded{av_frame_alloc()};
     bool fHasFirst = false;  // it waits in fDecoded: it tells what the header does not
-    std::unique_ptr<SwsContext, FreeScaler> fScaler;
-    Decoded fScaled;
+    ClipScaler fScaler;
     RObject<CVideoProperties> fProperties;
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
     AVPixelFormat fTarget = AV_PIX_FMT_NONE;
     bool fLooks = false;
-    int fScaling = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP;
     AVRational fTick{1, 1};  // seconds in one tick of what is handed on
     long long fNominal = 1;  // ticks of a frame whose length nobody tells
     double fStartSeconds = 0;
@@ -197,11 +156,11 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
     fTarget = format_of_raster(raster);
     // Asked for by who looks at the pixels and does not record them; an order faster.
     fLooks = fTarget != AV_PIX_FMT_NONE;
-    if (fLooks) fScaling = SWS_POINT;
     fHasFirst = fTrack.Decode(*fDecoded);
     describe_time();
     describe_picture(width, height);
     describe_fields();
+    set_target();
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
         error = fmt::format("'{}': its picture format cannot be described; convert the clip", path);
         return false;
@@ -238,7 +197,7 @@ void AvClipVideo::describe_picture(int width, int height) {
     const unsigned int guess = fFormat.GuessColorSpace();
     fFormat.fColorSpace.SetInt32(static_cast<int>(says601 ? 'r601' : says709 ? 'r709' : guess));
     // Who looks at the pixels asks for a raster type and counts on limited range.
-    const bool full = raw.fullRange || (!fLooks && is_full_range(source, coded.color_range));
+    const bool full = raw.fullRange || (!fLooks && IsFullRange(source, coded.color_range));
     fFormat.fNominalRange.SetInt32(full ? 'full' : 'limt');
 
     const AVRational aspect =
@@ -261,6 +220,17 @@ void AvClipVideo::describe_fields() {
     fFormat.fFieldOrder.SetInt32(topFirst      ? TN_FIELD_INTERLACED_2
                                  : bottomFirst ? TN_FIELD_INTERLACED_3
                                                : TN_FIELD_PROGRESSIVE);
+}
+
+void AvClipVideo::set_target() {
+    ClipScaler::Target target;
+    target.width = fFormat.fWidth.AsInt32(0);
+    target.height = fFormat.fHeight.AsInt32(0);
+    target.format = fTarget;
+    target.fullRange = fFormat.fNominalRange.AsInt32(0) == 'full';
+    target.interlaced = fFormat.fFieldOrder.AsInt32(0) != TN_FIELD_PROGRESSIVE;
+    target.flags = fLooks ? SWS_POINT : SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP;
+    fScaler.SetTarget(target);
 }
 
 long long AvClipVideo::ticks_of(long long pts) const {
@@ -298,44 +268,14 @@ bool AvClipVideo::Next(ClipFrame& frame) {
 }
 
 void AvClipVideo::fill_pixels(ClipFrame& frame) {
-    const bool asItIs = fDecoded->format == fTarget &&
-                        fDecoded->width == fFormat.fWidth.AsInt32(0) &&
-                        fDecoded->height == fFormat.fHeight.AsInt32(0);
-    if (asItIs && lies_in_one_piece(*fDecoded, fFormat.fColourspace.AsInt32(0))) {
+    if (fScaler.IsThere(*fDecoded) &&
+        lies_in_one_piece(*fDecoded, fFormat.fColourspace.AsInt32(0))) {
         const int rows = tnRasterType::RowCount(fDecoded->height, fFormat.fColourspace.AsInt32(0));
         frame.pixels = RObject<CPixelDataReference>(
             new AvFramePixels(*fDecoded, fDecoded->linesize[0] * rows));
         return;
     }
     convert_pixels(frame);
-}
-
-// The ranges of both sides are told: by itself the scaler takes them from the formats' names, and
-// would bring full range to limited in pictures that are described as full.
-bool AvClipVideo::prepare_scaler() {
-    const auto format = static_cast<AVPixelFormat>(fDecoded->format);
-    const Decoded now{fDecoded->width, fDecoded->height, without_range(format),
-                      is_full_range(format, fDecoded->color_range)};
-    if (fScaler && fScaled == now) return true;
-    fScaler.reset(sws_alloc_context());
-    if (!fScaler) return false;
-    const bool toFull = fFormat.fNominalRange.AsInt32(0) == 'full';
-    const std::pair<const char*, int> settings[] = {
-        {"srcw", now.width},
-        {"srch", now.height},
-        {"src_format", now.format},
-        {"src_range", now.fullRange},
-        {"dstw", fFormat.fWidth.AsInt32(0)},
-        {"dsth", fFormat.fHeight.AsInt32(0)},
-        {"dst_format", without_range(fTarget)},
-        {"dst_range", toFull},
-        {"sws_flags", fScaling},
-    };
-    for (const auto& [name, value] : settings) av_opt_set_int(fScaler.get(), name, value, 0);
-    fScaled = now;
-    if (sws_init_context(fScaler.get(), nullptr, nullptr) >= 0) return true;
-    fScaler.reset();
-    return false;
 }
 
 void AvClipVideo::convert_pixels(ClipFrame& frame) {
@@ -356,10 +296,7 @@ void AvClipVideo::convert_pixels(ClipFrame& frame) {
         pitches[1] = pitches[0];
         planes[1] = planes[0] + pitches[0] * height;
     }
-    if (!prepare_scaler()) return;
-    sws_scale(fScaler.get(), fDecoded->data, fDecoded->linesize, 0, fDecoded->height, planes,
-              pitches);
-    frame.pixels = pixels;
+    if (fScaler.Scale(*fDecoded, planes, pitches)) frame.pixels = pixels;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "ClipVideo.h"
 
 #include <filesystem>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sstream>
@@ -143,4 +144,71 @@ TEST(ClipVideo, WithoutOnePictureOpensAndEndsAtOnce) {
     EXPECT_FALSE(clip->Next(frame));
     EXPECT_EQ(clip->Problem(), "ends at 0.0 of 1.0 seconds, as if it had been cut off");
     EXPECT_FALSE(clip->Next(frame));
+}
+
+namespace {
+
+struct FieldSize {
+    const char* fFormat;
+    int fHeight;  // of the clip, 320 wide
+    int fToWidth;
+    int fToHeight;
+};
+
+constexpr FieldSize kFieldSizes[] = {
+    {"yuv420p", 240, 320, 120},
+    {"yuv420p", 240, 160, 120},
+    {"yuv420p", 240, 320, 180},
+    {"yuv422p", 240, 320, 120},
+    {"yuv422p", 486, 320, 480},
+    // The bottom field has a row of chroma less than it needs.
+    {"yuv420p", 486, 320, 240},
+    {"yuv420p", 240, 320, 122},
+    {"yuv420p", 240, 320, 480},
+    {"yuv420p", 241, 320, 121},
+    // Chroma of every fourth row becomes that of every second.
+    {"yuv410p", 240, 320, 240},
+    {"yuv410p", 240, 320, 120},
+};
+
+/// Every value of each plane's row: 50 in those of the top field, 200 in those of the bottom one.
+void expect_stripes(const unsigned char* rows, int stride, int width, int height) {
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            ASSERT_NEAR(rows[y * stride + x], y % 2 ? 200 : 50, 1) << "at " << x << ',' << y;
+        }
+    }
+}
+
+}  // namespace
+
+TEST(ClipVideo, ScalingKeepsTheFieldsApart) {
+    const tests::TestFolder folder;
+    const std::string path = folder.File("stripes.mkv");
+    for (const FieldSize& size : kFieldSizes) {
+        SCOPED_TRACE(fmt::format("{} {} to {}x{}", size.fFormat, size.fHeight, size.fToWidth,
+                                 size.fToHeight));
+        const std::string stripes = "if(mod(Y\\,2)\\,200\\,50)";
+        make_clip(path, fmt::format("nullsrc=size=320x{}:rate=25:duration=0.08", size.fHeight),
+                  fmt::format("-vf format={},geq=lum={}:cb={}:cr={},setfield=tff -c:v ffv1 -level "
+                              "3 -flags +ildct",
+                              size.fFormat, stripes, stripes, stripes));
+        const auto clip = open_clip(path, size.fToWidth, size.fToHeight);
+        ASSERT_TRUE(clip);
+        ASSERT_EQ(clip->Format().fFieldOrder.AsInt32(0), 2);
+        ClipFrame frame;
+        ASSERT_TRUE(clip->Next(frame));
+        const unsigned char* pixels = frame.pixels->GetData();
+        const int stride = frame.pixels->GetStride();
+        if (clip->Format().fColourspace.AsInt32(0) == '2vuy') {
+            expect_stripes(pixels, stride, 2 * size.fToWidth, size.fToHeight);
+            continue;
+        }
+        ASSERT_EQ(clip->Format().fColourspace.AsInt32(0), 'I420');
+        const int chromaRows = (size.fToHeight + 1) / 2;
+        const unsigned char* const u = pixels + stride * size.fToHeight;
+        expect_stripes(pixels, stride, size.fToWidth, size.fToHeight);
+        expect_stripes(u, stride / 2, size.fToWidth / 2, chromaRows);
+        expect_stripes(u + stride / 2 * chromaRows, stride / 2, size.fToWidth / 2, chromaRows);
+    }
 }
