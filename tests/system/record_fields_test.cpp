@@ -178,6 +178,7 @@ TEST(RecordFields, AreStillTwoWherePicturesAreScaled) {
                     "--video", "ProRes", "--quality", "prores_422_hq"});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(first_picture(file), fields_of("1"));
+    EXPECT_EQ(ProbeStream(file, "v:0", "display_aspect_ratio"), "4:3");
     EXPECT_GE(Psnr(file, reference), 40);
 }
 

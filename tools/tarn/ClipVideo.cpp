@@ -5,7 +5,9 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <cstdlib>
 #include <fmt/format.h>
+#include <limits>
 #include <utility>
 
 #include "orb/CByteArray.h"
@@ -113,6 +115,7 @@ private:
     void describe_time();
     void describe_picture(int width, int height);
     void describe_fields();
+    void describe_aspect();
     void set_target();
     long long ticks_of(long long pts) const;
     void fill_pixels(ClipFrame& frame);
@@ -160,6 +163,7 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
     describe_time();
     describe_picture(width, height);
     describe_fields();
+    describe_aspect();
     set_target();
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
         error = fmt::format("'{}': its picture format cannot be described; convert the clip", path);
@@ -199,13 +203,6 @@ void AvClipVideo::describe_picture(int width, int height) {
     // Who looks at the pixels asks for a raster type and counts on limited range.
     const bool full = raw.fullRange || (!fLooks && IsFullRange(source, coded.color_range));
     fFormat.fNominalRange.SetInt32(full ? 'full' : 'limt');
-
-    const AVRational aspect =
-        av_guess_sample_aspect_ratio(fTrack.file.get(), fTrack.stream, nullptr);
-    if (aspect.num > 0 && aspect.den > 0 && aspect.num != aspect.den && width == coded.width) {
-        fFormat.SetInt32('tnSQ', static_cast<int>(av_rescale(width, aspect.num, aspect.den)), 0);
-        fFormat.SetInt32('tnSH', height, 0);
-    }
 }
 
 // The pictures know best: containers may be silent, and words for the order of fields differ among
@@ -220,6 +217,24 @@ void AvClipVideo::describe_fields() {
     fFormat.fFieldOrder.SetInt32(topFirst      ? TN_FIELD_INTERLACED_2
                                  : bottomFirst ? TN_FIELD_INTERLACED_3
                                                : TN_FIELD_PROGRESSIVE);
+}
+
+// Whatever the size, the picture is shown in the clip's own shape.
+void AvClipVideo::describe_aspect() {
+    const AVCodecParameters& coded = *fTrack.stream->codecpar;
+    const int width = fFormat.fWidth.AsInt32(0);
+    const int height = fFormat.fHeight.AsInt32(0);
+    AVRational aspect = av_guess_sample_aspect_ratio(fTrack.file.get(), fTrack.stream, nullptr);
+    if (aspect.num <= 0 || aspect.den <= 0) aspect = {1, 1};
+    if (coded.width <= 0 || coded.height <= 0) return;
+    const long long square = av_rescale(height, static_cast<long long>(coded.width) * aspect.num,
+                                        static_cast<long long>(coded.height) * aspect.den);
+    // A size is of whole pixels: 854x480 is meant to be 16:9 with square ones.
+    const bool isScaled = width != coded.width || height != coded.height;
+    const bool isSquare = isScaled ? std::abs(square - width) <= 1 : aspect.num == aspect.den;
+    if (isSquare || square < 1 || square > std::numeric_limits<int>::max()) return;
+    fFormat.SetInt32('tnSQ', static_cast<int>(square), 0);
+    fFormat.SetInt32('tnSH', height, 0);
 }
 
 void AvClipVideo::set_target() {

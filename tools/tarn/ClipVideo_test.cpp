@@ -212,3 +212,43 @@ TEST(ClipVideo, ScalingKeepsTheFieldsApart) {
         expect_stripes(u + stride / 2 * chromaRows, stride / 2, size.fToWidth / 2, chromaRows);
     }
 }
+
+namespace {
+
+struct Shape {
+    const char* fSize;
+    const char* fAspect;  // of a pixel
+    int fToWidth;
+    int fToHeight;
+    double fShape;  // width by height as shown
+};
+
+constexpr double kWide = 16.0 / 9;
+
+constexpr Shape kShapes[] = {
+    {"720x576", "64/45", 0, 0, kWide},      {"720x576", "64/45", 720, 288, kWide},
+    {"720x576", "64/45", 360, 288, kWide},  {"720x576", "64/45", 1024, 576, kWide},
+    {"720x576", "64/45", 1280, 720, kWide}, {"720x576", "16/15", 720, 480, 4.0 / 3},
+    {"1920x1080", "1/1", 640, 480, kWide},  {"1920x1080", "1/1", 854, 480, 854.0 / 480},
+    {"1920x1080", "1/1", 960, 540, kWide},  {"1920x1080", "0/1", 1280, 1080, kWide},
+};
+
+}  // namespace
+
+TEST(ClipVideo, IsShownInTheShapeThatItHasWhateverTheSize) {
+    const tests::TestFolder folder;
+    const std::string path = folder.File("shape.mkv");
+    for (const Shape& shape : kShapes) {
+        SCOPED_TRACE(fmt::format("{} {} to {}x{}", shape.fSize, shape.fAspect, shape.fToWidth,
+                                 shape.fToHeight));
+        make_clip(path, fmt::format("color=size={}:rate=25:duration=0.04", shape.fSize),
+                  fmt::format("-vf setsar={} -c:v mpeg4", shape.fAspect));
+        const auto clip = open_clip(path, shape.fToWidth, shape.fToHeight);
+        ASSERT_TRUE(clip);
+        const tnMediaRecord& format = clip->Format();
+        const int height = format.fHeight.AsInt32(0);
+        const int width = format.AsInt32('tnSQ', format.fWidth.AsInt32(0));
+        EXPECT_EQ(format.AsInt32('tnSH', height), height);
+        EXPECT_NEAR(static_cast<double>(width) / height, shape.fShape, 0.5 / height);
+    }
+}

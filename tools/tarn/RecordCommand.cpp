@@ -138,7 +138,7 @@ void AddRecordCommand(Command& program) {
         .OneOf({"pcm", "aac", "none"})
         .ShowDefault();
     record.AddOption("--audio-input", options.audioInput, "take the sound from this clip instead");
-    record.AddOption("--size", arguments->size, "scale the picture to WIDTHxHEIGHT");
+    record.AddOption("--size", arguments->size, "scale to WIDTHxHEIGHT, shown in the clip's shape");
     record
         .AddOption("--moov-rate", options.moovRate,
                    "seconds between two states of the file that survive a crash")
