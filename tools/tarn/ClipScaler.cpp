@@ -88,7 +88,7 @@ void ClipScaler::SetTarget(const Target& target) {
 
 bool ClipScaler::IsThere(const AVFrame& picture) const {
     return picture.format == fTarget.format && picture.width == fTarget.width &&
-           picture.height == fTarget.height;
+           picture.height == fTarget.height && fTarget.fromMatrix == fTarget.toMatrix;
 }
 
 /// Whether rows of two fields, which are two moments, would be put into one. A palette is of no
@@ -100,19 +100,34 @@ bool ClipScaler::mixes_fields(const Source& source) const {
     return source.height != fTarget.height || shape->log2_chroma_h != chroma_shift(fTarget.format);
 }
 
+// Another matrix goes by way of RGB: with less accuracy it is off by two and wraps round at the
+// edge of the gamut. Pixels that stay where they are need no filter on the way there and back,
+// which would cost twice the time and some sharpness.
+int ClipScaler::flags_for(const Source& source) const {
+    if (fTarget.fromMatrix == fTarget.toMatrix) return fTarget.flags;
+    const AVPixFmtDescriptor* from = av_pix_fmt_desc_get(source.format);
+    const AVPixFmtDescriptor* to = av_pix_fmt_desc_get(fTarget.format);
+    const bool stays = source.width == fTarget.width && source.height == fTarget.height && from &&
+                       to && from->log2_chroma_w == to->log2_chroma_w &&
+                       from->log2_chroma_h == to->log2_chroma_h;
+    constexpr int kAccurate = SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT;
+    return kAccurate | (stays ? SWS_POINT : SWS_BICUBIC);
+}
+
 // The ranges of both sides are told: by itself the scaler takes them from the formats' names, and
 // would bring full range to limited in pictures that are described as full.
 ClipScaler::Scaler ClipScaler::make_scaler(const Source& source, int fromRows, int toRows,
                                            int field) const {
     Scaler scaler(sws_alloc_context());
     if (!scaler) return nullptr;
+    const bool converts = fTarget.fromMatrix != fTarget.toMatrix;
     const AVPixelFormat format = WithoutRange(fTarget.format);
     const std::pair<const char*, int> settings[] = {
-        {"srcw", source.width},        {"srch", fromRows},
-        {"src_format", source.format}, {"src_range", source.fullRange},
-        {"dstw", fTarget.width},       {"dsth", toRows},
-        {"dst_format", format},        {"dst_range", fTarget.fullRange},
-        {"sws_flags", fTarget.flags},
+        {"srcw", source.width},           {"srch", fromRows},
+        {"src_format", source.format},    {"src_range", source.fullRange},
+        {"dstw", fTarget.width},          {"dsth", toRows},
+        {"dst_format", format},           {"dst_range", fTarget.fullRange},
+        {"sws_flags", flags_for(source)},
     };
     for (const auto& [name, value] : settings) av_opt_set_int(scaler.get(), name, value, 0);
     if (field != kWhole) {
@@ -121,6 +136,12 @@ ClipScaler::Scaler ClipScaler::make_scaler(const Source& source, int fromRows, i
             av_opt_set_int(scaler.get(), "src_v_chr_pos", position, 0);
         }
         if (chroma_shift(format) == 1) av_opt_set_int(scaler.get(), "dst_v_chr_pos", position, 0);
+    }
+    if (converts) {
+        constexpr int kOne = 1 << 16;  // contrast and saturation as they are
+        sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(fTarget.fromMatrix),
+                                 source.fullRange, sws_getCoefficients(fTarget.toMatrix),
+                                 fTarget.fullRange, 0, kOne, kOne);
     }
     return sws_init_context(scaler.get(), nullptr, nullptr) >= 0 ? std::move(scaler) : nullptr;
 }

@@ -10,7 +10,7 @@ extern "C" {
 
 #include "avHandles.h"
 
-/// Brings decoded pictures to one size, pixel format and range.
+/// Brings decoded pictures to one size, pixel format, range and matrix.
 ///
 /// Pictures may change underway; what is made for one kind of them is kept until the next kind
 /// comes. One thread at a time.
@@ -23,7 +23,9 @@ public:
         AVPixelFormat format = AV_PIX_FMT_NONE;
         bool fullRange = false;
         bool interlaced = false;  ///< two fields are woven into each
-        int flags = 0;            ///< swscale's
+        int fromMatrix = 0;       ///< swscale's numbers; 0 leaves the matrix as it is
+        int toMatrix = 0;
+        int flags = 0;  ///< swscale's; a change of the matrix brings its own
     };
 
     void SetTarget(const Target& target);
@@ -50,6 +52,7 @@ private:
     };
 
     bool mixes_fields(const Source& source) const;
+    int flags_for(const Source& source) const;
     bool prepare(const Source& source);
     Scaler make_scaler(const Source& source, int fromRows, int toRows, int field) const;
     bool scale_field(const AVFrame& picture, int field, uint8_t* const planes[4],

@@ -9,6 +9,7 @@ extern "C" {
 #include <fmt/format.h>
 #include <limits>
 #include <utility>
+#include <vector>
 
 #include "orb/CByteArray.h"
 #include "orb/CPixelBufferDataReference.h"
@@ -110,6 +111,7 @@ public:
     bool Next(ClipFrame& frame) override;
     std::string Problem() const override { return fProblem; }
     bool GaveUp() const override { return fTrack.GaveUp(); }
+    std::vector<std::string> Cautions() const override { return fCautions; }
 
 private:
     void describe_time();
@@ -117,6 +119,7 @@ private:
     void describe_fields();
     void describe_aspect();
     void set_target();
+    void look_for_trouble(const std::string& path);
     long long ticks_of(long long pts) const;
     void fill_pixels(ClipFrame& frame);
     void convert_pixels(ClipFrame& frame);
@@ -136,6 +139,7 @@ private:
     long long fLastPts = 0;
     long long fNextPts = 0;
     std::string fProblem;
+    std::vector<std::string> fCautions;
 };
 
 bool AvClipVideo::Open(const std::string& path, int width, int height, std::string& error,
@@ -165,6 +169,7 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
     describe_fields();
     describe_aspect();
     set_target();
+    look_for_trouble(path);
     if (!MediaRecordToVideoProperties(fFormat, fProperties)) {
         error = fmt::format("'{}': its picture format cannot be described; convert the clip", path);
         return false;
@@ -244,8 +249,20 @@ void AvClipVideo::set_target() {
     target.format = fTarget;
     target.fullRange = fFormat.fNominalRange.AsInt32(0) == 'full';
     target.interlaced = fFormat.fFieldOrder.AsInt32(0) != TN_FIELD_PROGRESSIVE;
+    // Who looks at the pixels looks at how bright they are.
+    const int matrix = MatrixToLeave(fTrack.stream->codecpar->color_space);
+    if (matrix != 0 && fTarget != AV_PIX_FMT_BGRA && !fLooks) {
+        target.fromMatrix = matrix;
+        target.toMatrix = fFormat.fColorSpace.AsInt32(0) == 'r601' ? SWS_CS_ITU601 : SWS_CS_ITU709;
+    }
     target.flags = fLooks ? SWS_POINT : SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP;
     fScaler.SetTarget(target);
+}
+
+void AvClipVideo::look_for_trouble(const std::string& path) {
+    const AVCodecParameters& coded = *fTrack.stream->codecpar;
+    const std::string colour = ColourTrouble(coded.color_space, coded.color_trc);
+    if (!colour.empty()) fCautions.push_back(fmt::format("'{}': {}", path, colour));
 }
 
 long long AvClipVideo::ticks_of(long long pts) const {

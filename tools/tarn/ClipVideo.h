@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "orb/CPixelDataReference.h"
 #include "orb/RObject.h"
@@ -45,4 +46,6 @@ public:
     /// After the end: whether there may be more, which was not waited for, since the program was
     /// asked to stop.
     virtual bool GaveUp() const { return false; }
+    /// From the start: what will look other than in the clip, and what to do; a line each.
+    virtual std::vector<std::string> Cautions() const { return {}; }
 };

@@ -1,11 +1,15 @@
 #include "ClipVideo.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/Process.h"
@@ -41,13 +45,16 @@ constexpr Range kRanges[] = {
     {"-vf format=bgr0 -c:v ffv1", '2vuy', '2vuy', false},
 };
 
+void run_ffmpeg(const std::string& words) {
+    std::vector<std::string> all = {"ffmpeg", "-v", "error", "-y"};
+    std::istringstream rest(words);
+    for (std::string word; rest >> word;) all.push_back(word);
+    const tests::ProcessResult result = tests::Run(all);
+    ASSERT_EQ(result.exitCode, 0) << words << ": " << result.err;
+}
+
 void make_clip(const std::string& path, const std::string& source, const std::string& how) {
-    std::vector<std::string> words = {"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", source};
-    std::istringstream rest(how);
-    for (std::string word; rest >> word;) words.push_back(word);
-    words.push_back(path);
-    const tests::ProcessResult result = tests::Run(words);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
+    run_ffmpeg("-f lavfi -i " + source + " " + how + " " + path);
 }
 
 std::unique_ptr<ClipVideo> open_clip(const std::string& path, int width = 0, int height = 0) {
@@ -250,5 +257,112 @@ TEST(ClipVideo, IsShownInTheShapeThatItHasWhateverTheSize) {
         const int width = format.AsInt32('tnSQ', format.fWidth.AsInt32(0));
         EXPECT_EQ(format.AsInt32('tnSH', height), height);
         EXPECT_NEAR(static_cast<double>(width) / height, shape.fShape, 0.5 / height);
+    }
+}
+
+namespace {
+
+struct Matrix {
+    const char* fName;
+    double fRed;
+    double fBlue;  // weights of luma
+};
+
+constexpr Matrix k601 = {"smpte170m", 0.299, 0.114};
+constexpr Matrix k709 = {"bt709", 0.2126, 0.0722};
+constexpr Matrix kForeign[] = {
+    {"bt2020nc", 0.2627, 0.0593}, {"smpte240m", 0.212, 0.087}, {"fcc", 0.30, 0.11}};
+
+using Colour = std::array<double, 3>;
+
+/// From R, G and B of 0 to 1 to code values of 8 bits.
+Colour coded_of(const Colour& rgb, const Matrix& matrix, bool full) {
+    const double luma =
+        matrix.fRed * rgb[0] + (1 - matrix.fRed - matrix.fBlue) * rgb[1] + matrix.fBlue * rgb[2];
+    const double chroma = full ? 127.5 : 112;
+    return {full ? 255 * luma : 16 + 219 * luma,
+            128 + chroma * (rgb[2] - luma) / (1 - matrix.fBlue),
+            128 + chroma * (rgb[0] - luma) / (1 - matrix.fRed)};
+}
+
+constexpr Colour kColours[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1},         {1, 1, 0},
+                               {1, 1, 1}, {0, 0, 0}, {0.75, 0.5, 0.25}, {0.2, 0.6, 0.7}};
+
+/// A clip that is all of one colour, and the record's colour of it.
+void expect_colour(const std::string& path, const Colour& rgb, const Matrix& from, bool full,
+                   int height) {
+    const bool isTall = height >= 720;
+    const int deep = isTall ? 4 : 1;  // ten bits in 4:2:2, or eight in 4:2:0
+    const Colour coded = coded_of(rgb, from, full);
+    const auto value = [&](std::size_t plane) {
+        return std::min(std::lround(deep * coded[plane]), deep * 256L - 1);
+    };
+    make_clip(path, fmt::format("nullsrc=size=64x{}:rate=25:duration=0.04", height),
+              fmt::format("-vf format={},geq=lum={}:cb={}:cr={},setparams=colorspace={}:range={} "
+                          "-c:v ffv1",
+                          isTall ? "yuv422p10" : "yuv420p", value(0), value(1), value(2),
+                          from.fName, full ? "full" : "limited"));
+    const auto clip = open_clip(path);
+    ASSERT_TRUE(clip);
+    EXPECT_EQ(clip->Cautions().size(), 0U);
+    ASSERT_EQ(clip->Format().fColorSpace.AsInt32(0), isTall ? 'r709' : 'r601');
+    ASSERT_EQ(clip->Format().fNominalRange.AsInt32(0), full ? 'full' : 'limt');
+    const Colour wanted = coded_of(rgb, isTall ? k709 : k601, full);
+    ClipFrame frame;
+    ASSERT_TRUE(clip->Next(frame));
+    const unsigned char* const pixels = frame.pixels->GetData();
+    const int stride = frame.pixels->GetStride();
+    const int plane = stride * height;
+    const int middle = stride * (height / 2);
+    const Colour got = isTall ? Colour{1.0 * pixels[middle + 33], 1.0 * pixels[middle + 32],
+                                       1.0 * pixels[middle + 34]}
+                              : Colour{1.0 * pixels[middle + 32], 1.0 * pixels[plane + 16],
+                                       1.0 * pixels[plane + plane / 4 + 16]};
+    // Code values in are whole numbers, and so are the RGB ones in between.
+    for (std::size_t at : {0U, 1U, 2U}) EXPECT_NEAR(got[at], wanted[at], 2) << "plane " << at;
+}
+
+}  // namespace
+
+// A recording says 601 or 709 alone. Both sides are computed here in double precision.
+TEST(ClipVideo, ColoursOfOtherMatricesAreConverted) {
+    const tests::TestFolder folder;
+    const std::string path = folder.File("colour.mkv");
+    for (const Matrix& matrix : kForeign) {
+        for (const int height : {48, 720}) {
+            for (const bool full : {false, true}) {
+                for (const Colour& rgb : kColours) {
+                    SCOPED_TRACE(fmt::format("{} {} rows {} of {} {} {}", matrix.fName, height,
+                                             full ? "full" : "limited", rgb[0], rgb[1], rgb[2]));
+                    expect_colour(path, rgb, matrix, full, height);
+                }
+            }
+        }
+    }
+}
+
+TEST(ClipVideo, SaysWhatWillLookOtherThanInTheClip) {
+    const std::pair<const char*, const char*> kTold[] = {
+        {"color_trc=smpte2084", "(PQ)"},
+        {"color_trc=arib-std-b67:colorspace=bt2020nc", "(HLG)"},
+        {"colorspace=ycgco", "'ycgco'"},
+        {"colorspace=bt2020c", "'bt2020c'"},
+        {"color_trc=bt709:colorspace=bt709", ""},
+        {"color_trc=bt2020-10:colorspace=bt2020nc", ""},
+    };
+    const tests::TestFolder folder;
+    const std::string path = folder.File("told.mkv");
+    for (const auto& [parameters, told] : kTold) {
+        SCOPED_TRACE(parameters);
+        make_clip(
+            path, "color=red:size=64x48:rate=25:duration=0.04",
+            std::string("-pix_fmt yuv420p -c:v ffv1 -vf format=yuv420p,setparams=") + parameters);
+        const auto clip = open_clip(path);
+        ASSERT_TRUE(clip);
+        const std::vector<std::string> lines = clip->Cautions();
+        ASSERT_EQ(lines.size(), *told ? 1U : 0U);
+        if (!*told) continue;
+        EXPECT_NE(lines[0].find(told), std::string::npos) << lines[0];
+        EXPECT_EQ(lines[0].find("'" + path + "': "), 0U) << lines[0];
     }
 }

@@ -18,6 +18,7 @@
 #include "ClipAudio.h"
 #include "ClipVideo.h"
 #include "MovieOnDisk.h"
+#include "Say.h"
 #include "clipNames.h"
 #include "codeText.h"
 #include "exceptionAdvice.h"
@@ -185,6 +186,7 @@ bool Recorder::open_clips() {
             fail(error);
             return false;
         }
+        for (const std::string& line : fVideo->Cautions()) Say(stderr, "tarn record: {}\n", line);
     }
     if (fOptions.audio == "none") return true;
     fAudio = ClipAudio::Open(sound, error);

@@ -8,6 +8,7 @@
 #include "tarn/movies/tnStreamBuffer.h"
 
 #include "../ClipVideo.h"
+#include "../Say.h"
 #include "LivePoints.h"
 #include "TestPicture.h"
 
@@ -76,6 +77,7 @@ public:
     const tnMediaRecord& Format() const override { return fFormat; }
     long long Rounds() const override { return fRounds; }
     double StartSeconds() const override { return fClip->StartSeconds(); }
+    std::vector<std::string> Cautions() const { return fClip->Cautions(); }
 
     bool Next(tnStreamBuffer* buffer) override {
         LiveAtPoint(LivePoint::kDecompressor);
@@ -115,5 +117,6 @@ std::unique_ptr<LivePictures> LivePictures::Open(const ShowSource& source, std::
     if (source.clip.empty()) return MakeTestPictures(source);
     auto clip = std::make_unique<ClipPictures>();
     if (!clip->Open(source, error)) return nullptr;
+    for (const std::string& line : clip->Cautions()) Say(stderr, "tarn live: {}\n", line);
     return clip;
 }
