@@ -182,4 +182,24 @@ TEST(RecordFields, AreStillTwoWherePicturesAreScaled) {
     EXPECT_GE(Psnr(file, reference), 40);
 }
 
+TEST(RecordPictures, ThatAreMeantToBeTurnedAreRecordedWithAWord) {
+    const TestFolder folder;
+    const std::string upright = folder.File("upright.mp4");
+    const std::string turned = folder.File("turned.mp4");
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                          "testsrc2=size=160x120:rate=25:duration=0.4", "-c:v", "mpeg4", upright})
+                  .exitCode,
+              0);
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-i", upright, "-c", "copy", "-metadata:s:v:0",
+                          "rotate=90", turned})
+                  .exitCode,
+              0);
+    const ProcessResult run =
+        tests::Run({TARN_TOOL, "record", turned, folder.File("out.mov"), "--audio", "none"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.err, "tarn record: '" + turned +
+                           "': is meant to be shown turned by 90 degrees, and is recorded as its "
+                           "pixels lie; turn it first, as any conversion by ffmpeg does\n");
+}
+
 }  // namespace

@@ -1,10 +1,12 @@
 #include "ClipVideo.h"
 
 extern "C" {
+#include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
+#include <cmath>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <limits>
@@ -101,6 +103,18 @@ bool lies_in_one_piece(const AVFrame& frame, int raster) {
     return true;
 }
 
+/// What a display matrix, or none, does to a picture; empty when it does nothing.
+std::string shown_as(const int32_t* matrix) {
+    if (!matrix) return "";
+    const auto product = [matrix](int a, int b) {
+        return static_cast<long long>(matrix[a]) * matrix[b];
+    };
+    if (product(0, 4) < product(1, 3)) return "mirrored";
+    const double turned = av_display_rotation_get(matrix);
+    const long degrees = std::isnan(turned) ? 0 : std::labs(std::lround(turned));
+    return degrees == 0 ? "" : fmt::format("turned by {} degrees", degrees);
+}
+
 class AvClipVideo final : public ClipVideo {
 public:
     bool Open(const std::string& path, int width, int height, std::string& error, int raster);
@@ -120,6 +134,7 @@ private:
     void describe_aspect();
     void set_target();
     void look_for_trouble(const std::string& path);
+    const int32_t* display_matrix() const;
     long long ticks_of(long long pts) const;
     void fill_pixels(ClipFrame& frame);
     void convert_pixels(ClipFrame& frame);
@@ -259,10 +274,26 @@ void AvClipVideo::set_target() {
     fScaler.SetTarget(target);
 }
 
+/// How the pictures are to be turned for display; null where they are not.
+const int32_t* AvClipVideo::display_matrix() const {
+    const AVFrameSideData* own =
+        fHasFirst ? av_frame_get_side_data(fDecoded.get(), AV_FRAME_DATA_DISPLAYMATRIX) : nullptr;
+    const uint8_t* matrix =
+        own ? own->data
+            : av_stream_get_side_data(fTrack.stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    return reinterpret_cast<const int32_t*>(matrix);
+}
+
 void AvClipVideo::look_for_trouble(const std::string& path) {
     const AVCodecParameters& coded = *fTrack.stream->codecpar;
     const std::string colour = ColourTrouble(coded.color_space, coded.color_trc);
     if (!colour.empty()) fCautions.push_back(fmt::format("'{}': {}", path, colour));
+    const std::string shown = shown_as(display_matrix());
+    if (shown.empty()) return;
+    fCautions.push_back(
+        fmt::format("'{}': is meant to be shown {}, and is recorded as its pixels lie; turn it "
+                    "first, as any conversion by ffmpeg does",
+                    path, shown));
 }
 
 long long AvClipVideo::ticks_of(long long pts) const {

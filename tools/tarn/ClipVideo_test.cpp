@@ -366,3 +366,44 @@ TEST(ClipVideo, SaysWhatWillLookOtherThanInTheClip) {
         EXPECT_EQ(lines[0].find("'" + path + "': "), 0U) << lines[0];
     }
 }
+
+TEST(ClipVideo, SaysThatItIsMeantToBeShownTurned) {
+    const tests::TestFolder folder;
+    const std::string upright = folder.File("upright.mp4");
+    make_clip(upright, "testsrc2=size=64x48:rate=25:duration=0.2", "-c:v mpeg4");
+    ASSERT_EQ(open_clip(upright)->Cautions().size(), 0U);
+    for (const int degrees : {90, 180, 270}) {
+        SCOPED_TRACE(degrees);
+        const std::string turned = folder.File("turned.mp4");
+        run_ffmpeg(
+            fmt::format("-i {} -c copy -metadata:s:v:0 rotate={} {}", upright, degrees, turned));
+        const auto clip = open_clip(turned);
+        ASSERT_TRUE(clip);
+        EXPECT_EQ(clip->Format().fWidth.AsInt32(0), 64);
+        const std::vector<std::string> lines = clip->Cautions();
+        ASSERT_EQ(lines.size(), 1U);
+        const std::string told = fmt::format("turned by {} degrees", degrees == 270 ? 90 : degrees);
+        EXPECT_NE(lines[0].find(told), std::string::npos) << lines[0];
+    }
+}
+
+TEST(ClipVideo, SaysWhatItsPicturesThemselvesTellOfHowTheyAreShown) {
+    const std::pair<const char*, const char*> kTold[] = {
+        {"rotate=90", "shown turned by 90 degrees,"},
+        {"flip=horizontal", "shown mirrored,"},
+        {"flip=vertical", "shown mirrored,"},
+    };
+    const tests::TestFolder folder;
+    const std::string path = folder.File("told.mkv");
+    for (const auto& [orientation, told] : kTold) {
+        SCOPED_TRACE(orientation);
+        make_clip(path, "testsrc2=size=64x48:rate=25:duration=0.2",
+                  std::string("-c:v libx264 -bsf:v h264_metadata=display_orientation=insert:") +
+                      orientation);
+        const auto clip = open_clip(path);
+        ASSERT_TRUE(clip);
+        const std::vector<std::string> lines = clip->Cautions();
+        ASSERT_EQ(lines.size(), 1U);
+        EXPECT_NE(lines[0].find(told), std::string::npos) << lines[0];
+    }
+}
