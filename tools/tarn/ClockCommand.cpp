@@ -12,6 +12,7 @@
 #include "ClockMeasure.h"
 #include "ClockPlot.h"
 #include "CommandLine.h"
+#include "JsonString.h"
 #include "ProgressLine.h"
 #include "Say.h"
 #include "StopSignal.h"

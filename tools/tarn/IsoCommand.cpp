@@ -14,9 +14,9 @@
 #include "CommandLine.h"
 #include "IsoCheck.h"
 #include "IsoSettings.h"
+#include "JsonString.h"
 #include "Say.h"
 #include "StopSignal.h"
-#include "TextUnits.h"
 #include "XmlInput.h"
 
 namespace {

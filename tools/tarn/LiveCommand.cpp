@@ -17,10 +17,10 @@
 #include "tarn/sync/tnSleeper.h"
 
 #include "CommandLine.h"
+#include "JsonString.h"
 #include "Say.h"
 #include "SleepOption.h"
 #include "StopSignal.h"
-#include "TextUnits.h"
 #include "live/CommandInput.h"
 #include "live/LiveCommands.h"
 #include "live/LiveReport.h"

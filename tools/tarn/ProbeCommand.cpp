@@ -7,8 +7,8 @@
 
 #include "CommandLine.h"
 #include "EncoderTrial.h"
+#include "JsonString.h"
 #include "Say.h"
-#include "TextUnits.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "CommandLine.h"
+#include "JsonString.h"
 #include "RecordReporter.h"
 #include "Recorder.h"
 #include "Say.h"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "CommandLine.h"
+#include "JsonString.h"
 #include "ProgressLine.h"
 #include "Say.h"
 #include "StopSignal.h"

@@ -26,19 +26,3 @@ std::string TextOfSeconds(double seconds) {
     }
     return fmt::format("{}{}:{:02}.{}", sign, whole / 60, whole % 60, tenths % 10);
 }
-
-std::string JsonString(const std::string& text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (byte < 0x20) {
-            out += fmt::format("\\u{:04x}", byte);
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}

@@ -7,6 +7,3 @@ std::string TextOfBytes(long long bytes);
 
 /// "1:02:03.4", "0:07.5": hours only where there are any.
 std::string TextOfSeconds(double seconds);
-
-/// `text` as a JSON string, quotes included.
-std::string JsonString(const std::string& text);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <iterator>
 
+#include "../JsonString.h"
 #include "../TextUnits.h"
 #include "LiveShow.h"
 #include "LiveSource.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "../JsonString.h"
 #include "../TextUnits.h"
 
 namespace {

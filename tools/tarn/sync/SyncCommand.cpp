@@ -13,6 +13,7 @@
 #include "../ClipAudio.h"
 #include "../ClipVideo.h"
 #include "../CommandLine.h"
+#include "../JsonString.h"
 #include "../ProgressLine.h"
 #include "../RecordReporter.h"
 #include "../Recorder.h"
