@@ -12,7 +12,6 @@
 #include "ClockMeasure.h"
 #include "ClockPlot.h"
 #include "CommandLine.h"
-#include "JsonString.h"
 #include "ProgressLine.h"
 #include "Say.h"
 #include "StopSignal.h"
@@ -98,9 +97,7 @@ void print_json(const ClockArguments& arguments, const ClockFigures& figures) {
 }
 
 int report_failure(const ClockArguments& arguments, const std::string& line) {
-    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
-    Say(stderr, "tarn clock: {}\n", line);
-    return EXIT_FAILURE;
+    return Complain(arguments.json, "tarn clock", line);
 }
 
 int run(ClockArguments& arguments) {

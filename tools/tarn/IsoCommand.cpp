@@ -98,8 +98,7 @@ private:
 };
 
 void tell_error(const IsoArguments& arguments, const std::string& error) {
-    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
-    Say(stderr, "tarn iso: {}\n", error);
+    Complain(arguments.json, "tarn iso", error);
 }
 
 /// A file that is checked over and over, and read again when its text has changed.

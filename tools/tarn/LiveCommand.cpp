@@ -212,11 +212,7 @@ int run_live(const LiveArguments& arguments) {
     }
     LiveTrace::Remove();
     if (ran) return failed ? 1 : 0;
-    if (arguments.json) {
-        Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
-    }
-    Say(stderr, "tarn live: {}\n", error);
-    return 1;
+    return Complain(arguments.json, "tarn live", error);
 }
 
 /// Takes `--sleep`: empty, or what is wrong with it.

@@ -88,9 +88,7 @@ void print_summary(const RecordArguments& arguments, const Recorder& recorder, d
 }
 
 int report_failure(const RecordArguments& arguments, const std::string& line) {
-    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
-    Say(stderr, "tarn record: {}\n", line);
-    return 1;
+    return Complain(arguments.json, "tarn record", line);
 }
 
 int run_record(RecordArguments& arguments) {

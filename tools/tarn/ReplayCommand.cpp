@@ -34,9 +34,7 @@ struct ReplayArguments {
 };
 
 int tell_failure(const ReplayArguments& arguments, const std::string& error) {
-    if (arguments.json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(error));
-    Say(stderr, "tarn replay: {}\n", error);
-    return 1;
+    return Complain(arguments.json, "tarn replay", error);
 }
 
 int run_list(const ReplayArguments& arguments) {

@@ -2,7 +2,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
+
+#include "JsonString.h"
 
 namespace {
 
@@ -15,6 +18,12 @@ void SayText(std::FILE* stream, const std::string& text) {
         std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fflush(stream) == 0;
     int none = 0;
     if (!said && stream == stdout) gFailure.compare_exchange_strong(none, errno);
+}
+
+int Complain(bool json, const std::string& command, const std::string& line) {
+    if (json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
+    Say(stderr, "{}: {}\n", command, line);
+    return EXIT_FAILURE;
 }
 
 bool HasReader() {

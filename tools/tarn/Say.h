@@ -19,6 +19,10 @@ void Say(fmt::format_string<Values...> words, Values&&... values) {
     SayText(stdout, fmt::vformat(words, fmt::make_format_args(values...)));
 }
 
+/// Tells a person, and with `json` a machine, that `command` ("tarn record") failed: the one way to
+/// do so. Returns EXIT_FAILURE.
+int Complain(bool json, const std::string& command, const std::string& line);
+
 /// False once a text for standard output met a pipe that nobody reads any more. A command that does
 /// nothing but tell ends then; one that records goes on.
 bool HasReader();

@@ -32,12 +32,6 @@ namespace {
 constexpr long long kViewUs = 200'000;
 constexpr int kLargestSignalSide = 8192;
 
-int report_failure(bool json, const char* command, const std::string& line) {
-    if (json) Say("{{\"event\":\"error\",\"message\":{}}}\n", JsonString(line));
-    Say(stderr, "tarn sync {}: {}\n", command, line);
-    return EXIT_FAILURE;
-}
-
 struct SignalArguments {
     SignalOptions signal;
     RecordOptions record;
@@ -87,7 +81,7 @@ void print_signal(const SignalArguments& arguments, const Recorder& recorder, bo
 
 int run_signal(SignalArguments& arguments) {
     const std::string error = take_texts(arguments);
-    if (!error.empty()) return report_failure(arguments.json, "signal", error);
+    if (!error.empty()) return Complain(arguments.json, "tarn sync signal", error);
     const std::atomic<bool>& stop = WatchStopSignal();
     Recorder recorder(arguments.record, MakeSignalPictures(arguments.signal),
                       MakeSignalSound(arguments.signal));
@@ -96,7 +90,7 @@ int run_signal(SignalArguments& arguments) {
         const RecordReporter reporter(recorder, arguments.json);
         done = recorder.Run(stop);
     }
-    if (!done) return report_failure(arguments.json, "signal", recorder.Error());
+    if (!done) return Complain(arguments.json, "tarn sync signal", recorder.Error());
     print_signal(arguments, recorder, stop);
     return EXIT_SUCCESS;
 }
@@ -148,7 +142,7 @@ int run_measure(const MeasureArguments& arguments) {
     SyncMeasurement measurement;
     std::string error;
     if (!CanWriteDrawing(arguments.plot, error)) {
-        return report_failure(arguments.json, "measure", error);
+        return Complain(arguments.json, "tarn sync measure", error);
     }
     bool measured = false;
     {
@@ -166,7 +160,7 @@ int run_measure(const MeasureArguments& arguments) {
             },
             measurement, error);
     }
-    if (!measured) return report_failure(arguments.json, "measure", error);
+    if (!measured) return Complain(arguments.json, "tarn sync measure", error);
     const SyncFigures figures = FiguresOf(measurement.pairs);
     if (arguments.json) {
         print_json(arguments, measurement, figures);
@@ -174,8 +168,8 @@ int run_measure(const MeasureArguments& arguments) {
         print_text(arguments, measurement, figures);
     }
     if (measurement.pairs.empty()) {
-        return report_failure(
-            arguments.json, "measure",
+        return Complain(
+            arguments.json, "tarn sync measure",
             fmt::format("'{}': no pair{}; a green flash in the middle and a DTMF tone on the left, "
                         "less than half a second apart, make one",
                         arguments.clip, measurement.stopped ? " before it was stopped" : ""));
@@ -186,7 +180,7 @@ int run_measure(const MeasureArguments& arguments) {
     const std::string drawing =
         DrawSyncFigures(title_of(arguments, measurement), measurement, figures);
     if (WriteDrawing(arguments.plot, drawing, error)) return result;
-    return report_failure(arguments.json, "measure", error);
+    return Complain(arguments.json, "tarn sync measure", error);
 }
 
 void add_signal(Command& sync) {
