@@ -7,9 +7,9 @@ namespace {
 
 std::atomic<bool> gStop{false};
 
-void ask_to_stop(int signal) {
+void ask_to_stop(int) {
     gStop = true;
-    std::signal(signal, SIG_DFL);
+    for (const int second : {SIGINT, SIGTERM}) std::signal(second, SIG_DFL);
 }
 
 // A shell and the system may both tell that a terminal has closed, and mean one end by it.
