@@ -70,7 +70,7 @@ private:
 /// includes that library takes ten times as long to compile.
 class CommandLine {
 public:
-    explicit CommandLine(const std::string& description);
+    CommandLine(const std::string& description, const std::string& version);
     ~CommandLine();
     CommandLine(const CommandLine&) = delete;
     CommandLine& operator=(const CommandLine&) = delete;
@@ -78,7 +78,7 @@ public:
     /// The program itself, to add commands to.
     Command Program();
     /// Reads the words and runs the command that they name; the exit code. Words that make no
-    /// sense are told, and so is the help. What the command throws passes through.
+    /// sense are told, and so are the help and the version. What the command throws passes through.
     int Run(int argc, const char* const* argv);
     /// After Run has thrown: the exit code that the command has for that.
     int ExitCode() const;

@@ -35,7 +35,7 @@ int RunProgram(int argc, const char* const* argv) {
     KeepStandardStreams();
     OutliveReaders();
     QuietenAv();
-    CommandLine line("Records, replays, paces and measures live video with libtarn");
+    CommandLine line("Records, replays, paces and measures live video with libtarn", TARN_VERSION);
     Command program = line.Program();
     program.NeedsCommand();
     AddRecordCommand(program);

@@ -3,11 +3,27 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "tests/support/NoThreads.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
+
+struct Told {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+Told TellOf(std::vector<const char*> words) {
+    words.insert(words.begin(), "/somewhere/tarn");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const int exitCode = RunProgram(static_cast<int>(words.size()), words.data());
+    const std::string out = testing::internal::GetCapturedStdout();
+    return {exitCode, out, testing::internal::GetCapturedStderr()};
+}
 
 TEST(Program, WhatACommandThrowsIsToldInALine) {
     const tests::TestFolder folder;
@@ -47,14 +63,57 @@ TEST(Program, AClockWithoutAThreadMeasuresNothing) {
 }
 
 TEST(Program, WordThatIsNoCommandIsTold) {
-    for (const char* const word : {"recrod", "--version"}) {
-        const char* const words[] = {"tarn", word};
-        testing::internal::CaptureStderr();
-        EXPECT_NE(RunProgram(2, words), 0);
+    for (const char* const word : {"recrod", "--verbose"}) {
+        const Told told = TellOf({word});
+        EXPECT_NE(told.exitCode, 0);
         EXPECT_EQ(
-            testing::internal::GetCapturedStderr(),
+            told.err,
             std::string("tarn: '") + word +
                 "' is no command; there are: record, clock, live, replay, sync, iso, probe\n");
+    }
+}
+
+TEST(Program, TellsItsVersion) {
+    const Told told = TellOf({"--version"});
+    EXPECT_EQ(told.exitCode, 0) << told.err;
+    EXPECT_EQ(told.out, std::string("tarn ") + TARN_VERSION + "\n");
+}
+
+// The folder may be left out by who asks for help, and its place is shown.
+TEST(Program, HelpOfAReplayCommandIsThatOfTheCommand) {
+    for (const std::vector<const char*>& words :
+         {std::vector<const char*>{"replay", "cut", "--help"}, {"replay", "x", "cut", "--help"}}) {
+        const Told told = TellOf(words);
+        EXPECT_EQ(told.exitCode, 0) << told.err;
+        EXPECT_NE(told.out.find("--exact"), std::string::npos) << told.out;
+        EXPECT_NE(told.out.find("Usage: tarn replay FOLDER cut [OPTIONS] OUTPUT\n"),
+                  std::string::npos)
+            << told.out;
+    }
+    EXPECT_NE(
+        TellOf({"replay", "--help"}).out.find("Usage: tarn replay [OPTIONS] FOLDER SUBCOMMAND"),
+        std::string::npos);
+    EXPECT_NE(TellOf({"--help"}).out.find("Usage: tarn [OPTIONS] SUBCOMMAND"), std::string::npos);
+}
+
+TEST(Program, AReplayCommandWithoutItsFolderIsToldWhereThatStands) {
+    const Told told = TellOf({"replay", "cut"});
+    EXPECT_NE(told.exitCode, 0);
+    EXPECT_EQ(told.err,
+              "tarn replay: 'cut' stands where an argument belongs; type it as: tarn replay FOLDER "
+              "cut\n");
+}
+
+TEST(Program, WordsThatAreRefusedAreToldToMachinesToo) {
+    for (const bool json : {true, false}) {
+        std::vector<const char*> words = {"record", "a", "b.mov", "--limit", "0"};
+        if (json) words.push_back("--json");
+        const Told told = TellOf(words);
+        EXPECT_NE(told.exitCode, 0);
+        EXPECT_EQ(told.err.find("tarn record: --limit: '0' is not from"), 0u) << told.err;
+        EXPECT_EQ(told.out.find(R"({"event":"error","message":"--limit: '0' is not from)") == 0,
+                  json)
+            << told.out;
     }
 }
 
