@@ -477,7 +477,7 @@ TEST_F(Replay, MistakesAreToldInALine) {
         {{"cut", "--in", "1:90", movie}, "is no time"},
         {{"cut", "--in", "3", "--out", "2", movie}, "is empty"},
         {{"cut", "--in", "1000", "--out", "1001", movie}, "nothing is recorded"},
-        {{"cut", "--last", "1", fFolder.File("a.avi")}, ".mov or .mp4"},
+        {{"cut", "--last", "1", fFolder.File("a.avi")}, ".mov, .mp4 or .m4v"},
         {{"cut", "--last", "1", fFolder.File("none/a.mov")}, "make it first"},
         {{"cut", "--last", "1", Folder() + "/a.mov"}, "belongs to the recording"},
     };

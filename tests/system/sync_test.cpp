@@ -376,7 +376,7 @@ TEST(SyncSignal, SaysWhatIsWrong) {
     };
     const std::string clip = folder.File("clip.mov");
     const Case cases[] = {
-        {{folder.File("clip.xyz")}, "end its name in .mov or .mp4"},
+        {{folder.File("clip.xyz")}, "end its name in .mov, .mp4 or .m4v"},
         {{folder.File("no/clip.mov")}, "make it first"},
         {{clip, "--offset", "451"}, "--offset"},
         {{clip, "--offset", "-451"}, "--offset"},

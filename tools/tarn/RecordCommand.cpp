@@ -117,7 +117,7 @@ void AddRecordCommand(Command& program) {
     RecordOptions& options = arguments->options;
     Command record = program.AddCommand("record", "Record a clip to a movie file");
     record.AddOption("INPUT", options.input, "any clip that FFmpeg reads").Required();
-    record.AddOption("OUTPUT", options.output, "a .mov or .mp4 file").Required();
+    record.AddOption("OUTPUT", options.output, "a .mov, .mp4 or .m4v file").Required();
     record
         .AddOption("--video", options.video,
                    "encoder: x264, ProRes, MJPEG, Mpeg2, \"Video Toolbox H.264\", none")

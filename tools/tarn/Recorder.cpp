@@ -23,6 +23,7 @@
 #include "codeText.h"
 #include "exceptionAdvice.h"
 #include "folderTrouble.h"
+#include "movieContainer.h"
 
 using namespace Quillon::Orb;
 
@@ -90,13 +91,6 @@ private:
     RecordFigures& fFigures;
 };
 
-unsigned int container_of(const std::string& path) {
-    const std::string extension = std::filesystem::path(path).extension().string();
-    if (extension == ".mov") return 'mov ';
-    if (extension == ".mp4" || extension == ".m4v") return 'mp4 ';
-    return 0;
-}
-
 struct Size {
     int width = 0;
     int height = 0;
@@ -143,10 +137,9 @@ double Recorder::ExpectedSeconds() const {
 }
 
 bool Recorder::Prepare() {
-    fContainer = container_of(fOptions.output);
+    fContainer = ContainerOf(fOptions.output);
     if (fContainer == 0) {
-        fail(fmt::format("'{}': unknown kind of file; end its name in .mov or .mp4",
-                         fOptions.output));
+        fail(UnknownContainer(fOptions.output));
         return false;
     }
     if (fOptions.video == "none" && fOptions.audio == "none") {

@@ -196,7 +196,7 @@ void AddReplayCommand(Command& program) {
     list.OnRun([arguments] { return run_list(*arguments); });
 
     Command cut = replay.AddCommand("cut", "Make one movie of a stretch");
-    cut.AddOption("OUTPUT", arguments->output, "a .mov or .mp4 file").Required();
+    cut.AddOption("OUTPUT", arguments->output, "a .mov, .mp4 or .m4v file").Required();
     cut.AddOption("--in", arguments->in,
                   "where it begins: seconds or h:mm:ss on the timeline; below 0 from the end");
     cut.AddOption("--out", arguments->out, "where it ends, likewise");

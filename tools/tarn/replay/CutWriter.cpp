@@ -15,6 +15,8 @@
 #include "tarn/audio/tnOrbAudio.h"
 #include "tarn/writers/orbConversions.h"
 
+#include "../movieContainer.h"
+
 using namespace Quillon::Orb;
 
 namespace {
@@ -23,10 +25,6 @@ constexpr int kContainerQueue = 256;
 
 RObject<CByteArray> copy_of(const unsigned char* data, std::size_t size) {
     return RObject<CByteArray>(new CByteArray(data, static_cast<int>(size)));
-}
-
-unsigned int container_of(const std::string& path) {
-    return path.ends_with(".mp4") || path.ends_with(".m4v") ? 'mp4 ' : 'mov ';
 }
 
 unsigned int format_of(const SegmentTrack& track) {
@@ -58,7 +56,7 @@ bool CutWriter::Open(const std::string& path, const SegmentTrack& pictures,
     fStart = start;
     fAsset = new CAssetWriter();
     const RObject<CString> name(new CString(path.c_str()));
-    if (failed(fAsset->Create(container_of(path), name.Get()), error)) return false;
+    if (failed(fAsset->Create(ContainerOf(path), name.Get()), error)) return false;
     if (!add_pictures(pictures, video)) {
         error = fmt::format("'{}': this kind of file takes no such pictures; try .mov", path);
         return false;

@@ -7,6 +7,7 @@
 #include "spar/zXML.h"
 #include "tarn/replay/tnManifestBefore.h"
 
+#include "../movieContainer.h"
 #include "CutWriter.h"
 #include "ReplayEncode.h"
 #include "SegmentFile.h"
@@ -292,10 +293,7 @@ void Cutter::Abandon() {
 /// An empty line, or why the output cannot be where it is asked for.
 std::string check_output(const ReplayRecording& recording, const std::string& output) {
     const std::filesystem::path path(output);
-    const std::string kind = path.extension().string();
-    if (kind != ".mov" && kind != ".mp4" && kind != ".m4v") {
-        return fmt::format("'{}': unknown kind of file; end its name in .mov or .mp4", output);
-    }
+    if (ContainerOf(output) == 0) return UnknownContainer(output);
     const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
     std::error_code failed;
     if (!std::filesystem::is_directory(folder, failed)) {

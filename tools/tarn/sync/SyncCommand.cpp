@@ -187,7 +187,7 @@ void add_signal(Command& sync) {
     auto arguments = std::make_shared<SignalArguments>();
     Command signal = sync.AddCommand(
         "signal", "Makes a clip to send through a device: flashes, tones and the metronome");
-    signal.AddOption("OUTPUT", arguments->record.output, "a .mov or .mp4 file").Required();
+    signal.AddOption("OUTPUT", arguments->record.output, "a .mov, .mp4 or .m4v file").Required();
     signal
         .AddOption("--offset", arguments->signal.offsetsMs,
                    "milliseconds from tone to flash, positive when the picture comes later; "
