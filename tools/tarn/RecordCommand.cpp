@@ -14,9 +14,9 @@
 #include "Recorder.h"
 #include "Say.h"
 #include "StopSignal.h"
-#include "TextUnits.h"
 #include "codecQualities.h"
 #include "parseSize.h"
+#include "recordSummary.h"
 
 namespace {
 
@@ -73,18 +73,7 @@ void print_summary(const RecordArguments& arguments, const Recorder& recorder, d
             onDisk, elapsed, figures.lateSeconds.load(), stopped);
         return;
     }
-    const std::string video =
-        options.video == "none"
-            ? "no video"
-            : fmt::format("{} video ({} frames)", options.video, figures.frames.load());
-    Say("{}: {} of {} and {} audio, {}, written in {:.1f} s{}\n", options.output,
-        TextOfSeconds(figures.seconds), video,
-        figures.audioFrames > 0 ? options.audio : std::string("no"), TextOfBytes(onDisk), elapsed,
-        stopped ? "; stopped on request" : "");
-    if (options.live && figures.lateSeconds > 0.001) {
-        Say("the encoder fell behind the clip's pace by up to {:.0f} ms\n",
-            figures.lateSeconds * 1000);
-    }
+    SayText(stdout, RecordSummary(options, figures, onDisk, elapsed, stopped));
 }
 
 int report_failure(const RecordArguments& arguments, const std::string& line) {

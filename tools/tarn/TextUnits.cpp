@@ -17,6 +17,11 @@ std::string TextOfBytes(long long bytes) {
 }
 
 std::string TextOfSeconds(double seconds) {
+    // Less than a tenth, as of a single frame, is not nothing.
+    const long long hundredths = std::llround(std::fabs(seconds) * 100);
+    if (hundredths > 0 && hundredths < 10) {
+        return fmt::format("{}0:00.{:02}", seconds < 0 ? "-" : "", hundredths);
+    }
     const long long tenths = std::llround(std::fabs(seconds) * 10);
     const long long whole = tenths / 10;
     const char* sign = seconds < 0 && tenths > 0 ? "-" : "";
