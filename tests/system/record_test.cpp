@@ -474,6 +474,21 @@ TEST(Record, AFileThatMayNotGrowSaysWhatWasKept) {
                                              file, "--video", "MJPEG", "--audio", "pcm"});
     EXPECT_EQ(result.exitCode, 1) << result.err;
     EXPECT_NE(result.err.find("out.mov': File too large; recording stopped"), std::string::npos)
+TEST(Record, AStillThatIsCutOffIsNoPictureOfNoSize) {
+    const TestFolder folder;
+    const std::string still = folder.File("still.png");
+    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x240",
+                          "-frames:v", "1", still})
+                  .exitCode,
+              0);
+    std::filesystem::resize_file(still, 20);
+    const ProcessResult result = Record(still, folder.File("out.mov"), {});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("still.png': not one of its pictures can be decoded; is it whole?"),
+              std::string::npos)
+        << result.err;
+}
+
         << result.err;
     const int frames = CountFrames(file);
     EXPECT_GT(frames, 0);

@@ -258,6 +258,7 @@ TEST(SyncMeasure, SaysWhatIsWrong) {
         const ProcessResult result = Sync("measure", c.options);
         EXPECT_NE(result.exitCode, 0) << c.words;
         EXPECT_NE(result.err.find(c.words), std::string::npos) << c.words << "\n" << result.err;
+        EXPECT_EQ(result.out.find("median"), std::string::npos) << result.out;
     }
     const std::string clip = folder.File("clip.mov");
     Make(clip, {"--seconds", "4", "--rate", "25"});

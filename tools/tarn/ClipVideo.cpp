@@ -162,13 +162,19 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
     if (!fTrack.Open(path, AVMEDIA_TYPE_VIDEO, error)) {
         if (error.empty()) {
             error = fmt::format(
-                "'{}': has no picture; tarn record --video none takes its sound alone", path);
+                "'{}': has no picture; give a clip that has one, or record its sound alone: tarn "
+                "record --video none",
+                path);
         }
         return false;
     }
     const AVCodecParameters& coded = *fTrack.stream->codecpar;
     width = width > 0 ? width : coded.width;
     height = height > 0 ? height : coded.height;
+    if (width <= 0 || height <= 0) {
+        error = fmt::format("'{}': not one of its pictures can be decoded; is it whole?", path);
+        return false;
+    }
     if (width < 2 || height < 2 || width > kLargestSide || height > kLargestSide) {
         error = fmt::format(
             "'{}': pictures of {}x{} are out of range; sides from 2 to {} can be recorded", path,

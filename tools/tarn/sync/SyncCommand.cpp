@@ -115,6 +115,7 @@ void print_text(const MeasureArguments& arguments, const SyncMeasurement& measur
     for (const MeasuredPair& pair : measurement.pairs) {
         Say("{:>10.3f} s {:>+9.1f} ms\n", pair.seconds, pair.offsetMs);
     }
+    if (measurement.pairs.empty()) return;
     Say("median {:+.1f} ms, spread {:.1f} ms ({:+.1f} to {:+.1f}), drift {}\n", figures.median,
         figures.Spread(), figures.least, figures.most, TextOfDrift(figures));
 }
