@@ -410,6 +410,21 @@ const Refusal kRefusals[] = {
     {"QualityOfACodecThatHasNone",
      {kCup, "FOLDER/out.mov", "--quality", "mjpeg_best"},
      "x264 goes by --bitrate"},
+    {"BitRateOfACodecThatHasNone",
+     {kCup, "FOLDER/out.mov", "--video", "ProRes", "--bitrate", "8000"},
+     "--bitrate: ProRes goes by --quality; it has prores_422_proxy"},
+    {"SoundFromElsewhereThatIsNotWanted",
+     {kCup, "FOLDER/out.mov", "--audio", "none", "--audio-input", kCup},
+     "--audio none takes no sound"},
+    {"SizeOfNoPicture",
+     {kCup, "FOLDER/out.mov", "--video", "none", "--size", "320x240"},
+     "--size: --video none takes no picture"},
+    {"BitRateOfNoPicture",
+     {kCup, "FOLDER/out.mov", "--video", "none", "--bitrate", "500"},
+     "--bitrate: --video none takes no picture"},
+    {"QualityOfNoPicture",
+     {kCup, "FOLDER/out.mov", "--video", "none", "--quality", "mjpeg_best"},
+     "--quality: --video none takes no picture"},
     {"NoKeyFrames", {kCup, "FOLDER/out.mov", "--key-frame-rate", "0"}, "'0' is not from 1 to"},
     {"KeyFramesBelowNothing",
      {kCup, "FOLDER/out.mov", "--key-frame-rate=-3"},
@@ -459,21 +474,6 @@ TEST(Record, AClipWithoutOnePictureIsNoSuccess) {
     EXPECT_EQ(result.out, "");
 }
 
-TEST(Record, ALimitWithinWhatIsLeftOfAClipIsReached) {
-    const TestFolder folder;
-    const std::string clip = cut_off_clip(folder, 800000);
-    EXPECT_EQ(Record(clip, folder.File("out.mov"), {"--video", "MJPEG", "--limit", "1"}).exitCode,
-              0);
-}
-
-// A limit of the file's size stands for a full disk.
-TEST(Record, AFileThatMayNotGrowSaysWhatWasKept) {
-    const TestFolder folder;
-    const std::string file = folder.File("out.mov");
-    const ProcessResult result = tests::Run({"prlimit", "--fsize=1000000", kTool, "record", kCup,
-                                             file, "--video", "MJPEG", "--audio", "pcm"});
-    EXPECT_EQ(result.exitCode, 1) << result.err;
-    EXPECT_NE(result.err.find("out.mov': File too large; recording stopped"), std::string::npos)
 TEST(Record, AStillThatIsCutOffIsNoPictureOfNoSize) {
     const TestFolder folder;
     const std::string still = folder.File("still.png");
@@ -489,6 +489,21 @@ TEST(Record, AStillThatIsCutOffIsNoPictureOfNoSize) {
         << result.err;
 }
 
+TEST(Record, ALimitWithinWhatIsLeftOfAClipIsReached) {
+    const TestFolder folder;
+    const std::string clip = cut_off_clip(folder, 800000);
+    EXPECT_EQ(Record(clip, folder.File("out.mov"), {"--video", "MJPEG", "--limit", "1"}).exitCode,
+              0);
+}
+
+// A limit of the file's size stands for a full disk.
+TEST(Record, AFileThatMayNotGrowSaysWhatWasKept) {
+    const TestFolder folder;
+    const std::string file = folder.File("out.mov");
+    const ProcessResult result = tests::Run({"prlimit", "--fsize=1000000", kTool, "record", kCup,
+                                             file, "--video", "MJPEG", "--audio", "pcm"});
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_NE(result.err.find("out.mov': File too large; recording stopped"), std::string::npos)
         << result.err;
     const int frames = CountFrames(file);
     EXPECT_GT(frames, 0);

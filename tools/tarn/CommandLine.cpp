@@ -127,6 +127,11 @@ CommandOption& CommandOption::Excludes(const std::string& other) {
     return *this;
 }
 
+CommandOption& CommandOption::NoteGiven(bool& given) {
+    fOption.each([&given](const std::string&) { given = true; });
+    return *this;
+}
+
 CommandOption& CommandOption::ShowDefault() {
     fOption.capture_default_str();
     return *this;

@@ -24,6 +24,9 @@ public:
     /// Several values stand in one word, with `delimiter` between them.
     CommandOption& Delimiter(char delimiter);
     CommandOption& Excludes(const std::string& other);
+    /// Sets `given` where it stands among the words: a value alone does not tell that from its
+    /// default.
+    CommandOption& NoteGiven(bool& given);
     /// What it is now shows in the help as the default.
     CommandOption& ShowDefault();
     /// What the help calls its value.

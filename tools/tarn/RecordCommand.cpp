@@ -7,6 +7,8 @@
 #include <fmt/format.h>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "CommandLine.h"
 #include "JsonString.h"
@@ -29,13 +31,40 @@ constexpr int kLongestMoovRate = 3600;     // seconds
 struct RecordArguments {
     RecordOptions options;
     std::string size;
+    bool bitRateGiven = false;
     bool json = false;
 };
 
-/// An empty line, or what is wrong with the quality for this encoder.
-std::string check_quality(const RecordOptions& options) {
-    if (options.quality.empty()) return "";
+/// An empty line, or which option says something of a track that there is not going to be.
+std::string check_tracks(const RecordArguments& arguments) {
+    const RecordOptions& options = arguments.options;
+    if (options.audio == "none" && !options.audioInput.empty()) {
+        return fmt::format("--audio-input '{}': --audio none takes no sound; take one of them out",
+                           options.audioInput);
+    }
+    if (options.video != "none") return "";
+    const std::pair<const char*, bool> given[] = {
+        {"--size", !arguments.size.empty()},
+        {"--quality", !options.quality.empty()},
+        {"--bitrate", arguments.bitRateGiven},
+        {"--key-frame-rate", options.keyFrameRate > 0},
+    };
+    for (const auto& [option, isGiven] : given) {
+        if (!isGiven) continue;
+        return fmt::format("{}: --video none takes no picture; take one of them out", option);
+    }
+    return "";
+}
+
+/// An empty line, or what is wrong with the quality or the bit rate for this encoder.
+std::string check_quality(const RecordArguments& arguments) {
+    const RecordOptions& options = arguments.options;
     const std::vector<std::string>* const names = QualitiesOf(options.video);
+    if (names && arguments.bitRateGiven) {
+        return fmt::format("--bitrate: {} goes by --quality; it has {}", options.video,
+                           fmt::join(*names, ", "));
+    }
+    if (options.quality.empty()) return "";
     if (!names) {
         return fmt::format(
             "--quality '{}': {} goes by --bitrate; only ProRes and MJPEG have "
@@ -55,7 +84,8 @@ std::string check_arguments(RecordArguments& arguments) {
         return fmt::format("--size '{}': give it as WIDTHxHEIGHT, each from {} to {}",
                            arguments.size, kSmallestSide, kLargestSide);
     }
-    return check_quality(options);
+    const std::string wrong = check_tracks(arguments);
+    return wrong.empty() ? check_quality(arguments) : wrong;
 }
 
 void print_summary(const RecordArguments& arguments, const Recorder& recorder, double elapsed,
@@ -117,6 +147,7 @@ void AddRecordCommand(Command& program) {
         "prores_422_proxy, _lt, prores_422, _hq, prores_4444; mjpeg_best, _high, _medium, _low");
     record.AddOption("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
         .Between(1, 2'000'000, "thousands of bits")
+        .NoteGiven(arguments->bitRateGiven)
         .ShowDefault();
     record
         .AddOption("--key-frame-rate", options.keyFrameRate,
