@@ -143,11 +143,12 @@ int FileOutput::bear_unconverted(unsigned int frames) {
 
 // Zero is silence in integers and floats alike. Blocks stay short of what a converter takes.
 int FileOutput::write_silence(double milliseconds, unsigned int frameBytes) {
-    constexpr long long kBlock = 4096;
+    constexpr long long kLongestBlock = 4096;  // a quarter of a second at most, at any rate
+    const long long block = std::clamp(std::llround(fSoundRate / 4), 1LL, kLongestBlock);
     long long missing = std::llround(milliseconds * fSoundRate / kMsPerSecond);
-    const std::vector<unsigned char> zeros(missing > 0 ? kBlock * frameBytes : 0);
+    const std::vector<unsigned char> zeros(missing > 0 ? block * frameBytes : 0);
     for (long long frames = 0; missing > 0; missing -= frames) {
-        frames = std::min(missing, kBlock);
+        frames = std::min(missing, block);
         const int code = write_block(zeros.data(), static_cast<unsigned int>(frames), frameBytes);
         if (code != 0) return code;
     }

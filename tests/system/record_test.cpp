@@ -359,7 +359,7 @@ void PrintTo(const Refusal& refusal, std::ostream* out) {
 
 class RefusedRecording : public testing::TestWithParam<Refusal> {};
 
-TEST_P(RefusedRecording, SaysWhyInOneLineAndFails) {
+TEST_P(RefusedRecording, SaysWhyAndFails) {
     const TestFolder folder;
     std::ofstream(folder.File("truncated.mp4")) << "no clip";
     std::vector<std::string> words = {kTool, "record"};
