@@ -23,7 +23,8 @@ const std::string kPhoto = TARN_CLIPS "/photo_1080p60.mkv";
 constexpr int kPhotoFrames = 360;
 const std::string kMusic = TARN_CLIPS "/time_to_strike.mp3";
 
-/// A recording that runs beside the test and tells once a second how far it is.
+/// A recording that runs beside the test and tells once a second how far it is. `timeout` passes a
+/// signal on to its child and then to the whole group: what stops the recording comes twice.
 class Recording {
 public:
     Recording(const std::string& input, const std::string& output, std::vector<std::string> options)
@@ -45,8 +46,8 @@ public:
 private:
     static std::vector<std::string> words(const std::string& input, const std::string& output,
                                           std::vector<std::string> options) {
-        options.insert(options.begin(), {"timeout", "--foreground", "120", liveKit::kTool, "record",
-                                         input, output, "--json"});
+        options.insert(options.begin(),
+                       {"timeout", "120", liveKit::kTool, "record", input, output, "--json"});
         return options;
     }
 

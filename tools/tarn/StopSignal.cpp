@@ -3,13 +3,23 @@
 #include <csignal>
 #include <cstdio>
 
+#include "spar/zTime.h"
+
 namespace {
 
-std::atomic<bool> gStop{false};
+// `timeout` and its like tell the process and then its whole group, and mean one stop by it.
+constexpr long long kOneAskingUs = 1'000'000;
 
-void ask_to_stop(int) {
+std::atomic<bool> gStop{false};
+std::atomic<long long> gAskedUs{0};
+
+void ask_to_stop(int signal) {
     gStop = true;
-    for (const int second : {SIGINT, SIGTERM}) std::signal(second, SIG_DFL);
+    const long long now = zTime::MicroNow();
+    long long asked = 0;
+    if (gAskedUs.compare_exchange_strong(asked, now) || now - asked < kOneAskingUs) return;
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
 }
 
 // A shell and the system may both tell that a terminal has closed, and mean one end by it.

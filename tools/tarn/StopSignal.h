@@ -2,8 +2,8 @@
 
 #include <atomic>
 
-/// Becomes true at the first Ctrl-C or SIGTERM, and when the terminal is closed. After the first of
-/// the two, whichever of them comes next ends the process at once.
+/// Becomes true at the first Ctrl-C or SIGTERM, and when the terminal is closed. Whichever of the
+/// two comes a second later, or after that, ends the process at once.
 const std::atomic<bool>& WatchStopSignal();
 
 /// Whether that has happened; false for as long as nobody watches.
