@@ -51,7 +51,6 @@ public:
     ~LiveSource() override;
 
     const std::string& Name() const { return fSource.name; }
-    const ShowSource& Description() const { return fSource; }
     /// Raw pictures as they are written; timescale, frame duration and rate are the source's.
     const tnMediaRecord& VideoFormat() const { return fVideoFormat; }
     /// Null for a source without sound.
