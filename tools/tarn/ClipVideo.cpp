@@ -6,6 +6,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -23,12 +24,11 @@ extern "C" {
 #include "AvTrack.h"
 #include "ClipScaler.h"
 #include "clipColour.h"
+#include "recordLimits.h"
 
 using namespace Quillon::Orb;
 
 namespace {
-
-constexpr int kLargestSide = 16384;
 
 struct RawFormat {
     AVPixelFormat av;
@@ -175,10 +175,10 @@ bool AvClipVideo::Open(const std::string& path, int width, int height, std::stri
         error = fmt::format("'{}': not one of its pictures can be decoded; is it whole?", path);
         return false;
     }
-    if (width < 2 || height < 2 || width > kLargestSide || height > kLargestSide) {
+    if (std::min(width, height) < kSmallestSide || std::max(width, height) > kLargestSide) {
         error = fmt::format(
-            "'{}': pictures of {}x{} are out of range; sides from 2 to {} can be recorded", path,
-            width, height, kLargestSide);
+            "'{}': pictures of {}x{} are out of range; sides from {} to {} can be recorded", path,
+            width, height, kSmallestSide, kLargestSide);
         return false;
     }
     fTarget = format_of_raster(raster);

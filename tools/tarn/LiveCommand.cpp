@@ -27,13 +27,13 @@
 #include "live/LiveShow.h"
 #include "live/LiveTrace.h"
 #include "live/LiveView.h"
+#include "recordLimits.h"
 
 namespace {
 
 constexpr int kPollMs = 50;
 constexpr long long kViewUs = 200'000;
 constexpr long long kJsonUs = 1'000'000;
-constexpr double kLongestSeconds = 1e7;
 
 struct LiveArguments {
     std::string show;

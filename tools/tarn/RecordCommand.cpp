@@ -18,15 +18,10 @@
 #include "StopSignal.h"
 #include "codecQualities.h"
 #include "parseSize.h"
+#include "recordLimits.h"
 #include "recordSummary.h"
 
 namespace {
-
-constexpr int kSmallestSide = 2;  // pixels
-constexpr int kLargestSide = 16384;
-constexpr double kLongestSeconds = 1e7;
-constexpr int kLongestInterval = 100'000;  // frames
-constexpr int kLongestMoovRate = 3600;     // seconds
 
 struct RecordArguments {
     RecordOptions options;
@@ -144,15 +139,16 @@ void AddRecordCommand(Command& program) {
         .ShowDefault();
     record.AddOption(
         "--quality", options.quality,
-        "prores_422_proxy, _lt, prores_422, _hq, prores_4444; mjpeg_best, _high, _medium, _low");
+        fmt::format("of ProRes: {}; of MJPEG: {}", fmt::join(*QualitiesOf("ProRes"), ", "),
+                    fmt::join(*QualitiesOf("MJPEG"), ", ")));
     record.AddOption("--bitrate", options.bitRate, "thousands of bits a second, for x264 and Mpeg2")
-        .Between(1, 2'000'000, "thousands of bits")
+        .Between(1, kMostKilobits, "thousands of bits")
         .NoteGiven(arguments->bitRateGiven)
         .ShowDefault();
     record
         .AddOption("--key-frame-rate", options.keyFrameRate,
                    "frames from one key frame to the next")
-        .Between(1, kLongestInterval, "frames");
+        .Between(1, kLongestKeyInterval, "frames");
     record.AddOption("--audio", options.audio, "pcm, aac or none")
         .OneOf({"pcm", "aac", "none"})
         .ShowDefault();

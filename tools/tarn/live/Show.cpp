@@ -13,15 +13,12 @@
 #include "../ElementValues.h"
 #include "../XmlInput.h"
 #include "../codecQualities.h"
+#include "../recordLimits.h"
 
 namespace {
 
-constexpr int kLargestSide = 16384;
 constexpr int kDefaultWidth = 640;
 constexpr int kDefaultHeight = 360;
-constexpr double kLongestSeconds = 1e7;
-constexpr int kLongestMoovRate = 3600;        // seconds
-constexpr int kLongestKeyInterval = 100'000;  // frames
 
 // A record counts a text that spells a number as that number, and "true" as no truth at all. People
 // write true and false; where a text is meant, it stays one.
@@ -60,7 +57,7 @@ bool parse_xml(const std::string& text, const std::string& where, const std::str
 bool read_side(const zRecord& record, const char* key, int& side, const std::string& where,
                std::string& error) {
     double value = side;
-    if (!ReadNumber(record, key, 2, kLargestSide, value, where, error)) return false;
+    if (!ReadNumber(record, key, kSmallestSide, kLargestSide, value, where, error)) return false;
     side = static_cast<int>(value);
     if (value != side || side % 2 != 0) {
         error = fmt::format("{}: {}=\"{:g}\" has to be even", where, key, value);
@@ -154,7 +151,7 @@ bool read_track(const zRecord& element, tnMediaRecord& track, const std::string&
     }
     double rate = 0;
     int keys = 0;
-    if (!ReadNumber(track, "target_bit_rate", 1, 2e6, rate, where, error) ||
+    if (!ReadNumber(track, "target_bit_rate", 1, kMostKilobits, rate, where, error) ||
         !ReadWhole(track, "key_frame_rate", 1, kLongestKeyInterval, keys, where, error)) {
         return false;
     }
