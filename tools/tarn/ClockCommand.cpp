@@ -17,7 +17,7 @@
 #include "StopSignal.h"
 #include "SvgDrawing.h"
 #include "TextUnits.h"
-#include "live/Show.h"
+#include "parseRate.h"
 
 namespace {
 
@@ -34,11 +34,11 @@ struct ClockArguments {
 
 /// "59.94", which is 60000/1001; empty, or what is wrong with it.
 std::string parse_rate(const std::string& text, double& rate) {
-    ShowRate read;
-    if (!ParseShowRate(text, read, kHighestRate)) {
+    Rate read;
+    if (!ParseRate(text, read, kHighestRate)) {
         return fmt::format(
             "'{}' is not a rate from {:g} to {:g} ticks a second; write 59.94 or 60000/1001", text,
-            kSlowestShowRate, kHighestRate);
+            kSlowestRate, kHighestRate);
     }
     rate = read.PerSecond();
     return {};

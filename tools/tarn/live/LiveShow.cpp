@@ -105,11 +105,11 @@ bool LiveShow::open_source(const ShowSource& source, std::string& error) {
     std::unique_ptr<LiveSource> opened = LiveSource::Open(source, error);
     if (!opened) return false;
     const double rate = pace_of(*opened);
-    if (!(rate >= kSlowestShowRate)) {
+    if (!(rate >= kSlowestRate)) {
         error = fmt::format(
             "source '{}': would give {:g} frames a second at this speed, too few for a clock to be "
             "stopped in good time; raise --speed until they are {:g}",
-            source.name, rate, kSlowestShowRate);
+            source.name, rate, kSlowestRate);
         return false;
     }
     fSources.push_back(std::move(opened));

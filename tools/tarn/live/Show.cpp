@@ -1,8 +1,6 @@
 #include "Show.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -71,10 +69,10 @@ bool read_rate(const zRecord& record, ShowSource& source, const std::string& whe
     if (!record.ExistsKey("fps")) return true;
     char scratch[64] = {};
     const std::string text = record.AsCString("fps", "", &scratch);
-    if (!ParseShowRate(text, source.rate)) {
+    if (!ParseRate(text, source.rate)) {
         error = fmt::format(
             "{}: fps=\"{}\" is no rate; write 25, 29.97 or 60000/1001, from {:g} to {:g}", where,
-            text, kSlowestShowRate, kFastestShowRate);
+            text, kSlowestRate, kFastestFrameRate);
         return false;
     }
     if (!source.clip.empty()) {
@@ -266,38 +264,6 @@ bool add_elements(const zRecord& root, const std::string& where, Show& show, std
 }
 
 }  // namespace
-
-bool ParseShowRate(const std::string& text, ShowRate& rate, double fastest) {
-    char* end = nullptr;
-    const double first = std::strtod(text.c_str(), &end);
-    double second = 1;
-    if (end == text.c_str()) return false;
-    const bool fraction = *end == '/';
-    if (fraction) {
-        const char* const divisor = end + 1;
-        second = std::strtod(divisor, &end);
-        if (end == divisor) return false;
-    }
-    const bool whole = first == std::floor(first) && second == std::floor(second);
-    const double perSecond = first / second;
-    if (*end != 0 || !(first > 0) || !(second > 0) || !(perSecond >= kSlowestShowRate) ||
-        !(perSecond <= fastest)) {
-        return false;
-    }
-    if (fraction && (!whole || first > 1e9 || second > 1e9)) return false;
-    if (whole) {
-        rate = {static_cast<long long>(first), static_cast<long long>(second)};
-        return true;
-    }
-    // The rates of television that are written with a decimal point stand for 1000/1001 of a whole.
-    const double near = std::round(first * 1.001);
-    if (std::fabs(near / 1.001 - first) < 0.005) {
-        rate = {static_cast<long long>(near) * 1000, 1001};
-    } else {
-        rate = {static_cast<long long>(std::llround(first * 1000)), 1000};
-    }
-    return rate.numerator > 0;
-}
 
 bool ShowOutput::Enabled() const {
     return tnOutputAccessor(record).OutputEnabled();

@@ -1,11 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "spar/zRecord.h"
 #include "tarn/foundation/tnMediaRecord.h"
+
+#include "../parseRate.h"
 
 // What a show file says, read and checked. docs/live.md tells its keys to people.
 //
@@ -18,24 +19,6 @@
 //       </output>
 //     </show>
 
-/// Frames a second as a fraction; 0/1 for a rate that nobody gave.
-struct ShowRate {
-    long long numerator = 0;
-    long long denominator = 1;
-
-    double PerSecond() const {
-        return static_cast<double>(numerator) / static_cast<double>(denominator);
-    }
-};
-
-constexpr double kFastestShowRate = 1000;
-/// A clock ends at its next tick: whoever stops a show waits for ten seconds at most.
-constexpr double kSlowestShowRate = 0.1;
-
-/// "25", "29.97" (which is 30000/1001) or "60000/1001"; false for what is no rate from
-/// kSlowestShowRate up to `fastest`.
-bool ParseShowRate(const std::string& text, ShowRate& rate, double fastest = kFastestShowRate);
-
 /// Where pictures and sound come from: a clip, or generated bars with a tone.
 struct ShowSource {
     std::string name;
@@ -43,7 +26,7 @@ struct ShowSource {
     bool loop = true;  ///< a clip begins anew at its end
     int width = 0;     ///< 0 keeps the clip's
     int height = 0;
-    ShowRate rate;       ///< of generated pictures; a clip brings its own
+    Rate rate;           ///< of generated pictures; a clip brings its own
     double toneHz = 0;   ///< of generated sound; 0 for none
     double catchUp = 2;  ///< seconds of lost ticks that are rendered after all; the rest is skipped
 };

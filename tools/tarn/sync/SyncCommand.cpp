@@ -21,6 +21,7 @@
 #include "../StopSignal.h"
 #include "../SvgDrawing.h"
 #include "../TextUnits.h"
+#include "../parseRate.h"
 #include "../parseSize.h"
 #include "SyncFigures.h"
 #include "SyncMeter.h"
@@ -50,7 +51,7 @@ std::string take_texts(SignalArguments& arguments) {
         return fmt::format("--size '{}': give it as WIDTHxHEIGHT, both even, from {} to {}",
                            arguments.size, kSmallestSignalSide, kLargestSignalSide);
     }
-    if (!arguments.rate.empty() && !ParseShowRate(arguments.rate, signal.rate)) {
+    if (!arguments.rate.empty() && !ParseRate(arguments.rate, signal.rate)) {
         return fmt::format("--rate '{}': not a rate; write 25, 29.97 or 60000/1001",
                            arguments.rate);
     }

@@ -3,14 +3,14 @@
 #include <memory>
 #include <vector>
 
-#include "../live/Show.h"
+#include "../parseRate.h"
 
 class ClipAudio;
 class ClipVideo;
 
 /// What a clip for measuring is to be.
 struct SignalOptions {
-    ShowRate rate{60, 1};
+    Rate rate{60, 1};
     int width = 1280;  ///< even; both sides large enough for the flash and the metronome's box
     int height = 720;
     double seconds = 20;
