@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/MakeClip.h"
 #include "tests/system/liveKit.h"
 
 using namespace liveKit;
@@ -312,28 +313,10 @@ TEST(Live, PlaysOnInTheBackgroundOfATerminal) {
 TEST(Live, PlainSoundReachesSharedFilesWhateverTheSource) {
     const TestFolder folder;
     const std::string clip = folder.File("mono.mov");
-    ASSERT_EQ(tests::Run({"ffmpeg",
-                          "-v",
-                          "error",
-                          "-nostdin",
-                          "-y",
-                          "-f",
-                          "lavfi",
-                          "-i",
-                          "testsrc2=s=160x120:r=25:d=3",
-                          "-f",
-                          "lavfi",
-                          "-i",
-                          "sine=440:r=32000:d=3",
-                          "-ac",
-                          "1",
-                          "-c:v",
-                          "mjpeg",
-                          "-c:a",
-                          "pcm_s16le",
-                          clip})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(tests::MakeClip(clip,
+                                "-f lavfi -i testsrc2=s=160x120:r=25:d=3 "
+                                "-f lavfi -i sine=440:r=32000:d=3 "
+                                "-ac 1 -c:v mjpeg -c:a pcm_s16le"));
     const std::string tracks =
         R"(<video codecname="x264" target_bit_rate="400" key_frame_rate="12"/>)"
         R"(<audio codecname="PCM"/>)";

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/MakeClip.h"
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
@@ -34,18 +35,15 @@ ProcessResult RecordIn(const TestFolder& folder, const std::string& input,
 }
 
 /// A clip of test pictures at 25 a second and a tone, made by ffmpeg with `options`.
-std::string MakeClip(const TestFolder& folder, const std::string& name, double pictureSeconds,
-                     double soundSeconds, std::vector<std::string> options) {
-    std::vector<std::string> words = {"ffmpeg", "-v", "error"};
-    const auto add = [&words](const std::string& source) {
-        words.insert(words.end(), {"-f", "lavfi", "-i", source});
+std::string MakeTestClip(const TestFolder& folder, const std::string& name, double pictureSeconds,
+                         double soundSeconds, const std::string& options) {
+    std::string inputs;
+    const auto add = [&inputs](const std::string& source, double seconds) {
+        if (seconds > 0) inputs += "-f lavfi -i " + source + ":d=" + std::to_string(seconds) + " ";
     };
-    if (pictureSeconds > 0) add("testsrc2=s=160x120:r=25:d=" + std::to_string(pictureSeconds));
-    if (soundSeconds > 0) add("sine=r=48000:d=" + std::to_string(soundSeconds));
-    words.insert(words.end(), options.begin(), options.end());
-    words.push_back(folder.File(name));
-    const ProcessResult made = tests::Run(words);
-    EXPECT_EQ(made.exitCode, 0) << made.err;
+    add("testsrc2=s=160x120:r=25", pictureSeconds);
+    add("sine=r=48000", soundSeconds);
+    EXPECT_TRUE(tests::MakeClip(folder.File(name), inputs + options));
     return folder.File(name);
 }
 
@@ -55,7 +53,7 @@ class NamesWithColons : public testing::TestWithParam<const char*> {};
 TEST_P(NamesWithColons, AreFilesAsInputAndAsOutput) {
     const TestFolder folder;
     const std::string name = GetParam();
-    MakeClip(folder, "base.mov", 1, 1, {"-c:v", "mjpeg", "-c:a", "pcm_s16le"});
+    MakeTestClip(folder, "base.mov", 1, 1, "-c:v mjpeg -c:a pcm_s16le");
     const ProcessResult written =
         RecordIn(folder, "base.mov", name, {"--video", "MJPEG", "--audio", "pcm"});
     EXPECT_EQ(written.exitCode, 0) << written.err;
@@ -77,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(All, NamesWithColons,
 struct Container {
     const char* name;
     const char* extension;
-    std::vector<std::string> options;
+    const char* options;
 };
 
 void PrintTo(const Container& container, std::ostream* out) {
@@ -86,20 +84,17 @@ void PrintTo(const Container& container, std::ostream* out) {
 
 // Where the index stands in front, or there is none.
 const Container kContainers[] = {
-    {"Mp4", ".mp4", {"-c:v", "libx264", "-g", "25", "-c:a", "aac", "-movflags", "+faststart"}},
-    {"Matroska", ".mkv", {"-c:v", "libx264", "-g", "25", "-c:a", "aac"}},
-    {"WebM", ".webm", {"-c:v", "libvpx", "-g", "25", "-deadline", "realtime", "-c:a", "libopus"}},
-    {"Flash", ".flv", {"-c:v", "flv", "-g", "25", "-c:a", "aac"}},
+    {"Mp4", ".mp4", "-c:v libx264 -g 25 -c:a aac -movflags +faststart"},
+    {"Matroska", ".mkv", "-c:v libx264 -g 25 -c:a aac"},
+    {"WebM", ".webm", "-c:v libvpx -g 25 -deadline realtime -c:a libopus"},
+    {"Flash", ".flv", "-c:v flv -g 25 -c:a aac"},
 };
 
 class ClipsOf : public testing::TestWithParam<Container> {
 protected:
-    std::string Make(double pictureSeconds, double soundSeconds,
-                     const std::vector<std::string>& more = {}) {
-        std::vector<std::string> options = GetParam().options;
-        options.insert(options.end(), more.begin(), more.end());
-        return MakeClip(fFolder, std::string("clip") + GetParam().extension, pictureSeconds,
-                        soundSeconds, options);
+    std::string Make(double pictureSeconds, double soundSeconds, const std::string& more = "") {
+        return MakeTestClip(fFolder, std::string("clip") + GetParam().extension, pictureSeconds,
+                            soundSeconds, std::string(GetParam().options) + " " + more);
     }
     ProcessResult RecordTo(const std::string& output, const std::string& clip,
                            const char* video = "MJPEG", const char* audio = "pcm") {
@@ -132,20 +127,20 @@ struct Whole {
     const char* name;
     double picture;
     double sound;
-    std::vector<std::string> options;
+    const char* options;
 };
 
 // One track of a whole clip may end long before the other, or its clock may begin late.
 TEST_P(ClipsOf, WholeOnesAreNotCalledCutOff) {
     const Whole kWholes[] = {
-        {"both", 3, 3, {}},
-        {"short sound", 4, 1, {}},
-        {"short picture", 1, 4, {}},
-        {"picture alone", 3, 0, {}},
-        {"sound alone", 0, 3, {}},
-        {"late clock", 3, 3, {"-output_ts_offset", "5"}},
-        {"late clock of pictures alone", 3, 0, {"-output_ts_offset", "5"}},
-        {"late clock and short sound", 4, 1, {"-output_ts_offset", "20"}},
+        {"both", 3, 3, ""},
+        {"short sound", 4, 1, ""},
+        {"short picture", 1, 4, ""},
+        {"picture alone", 3, 0, ""},
+        {"sound alone", 0, 3, ""},
+        {"late clock", 3, 3, "-output_ts_offset 5"},
+        {"late clock of pictures alone", 3, 0, "-output_ts_offset 5"},
+        {"late clock and short sound", 4, 1, "-output_ts_offset 20"},
     };
     for (const Whole& whole : kWholes) {
         SCOPED_TRACE(whole.name);
@@ -171,27 +166,10 @@ INSTANTIATE_TEST_SUITE_P(All, ClipsOf, testing::ValuesIn(kContainers),
 TEST(RecordClips, SoundInTheMidstOfAWholeClipIsNoCut) {
     const TestFolder folder;
     const std::string clip = folder.File("clip.mkv");
-    const ProcessResult made = tests::Run({"ffmpeg",
-                                           "-v",
-                                           "error",
-                                           "-f",
-                                           "lavfi",
-                                           "-i",
-                                           "testsrc2=s=640x480:r=25:d=20",
-                                           "-itsoffset",
-                                           "12",
-                                           "-f",
-                                           "lavfi",
-                                           "-i",
-                                           "sine=r=48000:d=2",
-                                           "-c:v",
-                                           "mjpeg",
-                                           "-q:v",
-                                           "2",
-                                           "-c:a",
-                                           "pcm_s16le",
-                                           clip});
-    ASSERT_EQ(made.exitCode, 0) << made.err;
+    ASSERT_TRUE(tests::MakeClip(clip,
+                                "-f lavfi -i testsrc2=s=640x480:r=25:d=20 "
+                                "-itsoffset 12 -f lavfi -i sine=r=48000:d=2 "
+                                "-c:v mjpeg -q:v 2 -c:a pcm_s16le"));
     const ProcessResult result =
         RecordIn(folder, clip, "out.mov", {"--video", "MJPEG", "--audio", "pcm"});
     EXPECT_EQ(result.exitCode, 0) << result.err;
@@ -199,22 +177,19 @@ TEST(RecordClips, SoundInTheMidstOfAWholeClipIsNoCut) {
 
 std::string MakeCover(const TestFolder& folder) {
     const std::string cover = folder.File("cover.png");
-    const ProcessResult made = tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                                           "testsrc=s=600x600", "-frames:v", "1", cover});
-    EXPECT_EQ(made.exitCode, 0) << made.err;
+    EXPECT_TRUE(tests::MakeClip(cover, "-f lavfi -i testsrc=s=600x600 -frames:v 1"));
     return cover;
 }
 
 TEST(RecordClips, ACoverIsNoPictureOfAFilm) {
     const TestFolder folder;
     const std::string cover = MakeCover(folder);
-    const std::string tone = MakeClip(folder, "tone.wav", 0, 3, {});
+    const std::string tone = MakeTestClip(folder, "tone.wav", 0, 3, "");
     for (const char* name : {"song.mp3", "song.m4a"}) {
         SCOPED_TRACE(name);
-        const ProcessResult made =
-            tests::Run({"ffmpeg", "-v", "error", "-i", tone, "-i", cover, "-map", "0", "-map", "1",
-                        "-c:v", "copy", "-disposition:v", "attached_pic", folder.File(name)});
-        ASSERT_EQ(made.exitCode, 0) << made.err;
+        ASSERT_TRUE(tests::MakeClip(folder.File(name),
+                                    "-i " + tone + " -i " + cover +
+                                        " -map 0 -map 1 -c:v copy -disposition:v attached_pic"));
         const ProcessResult refused = RecordIn(folder, name, "out.mov", {});
         EXPECT_EQ(refused.exitCode, 1) << refused.out;
         EXPECT_NE(refused.err.find("has no picture"), std::string::npos) << refused.err;
@@ -228,12 +203,11 @@ TEST(RecordClips, ACoverIsNoPictureOfAFilm) {
 TEST(RecordClips, ACoverBeforeTheFilmIsPassedOver) {
     const TestFolder folder;
     const std::string cover = MakeCover(folder);
-    const std::string film = MakeClip(folder, "film.mp4", 2, 2, {"-c:v", "libx264", "-c:a", "aac"});
-    const ProcessResult made =
-        tests::Run({"ffmpeg", "-v", "error", "-i", film, "-i", cover, "-map", "1", "-map", "0",
-                    "-c", "copy", "-disposition:v:0", "attached_pic+default", "-disposition:v:1",
-                    "0", folder.File("clip.mp4")});
-    ASSERT_EQ(made.exitCode, 0) << made.err;
+    const std::string film = MakeTestClip(folder, "film.mp4", 2, 2, "-c:v libx264 -c:a aac");
+    ASSERT_TRUE(tests::MakeClip(
+        folder.File("clip.mp4"),
+        "-i " + film + " -i " + cover +
+            " -map 1 -map 0 -c copy -disposition:v:0 attached_pic+default -disposition:v:1 0"));
     const ProcessResult result = RecordIn(folder, "clip.mp4", "out.mov", {});
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(CountFrames(folder.File("out.mov")), 50);
@@ -252,7 +226,7 @@ protected:
     }
 
     void SetUp() override {
-        MakeClip(fFolder, "clip.ts", 2, 2, {"-c:v", "mpeg2video", "-c:a", "mp2"});
+        MakeTestClip(fFolder, "clip.ts", 2, 2, "-c:v mpeg2video -c:a mp2");
         ASSERT_EQ(RunIn(fFolder, {"mkfifo", "fifo"}).exitCode, 0);
     }
 
@@ -302,22 +276,12 @@ class SizesThatEncodersRefuse : public testing::TestWithParam<WayOut> {};
 TEST_P(SizesThatEncodersRefuse, AreToldWithTheWayOut) {
     const WayOut& row = GetParam();
     const TestFolder folder;
-    std::vector<std::string> words = {"ffmpeg",
-                                      "-v",
-                                      "error",
-                                      "-f",
-                                      "lavfi",
-                                      "-i",
-                                      std::string("testsrc=s=") + row.size + ":r=25:d=0.4"};
-    const std::vector<std::string> coded =
-        row.interlaced ? std::vector<std::string>{"-vf",     "setfield=tff", "-pix_fmt",
-                                                  "yuv420p", "-c:v",         "mpeg2video",
-                                                  "-flags",  "+ilme+ildct",  "-top",
-                                                  "1"}
-                       : std::vector<std::string>{"-pix_fmt", "yuv444p", "-c:v", "ffv1"};
-    words.insert(words.end(), coded.begin(), coded.end());
-    words.push_back(folder.File("clip.mkv"));
-    ASSERT_EQ(tests::Run(words).exitCode, 0);
+    const char* const coding =
+        row.interlaced
+            ? " -vf setfield=tff -pix_fmt yuv420p -c:v mpeg2video -flags +ilme+ildct -top 1"
+            : " -pix_fmt yuv444p -c:v ffv1";
+    ASSERT_TRUE(tests::MakeClip(folder.File("clip.mkv"), std::string("-f lavfi -i testsrc=s=") +
+                                                             row.size + ":r=25:d=0.4" + coding));
 
     const ProcessResult refused = RecordIn(folder, "clip.mkv", "out.mov", {"--video", row.encoder});
     EXPECT_EQ(refused.exitCode, 1) << refused.out;
@@ -345,10 +309,8 @@ TEST(RecordClips, RatesThatAacDoesNotTakeAreToldWithTheWayOut) {
     const TestFolder folder;
     for (const char* rate : {"4000", "192000"}) {
         SCOPED_TRACE(rate);
-        const ProcessResult made =
-            tests::Run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
-                        std::string("sine=d=0.5:r=") + rate, folder.File("clip.wav")});
-        ASSERT_EQ(made.exitCode, 0) << made.err;
+        ASSERT_TRUE(tests::MakeClip(folder.File("clip.wav"),
+                                    std::string("-f lavfi -i sine=d=0.5:r=") + rate));
         const ProcessResult refused = RecordIn(folder, "clip.wav", "out.mov", {"--video", "none"});
         EXPECT_EQ(refused.exitCode, 1) << refused.out;
         EXPECT_NE(refused.err.find("use --audio pcm"), std::string::npos) << refused.err;

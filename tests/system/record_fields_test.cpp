@@ -5,10 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/MakeClip.h"
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
 
+using tests::MakeClip;
 using tests::MediaInfo;
 using tests::ProbeStream;
 using tests::ProcessResult;
@@ -53,11 +55,9 @@ std::string interlaced_clip(const TestFolder& folder, const Fields& fields) {
     const std::string clip = folder.File("fields.mpg");
     const std::string weave = std::string("tinterlace=mode=") + fields.tinterlace +
                               ",setfield=" + fields.setfield + ",setsar=16/15,format=yuv420p";
-    const ProcessResult made =
-        tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                    "testsrc2=size=720x576:rate=50:duration=1", "-vf", weave, "-c:v", "mpeg2video",
-                    "-q:v", "2", "-flags", "+ilme+ildct", "-top", fields.top, clip});
-    EXPECT_EQ(made.exitCode, 0) << made.err;
+    EXPECT_TRUE(MakeClip(clip, "-f lavfi -i testsrc2=size=720x576:rate=50:duration=1 -vf " + weave +
+                                   " -c:v mpeg2video -q:v 2 -flags +ilme+ildct -top " +
+                                   fields.top));
     return clip;
 }
 
@@ -100,39 +100,26 @@ INSTANTIATE_TEST_SUITE_P(Orders, RecordedFields, testing::ValuesIn(kFields),
 
 struct Clip {
     const char* file;
-    std::vector<const char*> encoder;
+    const char* encoder;
     const char* top;
 };
 
 /// A fifth of a second of 576i25, of pictures that ffmpeg says are woven as `top` says.
 void make_woven(const std::string& file, const Clip& clip) {
     const Fields& fields = kFields[*clip.top == '1' ? 0 : 1];
-    std::vector<std::string> words = {
-        "ffmpeg",
-        "-v",
-        "error",
-        "-y",
-        "-f",
-        "lavfi",
-        "-i",
-        "testsrc2=size=720x576:rate=50:duration=0.4",
-        "-vf",
-        std::string("tinterlace=mode=") + fields.tinterlace + ",setfield=" + fields.setfield};
-    words.insert(words.end(), clip.encoder.begin(), clip.encoder.end());
-    words.push_back(file);
-    const ProcessResult made = tests::Run(words);
-    ASSERT_EQ(made.exitCode, 0) << made.err;
+    const std::string weave =
+        std::string("tinterlace=mode=") + fields.tinterlace + ",setfield=" + fields.setfield;
+    ASSERT_TRUE(MakeClip(file, "-f lavfi -i testsrc2=size=720x576:rate=50:duration=0.4 -vf " +
+                                   weave + " " + clip.encoder));
     ASSERT_EQ(first_picture(file), fields_of(clip.top));
 }
 
 // Containers call the order of woven fields by several names, and some are silent about it.
 TEST(RecordFields, OfEveryKindOfClipKeepTheirOrder) {
-    const std::vector<const char*> prores = {"-c:v", "prores_ks", "-flags", "+ildct"};
-    const std::vector<const char*> top = {"-c:v",   "libx264",   "-flags",
-                                          "+ildct", "-x264opts", "tff=1"};
-    const std::vector<const char*> bottom = {"-c:v",   "libx264",   "-flags",
-                                             "+ildct", "-x264opts", "bff=1"};
-    const std::vector<const char*> dv = {"-c:v", "dvvideo", "-pix_fmt", "yuv420p"};
+    const char* const prores = "-c:v prores_ks -flags +ildct";
+    const char* const top = "-c:v libx264 -flags +ildct -x264opts tff=1";
+    const char* const bottom = "-c:v libx264 -flags +ildct -x264opts bff=1";
+    const char* const dv = "-c:v dvvideo -pix_fmt yuv420p";
     const Clip clips[] = {{"prores.mov", prores, "1"}, {"prores.mov", prores, "0"},
                           {"h264.mkv", top, "1"},      {"h264.mkv", bottom, "0"},
                           {"dv.mov", dv, "0"},         {"dv.avi", dv, "0"}};
@@ -157,13 +144,11 @@ TEST(RecordFields, OfEveryKindOfClipKeepTheirOrder) {
 
 /// Two pictures whose top field is dark and whose bottom field is bright, with 16:15 pixels.
 void make_stripes(const std::string& file, const std::string& size) {
-    const ProcessResult made =
-        tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                    "nullsrc=rate=25:duration=0.08:size=" + size, "-vf",
-                    "format=yuv420p,geq=lum=if(mod(Y\\,2)\\,200\\,50):cb=128:cr=128,setfield=tff,"
-                    "setsar=16/15",
-                    "-c:v", "ffv1", "-level", "3", "-flags", "+ildct", file});
-    ASSERT_EQ(made.exitCode, 0) << made.err;
+    ASSERT_TRUE(MakeClip(
+        file,
+        "-f lavfi -i nullsrc=rate=25:duration=0.08:size=" + size +
+            " -vf format=yuv420p,geq=lum=if(mod(Y\\,2)\\,200\\,50):cb=128:cr=128,setfield=tff,"
+            "setsar=16/15 -c:v ffv1 -level 3 -flags +ildct"));
 }
 
 TEST(RecordFields, AreStillTwoWherePicturesAreScaled) {
@@ -186,14 +171,9 @@ TEST(RecordPictures, ThatAreMeantToBeTurnedAreRecordedWithAWord) {
     const TestFolder folder;
     const std::string upright = folder.File("upright.mp4");
     const std::string turned = folder.File("turned.mp4");
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                          "testsrc2=size=160x120:rate=25:duration=0.4", "-c:v", "mpeg4", upright})
-                  .exitCode,
-              0);
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-i", upright, "-c", "copy", "-metadata:s:v:0",
-                          "rotate=90", turned})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(
+        MakeClip(upright, "-f lavfi -i testsrc2=size=160x120:rate=25:duration=0.4 -c:v mpeg4"));
+    ASSERT_TRUE(MakeClip(turned, "-i " + upright + " -c copy -metadata:s:v:0 rotate=90"));
     const ProcessResult run =
         tests::Run({TARN_TOOL, "record", turned, folder.File("out.mov"), "--audio", "none"});
     EXPECT_EQ(run.exitCode, 0);

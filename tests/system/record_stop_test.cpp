@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/MakeClip.h"
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
@@ -120,11 +121,9 @@ while True:
 TEST(RecordStop, ANetworkPeerThatSaysNoMoreKeepsNobodyWaiting) {
     const TestFolder folder;
     const std::string clip = folder.File("clip.mkv");
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                          "testsrc2=s=160x120:r=25:d=4", "-f", "lavfi", "-i", "sine=r=48000:d=4",
-                          "-c:v", "mjpeg", "-c:a", "pcm_s16le", clip})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(tests::MakeClip(clip,
+                                "-f lavfi -i testsrc2=s=160x120:r=25:d=4 "
+                                "-f lavfi -i sine=r=48000:d=4 -c:v mjpeg -c:a pcm_s16le"));
     BackgroundProcess server({"python3", "-c", kStallingServer, clip});
     std::string port;
     ASSERT_TRUE(server.ReadLine(port));

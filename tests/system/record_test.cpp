@@ -9,12 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/MakeClip.h"
 #include "tests/support/Probe.h"
 #include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
 
 using tests::CountFrames;
 using tests::GstreamerReads;
+using tests::MakeClip;
 using tests::MediaInfo;
 using tests::PacketTime;
 using tests::ProbePackets;
@@ -169,12 +171,10 @@ INSTANTIATE_TEST_SUITE_P(All, RecordedKind, testing::ValuesIn(kKinds),
 TEST(Record, KeepsEverySampleOfPcm) {
     const TestFolder folder;
     const std::string input = folder.File("tone.mov");
-    ASSERT_EQ(
-        tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=160x120:r=25:d=4",
-                    "-f", "lavfi", "-i", "anoisesrc=r=48000:d=4", "-ac", "2", "-c:v", "mjpeg",
-                    "-c:a", "pcm_s16le", input})
-            .exitCode,
-        0);
+    ASSERT_TRUE(MakeClip(input,
+                         "-f lavfi -i testsrc2=s=160x120:r=25:d=4 "
+                         "-f lavfi -i anoisesrc=r=48000:d=4 "
+                         "-ac 2 -c:v mjpeg -c:a pcm_s16le"));
     const std::string file = folder.File("out.mov");
     ASSERT_EQ(Record(input, file, {"--video", "MJPEG", "--audio", "pcm"}).exitCode, 0);
     EXPECT_EQ(SoundHash(file, 0), SoundHash(input, 0));
@@ -183,11 +183,9 @@ TEST(Record, KeepsEverySampleOfPcm) {
 TEST(Record, ShowsAGapAsOneLongerFrame) {
     const TestFolder folder;
     const std::string input = folder.File("gap.mkv");
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                          "testsrc2=s=160x120:r=25:d=2", "-vf", "select='not(between(n,20,24))'",
-                          "-vsync", "passthrough", "-c:v", "ffv1", input})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(MakeClip(input,
+                         "-f lavfi -i testsrc2=s=160x120:r=25:d=2 "
+                         "-vf select='not(between(n,20,24))' -vsync passthrough -c:v ffv1"));
     const std::string file = folder.File("out.mov");
     ASSERT_EQ(Record(input, file, {"--video", "x264", "--audio", "none"}).exitCode, 0);
     const std::vector<PacketTime> packets = ProbePackets(file, "v:0");
@@ -201,12 +199,10 @@ TEST(Record, HoldsPictureAndSoundTogetherForTenMinutes) {
     const TestFolder folder;
     const std::string input = folder.File("long.mov");
     // Noise, of which no two pieces are alike: a tone would look the same a period later.
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                          "testsrc=s=64x48:r=30000/1001:d=600", "-f", "lavfi", "-i",
-                          "anoisesrc=r=44100:d=600", "-c:v", "mpeg4", "-q:v", "8", "-c:a",
-                          "pcm_s16le", input})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(MakeClip(input,
+                         "-f lavfi -i testsrc=s=64x48:r=30000/1001:d=600 "
+                         "-f lavfi -i anoisesrc=r=44100:d=600 "
+                         "-c:v mpeg4 -q:v 8 -c:a pcm_s16le"));
     const std::string file = folder.File("out.mov");
     ASSERT_EQ(Record(input, file, {"--video", "MJPEG", "--quality", "mjpeg_low", "--audio", "pcm"})
                   .exitCode,
@@ -229,10 +225,9 @@ TEST(Record, LargeRawPicturesLieOnPagesThatWereThereBefore) {
     if (!is_release()) GTEST_SKIP() << "sanitizers bring an allocator of their own";
     const TestFolder folder;
     const std::string input = folder.File("large.nut");
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=1920x1080:r=25",
-                          "-frames:v", "24", "-c:v", "rawvideo", "-pix_fmt", "bgra", input})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(MakeClip(input,
+                         "-f lavfi -i testsrc2=s=1920x1080:r=25 "
+                         "-frames:v 24 -c:v rawvideo -pix_fmt bgra"));
     const auto faultsOf = [&](const char* seconds) {
         const ProcessResult run =
             Record(input, folder.File("out.mov"),
@@ -477,10 +472,7 @@ TEST(Record, AClipWithoutOnePictureIsNoSuccess) {
 TEST(Record, AStillThatIsCutOffIsNoPictureOfNoSize) {
     const TestFolder folder;
     const std::string still = folder.File("still.png");
-    ASSERT_EQ(tests::Run({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x240",
-                          "-frames:v", "1", still})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(MakeClip(still, "-f lavfi -i testsrc2=s=320x240 -frames:v 1"));
     std::filesystem::resize_file(still, 20);
     const ProcessResult result = Record(still, folder.File("out.mov"), {});
     EXPECT_EQ(result.exitCode, 1);
@@ -539,28 +531,10 @@ TEST_P(RecordedToTheLimit, SoundThatIsMissingAtTheEndIsTold) {
     const ShortOfRoom& row = GetParam();
     const TestFolder folder;
     const std::string input = folder.File("noise.mov");
-    ASSERT_EQ(tests::Run({"ffmpeg",
-                          "-v",
-                          "error",
-                          "-f",
-                          "lavfi",
-                          "-i",
-                          "testsrc2=s=960x540:r=25:d=1,noise=alls=60",
-                          "-f",
-                          "lavfi",
-                          "-i",
-                          "anoisesrc=r=48000:d=1",
-                          "-ac",
-                          "2",
-                          "-c:v",
-                          "mjpeg",
-                          "-q:v",
-                          "2",
-                          "-c:a",
-                          "pcm_s16le",
-                          input})
-                  .exitCode,
-              0);
+    ASSERT_TRUE(MakeClip(input,
+                         "-f lavfi -i testsrc2=s=960x540:r=25:d=1,noise=alls=60 "
+                         "-f lavfi -i anoisesrc=r=48000:d=1 "
+                         "-ac 2 -c:v mjpeg -q:v 2 -c:a pcm_s16le"));
     const std::string file = folder.File("out.mov");
     ASSERT_EQ(Record(input, file, row.options).exitCode, 0);
     const std::uintmax_t room = std::filesystem::file_size(file) - row.missingBytes;

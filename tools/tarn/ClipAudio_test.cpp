@@ -6,27 +6,17 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/support/Process.h"
+#include "tests/support/MakeClip.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
 
 constexpr double kSlack = 0.06;  // seconds; lossy encoders add up to two blocks at an end
 constexpr short kLoud = 1000;
-
-void make_clip(const std::string& path, const std::string& how) {
-    std::vector<std::string> words = {"ffmpeg", "-v", "error", "-y"};
-    std::istringstream rest(how);
-    for (std::string word; rest >> word;) words.push_back(word);
-    words.push_back(path);
-    const tests::ProcessResult result = tests::Run(words);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-}
 
 /// Two clips one behind the other in one file, as `cat` joins them.
 void join(const std::vector<std::string>& parts, const std::string& path) {
@@ -101,8 +91,10 @@ TEST(ClipAudio, SoundThatChangesUnderwayGoesOnAsItBegan) {
     const tests::TestFolder folder;
     for (const Change& change : kChanges) {
         SCOPED_TRACE(change.name);
-        make_clip(folder.File("a.mp3"), std::string(change.first.how) + " -write_xing 0");
-        make_clip(folder.File("b.mp3"), std::string(change.second.how) + " -write_xing 0");
+        ASSERT_TRUE(tests::MakeClip(folder.File("a.mp3"),
+                                    std::string(change.first.how) + " -write_xing 0"));
+        ASSERT_TRUE(tests::MakeClip(folder.File("b.mp3"),
+                                    std::string(change.second.how) + " -write_xing 0"));
         join({folder.File("a.mp3"), folder.File("b.mp3")}, folder.File("ab.mp3"));
         std::string error;
         const auto clip = ClipAudio::Open(folder.File("ab.mp3"), error);
@@ -135,14 +127,15 @@ constexpr Begin kBegins[] = {
 TEST(ClipAudio, SoundStandsWhereItIsOnTheClipsTimeLine) {
     const tests::TestFolder folder;
     const std::string sound = folder.File("sound.wav");
-    make_clip(sound, "-f lavfi -i anoisesrc=r=48000:d=2:seed=1 -c:a pcm_s16le");
+    ASSERT_TRUE(tests::MakeClip(sound, "-f lavfi -i anoisesrc=r=48000:d=2:seed=1 -c:a pcm_s16le"));
     std::string error;
     const Heard whole = hear(*ClipAudio::Open(sound, error));
     ASSERT_EQ(whole.pcm.size(), 96000u);
     for (const Begin& begin : kBegins) {
         SCOPED_TRACE(std::to_string(begin.at) + " from " + std::to_string(begin.from));
         const std::string path = folder.File("clip.nut");  // whose times are exact
-        make_clip(path, "-itsoffset " + std::to_string(begin.at) + " -i " + sound + " -c copy");
+        ASSERT_TRUE(tests::MakeClip(
+            path, "-itsoffset " + std::to_string(begin.at) + " -i " + sound + " -c copy"));
         const auto clip = ClipAudio::Open(path, error);
         ASSERT_TRUE(clip) << error;
         clip->StartAt(begin.from);
@@ -193,7 +186,7 @@ TEST(ClipAudio, HolesAreSilentAndOverlapsAreCut) {
                 "-f lavfi -i sine={}:r=48000:d={} -af volume=6 -c:a mp2 -muxdelay 0 -muxpreload 0 "
                 "-output_ts_offset {}",
                 part.hertz, part.seconds, at);
-            make_clip(parts.back(), how);
+            ASSERT_TRUE(tests::MakeClip(parts.back(), how));
         }
         join(parts, folder.File("whole.ts"));
         std::string error;

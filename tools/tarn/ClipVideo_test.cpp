@@ -7,12 +7,11 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/support/Process.h"
+#include "tests/support/MakeClip.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
@@ -45,16 +44,8 @@ constexpr Range kRanges[] = {
     {"-vf format=bgr0 -c:v ffv1", '2vuy', '2vuy', false},
 };
 
-void run_ffmpeg(const std::string& words) {
-    std::vector<std::string> all = {"ffmpeg", "-v", "error", "-y"};
-    std::istringstream rest(words);
-    for (std::string word; rest >> word;) all.push_back(word);
-    const tests::ProcessResult result = tests::Run(all);
-    ASSERT_EQ(result.exitCode, 0) << words << ": " << result.err;
-}
-
 void make_clip(const std::string& path, const std::string& source, const std::string& how) {
-    run_ffmpeg("-f lavfi -i " + source + " " + how + " " + path);
+    ASSERT_TRUE(tests::MakeClip(path, "-f lavfi -i " + source + " " + how));
 }
 
 std::unique_ptr<ClipVideo> open_clip(const std::string& path, int width = 0, int height = 0) {
@@ -375,8 +366,8 @@ TEST(ClipVideo, SaysThatItIsMeantToBeShownTurned) {
     for (const int degrees : {90, 180, 270}) {
         SCOPED_TRACE(degrees);
         const std::string turned = folder.File("turned.mp4");
-        run_ffmpeg(
-            fmt::format("-i {} -c copy -metadata:s:v:0 rotate={} {}", upright, degrees, turned));
+        ASSERT_TRUE(tests::MakeClip(
+            turned, fmt::format("-i {} -c copy -metadata:s:v:0 rotate={}", upright, degrees)));
         const auto clip = open_clip(turned);
         ASSERT_TRUE(clip);
         EXPECT_EQ(clip->Format().fWidth.AsInt32(0), 64);

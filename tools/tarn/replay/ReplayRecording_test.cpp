@@ -16,8 +16,8 @@
 #include "ReplayCut.h"
 #include "ReplayList.h"
 #include "ReplayPurge.h"
+#include "tests/support/MakeClip.h"
 #include "tests/support/Probe.h"
-#include "tests/support/Process.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
@@ -215,11 +215,9 @@ TEST_F(ReplayFolder, CutFindsTheFormatsWhileTheManifestIsWrittenAnew) {
         SCOPED_TRACE(isDoneBetween);
         std::filesystem::remove(manifest + ".before");
         Make({{0, 1'000'000}});
-        ASSERT_EQ(tests::Run({"ffmpeg", "-y", "-v", "error", "-nostdin", "-f", "lavfi", "-i",
-                              "testsrc=size=320x180:rate=25:duration=1", "-f", "lavfi", "-i",
-                              "sine=r=48000:d=1", "-c:v", "libx264", "-c:a", "pcm_s16le", Movie(1)})
-                      .exitCode,
-                  0);
+        ASSERT_TRUE(tests::MakeClip(Movie(1),
+                                    "-f lavfi -i testsrc=size=320x180:rate=25:duration=1 "
+                                    "-f lavfi -i sine=r=48000:d=1 -c:v libx264 -c:a pcm_s16le"));
         ReplayRecording recording;
         ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;
         const std::string aside = isDoneBetween ? fFolder.File("whole.xml") : manifest + ".before";
@@ -296,11 +294,9 @@ TEST_F(ReplayFolder, ExactCutThatIsStoppedTellsWhatItHolds) {
     constexpr long long kFrame = 40'000;
     Make({{0, 30'000'000}, {40'000'000, 70'000'000}});
     for (const unsigned int id : {1, 2}) {
-        ASSERT_EQ(tests::Run({"ffmpeg", "-y", "-v", "error", "-nostdin", "-f", "lavfi", "-i",
-                              "testsrc=size=320x180:rate=25:duration=30", "-c:v", "libx264",
-                              "-preset", "ultrafast", Movie(id)})
-                      .exitCode,
-                  0);
+        ASSERT_TRUE(tests::MakeClip(Movie(id),
+                                    "-f lavfi -i testsrc=size=320x180:rate=25:duration=30 "
+                                    "-c:v libx264 -preset ultrafast"));
     }
     ReplayRecording recording;
     ASSERT_TRUE(ReadReplay(fFolder.Path(), recording, fError)) << fError;

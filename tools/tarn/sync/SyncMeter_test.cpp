@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "tests/support/Process.h"
+#include "tests/support/MakeClip.h"
 #include "tests/support/TestFolder.h"
 
 namespace {
@@ -11,10 +11,9 @@ namespace {
 /// Two seconds of grey with a tone that no digit has.
 std::string make_clip(const tests::TestFolder& folder) {
     const std::string clip = folder.File("clip.mkv");
-    const tests::ProcessResult made = tests::Run(
-        {"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "color=gray:size=160x160:rate=10:duration=2",
-         "-f", "lavfi", "-i", "sine=duration=2", "-c:v", "mjpeg", "-c:a", "pcm_s16le", clip});
-    EXPECT_EQ(made.exitCode, 0) << made.err;
+    EXPECT_TRUE(tests::MakeClip(clip,
+                                "-f lavfi -i color=gray:size=160x160:rate=10:duration=2 "
+                                "-f lavfi -i sine=duration=2 -c:v mjpeg -c:a pcm_s16le"));
     return clip;
 }
 
