@@ -138,22 +138,26 @@ int run(ClockArguments& arguments) {
 void AddClockCommand(Command& program) {
     auto arguments = std::make_shared<ClockArguments>();
     Command clock =
-        program.AddCommand("clock", "Measures how late a clock's ticks come, and draws it");
-    clock.AddOption(
-        "--rate",
-        [arguments](const std::string& text) {
-            arguments->rate = text;
-            return parse_rate(text, arguments->options.rate);
-        },
-        "Ticks a second, such as 59.94 or 60000/1001 (60)");
-    clock.AddOption("--seconds", arguments->options.seconds, "How long to measure (10)")
-        .Between(0.1, 3600, "seconds");
+        program.AddCommand("clock", "Measure how late a clock's ticks come, and draw it");
+    clock
+        .AddOption(
+            "--rate",
+            [arguments](const std::string& text) {
+                arguments->rate = text;
+                return parse_rate(text, arguments->options.rate);
+            },
+            "ticks a second, such as 59.94 or 60000/1001")
+        .ShowDefault(arguments->rate);
+    clock.AddOption("--seconds", arguments->options.seconds, "how long to measure")
+        .Between(0.1, 3600, "seconds")
+        .ShowDefault();
     clock
         .AddOption("--accuracy", arguments->accuracy,
-                   "How the clock waits: scac sleeps, asnc sleeps short and spins the rest")
-        .OneOf({"scac", "asnc"});
-    clock.AddFlag("--load", arguments->options.load, "Keep every core busy meanwhile");
-    clock.AddOption("--plot", arguments->plot, "Draw the measurement into this SVG file");
-    clock.AddFlag("--json", arguments->json, "One line of JSON in place of the table");
+                   "how the clock waits: scac sleeps, asnc sleeps short and spins the rest")
+        .OneOf({"scac", "asnc"})
+        .ShowDefault();
+    clock.AddFlag("--load", arguments->options.load, "keep every core busy meanwhile");
+    clock.AddOption("--plot", arguments->plot, "draw the measurement into this SVG file");
+    clock.AddJsonFlag(arguments->json);
     clock.OnRun([arguments] { return run(*arguments); });
 }

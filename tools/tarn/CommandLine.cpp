@@ -137,6 +137,11 @@ CommandOption& CommandOption::ShowDefault() {
     return *this;
 }
 
+CommandOption& CommandOption::ShowDefault(const std::string& text) {
+    fOption.default_str(text);
+    return *this;
+}
+
 CommandOption& CommandOption::TypeName(const std::string& name) {
     fOption.type_name(name);
     return *this;
@@ -182,6 +187,10 @@ void Command::AddFlag(const std::string& name, bool& value, const std::string& t
     fApp.add_flag(name, value, text);
 }
 
+void Command::AddJsonFlag(bool& value) {
+    AddFlag("--json", value, "a JSON object a line, for machines");
+}
+
 void Command::SetFooter(const std::string& text) {
     fApp.footer(text);
 }
@@ -196,6 +205,7 @@ void Command::OnRun(const std::function<int()>& run, int ifItThrows) {
 struct CommandLine::Parser {
     Parser(const std::string& description, const std::string& version)
         : app(description, kProgram) {
+        app.set_help_flag("-h,--help", "print this help");
         app.set_version_flag("--version", fmt::format("{} {}", kProgram, version),
                              "print which release this is");
     }

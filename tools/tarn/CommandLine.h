@@ -29,6 +29,8 @@ public:
     CommandOption& NoteGiven(bool& given);
     /// What it is now shows in the help as the default.
     CommandOption& ShowDefault();
+    /// The same for one that goes to a function.
+    CommandOption& ShowDefault(const std::string& text);
     /// What the help calls its value.
     CommandOption& TypeName(const std::string& name);
 
@@ -38,6 +40,9 @@ private:
 
 /// A command of the program, or the program itself, and what it takes. A handle: copies are the
 /// same command, which lives as long as its CommandLine.
+///
+/// Texts of commands begin as sentences do, and say what to do: "Record a clip"; those of options
+/// and arguments do neither: "frames a second".
 ///
 /// The variables that options go to must outlive the run: the function given to OnRun keeps them.
 class Command {
@@ -58,6 +63,8 @@ public:
                             const std::function<std::string(const std::string&)>& take,
                             const std::string& text);
     void AddFlag(const std::string& name, bool& value, const std::string& text);
+    /// `--json`, which means the same wherever it is.
+    void AddJsonFlag(bool& value);
     /// Stands below all in the help.
     void SetFooter(const std::string& text);
     /// What the command does: the process returns what `run` returns, and `ifItThrows` where it

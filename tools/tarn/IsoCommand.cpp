@@ -175,14 +175,16 @@ int check(const IsoArguments& arguments) {
 
 void AddIsoCommand(Command& program) {
     auto arguments = std::make_shared<IsoArguments>();
-    Command iso = program.AddCommand("iso", "Recordings of single sources");
+    Command iso = program.AddCommand("iso", "Work with recordings of single sources");
     iso.NeedsCommand();
-    Command command = iso.AddCommand(
-        "check", "Check settings of ISO outputs: 0 all is well, 1 there are problems, 2 bad input");
-    command.AddOption("SETTINGS", arguments->path, "an XML file; see docs/iso.md").Required();
+    Command command = iso.AddCommand("check", "Check settings of ISO outputs");
+    command
+        .AddOption("SETTINGS", arguments->path, "what is checked, as an XML file; see docs/iso.md")
+        .Required();
     command.AddFlag("--watch", arguments->watch,
                     "go on, and tell what changes in the file and on the disks, until Ctrl-C");
-    command.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    command.AddJsonFlag(arguments->json);
+    command.SetFooter("Exit code: 0 all is well, 1 there are problems, 2 nothing can be checked");
     command.OnRun([arguments] { return arguments->watch ? watch(*arguments) : check(*arguments); },
                   kCannotCheck);
 }

@@ -228,8 +228,10 @@ std::string take_sleep(const std::string& text) {
 
 void AddLiveCommand(Command& program) {
     auto arguments = std::make_shared<LiveArguments>();
-    Command live = program.AddCommand("live", "Run a show: sources at their pace, several outputs");
-    live.AddOption("SHOW", arguments->show, "what runs, an XML file; see docs/live.md").Required();
+    Command live =
+        program.AddCommand("live", "Run a show: sources at their pace, each to several outputs");
+    live.AddOption("SHOW", arguments->show, "what runs, as an XML file; see docs/live.md")
+        .Required();
     live.AddOption("--seconds", arguments->seconds, "end by itself after that long")
         .Between(0.001, kLongestSeconds, "seconds");
     live.AddOption("--speed", arguments->speed, "pace beside real time: 0.5 takes twice as long")
@@ -240,7 +242,7 @@ void AddLiveCommand(Command& program) {
                    "decompressor, and milliseconds, such as renderer:20-80")
         .TypeName("POINT:MIN-MAX");
     live.AddOption("--addons", arguments->addons, "folder of the output add-ons");
-    live.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    live.AddJsonFlag(arguments->json);
     live.AddFlag("--trace", arguments->trace, "print what the library notes to standard error");
     live.SetFooter(
         "Commands on standard input while it runs:\n"

@@ -48,7 +48,7 @@ void AddProbeCommand(Command& program) {
     auto json = std::make_shared<bool>(false);
     Command command = program.AddCommand(
         "probe", "Try every encoder on this machine: where it runs, or why it does not");
-    command.AddFlag("--json", *json, "a JSON object a line, for machines");
+    command.AddJsonFlag(*json);
     command.OnRun([json] {
         probe(*json);
         return EXIT_SUCCESS;

@@ -1,7 +1,9 @@
 #include "Program.h"
 
+#include <cctype>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -77,6 +79,51 @@ TEST(Program, TellsItsVersion) {
     const Told told = TellOf({"--version"});
     EXPECT_EQ(told.exitCode, 0) << told.err;
     EXPECT_EQ(told.out, std::string("tarn ") + TARN_VERSION + "\n");
+}
+
+// Names stand in front of column 30, and what is said of them from there on.
+TEST(Program, EveryHelpSpeaksInOneVoice) {
+    const std::vector<std::vector<const char*>> commands = {
+        {},
+        {"record"},
+        {"clock"},
+        {"live"},
+        {"replay"},
+        {"replay", "x", "list"},
+        {"replay", "x", "cut"},
+        {"replay", "x", "purge"},
+        {"replay", "x", "watch"},
+        {"sync"},
+        {"sync", "signal"},
+        {"sync", "measure"},
+        {"iso"},
+        {"iso", "check"},
+        {"probe"},
+    };
+    for (std::vector<const char*> words : commands) {
+        words.push_back("--help");
+        std::istringstream help(TellOf(words).out);
+        bool ofCommands = false;
+        int lines = 0;
+        for (std::string line; std::getline(help, line);) {
+            SCOPED_TRACE(line);
+            if (line == "Subcommands:") ofCommands = true;
+            if (line.rfind("  ", 0) != 0 || line.size() <= 30 || line[29] != ' ') continue;
+            const std::string text = line.substr(30);
+            ++lines;
+            if (line.find("--json") != std::string::npos) {
+                EXPECT_EQ(text, "a JSON object a line, for machines");
+            }
+            if (ofCommands) {
+                EXPECT_TRUE(std::isupper(text[0]));
+                EXPECT_NE(text[text.find(' ') - 1], 's') << "it says what to do";
+            } else {
+                EXPECT_FALSE(std::isupper(text[0]));
+            }
+            EXPECT_EQ(text.find("(60)"), std::string::npos) << "defaults stand with the name";
+        }
+        EXPECT_GT(lines, 0);
+    }
 }
 
 // The folder may be left out by who asks for help, and its place is shown.

@@ -132,9 +132,7 @@ void AddRecordCommand(Command& program) {
     Command record = program.AddCommand("record", "Record a clip to a movie file");
     record.AddOption("INPUT", options.input, "any clip that FFmpeg reads").Required();
     record.AddOption("OUTPUT", options.output, "a .mov, .mp4 or .m4v file").Required();
-    record
-        .AddOption("--video", options.video,
-                   "encoder: x264, ProRes, MJPEG, Mpeg2, \"Video Toolbox H.264\", none")
+    record.AddOption("--video", options.video, "encoder of the picture")
         .OneOf({"x264", "ProRes", "MJPEG", "Mpeg2", "Video Toolbox H.264", "none"})
         .ShowDefault();
     record.AddOption(
@@ -149,11 +147,12 @@ void AddRecordCommand(Command& program) {
         .AddOption("--key-frame-rate", options.keyFrameRate,
                    "frames from one key frame to the next")
         .Between(1, kLongestKeyInterval, "frames");
-    record.AddOption("--audio", options.audio, "pcm, aac or none")
+    record.AddOption("--audio", options.audio, "encoder of the sound")
         .OneOf({"pcm", "aac", "none"})
         .ShowDefault();
     record.AddOption("--audio-input", options.audioInput, "take the sound from this clip instead");
-    record.AddOption("--size", arguments->size, "scale to WIDTHxHEIGHT, shown in the clip's shape");
+    record.AddOption("--size", arguments->size, "scale the picture, shown in the clip's shape")
+        .TypeName("WIDTHxHEIGHT");
     record
         .AddOption("--moov-rate", options.moovRate,
                    "seconds between two states of the file that survive a crash")
@@ -161,6 +160,6 @@ void AddRecordCommand(Command& program) {
     record.AddOption("--limit", options.limit, "seconds to record")
         .Between(0.001, kLongestSeconds, "seconds");
     record.AddFlag("--live", options.live, "at the clip's own pace");
-    record.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    record.AddJsonFlag(arguments->json);
     record.OnRun([arguments] { return run_record(*arguments); });
 }

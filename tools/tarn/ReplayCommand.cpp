@@ -190,7 +190,7 @@ void AddReplayCommand(Command& program) {
     replay.NeedsCommand();
     replay.AddOption("FOLDER", arguments->place, "the recording's folder, or its manifest")
         .Required();
-    replay.AddFlag("--json", arguments->json, "JSON, for machines");
+    replay.AddJsonFlag(arguments->json);
 
     Command list = replay.AddCommand("list", "Draw the timeline with its gaps");
     list.OnRun([arguments] { return run_list(*arguments); });
@@ -217,6 +217,6 @@ void AddReplayCommand(Command& program) {
     watch.OnRun([arguments] { return run_watch(*arguments); });
 
     for (Command part : {list, cut, purge, watch}) {
-        part.AddFlag("--json", arguments->json, "JSON, for machines");
+        part.AddJsonFlag(arguments->json);
     }
 }

@@ -36,22 +36,21 @@ constexpr int kLargestSignalSide = 8192;
 struct SignalArguments {
     SignalOptions signal;
     RecordOptions record;
-    std::string size;
-    std::string rate;
+    std::string size = "1280x720";
+    std::string rate = "60";
     bool json = false;
 };
 
 /// Empty, or what is wrong with the arguments.
 std::string take_texts(SignalArguments& arguments) {
     SignalOptions& signal = arguments.signal;
-    const bool isSize =
-        arguments.size.empty() || ParseSize(arguments.size, kSmallestSignalSide, kLargestSignalSide,
-                                            signal.width, signal.height);
+    const bool isSize = ParseSize(arguments.size, kSmallestSignalSide, kLargestSignalSide,
+                                  signal.width, signal.height);
     if (!isSize || signal.width % 2 != 0 || signal.height % 2 != 0) {
         return fmt::format("--size '{}': give it as WIDTHxHEIGHT, both even, from {} to {}",
                            arguments.size, kSmallestSignalSide, kLargestSignalSide);
     }
-    if (!arguments.rate.empty() && !ParseRate(arguments.rate, signal.rate)) {
+    if (!ParseRate(arguments.rate, signal.rate)) {
         return fmt::format("--rate '{}': not a rate; write 25, 29.97 or 60000/1001",
                            arguments.rate);
     }
@@ -188,35 +187,40 @@ int run_measure(const MeasureArguments& arguments) {
 void add_signal(Command& sync) {
     auto arguments = std::make_shared<SignalArguments>();
     Command signal = sync.AddCommand(
-        "signal", "Makes a clip to send through a device: flashes, tones and the metronome");
+        "signal", "Make a clip to send through a device: flashes, tones and the metronome");
     signal.AddOption("OUTPUT", arguments->record.output, "a .mov, .mp4 or .m4v file").Required();
     signal
         .AddOption("--offset", arguments->signal.offsetsMs,
                    "milliseconds from tone to flash, positive when the picture comes later; "
                    "several (400,-400) take turns")
         .Delimiter(',')
-        .Between(-kLargestSignalOffsetMs, kLargestSignalOffsetMs, "milliseconds");
-    signal.AddOption("--seconds", arguments->signal.seconds, "how long it is (20)")
-        .Between(kShortestSignalSeconds, 86400, "seconds");
-    signal.AddOption("--rate", arguments->rate, "frames a second, such as 25 or 60000/1001 (60)");
-    signal.AddOption("--size", arguments->size, "WIDTHxHEIGHT (1280x720)");
-    signal.AddOption("--video", arguments->record.video, "encoder: x264, ProRes, MJPEG, Mpeg2")
+        .Between(-kLargestSignalOffsetMs, kLargestSignalOffsetMs, "milliseconds")
+        .ShowDefault("0");
+    signal.AddOption("--seconds", arguments->signal.seconds, "how long it is")
+        .Between(kShortestSignalSeconds, 86400, "seconds")
+        .ShowDefault();
+    signal.AddOption("--rate", arguments->rate, "frames a second, such as 25 or 60000/1001")
+        .ShowDefault();
+    signal.AddOption("--size", arguments->size, "of the picture")
+        .TypeName("WIDTHxHEIGHT")
+        .ShowDefault();
+    signal.AddOption("--video", arguments->record.video, "encoder of the picture")
         .OneOf({"x264", "ProRes", "MJPEG", "Mpeg2"})
         .ShowDefault();
-    signal.AddOption("--audio", arguments->record.audio, "pcm or aac")
+    signal.AddOption("--audio", arguments->record.audio, "encoder of the sound")
         .OneOf({"pcm", "aac"})
         .ShowDefault();
-    signal.AddFlag("--json", arguments->json, "a JSON object a line, for machines");
+    signal.AddJsonFlag(arguments->json);
     signal.OnRun([arguments] { return run_signal(*arguments); });
 }
 
 void add_measure(Command& sync) {
     auto arguments = std::make_shared<MeasureArguments>();
     Command measure =
-        sync.AddCommand("measure", "Measures how far flashes and tones of a clip are apart");
+        sync.AddCommand("measure", "Measure how far flashes and tones of a clip are apart");
     measure.AddOption("CLIP", arguments->clip, "any clip that FFmpeg reads").Required();
     measure.AddOption("--plot", arguments->plot, "draw the offsets over time into this SVG file");
-    measure.AddFlag("--json", arguments->json, "one line of JSON in place of the table");
+    measure.AddJsonFlag(arguments->json);
     measure.OnRun([arguments] { return run_measure(*arguments); });
 }
 
@@ -224,7 +228,7 @@ void add_measure(Command& sync) {
 
 void AddSyncCommand(Command& program) {
     Command sync = program.AddCommand("sync",
-                                      "Measures how far sound and picture are apart; see "
+                                      "Measure how far sound and picture are apart; see "
                                       "docs/measuring-sync.md");
     sync.NeedsCommand();
     add_signal(sync);
