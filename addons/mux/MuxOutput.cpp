@@ -164,12 +164,7 @@ int MuxOutput::make_sound_track(const MovieStart& start) {
     }
     fFrameBytes = static_cast<std::size_t>(std::max(properties->GetBytesPerPacket(), 1));
     fFirstSoundMs = fSoundStartMs;
-    announce_length(properties.Get());
-    fSound = new CAssetAudioWriter(properties.Get());
-    if (fAsset->AddAudioWriter(fSound.Get()).Failed()) return kWriterAudioTrack;
-    if (fSound->Begin().Failed()) return kWriterAudioBegin;
-    fSoundBytes.store(fSound.Get());
-    return 0;
+    return add_sound_track(*properties);
 }
 
 // The file is told how much of its first packets lies before the start, so that sound begins with
@@ -199,8 +194,12 @@ int MuxOutput::make_aac_track(const MovieStart& start) {
         info->SetDecoderInfo(copy_of(*format.decoderInfo).Get());
         properties->SetExtension('mspe', info.Get());
     }
-    announce_length(properties.Get());
-    fSound = new CAssetAudioWriter(properties.Get());
+    return add_sound_track(*properties);
+}
+
+int MuxOutput::add_sound_track(CAudioProperties& properties) {
+    announce_length(&properties);
+    fSound = new CAssetAudioWriter(&properties);
     if (fAsset->AddAudioWriter(fSound.Get()).Failed()) return kWriterAudioTrack;
     if (fSound->Begin().Failed()) return kWriterAudioBegin;
     fSoundBytes.store(fSound.Get());

@@ -41,6 +41,7 @@ private:
     int make_picture_track(const TrackFormat& format);
     int make_sound_track(const MovieStart& start);
     int make_aac_track(const MovieStart& start);
+    int add_sound_track(Quillon::Orb::CAudioProperties& properties);
     bool is_streamable(unsigned int format) const;
     void announce_length(Quillon::Orb::CMediaProperties* properties) const;
     int write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& buffer, int packet);
