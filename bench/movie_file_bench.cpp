@@ -28,6 +28,7 @@ extern "C" {
 #include "orb/container/WholeMovieFile.h"
 
 #include "bench/support/Figures.h"
+#include "tests/support/UnsyncedFile.h"
 
 using namespace Quillon::Orb;
 
@@ -129,28 +130,10 @@ double close_timed(MovieFile& file) {
     return static_cast<double>(bench::NowNs() - start) / 1e9;
 }
 
-/// A file that never waits for the disk: what the checkpoints cost but for that.
-class UnsyncedFile final : public FileLayer {
-public:
-    int Create(const char* path) override { return fFile->Create(path); }
-    int WriteAt(long long offset, const FileSpan* spans, int count) override {
-        return fFile->WriteAt(offset, spans, count);
-    }
-    int Publish() override { return fFile->Publish(); }
-    int Sync() override { return 0; }
-    int Truncate(long long size) override { return fFile->Truncate(size); }
-    int Reserve(long long offset, long long size) override { return fFile->Reserve(offset, size); }
-    int Release(long long offset, long long size) override { return fFile->Release(offset, size); }
-    int Close() override { return fFile->Close(); }
-
-private:
-    const std::unique_ptr<FileLayer> fFile = MakePosixFile();
-};
-
 Figures write_ours(const Work& work, bool synced) {
     Figures figures;
     std::unique_ptr<FileLayer> layer = MakePosixFile();
-    if (!synced) layer = std::make_unique<UnsyncedFile>();
+    if (!synced) layer = std::make_unique<tests::UnsyncedFile>();
     WholeMovieFile file(work.path.c_str(), {.containerType = 'mp4 '}, std::move(layer),
                         WholeMovieFile::Checkpoints::OnThread);
     file.AddTrack(video_track(46800));

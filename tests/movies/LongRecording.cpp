@@ -4,23 +4,6 @@ using namespace Quillon::Orb;
 
 namespace {
 
-class UnsyncedFile final : public FileLayer {
-public:
-    int Create(const char* path) override { return fFile->Create(path); }
-    int WriteAt(long long offset, const FileSpan* spans, int count) override {
-        return fFile->WriteAt(offset, spans, count);
-    }
-    int Publish() override { return fFile->Publish(); }
-    int Sync() override { return 0; }
-    int Truncate(long long size) override { return fFile->Truncate(size); }
-    int Reserve(long long offset, long long size) override { return fFile->Reserve(offset, size); }
-    int Release(long long offset, long long size) override { return fFile->Release(offset, size); }
-    int Close() override { return fFile->Close(); }
-
-private:
-    const std::unique_ptr<FileLayer> fFile = MakePosixFile();
-};
-
 /// The clip's times moved on by whole seconds, without a gap in the sound.
 class Loop {
 public:
@@ -62,10 +45,6 @@ private:
 };
 
 }  // namespace
-
-std::unique_ptr<FileLayer> MakeUnsyncedFile() {
-    return std::make_unique<UnsyncedFile>();
-}
 
 const MediaClip& TinyClip(bool reordered) {
     const std::string pictures = reordered ? "-bf 2 -b_strategy 0" : "-bf 0";

@@ -6,10 +6,6 @@
 
 #include "tests/movies/MovieCheck.h"
 
-/// A real file whose syncs do not wait for the disk: what they are for is tested elsewhere, and a
-/// simulated recording makes hours of them.
-std::unique_ptr<Quillon::Orb::FileLayer> MakeUnsyncedFile();
-
 struct LongShape {
     double seconds = 3600;
     double announcedSeconds = 3600;

@@ -6,6 +6,7 @@
 #include "tests/movies/MovieFolder.h"
 #include "tests/movies/Readers.h"
 #include "tests/support/SweepStride.h"
+#include "tests/support/UnsyncedFile.h"
 
 using namespace Quillon::Orb;
 
@@ -30,7 +31,7 @@ class LongRecording : public testing::TestWithParam<Length> {};
 TEST_P(LongRecording, OpensAndIsExactAtItsEnd) {
     const Length& length = GetParam();
     const std::string path = MovieFolder() + "/long.mov";
-    const Result result = RecordLong(path, length.shape, MakeUnsyncedFile());
+    const Result result = RecordLong(path, length.shape, std::make_unique<tests::UnsyncedFile>());
     ASSERT_EQ(result, 0) << result.GetMessage();
     const BoxFile file = ParseBoxFile(path);
     ASSERT_EQ(file.Complaints(), "") << file.Text();
@@ -66,7 +67,8 @@ INSTANTIATE_TEST_SUITE_P(
 /// The index that shows is not much larger than what it holds: readers take it in whole.
 TEST(LongRecording, IndexIsNoLargerThanTwiceItsContents) {
     const std::string path = MovieFolder() + "/compact.mov";
-    ASSERT_EQ(RecordLong(path, {.seconds = 1200, .announcedSeconds = 46800}, MakeUnsyncedFile(),
+    ASSERT_EQ(RecordLong(path, {.seconds = 1200, .announcedSeconds = 46800},
+                         std::make_unique<tests::UnsyncedFile>(),
                          [&path](double seconds) {
                              const BoxFile file = ParseBoxFile(path);
                              const double entries = 60 * 4 + 48000 / 1024.0 * 4 + 4 * 20;
@@ -94,7 +96,8 @@ TEST_P(Bursts, AnyNumberOfSamplesBetweenTwoCheckpointsIsHeld) {
     const MediaClip clip = MakeUpClip(
         {.seconds = 0, .keyEvery = 1, .videoFormat = burst.format, .sounds = burst.sounds});
     WholeMovieFile file(path.c_str(), FileOptions({.fastStart = burst.fastStart}),
-                        MakeUnsyncedFile(), WholeMovieFile::Checkpoints::ByHand);
+                        std::make_unique<tests::UnsyncedFile>(),
+                        WholeMovieFile::Checkpoints::ByHand);
     for (MovieTrack track : clip.tracks) {
         track.expectedDuration =
             static_cast<long long>(burst.announced * static_cast<double>(track.timescale));
@@ -140,25 +143,15 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& each) { return std::string(each.param.name); });
 
 /// Beyond 4 GiB, on a file that is a hole but for its index.
-class HollowFile final : public FileLayer {
+class HollowFile final : public tests::UnsyncedFile {
 public:
-    int Create(const char* path) override { return fFile->Create(path); }
     int WriteAt(long long offset, const FileSpan* spans, int count) override {
         constexpr std::size_t kLarge = 1 << 20;
-        if (spans[count - 1].size < kLarge) return fFile->WriteAt(offset, spans, count);
+        if (spans[count - 1].size < kLarge) return UnsyncedFile::WriteAt(offset, spans, count);
         long long end = offset;
         for (int i = 0; i < count; i++) end += static_cast<long long>(spans[i].size);
-        return fFile->Truncate(end);
+        return Truncate(end);
     }
-    int Publish() override { return fFile->Publish(); }
-    int Sync() override { return 0; }
-    int Truncate(long long size) override { return fFile->Truncate(size); }
-    int Reserve(long long offset, long long size) override { return fFile->Reserve(offset, size); }
-    int Release(long long offset, long long size) override { return fFile->Release(offset, size); }
-    int Close() override { return fFile->Close(); }
-
-private:
-    const std::unique_ptr<FileLayer> fFile = MakePosixFile();
 };
 
 TEST(LargeFile, BeyondFourGigabytesIsAddressedRightly) {
