@@ -400,26 +400,12 @@ double tee(const std::string& raw, int width, int height, int frames, int output
         targets += std::string(i > 0 ? "|" : "") + "[f=h264]/dev/null";
     }
     const std::string size = std::to_string(width) + "x" + std::to_string(height);
-    rusage before{};
-    getrusage(RUSAGE_CHILDREN, &before);
-    const pid_t child = fork();
-    if (child == 0) {
-        execlp("ffmpeg", "ffmpeg", "-v", "error", "-nostdin", "-f", "rawvideo", "-pix_fmt",
-               "yuv420p", "-s", size.c_str(), "-r", "30000/1001", "-i", raw.c_str(), "-map", "0",
-               "-c:v", "libx264", "-preset", "veryfast", "-crf", "23", "-bf", "0", "-g", "60",
-               "-threads", "1", "-f", "tee", targets.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return 0;
-    rusage after{};
-    getrusage(RUSAGE_CHILDREN, &after);
-    const auto spent = [](const rusage& used) {
-        return 1e6 * static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
-               static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
-    };
-    return (spent(after) - spent(before)) / frames;
+    return bench::ChildCpuUs("ffmpeg -v error -nostdin -f rawvideo -pix_fmt yuv420p -s " + size +
+                             " -r 30000/1001 -i " + raw +
+                             " -map 0 -c:v libx264 -preset veryfast -crf 23 -bf 0 -g 60 -threads 1"
+                             " -f tee " +
+                             targets) /
+           frames;
 }
 
 void time_sharing() {

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -205,27 +204,13 @@ double tee(const std::string& raw, int outputs) {
         targets += (i > 0 ? "|" : "") + gFolder + "/theirs" + std::to_string(i) + ".mp4";
     }
     const std::string size = std::to_string(gWidth) + "x" + std::to_string(gHeight);
-    rusage before{};
-    getrusage(RUSAGE_CHILDREN, &before);
-    const pid_t child = fork();
-    if (child == 0) {
-        execlp("ffmpeg", "ffmpeg", "-v", "error", "-nostdin", "-y", "-f", "rawvideo", "-pix_fmt",
-               "yuv420p", "-s", size.c_str(), "-r", "30", "-i", raw.c_str(), "-map", "0", "-c:v",
-               "libx264", "-preset", "veryfast", "-b:v", "6000k", "-maxrate", "6000k", "-bufsize",
-               "6000k", "-bf", "0", "-g", "60", "-threads", "1", "-flags", "+global_header", "-f",
-               "tee", targets.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return 0;
-    rusage after{};
-    getrusage(RUSAGE_CHILDREN, &after);
-    const auto spent = [](const rusage& used) {
-        return 1e6 * static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
-               static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
-    };
-    return (spent(after) - spent(before)) / kPictures;
+    return bench::ChildCpuUs("ffmpeg -v error -nostdin -y -f rawvideo -pix_fmt yuv420p -s " + size +
+                             " -r 30 -i " + raw +
+                             " -map 0 -c:v libx264 -preset veryfast -b:v 6000k -maxrate 6000k"
+                             " -bufsize 6000k -bf 0 -g 60 -threads 1 -flags +global_header"
+                             " -f tee " +
+                             targets) /
+           kPictures;
 }
 
 void run(const Pictures& pictures, const std::string& raw) {

@@ -4,6 +4,8 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <sstream>
+#include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
@@ -25,6 +27,34 @@ inline int64_t CpuNs() {
     timespec used{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
     return used.tv_sec * INT64_C(1'000'000'000) + used.tv_nsec;
+}
+
+/// Processor time in microseconds of a program that is run to its end; 0 where that fails. Its
+/// words stand with blanks between them.
+inline double ChildCpuUs(const std::string& command) {
+    std::istringstream rest(command);
+    std::vector<std::string> words;
+    for (std::string word; rest >> word;) words.push_back(word);
+    rusage before{};
+    getrusage(RUSAGE_CHILDREN, &before);
+    const pid_t child = fork();
+    if (child == 0) {
+        std::vector<char*> arguments;
+        for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+        arguments.push_back(nullptr);
+        execvp(arguments[0], arguments.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return 0;
+    rusage after{};
+    getrusage(RUSAGE_CHILDREN, &after);
+    const auto spent = [](const rusage& used) {
+        return 1e6 * static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
+               static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec);
+    };
+    return spent(after) - spent(before);
 }
 
 /// Samples, and what stands at a share of them once they are in order.
