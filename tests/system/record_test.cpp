@@ -312,25 +312,25 @@ TEST(Record, ScalesThePicture) {
     EXPECT_EQ(ProbeStream(file, "v:0", "height"), "240");
 }
 
-TEST(Record, ATerminalShowsHowFarItIs) {
+/// Two seconds at the clip's pace, on a terminal of so many columns that `script` makes.
+ProcessResult RecordOnTerminal(int columns) {
     const TestFolder folder;
-    const std::string command = "stty cols 100; " + kTool + " record " + kCup + " " +
-                                folder.File("cup.mov") +
+    const std::string command = "stty cols " + std::to_string(columns) + "; " + kTool + " record " +
+                                kCup + " " + folder.File("cup.mov") +
                                 " --video MJPEG --live --limit 2 --audio none";
-    // A terminal that `script` makes.
-    const ProcessResult run = tests::Run({"script", "-qec", command, "/dev/null"});
+    ProcessResult run = tests::Run({"script", "-qec", command, "/dev/null"});
     EXPECT_EQ(run.exitCode, 0) << run.out;
+    return run;
+}
+
+TEST(Record, ATerminalShowsHowFarItIs) {
+    const ProcessResult run = RecordOnTerminal(100);
     EXPECT_NE(run.out.find("[####"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find(" fps"), std::string::npos) << run.out;
 }
 
 TEST(Record, ProgressStaysOnItsLineOfANarrowTerminal) {
-    const TestFolder folder;
-    const std::string command = "stty cols 40; " + kTool + " record " + kCup + " " +
-                                folder.File("cup.mov") +
-                                " --video MJPEG --live --limit 2 --audio none";
-    const ProcessResult run = tests::Run({"script", "-qec", command, "/dev/null"});
-    EXPECT_EQ(run.exitCode, 0) << run.out;
+    const ProcessResult run = RecordOnTerminal(40);
     int shown = 0;
     for (std::size_t at = run.out.find("\r["); at != std::string::npos;
          at = run.out.find("\r[", at + 1)) {
