@@ -154,10 +154,7 @@ RObject<CVideoSample> unreachable_picture() {
 
 TEST_F(CAssetTrackWriterTest, EmptySamplesAreSamples) {
     ASSERT_EQ(0, Create());
-    const RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
-    ASSERT_EQ(0, track->SetInputFormat('jpeg'));
-    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
-    ASSERT_EQ(0, track->Begin());
+    const RObject<CAssetVideoWriter> track = AddPictures();
     ASSERT_EQ(0, asset->Begin());
     const int sizes[] = {4, 0, 6};
     for (int i = 0; i < 3; ++i) {
@@ -175,10 +172,7 @@ TEST_F(CAssetTrackWriterTest, EmptySamplesAreSamples) {
 
 TEST_F(CAssetTrackWriterTest, SamplesWhoseBytesCannotBeReadAreRefusedAndTheRestGoesOn) {
     ASSERT_EQ(0, Create());
-    const RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
-    ASSERT_EQ(0, track->SetInputFormat('jpeg'));
-    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
-    ASSERT_EQ(0, track->Begin());
+    const RObject<CAssetVideoWriter> track = AddPictures();
     ASSERT_EQ(0, asset->Begin());
     ASSERT_EQ(0, track->WriteSample(fake_picture(0, 1001).Get()));
     EXPECT_EQ(ResultNullPointer::kCode, track->WriteSample(unreachable_picture().Get()));
@@ -236,10 +230,7 @@ TEST_F(CAssetTrackWriterTest, TimesThatAreToldGoIntoTheFileAsTheyCome) {
 TEST_F(CAssetTrackWriterTest, TimesBeyondTheEndsOfTheTimeLineAreThoseOfItsEnds) {
     constexpr long long kFarthest = 1LL << 61;
     ASSERT_EQ(0, Create());
-    RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
-    ASSERT_EQ(0, track->SetInputFormat('jpeg'));
-    ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
-    ASSERT_EQ(0, track->Begin());
+    const RObject<CAssetVideoWriter> track = AddPictures();
     ASSERT_EQ(0, asset->Begin());
     struct Case {
         long long time, duration, offset;

@@ -71,6 +71,14 @@ protected:
         EXPECT_EQ(0, track->Begin());
         return track;
     }
+    /// A track that stores pictures as they come.
+    RObject<CAssetVideoWriter> AddPictures() {
+        RObject<CAssetVideoWriter> track(new CAssetVideoWriter(video_shape().Get()));
+        EXPECT_EQ(0, track->SetInputFormat('jpeg'));
+        EXPECT_EQ(0, asset->AddVideoWriter(track.Get()));
+        EXPECT_EQ(0, track->Begin());
+        return track;
+    }
     RObject<CAssetAudioWriter> AddSound(int channels = 2) {
         RObject<CAssetAudioWriter> track(
             new CAssetAudioWriter(audio_shape('sowt', channels).Get()));

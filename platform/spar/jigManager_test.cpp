@@ -18,25 +18,14 @@
 #include "spar/jigElf.h"
 #include "spar/jigIterator.h"
 #include "spar/test_addons/TestFormat.h"
-#include "spar/zTraceManager.h"
+
+#include "tests/support/TraceKeeper.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 const std::string kAddons = SPAR_TEST_ADDONS;
-
-/// Keeps what is traced.
-class Capture : public zTraceManager {
-public:
-    Capture() : fBefore(SetDefault(this)) {}
-    ~Capture() override { SetDefault(fBefore); }
-    void TraceMessage(int, const std::string& text) override { fText += text; }
-    std::string fText;
-
-private:
-    zTraceManager* fBefore;
-};
 
 class Folder {
 public:
@@ -125,7 +114,7 @@ ListsItself::ListsItself() {
 }  // namespace
 
 TEST(jigManager, LoadsAFolderInTheOrderOfNamesAndSkipsWhatIsNoAddon) {
-    Capture capture;
+    tests::TraceKeeper capture;
     jigManager manager;
     EXPECT_EQ(manager.LoadFolder(kAddons), 2);
     EXPECT_EQ(names(manager), (std::vector<std::string>{"good_a", "good_b"}));
@@ -156,7 +145,7 @@ TEST(jigManager, SaysWhyAFileWasSkipped) {
         {".", "cannot be read"},
     };
     for (const auto& item : kCases) {
-        Capture capture;
+        tests::TraceKeeper capture;
         jigManager manager;
         EXPECT_EQ(manager.LoadFile(kAddons + "/" + item.file), -1) << item.file;
         EXPECT_NE(capture.fText.find(item.why), std::string::npos)
@@ -166,7 +155,7 @@ TEST(jigManager, SaysWhyAFileWasSkipped) {
 }
 
 TEST(jigManager, APipeOfThatNameIsNotWaitedFor) {
-    Capture capture;
+    tests::TraceKeeper capture;
     Folder folder;
     folder.Take("good_a.so");
     ASSERT_EQ(mkfifo(folder.Path("a_pipe.so").c_str(), 0600), 0);
@@ -177,7 +166,7 @@ TEST(jigManager, APipeOfThatNameIsNotWaitedFor) {
 }
 
 TEST(jigManager, AnEntryThatThrowsKeepsNobodyElseOut) {
-    Capture capture;
+    tests::TraceKeeper capture;
     Folder folder;
     for (const char* name : {"bad_entry.so", "bad_entry_number.so", "good_a.so", "good_b.so"})
         folder.Take(name);
@@ -192,7 +181,7 @@ TEST(jigManager, AnEntryThatThrowsKeepsNobodyElseOut) {
 }
 
 TEST(jigManager, AFileThatIsLoadedAlreadyIsListedOnce) {
-    Capture capture;
+    tests::TraceKeeper capture;
     jigManager manager;
     EXPECT_EQ(manager.LoadFile(kAddons + "/good_a.so"), 0);
     EXPECT_EQ(manager.LoadFile(kAddons + "/good_a.so"), 0);
@@ -204,7 +193,7 @@ TEST(jigManager, AFileThatIsLoadedAlreadyIsListedOnce) {
 }
 
 TEST(jigManager, OnlySharedObjectsOfAFolderAreLookedAt) {
-    Capture capture;
+    tests::TraceKeeper capture;
     Folder folder;
     folder.Take("good_a.so");
     folder.Write("readme.txt", "not an add-on");
@@ -215,7 +204,7 @@ TEST(jigManager, OnlySharedObjectsOfAFolderAreLookedAt) {
 }
 
 TEST(jigManager, AFolderThatIsNotThereIsAnError) {
-    Capture capture;
+    tests::TraceKeeper capture;
     jigManager manager;
     EXPECT_EQ(manager.LoadFolder("/nowhere/at/all"), -1);
     EXPECT_NE(capture.fText.find("/nowhere/at/all"), std::string::npos);
@@ -233,7 +222,7 @@ TEST(jigManager, ANameWithoutAFolderMeansTheCurrentOne) {
 
 // A file that was cut while it was copied: the loader would touch pages that are not there.
 TEST(jigManager, ATruncatedFileIsRefusedAndNobodyDies) {
-    Capture capture;
+    tests::TraceKeeper capture;
     Folder folder;
     const std::string whole = bytes_of(kAddons + "/good_a.so");
     ASSERT_EQ(problem_of(whole), "");
@@ -295,7 +284,7 @@ TEST(jigManager, AnAddonThatIsListedWhileItIsMadeIsListedOnce) {
 }
 
 TEST(jigManager, ABadLinkedInAddonIsRefused) {
-    Capture capture;
+    tests::TraceKeeper capture;
     jigManager manager;
     jigAddon bad = kLinked;
     bad.fABI = kJigABI + 7;

@@ -11,7 +11,9 @@
 
 #include "orb/CAudioConverter.h"
 #include "orb/CComponentInventory.h"
-#include "spar/zTraceManager.h"
+#include "tarn/audio/testPcm.h"
+
+#include "tests/support/TraceKeeper.h"
 
 using namespace Quillon::Orb;
 
@@ -21,14 +23,6 @@ using Samples = std::vector<std::int16_t>;
 using Inventory = CComponentInventory<CComponentFactory<CAudioConverter>>;
 
 constexpr std::int16_t kStale = 0x5A5A;
-
-tnMediaRecord pcm(int bits, int rate, int channels) {
-    tnMediaRecord record(TN_MEDIA_AUDIO);
-    record.fBitsPerSample.SetInt32(bits);
-    record.fSampleRate.SetInt32(rate);
-    record.fChannels.SetInt32(channels);
-    return record;
-}
 
 std::unique_ptr<tnAudioConverter> made(const tnMediaRecord& input, const tnMediaRecord& output) {
     std::unique_ptr<tnAudioConverter> converter(tnAudioConverter::Factory());
@@ -589,25 +583,15 @@ TEST(tnAudioConverter_orb, FirstStageReadsTheCallersOwnBytes) {
 }
 
 TEST(tnAudioConverter_orb, InitThatFailsTracesBothFormats) {
-    class Keeper final : public zTraceManager {
-    public:
-        Keeper() : fBefore(SetDefault(this)) {}
-        ~Keeper() override { SetDefault(fBefore); }
-        void TraceMessage(int, const std::string& text) override { fTraced += text; }
-        std::string fTraced;
-
-    private:
-        zTraceManager* const fBefore;
-    };
     tnMediaRecord input = pcm(16, 48000, 2);
     tnMediaRecord output = pcm(24, 48000, 2);
     input.SetCString('mcon', "what comes");
     output.SetCString('mcon', "what goes");
-    Keeper keeper;
+    tests::TraceKeeper keeper;
     EXPECT_EQ(tnAudioConverter_orb().Init(input, pcm(16, 48000, 1)), 0);
-    EXPECT_EQ(keeper.fTraced, "");
+    EXPECT_EQ(keeper.fText, "");
     EXPECT_EQ(tnAudioConverter_orb().Init(input, output), -1);
-    EXPECT_EQ(keeper.fTraced, input.Description() + output.Description());
+    EXPECT_EQ(keeper.fText, input.Description() + output.Description());
 }
 
 TEST(tnAudioConverter_orb, ChannelStageStaysThroughASecondInit) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "tarn/audio/testPcm.h"
 #include "tarn/audio/tnAudioConverter_orb.h"
 
 namespace {
@@ -12,14 +13,6 @@ namespace {
 using Samples = std::vector<std::int16_t>;
 
 constexpr std::int16_t kStale = 0x5A5A;
-
-tnMediaRecord pcm(int bits, int rate, int channels) {
-    tnMediaRecord record(TN_MEDIA_AUDIO);
-    record.fBitsPerSample.SetInt32(bits);
-    record.fSampleRate.SetInt32(rate);
-    record.fChannels.SetInt32(channels);
-    return record;
-}
 
 TEST(tnAudioConverter, OnlySizeRateAndChannelsNeedConversion) {
     const tnMediaRecord base = pcm(16, 48000, 2);

@@ -8,19 +8,11 @@
 #include "orb/CDataReference.h"
 #include "orb/CLockedDataReference.h"
 #include "orb/RObject.h"
-#include "tarn/foundation/tnMediaRecord.h"
+#include "tarn/audio/testPcm.h"
 
 using namespace Quillon::Orb;
 
 namespace {
-
-tnMediaRecord pcm(int bits, int rate, int channels) {
-    tnMediaRecord record(TN_MEDIA_AUDIO);
-    record.fBitsPerSample.SetInt32(bits);
-    record.fSampleRate.SetInt32(rate);
-    record.fChannels.SetInt32(channels);
-    return record;
-}
 
 TEST(tnOrbAudio, PropertiesDescribeLittleEndianPcm) {
     RObject<CAudioProperties> properties;

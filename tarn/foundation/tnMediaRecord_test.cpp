@@ -289,6 +289,27 @@ struct Canvas {
     float fNewRatio;
 };
 
+void expect_aligned(const Canvas& canvas) {
+    SCOPED_TRACE(canvas.fWhat);
+    tnMediaRecord record = video(canvas.fWidth, canvas.fHeight);
+    int channelWidth = canvas.fChannelWidth;
+    int channelHeight = canvas.fChannelHeight;
+    int canvasWidth = canvas.fCanvasWidth;
+    int canvasHeight = canvas.fCanvasHeight;
+    float ratio = canvas.fRatio;
+    record.AlignChannelAndCanvasCoordinates(&channelWidth, &channelHeight, &canvasWidth,
+                                            &canvasHeight, &ratio);
+    EXPECT_EQ(canvasWidth, canvas.fNewWidth);
+    EXPECT_EQ(canvasHeight, canvas.fNewHeight);
+    if (std::isnan(canvas.fNewRatio)) {
+        EXPECT_TRUE(std::isnan(ratio)) << ratio;
+    } else {
+        EXPECT_FLOAT_EQ(ratio, canvas.fNewRatio);
+    }
+    EXPECT_EQ(channelWidth, canvas.fChannelWidth);
+    EXPECT_EQ(channelHeight, canvas.fChannelHeight);
+}
+
 TEST_F(tnMediaRecordTest, CanvasFollowsARecordOfWholeMacroblocks) {
     const float wide = 16.0f / 9.0f;
     const Canvas kCanvases[] = {
@@ -306,22 +327,7 @@ TEST_F(tnMediaRecordTest, CanvasFollowsARecordOfWholeMacroblocks) {
         {"no width gives the canvas' shape", 0, 720, 4, 3, 640, 480, 9.0f, 640, 480,
          640.0f / 480.0f},
     };
-    for (const Canvas& canvas : kCanvases) {
-        SCOPED_TRACE(canvas.fWhat);
-        tnMediaRecord record = video(canvas.fWidth, canvas.fHeight);
-        int channelWidth = canvas.fChannelWidth;
-        int channelHeight = canvas.fChannelHeight;
-        int canvasWidth = canvas.fCanvasWidth;
-        int canvasHeight = canvas.fCanvasHeight;
-        float ratio = canvas.fRatio;
-        record.AlignChannelAndCanvasCoordinates(&channelWidth, &channelHeight, &canvasWidth,
-                                                &canvasHeight, &ratio);
-        EXPECT_EQ(canvasWidth, canvas.fNewWidth);
-        EXPECT_EQ(canvasHeight, canvas.fNewHeight);
-        EXPECT_FLOAT_EQ(ratio, canvas.fNewRatio);
-        EXPECT_EQ(channelWidth, canvas.fChannelWidth);
-        EXPECT_EQ(channelHeight, canvas.fChannelHeight);
-    }
+    for (const Canvas& canvas : kCanvases) expect_aligned(canvas);
 }
 
 TEST_F(tnMediaRecordTest, CanvasOrRatioWithoutAShapeGoesByTheRulesOfFloats) {
@@ -338,24 +344,7 @@ TEST_F(tnMediaRecordTest, CanvasOrRatioWithoutAShapeGoesByTheRulesOfFloats) {
         {"negative width", -16, 16, 0, 0, 640, 480, 2.0f, -16, 16, 2.0f},
         {"negative height", 16, -16, 4, 3, 640, 480, 2.0f, 640, 480, 640.0f / 480.0f},
     };
-    for (const Canvas& canvas : kCanvases) {
-        SCOPED_TRACE(canvas.fWhat);
-        tnMediaRecord record = video(canvas.fWidth, canvas.fHeight);
-        int channelWidth = canvas.fChannelWidth;
-        int channelHeight = canvas.fChannelHeight;
-        int canvasWidth = canvas.fCanvasWidth;
-        int canvasHeight = canvas.fCanvasHeight;
-        float ratio = canvas.fRatio;
-        record.AlignChannelAndCanvasCoordinates(&channelWidth, &channelHeight, &canvasWidth,
-                                                &canvasHeight, &ratio);
-        EXPECT_EQ(canvasWidth, canvas.fNewWidth);
-        EXPECT_EQ(canvasHeight, canvas.fNewHeight);
-        if (std::isnan(canvas.fNewRatio)) {
-            EXPECT_TRUE(std::isnan(ratio)) << ratio;
-        } else {
-            EXPECT_FLOAT_EQ(ratio, canvas.fNewRatio);
-        }
-    }
+    for (const Canvas& canvas : kCanvases) expect_aligned(canvas);
 }
 
 TEST_F(tnMediaRecordTest, MatrixIsGuessedByHeight) {

@@ -6,9 +6,10 @@
 
 #include "spar/zRecord.h"
 #include "spar/zString.h"
-#include "spar/zTraceManager.h"
 #include "tarn/foundation/tnOutputAnnotations.h"
 #include "tarn/foundation/tnTarn.h"
+
+#include "tests/support/TraceKeeper.h"
 
 namespace {
 
@@ -346,28 +347,18 @@ TEST_F(tnOutputAccessorTest, NullChildHasTheEmptyGroupName) {
 }
 
 TEST_F(tnOutputAccessorTest, PrintsTheRecordThatItHolds) {
-    class Keeper final : public zTraceManager {
-    public:
-        Keeper() : fBefore(SetDefault(this)) {}
-        ~Keeper() override { SetDefault(fBefore); }
-        void TraceMessage(int, const std::string& text) override { fTraced += text; }
-        std::string fTraced;
-
-    private:
-        zTraceManager* const fBefore;
-    };
     fAccessor.SetURL("rtsp://host/one");
     fRecord.AddChild(new zRecord, 0x7FFFFFFF);
-    Keeper keeper;
+    tests::TraceKeeper keeper;
     fAccessor.Print();
-    EXPECT_EQ(keeper.fTraced, fRecord.Description());
-    keeper.fTraced.clear();
+    EXPECT_EQ(keeper.fText, fRecord.Description());
+    keeper.fText.clear();
     tnOutputAnnotations(fRecord).Print();
-    EXPECT_EQ(keeper.fTraced, fRecord.Description());
-    keeper.fTraced.clear();
+    EXPECT_EQ(keeper.fText, fRecord.Description());
+    keeper.fText.clear();
     Accessor().Print();
     tnOutputAnnotations().Print();
-    EXPECT_EQ(keeper.fTraced, "");
+    EXPECT_EQ(keeper.fText, "");
 }
 
 TEST_F(tnOutputAccessorTest, AssignmentCopiesAndNeverRepoints) {

@@ -14,6 +14,7 @@
 #include "tarn/movies/tnStreamBufferGroup.h"
 #include "tarn/movies/tnWriteAlign.h"
 
+#include "tests/support/TraceKeeper.h"
 #include "tests/support/filterDoubles.h"
 
 using namespace filterDoubles;
@@ -318,28 +319,15 @@ private:
     int fPlaces[2] = {};  // identities alone; nobody looks into them
 };
 
-/// Keeps what is traced.
-class TraceKeeper final : public zTraceManager {
-public:
-    TraceKeeper() : fBefore(SetDefault(this)) {}
-    ~TraceKeeper() override { SetDefault(fBefore); }
-    void TraceMessage(int, const std::string& text) override { traced += text; }
-
-    std::string traced;
-
-private:
-    zTraceManager* fBefore;
-};
-
 TEST(OutputStreamSync, StartsAtTheFirstKeyFrameOnceAllHaveReported) {
     const Stands stands;
-    TraceKeeper trace;
+    tests::TraceKeeper trace;
     tnOutputStreamSync sync;
     sync.AddStream(stands.first);
     sync.AddStream(stands.second);
     EXPECT_FALSE(sync.CanSendFrame(stands.first, 1000, false));
     EXPECT_TRUE(sync.CanSendFrame(stands.second, 1040, true));
-    EXPECT_EQ(trace.traced, "Stream Sync: 40ms 0.04s\n");
+    EXPECT_EQ(trace.fText, "Stream Sync: 40ms 0.04s\n");
     EXPECT_FALSE(sync.CanSendFrame(stands.first, 1020, false));
     EXPECT_TRUE(sync.CanSendFrame(stands.first, 1040, false));
     EXPECT_FALSE(sync.CanSendFrame(stands.second, 1039, true));
@@ -394,7 +382,7 @@ TEST(OutputStreamSync, TellsHowFarApartTheStreamsBegan) {
     };
     for (const Case& c : cases) {
         const Stands stands;
-        TraceKeeper trace;
+        tests::TraceKeeper trace;
         tnOutputStreamSync sync;
         sync.AddStream(stands.first);
         sync.AddStream(stands.second);
@@ -405,7 +393,7 @@ TEST(OutputStreamSync, TellsHowFarApartTheStreamsBegan) {
             EXPECT_FALSE(sync.CanSendFrame(stands.second, time, false));
         }
         EXPECT_TRUE(sync.CanSendFrame(stands.first, c.start, true));
-        EXPECT_EQ(trace.traced, c.traced);
+        EXPECT_EQ(trace.fText, c.traced);
     }
 }
 
@@ -413,7 +401,7 @@ TEST(OutputStreamSync, TellsHowFarApartTheStreamsBegan) {
 TEST(OutputStreamSync, StreamsOnThreadsStartOnce) {
     for (int round = 0; round < 50; ++round) {
         const Stands stands;
-        TraceKeeper trace;
+        tests::TraceKeeper trace;
         tnOutputStreamSync sync;
         sync.AddStream(stands.first);
         sync.AddStream(stands.second);
@@ -432,8 +420,8 @@ TEST(OutputStreamSync, StreamsOnThreadsStartOnce) {
         sound.join();
         EXPECT_TRUE(sync.CanSendFrame(stands.second, first, false));
         EXPECT_FALSE(sync.CanSendFrame(stands.second, first - 1, false));
-        EXPECT_TRUE(trace.traced.starts_with("Stream Sync: "));
-        EXPECT_EQ(std::count(trace.traced.begin(), trace.traced.end(), '\n'), 1);
+        EXPECT_TRUE(trace.fText.starts_with("Stream Sync: "));
+        EXPECT_EQ(std::count(trace.fText.begin(), trace.fText.end(), '\n'), 1);
     }
 }
 

@@ -58,13 +58,7 @@ void take_packets(CAudioFilter& filter, std::vector<Packet>& packets) {
 std::vector<Packet> encoded(CAudioFilter& filter, const Bytes& pcm, std::size_t blockBytes) {
     std::vector<Packet> packets;
     EXPECT_EQ(filter.Begin(), 0);
-    for (std::size_t at = 0; at < pcm.size(); at += blockBytes) {
-        const std::size_t length = std::min(blockBytes, pcm.size() - at);
-        EXPECT_EQ(filter.PutSample(0, pcm_sample(pcm.data() + at, length, 1).Get()), 0);
-        take_packets(filter, packets);
-    }
-    EXPECT_EQ(filter.PutSample(0, nullptr), 0);
-    take_packets(filter, packets);
+    put_in_blocks(filter, pcm, blockBytes, [&] { take_packets(filter, packets); });
     return packets;
 }
 

@@ -48,13 +48,7 @@ void append_ready(CAudioFilter& filter, Bytes& out) {
 /// Everything that comes out for `in` in blocks of `blockBytes`, the rest drained.
 Bytes converted(CAudioFilter& filter, const Bytes& in, std::size_t blockBytes) {
     Bytes out;
-    for (std::size_t at = 0; at < in.size(); at += blockBytes) {
-        const std::size_t length = std::min(blockBytes, in.size() - at);
-        EXPECT_EQ(filter.PutSample(0, pcm_sample(in.data() + at, length, 1).Get()), 0);
-        append_ready(filter, out);
-    }
-    EXPECT_EQ(filter.PutSample(0, nullptr), 0);
-    append_ready(filter, out);
+    put_in_blocks(filter, in, blockBytes, [&] { append_ready(filter, out); });
     return out;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -55,6 +56,20 @@ inline RObject<CAudioSample> unreachable_sound() {
 inline Bytes bytes_of_sample(const CMediaSample& sample) {
     const RObject<CLockedDataReference> lock(sample.GetLockedDataReference(CDataReference::kRead));
     return lock ? Bytes(lock->GetData(), lock->GetData() + lock->GetLength()) : Bytes();
+}
+
+/// Puts `pcm` in blocks of `blockBytes` and drains; `take` is called whenever there may be
+/// something to take.
+template <typename Take>
+void put_in_blocks(CAudioFilter& filter, const Bytes& pcm, std::size_t blockBytes,
+                   const Take& take) {
+    for (std::size_t at = 0; at < pcm.size(); at += blockBytes) {
+        const std::size_t length = std::min(blockBytes, pcm.size() - at);
+        EXPECT_EQ(filter.PutSample(0, pcm_sample(pcm.data() + at, length, 1).Get()), 0);
+        take();
+    }
+    EXPECT_EQ(filter.PutSample(0, nullptr), 0);
+    take();
 }
 
 /// The bytes of the next sample that is ready; none if there is none.
