@@ -4,7 +4,6 @@
 #include <exception>
 #include <filesystem>
 #include <fmt/format.h>
-#include <iterator>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -19,6 +18,7 @@
 #include "ClipVideo.h"
 #include "MovieOnDisk.h"
 #include "Say.h"
+#include "avHandles.h"
 #include "clipNames.h"
 #include "codeText.h"
 #include "exceptionAdvice.h"
@@ -106,10 +106,13 @@ Size size_that_fits(const std::string& encoder, const Size& size, bool isInterla
     return {down(size.width, 2), down(size.height, rows)};
 }
 
+/// Whether the encoder that the library uses has the rate.
 bool is_rate_of_aac(int rate) {
-    constexpr int kRates[] = {7350,  8000,  11025, 12000, 16000, 22050, 24000,
-                              32000, 44100, 48000, 64000, 88200, 96000};
-    return std::find(std::begin(kRates), std::end(kRates), rate) != std::end(kRates);
+    const AVCodec* const encoder = avcodec_find_encoder(AV_CODEC_ID_AAC);
+    if (!encoder || !encoder->supported_samplerates) return true;
+    const int* known = encoder->supported_samplerates;
+    while (*known != 0 && *known != rate) ++known;
+    return *known != 0;
 }
 
 }  // namespace
