@@ -27,7 +27,7 @@ RObject<CByteArray> copy_of(const unsigned char* data, std::size_t size) {
     return RObject<CByteArray>(new CByteArray(data, static_cast<int>(size)));
 }
 
-unsigned int format_of(const SegmentTrack& track) {
+unsigned int format_of(const SegmentFormat& track) {
     switch (track.codec) {
         case AV_CODEC_ID_H264:
             return 'avc1';
@@ -49,8 +49,8 @@ bool CutWriter::failed(const Result& result, std::string& error) const {
     return true;
 }
 
-bool CutWriter::Open(const std::string& path, const SegmentTrack& pictures,
-                     const tnMediaRecord& video, const SegmentTrack& sound,
+bool CutWriter::Open(const std::string& path, const SegmentFormat& pictures,
+                     const tnMediaRecord& video, const SegmentFormat& sound,
                      const tnMediaRecord& audio, long long start, int primed, std::string& error) {
     fPath = path;
     fStart = start;
@@ -78,7 +78,7 @@ void CutWriter::announce(CMediaProperties& properties) const {
     properties.SetDuration(static_cast<long long>(ticks));
 }
 
-bool CutWriter::add_pictures(const SegmentTrack& track, const tnMediaRecord& format) {
+bool CutWriter::add_pictures(const SegmentFormat& track, const tnMediaRecord& format) {
     RObject<CVideoProperties> properties(new CContainerReaderVideoProperties(nullptr));
     if (!MediaRecordToVideoProperties(format_of(track), format, properties)) return false;
     properties->SetWidth(track.width);
@@ -96,7 +96,7 @@ bool CutWriter::add_pictures(const SegmentTrack& track, const tnMediaRecord& for
     return fAsset->AddVideoWriter(fPictures.Get()).Succeeded() && fPictures->Begin().Succeeded();
 }
 
-bool CutWriter::add_sound(const SegmentTrack& track, const tnMediaRecord& format, int primed) {
+bool CutWriter::add_sound(const SegmentFormat& track, const tnMediaRecord& format, int primed) {
     RObject<CAudioProperties> properties;
     fFrameBytes = track.frameBytes;
     fFramesPerPacket = track.frameBytes > 0 ? 1 : track.framesPerPacket;

@@ -19,8 +19,8 @@ public:
     /// `start` is the movie's beginning in ticks of the pictures, `primed` how many frames of the
     /// first packets of sound lie before it. `video` and `audio` are the recording's formats. False
     /// with one line in `error`.
-    bool Open(const std::string& path, const SegmentTrack& pictures, const tnMediaRecord& video,
-              const SegmentTrack& sound, const tnMediaRecord& audio, long long start, int primed,
+    bool Open(const std::string& path, const SegmentFormat& pictures, const tnMediaRecord& video,
+              const SegmentFormat& sound, const tnMediaRecord& audio, long long start, int primed,
               std::string& error);
     /// `shift` is taken from its times.
     bool WritePicture(const SegmentPacket& packet, long long shift, std::string& error);
@@ -30,8 +30,8 @@ public:
     bool Finish(std::string& error);
 
 private:
-    bool add_pictures(const SegmentTrack& track, const tnMediaRecord& format);
-    bool add_sound(const SegmentTrack& track, const tnMediaRecord& format, int primed);
+    bool add_pictures(const SegmentFormat& track, const tnMediaRecord& format);
+    bool add_sound(const SegmentFormat& track, const tnMediaRecord& format, int primed);
     void announce(Quillon::Orb::CMediaProperties& properties) const;
     bool failed(const Quillon::Orb::Result& result, std::string& error) const;
 

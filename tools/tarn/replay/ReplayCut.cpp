@@ -90,8 +90,8 @@ private:
     long long fGapTicks = 0;   // of the pictures, up to here
     long long fGapFrames = 0;  // of the sound
 
-    SegmentTrack fFirstPictures;  // without packets: what all segments must fit to
-    SegmentTrack fFirstSound;
+    SegmentFormat fFirstPictures;  // what all segments must fit to
+    SegmentFormat fFirstSound;
     long long fStartTicks = 0;
     long long fSoundEnd = 0;  // frames that have been written, less gaps
     long long fSoundStop = 0;
@@ -257,8 +257,8 @@ bool Cutter::Copy(const std::atomic<bool>& stop, const std::function<void(double
         if (fBegun && piece.start > reached + kRounding) fResult.gaps += piece.start - reached;
         reached = piece.stop;
         if (!fBegun) {
-            fFirstPictures = fPictures.WithoutPackets();
-            fFirstSound = fSound.WithoutPackets();
+            fFirstPictures = fPictures;
+            fFirstSound = fSound;
         }
         if (!fPictures.FitsTo(fFirstPictures) || !fSound.FitsTo(fFirstSound)) {
             fIsMixed = true;

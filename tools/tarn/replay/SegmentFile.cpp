@@ -15,9 +15,10 @@ unsigned int as_code(unsigned int tag) {
     return __builtin_bswap32(tag);
 }
 
-bool describe(const AVStream& stream, SegmentTrack& track) {
+/// A track whose ticks are no whole part of a second stays one that is not there.
+void describe(const AVStream& stream, SegmentFormat& track) {
     const AVCodecParameters& coded = *stream.codecpar;
-    if (stream.time_base.num != 1) return false;
+    if (stream.time_base.num != 1) return;
     track.codec = coded.codec_id;
     track.tag = as_code(coded.codec_tag);
     track.timescale = stream.time_base.den;
@@ -25,13 +26,11 @@ bool describe(const AVStream& stream, SegmentTrack& track) {
     track.height = coded.height;
     track.channels = coded.ch_layout.nb_channels;
     track.framesPerPacket = coded.frame_size;
-    track.reorders = coded.video_delay > 0;
     // Not as the file's own reader gives it: that leaves the size open for 16 bits.
     track.frameBytes = av_get_bits_per_sample(coded.codec_id) * track.channels / 8;
     if (coded.extradata_size > 0) {
         track.decoderInfo.assign(coded.extradata, coded.extradata + coded.extradata_size);
     }
-    return true;
 }
 
 void take_packet(AVPacket& packet, long long origin, SegmentTrack& track) {
@@ -50,25 +49,10 @@ long long ticks_of(long long time, int timescale) {
 
 }  // namespace
 
-bool SegmentTrack::FitsTo(const SegmentTrack& other) const {
+bool SegmentFormat::FitsTo(const SegmentFormat& other) const {
     return codec == other.codec && tag == other.tag && timescale == other.timescale &&
            width == other.width && height == other.height && channels == other.channels &&
            frameBytes == other.frameBytes && decoderInfo == other.decoderInfo;
-}
-
-SegmentTrack SegmentTrack::WithoutPackets() const {
-    SegmentTrack track;
-    track.codec = codec;
-    track.tag = tag;
-    track.timescale = timescale;
-    track.width = width;
-    track.height = height;
-    track.channels = channels;
-    track.framesPerPacket = framesPerPacket;
-    track.frameBytes = frameBytes;
-    track.reorders = reorders;
-    track.decoderInfo = decoderInfo;
-    return track;
 }
 
 void RaiseFileLimit() {

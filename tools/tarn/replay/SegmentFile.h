@@ -17,7 +17,7 @@ struct SegmentPacket {
 };
 
 /// What a track of a segment is.
-struct SegmentTrack {
+struct SegmentFormat {
     AVCodecID codec = AV_CODEC_ID_NONE;
     unsigned int tag = 0;  ///< the stored format, as four characters
     int timescale = 0;     ///< ticks a second; of sound its rate
@@ -26,15 +26,16 @@ struct SegmentTrack {
     int channels = 0;
     int framesPerPacket = 0;
     int frameBytes = 0;  ///< of PCM, else 0
-    bool reorders = false;
     std::vector<unsigned char> decoderInfo;
-    std::vector<SegmentPacket> packets;  ///< in the order of decoding
 
     bool IsThere() const { return codec != AV_CODEC_ID_NONE; }
     /// Whether packets of the two can follow each other in one track.
-    bool FitsTo(const SegmentTrack& other) const;
-    /// The same description, of no packets.
-    SegmentTrack WithoutPackets() const;
+    bool FitsTo(const SegmentFormat& other) const;
+};
+
+/// A track of a segment, as it was read.
+struct SegmentTrack : SegmentFormat {
+    std::vector<SegmentPacket> packets;  ///< in the order of decoding
 };
 
 /// The movie of one segment, held open from when this is made: its recorder may delete it
