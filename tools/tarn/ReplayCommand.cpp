@@ -1,8 +1,8 @@
 #include "ReplayCommand.h"
 
 #include <atomic>
-#include <cstdio>
 #include <fmt/format.h>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -97,6 +97,13 @@ void print_cut(const ReplayArguments& arguments, const ReplayCutResult& result) 
         result.stopped ? ", stopped before its end" : "");
 }
 
+/// Shows the share that is done.
+std::function<void(double)> shown_on(ProgressLine& line) {
+    return [&line](double part) {
+        line.Show(fmt::format("{} {:3.0f} %", ProgressBar(part), part * 100));
+    };
+}
+
 int run_cut(const ReplayArguments& arguments) {
     const std::atomic<bool>& stop = WatchStopSignal();
     const ReplayLibrary library;
@@ -113,12 +120,7 @@ int run_cut(const ReplayArguments& arguments) {
     bool cut = false;
     {
         ProgressLine line;
-        cut = CutReplay(
-            recording, wish, stop,
-            [&](double part) {
-                line.Show(fmt::format("{} {:3.0f} %", ProgressBar(part), part * 100));
-            },
-            result, error);
+        cut = CutReplay(recording, wish, stop, shown_on(line), result, error);
     }
     if (!cut) return tell_failure(arguments, error);
     print_cut(arguments, result);
@@ -136,12 +138,7 @@ int run_purge(const ReplayArguments& arguments) {
     bool done = false;
     {
         ProgressLine line;
-        done = PurgeReplay(
-            arguments.place, keep, arguments.force,
-            [&](double part) {
-                line.Show(fmt::format("{} {:3.0f} %", ProgressBar(part), part * 100));
-            },
-            purged, error);
+        done = PurgeReplay(arguments.place, keep, arguments.force, shown_on(line), purged, error);
     }
     if (!done) return tell_failure(arguments, error);
     if (arguments.json) {

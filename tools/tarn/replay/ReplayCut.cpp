@@ -7,6 +7,7 @@
 #include "spar/zXML.h"
 #include "tarn/replay/tnManifestBefore.h"
 
+#include "../folderTrouble.h"
 #include "../movieContainer.h"
 #include "CutWriter.h"
 #include "ReplayEncode.h"
@@ -292,14 +293,12 @@ void Cutter::Abandon() {
 
 /// An empty line, or why the output cannot be where it is asked for.
 std::string check_output(const ReplayRecording& recording, const std::string& output) {
-    const std::filesystem::path path(output);
     if (ContainerOf(output) == 0) return UnknownContainer(output);
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    const std::filesystem::path folder = std::filesystem::path(output).parent_path();
+    const std::string trouble = FolderTrouble(folder);
+    if (!trouble.empty()) return fmt::format("'{}': {}", output, trouble);
     std::error_code failed;
-    if (!std::filesystem::is_directory(folder, failed)) {
-        return fmt::format("'{}': there is no folder '{}'; make it first", output, folder.string());
-    }
-    if (std::filesystem::equivalent(folder, recording.folder, failed)) {
+    if (std::filesystem::equivalent(folder.empty() ? "." : folder, recording.folder, failed)) {
         return fmt::format("'{}': that folder belongs to the recording; choose another", output);
     }
     return "";

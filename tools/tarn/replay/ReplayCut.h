@@ -8,7 +8,7 @@
 
 /// What is to be cut out of a recording.
 struct ReplayCutWish {
-    std::string output;  ///< a .mov or .mp4 file
+    std::string output;  ///< a .mov, .mp4 or .m4v file
     long long in = 0;    ///< on the recording's timeline
     long long out = 0;   ///< exclusive
     bool exact = false;  ///< both ends to the frame, if need be by encoding anew

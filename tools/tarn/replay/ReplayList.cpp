@@ -63,16 +63,17 @@ std::string TextOfReplay(const ReplayRecording& recording) {
                     ReplayTimeline(recording, kTimelineWidth), text_of(recording.Stop()));
     text +=
         fmt::format("{:>10} {:>12} {:>12} {:>10} {:>10}\n", "id", "from", "to", "length", "size");
-    long long reached = recording.Start();
+    const std::vector<ReplayGap> gaps = GapsOf(recording);
+    auto gap = gaps.begin();
     for (const ReplayPiece& piece : recording.pieces) {
-        if (piece.start > reached + kRounding) {
-            text += fmt::format("{:>10} {:>12} {:>12} {:>10}\n", "gap", text_of(reached),
-                                text_of(piece.start), text_of(piece.start - reached));
+        if (gap != gaps.end() && gap->stop == piece.start) {
+            text += fmt::format("{:>10} {:>12} {:>12} {:>10}\n", "gap", text_of(gap->start),
+                                text_of(gap->stop), text_of(gap->stop - gap->start));
+            ++gap;
         }
         text += fmt::format("{:>10} {:>12} {:>12} {:>10} {:>10}\n", piece.id, text_of(piece.start),
                             text_of(piece.stop), text_of(piece.stop - piece.start),
                             TextOfBytes(piece.bytes));
-        reached = std::max(reached, piece.stop);
     }
     return text;
 }

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr int kPollUs = 2000;
-constexpr int kPatienceMs = 30000;  // without a file that goes
+constexpr int kPatienceUs = 30'000'000;  // without a file that goes
 
 std::size_t count_standing(const std::vector<ReplayPiece>& pieces) {
     std::size_t count = 0;
@@ -31,7 +31,7 @@ bool wait_until_gone(const std::vector<ReplayPiece>& pieces,
                      const std::function<void(double)>& progress) {
     std::size_t left = count_standing(pieces);
     int idleUs = 0;
-    while (left > 0 && idleUs < kPatienceMs * 1000) {
+    while (left > 0 && idleUs < kPatienceUs) {
         zThread::MicroSleep(kPollUs);
         const std::size_t now = count_standing(pieces);
         idleUs = now < left ? 0 : idleUs + kPollUs;
