@@ -15,7 +15,7 @@
 /// began with.
 class ClipAudio {
 public:
-    /// Opens the first sound track; null with one line in `error` when it cannot be decoded, null
+    /// Opens the best sound track; null with one line in `error` when it cannot be decoded, null
     /// with an empty line when the clip has no sound.
     static std::unique_ptr<ClipAudio> Open(const std::string& path, std::string& error);
     virtual ~ClipAudio() = default;

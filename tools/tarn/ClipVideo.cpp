@@ -14,8 +14,6 @@ extern "C" {
 #include <utility>
 #include <vector>
 
-#include "orb/CByteArray.h"
-#include "orb/CPixelBufferDataReference.h"
 #include "orb/CVideoProperties.h"
 #include "orb/CVideoSample.h"
 #include "tarn/foundation/tnRasterType.h"

@@ -21,7 +21,7 @@ struct ClipFrame {
 /// on where they are; the others are copied or converted once.
 class ClipVideo {
 public:
-    /// Opens the first picture track; null with one line in `error` when there is none to be had.
+    /// Opens the best picture track; null with one line in `error` when there is none to be had.
     /// `width` and `height` scale the pictures, which are shown in the shape that they had; 0 keeps
     /// the clip's own. `raster` '2vuy' converts them to that type; 0 takes the one that is nearest
     /// to the clip's. The first picture is decoded already; a clip without one opens all the same.

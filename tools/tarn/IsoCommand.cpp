@@ -1,6 +1,5 @@
 #include "IsoCommand.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>

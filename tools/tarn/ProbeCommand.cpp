@@ -1,6 +1,5 @@
 #include "ProbeCommand.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>

@@ -14,12 +14,7 @@
 
 namespace {
 
-struct Plane {
-    int rows;
-    int bytes;  // of a row, at both ends the pitch of this one
-};
-
-/// Copies a picture's planes from one pitch to another.
+/// Copies rows of `bytes` from one pitch to another.
 void copy_rows(const unsigned char* from, int fromPitch, unsigned char* to, int toPitch, int bytes,
                int rows) {
     if (fromPitch == toPitch) {

@@ -7,7 +7,8 @@ class LiveShow;
 
 // What a show says of itself: as text for people, as JSON lines for machines.
 
-/// One line of a source or an output, as the terminal view and `stats` show them.
+/// A line for each source and, below it, one for each of its outputs, as the terminal view and
+/// `stats` show them.
 std::string TextOfShow(const LiveShow& show);
 
 /// {"event":"stats",...} without a line end.

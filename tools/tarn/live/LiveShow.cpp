@@ -16,30 +16,24 @@ namespace {
 
 constexpr double kMicro = 1e6;
 constexpr double kLongestPlayOutSeconds = 2;
-constexpr double kEmptySeconds =
-    30;  // longer than a group of pictures before a late joiner's first
+// Longer than a late joiner waits for its first picture, which begins a group.
+constexpr double kEmptySeconds = 30;
 constexpr unsigned int kLookAgainUs = 10'000;
 constexpr const char* kNoThread =
     "the machine has no thread left for it; end other programs and try again";
-
-std::string joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
-    return text;
-}
 
 template <typename Element>
 std::string names_of(const std::vector<Element>& elements) {
     std::vector<std::string> names;
     for (const Element& element : elements) names.push_back(element.name);
-    return names.empty() ? "none" : joined(names);
+    return names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "));
 }
 
 bool check_output(const ShowOutput& output, const Show& show, std::string& error) {
     const LiveOutputKind* const kind = LiveOutputKinds::Find(output.kind);
     if (!kind) {
         error = fmt::format("output '{}': unknown kind '{}'; there are: {}", output.name,
-                            output.kind, joined(LiveOutputKinds::Names()));
+                            output.kind, fmt::join(LiveOutputKinds::Names(), ", "));
         return false;
     }
     return !kind->check || kind->check(output, show, error);
@@ -138,7 +132,7 @@ void LiveShow::advise(const ShowOutput& output) const {
     const std::vector<std::string> unread = LiveOutputKinds::UnreadAttributes(output);
     if (unread.empty()) return;
     fAdviser(fmt::format("output '{}': nothing here reads {}; check the spelling", output.name,
-                         joined(unread)));
+                         fmt::join(unread, ", ")));
 }
 
 // Outputs that take turns may name one address, and one that was switched on again writes where its
@@ -194,8 +188,7 @@ bool LiveShow::note_if_empty(LiveOutputEntry& entry) {
     if (given < kEmptySeconds * source->FramesPerSecond()) return false;
     figures.text = fmt::format(
         "nothing has come out of its encoders for {:.0f} seconds; do they take the source's "
-        "pictures "
-        "and sound?",
+        "pictures and sound?",
         given / source->FramesPerSecond());
     return true;
 }

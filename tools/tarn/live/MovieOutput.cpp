@@ -217,10 +217,6 @@ std::string known_formats() {
     return names.empty() ? "none; are the add-ons installed, or is --addons right?" : names;
 }
 
-}  // namespace
-
-namespace {
-
 bool is_same_file(const std::string& a, const std::string& b) {
     std::error_code failed;
     const auto first = std::filesystem::weakly_canonical(a, failed);

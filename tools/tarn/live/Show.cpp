@@ -67,8 +67,7 @@ bool read_side(const zRecord& record, const char* key, int& side, const std::str
 bool read_rate(const zRecord& record, ShowSource& source, const std::string& where,
                std::string& error) {
     if (!record.ExistsKey("fps")) return true;
-    char scratch[64] = {};
-    const std::string text = record.AsCString("fps", "", &scratch);
+    const std::string text = ElementText(record, "fps");
     if (!ParseRate(text, source.rate)) {
         error = fmt::format(
             "{}: fps=\"{}\" is no rate; write 25, 29.97 or 60000/1001, from {:g} to {:g}", where,
