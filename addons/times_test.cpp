@@ -118,7 +118,29 @@ struct Kind {
     const char* format;
     const char* file;
     const char* sound;
+    long long ticks = 1001;  ///< of a frame
 };
+
+tnMediaRecord picture_of(const Camera& camera, const Kind& kind) {
+    tnMediaRecord picture = camera.H264();
+    if (std::string(kind.format) == "QuickTime") picture.SetCString('mcon', "ProRes");
+    return picture;
+}
+
+/// Flash and click as a player shows them.
+void expect_together(const std::string& path) {
+    const double origin = std::atof(tests::ProbeStream(path, "a:0", "start_time").c_str());
+    const double flash = flash_time(path);
+    EXPECT_GT(flash, 0.5) << path;
+    EXPECT_NEAR(click_time(path) + origin, flash, 0.025) << path;
+}
+
+/// From the start of the first packet to the end of the last one.
+double sound_seconds(const std::string& path) {
+    const std::vector<Packet> packets = PacketsOf(path, "a:0");
+    if (packets.empty()) return 0;
+    return packets.back().shown + packets.back().duration - packets.front().shown;
+}
 
 class Together : public AddonTest, public testing::WithParamInterface<Kind> {};
 
@@ -127,7 +149,7 @@ class Together : public AddonTest, public testing::WithParamInterface<Kind> {};
 TEST_P(Together, FlashAndClickMeetAlsoWhereAnOutputCameLate) {
     const Kind& kind = GetParam();
     const std::string path = fFolder.File(kind.file);
-    Camera camera(1, 1001);
+    Camera camera(1, kind.ticks);
     camera.FlashAt(100);
     Show first("Shared MPEG-4", {camera.H264(2), camera.Aac()});
     ASSERT_EQ(first.Add(fFolder.File("first.mp4")), 0);
@@ -155,24 +177,41 @@ TEST_P(Together, FlashAndClickMeetAlsoWhereAnOutputCameLate) {
 TEST_P(Together, SoundThatIsLostPullsNothingForward) {
     const Kind& kind = GetParam();
     const std::string path = fFolder.File(kind.file);
-    Camera camera(1, 1001);
+    Camera camera(1, kind.ticks);
     camera.FlashAt(100);
     camera.LoseSound(40, 70);
-    tnMediaRecord picture = camera.H264();
-    if (std::string(kind.format) == "QuickTime") picture.SetCString('mcon', "ProRes");
-    Show show(kind.format, {picture, camera.Sound(kind.sound)});
+    Show show(kind.format, {picture_of(camera, kind), camera.Sound(kind.sound)});
     ASSERT_EQ(show.Add(path), 0);
     camera.Write(0, 180);
     show.End();
-    const double origin = std::atof(tests::ProbeStream(path, "a:0", "start_time").c_str());
-    EXPECT_NEAR(click_time(path) + origin, flash_time(path), 0.025) << path;
-    ExpectEveryFrame(path, PacketsOf(path, "v:0").front().shown, kFrame, 120);
+    expect_together(path);
+    ExpectEveryFrame(path, PacketsOf(path, "v:0").front().shown, camera.SecondsOf(1), 120);
+}
+
+// A sound device that was opened anew counts from 0 again; the host and its pictures run on.
+TEST_P(Together, SoundGoesOnWhereItsDeviceBeginsAnew) {
+    constexpr int kFrames = 300;
+    constexpr long long kSecondsOpen = 10000;
+    const Kind& kind = GetParam();
+    const std::string path = fFolder.File(kind.file);
+    Camera camera(1, kind.ticks);
+    camera.FlashAt(200);
+    camera.BeginAt(kSecondsOpen);
+    camera.MoveSound(120, -kSecondsOpen * Camera::kRate - camera.PositionOf(120));
+    Show show(kind.format, {picture_of(camera, kind), camera.Sound(kind.sound)});
+    ASSERT_EQ(show.Add(path), 0);
+    camera.Write(0, kFrames);
+    show.End();
+    expect_together(path);
+    EXPECT_NEAR(sound_seconds(path), camera.SecondsOf(kFrames), 0.1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Together,
                          testing::Values(Kind{"Shared QuickTime", "late.mov", "MPEG-4 Audio"},
                                          Kind{"Shared MPEG-4", "late.mp4", "MPEG-4 Audio"},
                                          Kind{"MPEG-TS", "late.ts", "MPEG-4 Audio"},
+                                         // Shared PCM is a thirtieth of a second long.
+                                         Kind{"Shared QuickTime", "late_pcm.mov", "PCM", 1000},
                                          Kind{"QuickTime", "late_raw.mov", "PCM"}),
                          [](const auto& test) {
                              std::string name = test.param.file;

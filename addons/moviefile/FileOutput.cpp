@@ -106,7 +106,7 @@ int FileOutput::write_sound(const MediaItem& item) {
     tnAudioCompressor::EncodedBuffer& sound = *item.sound;
     const unsigned int frames = sound.SampleCount(0);
     if (frames == 0) return 0;
-    const double early = std::max(fSoundStartMs - item.startMs, 0.0);
+    const double early = fSoundLine.HasBegun() ? 0 : std::max(fSoundStartMs - item.startMs, 0.0);
     const auto skip = static_cast<unsigned int>(std::lround(early * fSoundRate / kMsPerSecond));
     if (skip >= frames) return 0;
     const unsigned int frameBytes = sound.PacketSize(0) / frames;

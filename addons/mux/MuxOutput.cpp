@@ -226,7 +226,8 @@ int MuxOutput::write_sound(const MediaItem& item) {
     if (fIsPcm) return write_pcm(item);
     constexpr double kRoundingMs = 0.5;
     for (int i = 0; i < item.sound->PacketCount(); ++i) {
-        if (item.sound->Timestamp(i) < fFirstSoundMs - kRoundingMs) continue;
+        const bool isEarly = item.sound->Timestamp(i) < fFirstSoundMs - kRoundingMs;
+        if (isEarly && !fSoundLine.HasBegun()) continue;
         const int code = write_packet(item.sound, i);
         if (code != 0) return code;
     }
@@ -280,7 +281,7 @@ int MuxOutput::write_silence(double milliseconds) {
 
 int MuxOutput::write_pcm(const MediaItem& item) {
     tnAudioCompressor::EncodedBuffer& sound = *item.sound;
-    const double early = std::max(fFirstSoundMs - item.startMs, 0.0);
+    const double early = fSoundLine.HasBegun() ? 0 : std::max(fFirstSoundMs - item.startMs, 0.0);
     const auto skip =
         static_cast<std::size_t>(std::lround(early * fSoundRate / kMsPerSecond)) * fFrameBytes;
     const std::size_t size = sound.PacketSize(0);

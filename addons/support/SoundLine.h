@@ -11,6 +11,9 @@ public:
     /// What is longer is another origin, and no gap.
     static constexpr double kLongestMs = 600000.0;
 
+    /// Whether a piece stands in the file. Later ones are never from before the movie's start,
+    /// whatever their times say: then the device began to count anew.
+    bool HasBegun() const { return fStarted; }
     /// Milliseconds that are missing before a piece that starts at `startMs`; 0 for none.
     double MissingBefore(double startMs) const {
         const double off = fStarted ? startMs - fEndMs : 0;

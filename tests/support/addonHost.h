@@ -92,7 +92,8 @@ public:
         buffer->AddWritingRef();
         // Each time: a source that nobody observed any more has forgotten it.
         fManager->SetInputFormat(fSource, Picture(nullptr));
-        fManager->WriteVideoSample(fSource, MsOf(frame), frame * fTicks, *buffer, Picture(nullptr));
+        fManager->WriteVideoSample(fSource, MsOf(frame), fOrigin * kScale + frame * fTicks, *buffer,
+                                   Picture(nullptr));
         buffer->ReleaseWriting();
     }
     void WriteSound(int frame) {
@@ -106,8 +107,10 @@ public:
         if (fFlashAt >= 0) std::fill(samples.begin(), samples.end(), short{0});
         if (frame == fFlashAt) std::fill_n(samples.begin(), 96, short{30000});
         fManager->SetInputFormat(fSource + 1, Sound(nullptr));
+        const long long moved = frame >= fSoundMovesAt ? fSoundMovesBy : 0;
         fManager->WriteAudioSamples(fSource + 1, MsOf(frame), samples.data(),
-                                    static_cast<unsigned int>(samples.size() * 16), first, 0, 0);
+                                    static_cast<unsigned int>(samples.size() * 16),
+                                    fOrigin * kRate + first + moved, 0, 0);
     }
 
     long long MsOf(int frame) const { return frame * fTicks * 1000 / kScale; }
@@ -120,6 +123,13 @@ public:
     void LoseSound(int from, int to) {
         fMuteFrom = from;
         fMuteTo = to;
+    }
+    /// Lets times of pictures and positions of sound count from so many seconds.
+    void BeginAt(long long seconds) { fOrigin = seconds; }
+    /// Moves the positions of the sound, alone, by so many samples from this frame on.
+    void MoveSound(int from, long long samples) {
+        fSoundMovesAt = from;
+        fSoundMovesBy = samples;
     }
 
     /// A picture that no other frame has: a moving ramp with a block that walks over it.
@@ -140,6 +150,9 @@ private:
     int fFlashAt = -1;
     int fMuteFrom = 0;
     int fMuteTo = 0;
+    long long fOrigin = 0;
+    int fSoundMovesAt = 0;
+    long long fSoundMovesBy = 0;
     std::shared_ptr<tnFilterManager> fManager = tnFilterManager::Default();
     std::unique_ptr<tnStreamBufferGroup> fGroup;
 };
