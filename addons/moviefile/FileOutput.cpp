@@ -81,8 +81,11 @@ bool FileOutput::takes_sound(tnAudioCompressor::EncodedBuffer& buffer) {
 int FileOutput::begin_file(const MovieStart& start) {
     fStartTicks = start.Ticks();
     fSoundStartMs = start.TimeMs() - start.OnLine(0);
+    fPictureLine.BeginAt(start.TimeMs());
+    fSoundLine.BeginAt(fSoundStartMs);
     if (start.HasPictures()) {
         const auto& first = static_cast<RawVideoBuffer&>(*start.Pictures().front().picture);
+        fTicksPerMs = start.Pictures().front().TicksPerMs();
         fWriter->SetSourceVideoFormat(first.Format());
         fWriter->SetEncodedVideoFormat(fPictures);
     }
@@ -96,7 +99,10 @@ int FileOutput::begin_file(const MovieStart& start) {
 }
 
 int FileOutput::write_picture(const MediaItem& item) {
-    Frame frame(static_cast<RawVideoBuffer&>(*item.picture), fStartTicks);
+    const MoviePlace sound = fSoundLine.Place();
+    const double cutMs = fPictureLine.Follow(item.decodeMs, fSoundRate > 0 ? &sound : nullptr);
+    Frame frame(static_cast<RawVideoBuffer&>(*item.picture),
+                fStartTicks + std::llround(cutMs * fTicksPerMs));
     const int code = fWriter->WriteVideo(frame);
     fPictureBytes.fetch_add(frame.Bytes());
     return code;
@@ -111,9 +117,12 @@ int FileOutput::write_sound(const MediaItem& item) {
     if (skip >= frames) return 0;
     const unsigned int frameBytes = sound.PacketSize(0) / frames;
     const double start = item.startMs + early;
-    const int code = write_silence(fSoundLine.MissingBefore(start), frameBytes);
+    const MoviePlace pictures = fPictureLine.Place();
+    const double missing =
+        fSoundLine.MissingBefore(start, fSettings.hasPictures ? &pictures : nullptr);
+    const int code = write_silence(missing, frameBytes);
     if (code != 0) return code;
-    fSoundLine.Follow(start, kMsPerSecond * (frames - skip) / fSoundRate);
+    fSoundLine.Follow(start, kMsPerSecond * (frames - skip) / fSoundRate, missing);
     return write_block(sound.PacketData(0) + skip * frameBytes, frames - skip, frameBytes);
 }
 

@@ -3,6 +3,7 @@
 #include "tarn/writers/tnWriteORB2.h"
 
 #include "addons/support/MovieOutput.h"
+#include "addons/support/PictureLine.h"
 #include "addons/support/SoundLine.h"
 
 /// Writes raw frames and PCM through the movie file writer, which encodes them for this file alone.
@@ -41,9 +42,11 @@ private:
     std::atomic<long long> fPictureBytes{0};
     std::atomic<long long> fSoundBytes{0};
     long long fStartTicks = 0;
+    double fTicksPerMs = 1;
     double fSoundStartMs = 0;
     double fSoundRate = 0;
     double fUnconverted = 0;  // frames in a row of which the file got nothing
     bool fToldOfUnconverted = false;
+    PictureLine fPictureLine;
     SoundLine fSoundLine;
 };

@@ -94,9 +94,12 @@ bool MuxOutput::is_streamable(unsigned int format) const {
 int MuxOutput::begin_file(const MovieStart& start) {
     fStartTicks = start.Ticks();
     fSoundStartMs = start.TimeMs() - start.OnLine(0);
+    fPictureLine.BeginAt(start.TimeMs());
+    fSoundLine.BeginAt(fSoundStartMs);
     if (start.HasPictures()) {
         const MediaItem& first = start.Pictures().front();
         if (!first.format) return kWriterFormat;
+        fTicksPerMs = first.TicksPerMs();
         const int code = make_picture_track(*first.format);
         if (code != 0) return code;
     }
@@ -213,7 +216,9 @@ int MuxOutput::write_picture(const MediaItem& item) {
                      : buffer.CanDropBuffer() ? CVideoSample::kDisposablePicture
                                               : CVideoSample::kReferencePicture;
     const RObject<CVideoSample> sample(new CVideoSample(type, buffer.Duration(), 0));
-    sample->SetTime(item.decodeTicks - fStartTicks);
+    const MoviePlace sound = fSoundLine.Place();
+    const double cutMs = fPictureLine.Follow(item.decodeMs, fSound ? &sound : nullptr);
+    sample->SetTime(item.decodeTicks - fStartTicks - std::llround(cutMs * fTicksPerMs));
     sample->SetCompositionOffset(item.offsetTicks);
     const RObject<CMemoryDataReference> bytes =
         bytes_of(item.picture, buffer.Data(), buffer.DataSize());
@@ -234,11 +239,17 @@ int MuxOutput::write_sound(const MediaItem& item) {
     return 0;
 }
 
+double MuxOutput::missing_before(double soundMs) const {
+    const MoviePlace pictures = fPictureLine.Place();
+    return fSoundLine.MissingBefore(soundMs, fPictures ? &pictures : nullptr);
+}
+
 int MuxOutput::write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& buffer,
                             int packet) {
     const double start = buffer->Timestamp(packet);
-    const int code = write_held_packet(fSoundLine.MissingBefore(start));
-    fSoundLine.Follow(start, buffer->DurationMilli(packet));
+    const double missing = missing_before(start);
+    const int code = write_held_packet(missing);
+    fSoundLine.Follow(start, buffer->DurationMilli(packet), missing);
     fHeld = buffer;
     fHeldPacket = packet;
     return code;
@@ -287,10 +298,11 @@ int MuxOutput::write_pcm(const MediaItem& item) {
     const std::size_t size = sound.PacketSize(0);
     if (skip >= size) return 0;
     const auto frames = static_cast<long long>((size - skip) / fFrameBytes);
-    const int code = write_silence(fSoundLine.MissingBefore(item.startMs + early));
+    const double missing = missing_before(item.startMs + early);
+    const int code = write_silence(missing);
     if (code != 0) return code;
-    fSoundLine.Follow(item.startMs + early,
-                      kMsPerSecond * static_cast<double>(frames) / fSoundRate);
+    fSoundLine.Follow(item.startMs + early, kMsPerSecond * static_cast<double>(frames) / fSoundRate,
+                      missing);
     return write_bytes(bytes_of(item.sound, sound.PacketData(0) + skip, size - skip), frames,
                        frames);
 }

@@ -9,6 +9,7 @@
 #include "orb/RObject.h"
 
 #include "addons/support/MovieOutput.h"
+#include "addons/support/PictureLine.h"
 #include "addons/support/SoundLine.h"
 
 /// Muxes what shared encoders made, as it comes: no picture and no packet is encoded, copied or
@@ -44,6 +45,7 @@ private:
     int add_sound_track(Quillon::Orb::CAudioProperties& properties);
     bool is_streamable(unsigned int format) const;
     void announce_length(Quillon::Orb::CMediaProperties* properties) const;
+    double missing_before(double soundMs) const;
     int write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& buffer, int packet);
     int write_held_packet(double missingMs);
     int write_pcm(const MediaItem& item);
@@ -61,11 +63,13 @@ private:
 
     bool fHasFile = false;
     long long fStartTicks = 0;
+    double fTicksPerMs = 1;
     double fFirstSoundMs = 0;  // on the sound's line; what comes before is not written
     double fSoundStartMs = 0;  // the movie's start on the sound's line
     bool fIsPcm = false;
     std::size_t fFrameBytes = 0;  // of PCM
     double fSoundRate = 0;
+    PictureLine fPictureLine;
     SoundLine fSoundLine;
     // A packet of AAC waits for the next one, whose time tells how long it stands.
     std::shared_ptr<tnAudioCompressor::EncodedBuffer> fHeld;

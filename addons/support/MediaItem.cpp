@@ -30,6 +30,11 @@ long long offset_of(tnVideoCompressor::EncodedBuffer& buffer, OrbVideoBuffer* or
 
 }  // namespace
 
+double MediaItem::TicksPerMs() const {
+    const long long scale = format ? format->output.AsInt64('tmsc', 0) : 0;
+    return scale > 0 ? static_cast<double>(scale) / kMsPerSecond : 1.0;
+}
+
 MediaItem MakePicture(const std::shared_ptr<tnFilter>& filter,
                       std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer,
                       std::shared_ptr<const TrackFormat>& format, bool again) {
@@ -44,8 +49,8 @@ MediaItem MakePicture(const std::shared_ptr<tnFilter>& filter,
     item.isKey = buffer->IsKeyFrame();
     item.offsetTicks = offset_of(*buffer, orb);
     const double decodeMs = buffer->BufferTimeInMilliseconds();
-    const long long scale = format ? format->output.AsInt64('tmsc', 0) : 0;
-    const double ticksPerMs = scale > 0 ? static_cast<double>(scale) / kMsPerSecond : 1.0;
+    const double ticksPerMs = item.TicksPerMs();
+    item.decodeMs = decodeMs;
     item.decodeTicks = std::llround(decodeMs * ticksPerMs);
     item.startMs = decodeMs + static_cast<double>(item.offsetTicks) / ticksPerMs;
     item.endMs = item.startMs + buffer->Duration() / ticksPerMs;

@@ -30,11 +30,15 @@ struct MediaItem {
     bool isKey = false;
     double startMs = 0;
     double endMs = 0;
+    double decodeMs = 0;
     long long decodeTicks = 0;
     long long offsetTicks = 0;  ///< display time less decode time
     bool hasHostTime = false;
     double hostShiftMs = 0;  ///< from the source's own line to the host's
     std::size_t bytes = 0;
+
+    /// Of a picture; 1 where nobody knows.
+    double TicksPerMs() const;
 };
 
 /// `format` is what the item's filter said last; null the first time. `again` asks anew.

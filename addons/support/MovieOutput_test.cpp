@@ -1,5 +1,6 @@
 #include "addons/support/MovieOutput.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 
 #include "addons/support/OutputFan.h"
@@ -211,17 +212,96 @@ TEST_F(Outputs, AFanReachesThoseThatAreThere) {
 
 TEST(SoundLine, FindsHolesAndNoJitter) {
     SoundLine line;
-    EXPECT_EQ(line.MissingBefore(500), 0);  // nothing came before
-    line.Follow(500, 20);
-    EXPECT_EQ(line.MissingBefore(520), 0);
-    EXPECT_EQ(line.MissingBefore(539), 0);
-    EXPECT_EQ(line.MissingBefore(600), 80);
-    EXPECT_EQ(line.MissingBefore(100), 0);         // it comes again
-    EXPECT_EQ(line.MissingBefore(5000000000), 0);  // another origin
-    for (int i = 0; i < 1000; ++i) line.Follow(520 + 20 * i + (i % 2 == 0 ? 0.6 : -0.6), 20);
-    EXPECT_EQ(line.MissingBefore(520 + 20 * 1000 + 21), 21);
-    line.Follow(100000, 20);
-    EXPECT_EQ(line.MissingBefore(100100), 80);
+    EXPECT_EQ(line.MissingBefore(500, nullptr), 0);  // nothing came before
+    line.Follow(500, 20, 0);
+    EXPECT_EQ(line.MissingBefore(520, nullptr), 0);
+    EXPECT_EQ(line.MissingBefore(539, nullptr), 0);
+    EXPECT_EQ(line.MissingBefore(600, nullptr), 80);
+    EXPECT_EQ(line.MissingBefore(100, nullptr), 0);         // it comes again
+    EXPECT_EQ(line.MissingBefore(5000000000, nullptr), 0);  // another origin
+    for (int i = 0; i < 1000; ++i) line.Follow(520 + 20 * i + (i % 2 == 0 ? 0.6 : -0.6), 20, 0);
+    EXPECT_EQ(line.MissingBefore(520 + 20 * 1000 + 21, nullptr), 21);
+    line.Follow(100000, 20, 0);
+    EXPECT_EQ(line.MissingBefore(100100, nullptr), 80);
+}
+
+/// Both tracks of a movie that began at 1000 on both lines, ten seconds in.
+struct TwoLines {
+    TwoLines() {
+        pictures.BeginAt(1000);
+        sound.BeginAt(1000);
+        for (int i = 0; i < 250; ++i) {
+            Picture(1000 + 40 * i);
+            Sound(1000 + 40 * i);
+        }
+    }
+    /// The picture's time in the movie.
+    double Picture(double ms) {
+        const MoviePlace place = sound.Place();
+        return ms - 1000 - pictures.Follow(ms, &place);
+    }
+    /// The sound's time in the movie.
+    double Sound(double ms) {
+        const MoviePlace place = pictures.Place();
+        const double end = sound.Place().endMs;
+        const double missing = sound.MissingBefore(ms, &place);
+        sound.Follow(ms, 40, missing);
+        return end + missing;
+    }
+    PictureLine pictures;
+    SoundLine sound;
+};
+
+TEST(TwoLines, StayTogetherWhereBothJump) {
+    for (const double jump : {300e3, 599e3, 601e3, 7200e3, 3e10, -5e3, -7200e3}) {
+        for (const bool soundFirst : {false, true}) {
+            SCOPED_TRACE(testing::Message() << jump << " ms, sound first " << soundFirst);
+            TwoLines lines;
+            double sound = soundFirst ? lines.Sound(11000 + jump) : 0;
+            const double picture = lines.Picture(11000 + jump);
+            if (!soundFirst) sound = lines.Sound(11000 + jump);
+            EXPECT_NEAR(picture, sound, 1e-3);
+            EXPECT_NEAR(picture, std::fabs(jump) < 600e3 && jump > 0 ? 10000 + jump : 10000, 1e-3);
+            EXPECT_NEAR(lines.Picture(11040 + jump), picture + 40, 1e-3);
+            EXPECT_NEAR(lines.Sound(11040 + jump), sound + 40, 1e-3);
+        }
+    }
+}
+
+// What the second one lost beside the jump is told from where the first one stands.
+TEST(TwoLines, AreBesideEachOtherAlsoWhereOneComesBackLater) {
+    const double jump = 7200e3;
+    TwoLines first;
+    EXPECT_NEAR(first.Sound(11000 + jump), 10000, 1e-3);
+    EXPECT_NEAR(first.Picture(11300 + jump), 10300, 1e-3);
+    TwoLines second;
+    EXPECT_NEAR(second.Picture(11000 + jump), 10000, 1e-3);
+    EXPECT_NEAR(second.Sound(11300 + jump), 10300, 1e-3);
+}
+
+TEST(TwoLines, TellALongPauseOfOneFromAnotherOrigin) {
+    const int blocks = 700 * 25;  // 700 seconds
+    TwoLines noPictures;
+    for (int i = 0; i < blocks; ++i) noPictures.Sound(11000 + 40 * i);
+    EXPECT_NEAR(noPictures.Picture(711000), 710000, 1e-3);
+    TwoLines noSound;
+    for (int i = 0; i < blocks; ++i) noSound.Picture(11000 + 40 * i);
+    EXPECT_NEAR(noSound.Sound(711000), 710000, 1e-3);
+
+    TwoLines otherPictures;
+    EXPECT_NEAR(otherPictures.Picture(711000), 10000, 1e-3);
+    EXPECT_NEAR(otherPictures.Sound(11000), 10000, 1e-3);
+    TwoLines otherSound;
+    EXPECT_NEAR(otherSound.Sound(711000), 10000, 1e-3);
+    EXPECT_NEAR(otherSound.Picture(11000), 10000, 1e-3);
+}
+
+TEST(PictureLine, WithoutSoundEachLongStepIsAPause) {
+    PictureLine line;
+    EXPECT_EQ(line.Follow(0, nullptr), 0);
+    EXPECT_EQ(line.Follow(7200e3, nullptr), 0);
+    EXPECT_EQ(line.Follow(7200e3 - 500, nullptr), 0);     // counted unevenly
+    EXPECT_EQ(line.Follow(0, nullptr), -(7200e3 - 500));  // anew
 }
 
 }  // namespace

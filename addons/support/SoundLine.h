@@ -1,5 +1,10 @@
 #pragma once
 
+#include <algorithm>
+#include <cmath>
+
+#include "addons/support/PictureLine.h"
+
 /// Follows the times of a track's sound and finds what is missing between two pieces.
 ///
 /// Files lay sound end to end, so that a piece that never came would pull all that follows towards
@@ -8,26 +13,37 @@
 class SoundLine {
 public:
     static constexpr double kGapMs = 20.0;
-    /// What is longer is another origin, and no gap.
-    static constexpr double kLongestMs = 600000.0;
 
+    /// `startMs`: the movie's start on this line.
+    void BeginAt(double startMs) { fOriginMs = startMs; }
     /// Whether a piece stands in the file. Later ones are never from before the movie's start,
     /// whatever their times say: then the device began to count anew.
     bool HasBegun() const { return fStarted; }
+    MoviePlace Place() const { return {fEndMs - fOriginMs - fCutMs, fCutMs}; }
+
     /// Milliseconds that are missing before a piece that starts at `startMs`; 0 for none.
-    double MissingBefore(double startMs) const {
+    double MissingBefore(double startMs, const MoviePlace* pictures) const {
         const double off = fStarted ? startMs - fEndMs : 0;
-        return off > kGapMs && off < kLongestMs ? off : 0;
+        if (off <= kGapMs) return 0;
+        if (off < kLongestGapMs) return off;
+        if (!pictures) return 0;
+        if (pictures->IsNear(startMs - fOriginMs - fCutMs)) return off;
+        const double beside = off + fCutMs - pictures->cutMs;
+        return beside > 0 && pictures->IsNear(startMs - fOriginMs - pictures->cutMs) ? beside : 0;
     }
-    void Follow(double startMs, double durationMs) {
-        // Within a gap's width the line runs on by durations, so that roundings do not add up.
+    /// Takes the piece for written, behind what `missingMs` said.
+    void Follow(double startMs, double durationMs, double missingMs) {
         const double off = fStarted ? startMs - fEndMs : 0;
-        const bool runsOn = fStarted && off <= kGapMs && off >= -kGapMs;
+        // Within a gap's width the line runs on by durations, so that roundings do not add up.
+        const bool runsOn = fStarted && std::fabs(off) <= kGapMs;
+        if (fStarted && !runsOn) fCutMs += off - missingMs;
         fEndMs = (runsOn ? fEndMs : startMs) + durationMs;
         fStarted = true;
     }
 
 private:
     bool fStarted = false;
+    double fOriginMs = 0;
     double fEndMs = 0;
+    double fCutMs = 0;
 };

@@ -4,10 +4,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "spar/jigManager.h"
@@ -89,17 +91,29 @@ public:
         auto* const pixels = static_cast<unsigned char*>(buffer->GetPointer());
         Paint(frame, pixels);
         if (frame == fFlashAt) std::memset(pixels, 235, kWidth * kHeight);
-        buffer->AddWritingRef();
         // Each time: a source that nobody observed any more has forgotten it.
         fManager->SetInputFormat(fSource, Picture(nullptr));
-        fManager->WriteVideoSample(fSource, MsOf(frame), fOrigin * kScale + frame * fTicks, *buffer,
-                                   Picture(nullptr));
-        buffer->ReleaseWriting();
+        write(frame, *buffer, Picture(nullptr));
     }
-    void WriteSound(int frame) {
+    /// A grey frame of another shape, under the input format that the source had before.
+    void WriteOddPicture(int frame, int width, int height, int raster) {
+        tnMediaRecord shape = Picture(nullptr);
+        shape.fWidth.SetInt32(width);
+        shape.fHeight.SetInt32(height);
+        shape.fColourspace.SetInt32(raster);
+        shape.fBytesPerRow.SetInt32(raster == 'I420' ? width : 2 * width);
+        const std::unique_ptr<tnStreamBufferGroup> group(
+            tnStreamBufferGroup::CreateForFormat(shape, 1));
+        tnStreamBuffer* buffer = nullptr;
+        ASSERT_EQ(group->GetBuffer(&buffer, true), 0);
+        std::memset(buffer->GetPointer(), 128, static_cast<std::size_t>(width) * height);
+        write(frame, *buffer, shape);
+    }
+    /// In one block, of one frame or of so many.
+    void WriteSound(int frame, int frames = 1) {
         const long long first = PositionOf(frame);
         std::vector<short> samples;
-        for (long long i = first; i < PositionOf(frame + 1); ++i) {
+        for (long long i = first; i < PositionOf(frame + frames); ++i) {
             const auto value = static_cast<short>(
                 8000 * std::sin(static_cast<double>(i % kRate) * 2 * 3.14159265 * 440 / kRate));
             samples.insert(samples.end(), {value, value});
@@ -107,14 +121,15 @@ public:
         if (fFlashAt >= 0) std::fill(samples.begin(), samples.end(), short{0});
         if (frame == fFlashAt) std::fill_n(samples.begin(), 96, short{30000});
         fManager->SetInputFormat(fSource + 1, Sound(nullptr));
-        const long long moved = frame >= fSoundMovesAt ? fSoundMovesBy : 0;
+        const long long moved = fSoundMove ? fSoundMove(frame) : 0;
         fManager->WriteAudioSamples(fSource + 1, MsOf(frame), samples.data(),
                                     static_cast<unsigned int>(samples.size() * 16),
-                                    fOrigin * kRate + first + moved, 0, 0);
+                                    OriginOf(frame) * kRate + first + moved, 0, 0);
     }
 
     long long MsOf(int frame) const { return frame * fTicks * 1000 / kScale; }
     long long PositionOf(int frame) const { return frame * fTicks * kRate / kScale; }
+    long long OriginOf(int frame) const { return fOrigin + (frame >= fJumpAt ? fJump : 0); }
     double SecondsOf(int frame) const { return static_cast<double>(frame * fTicks) / kScale; }
 
     /// Lets this frame be white with a click at its very start, and the rest silent.
@@ -126,11 +141,13 @@ public:
     }
     /// Lets times of pictures and positions of sound count from so many seconds.
     void BeginAt(long long seconds) { fOrigin = seconds; }
-    /// Moves the positions of the sound, alone, by so many samples from this frame on.
-    void MoveSound(int from, long long samples) {
-        fSoundMovesAt = from;
-        fSoundMovesBy = samples;
+    /// Lets both jump by so many seconds from this frame on; the host's own line runs on.
+    void JumpAt(int frame, long long seconds) {
+        fJumpAt = frame;
+        fJump = seconds;
     }
+    /// Moves the positions of the sound, alone, by so many samples, frame by frame.
+    void MoveSound(std::function<long long(int frame)> by) { fSoundMove = std::move(by); }
 
     /// A picture that no other frame has: a moving ramp with a block that walks over it.
     static void Paint(int frame, unsigned char* out) {
@@ -145,14 +162,23 @@ public:
     }
 
 private:
+    /// Gives the frame back.
+    void write(int frame, tnStreamBuffer& buffer, const tnMediaRecord& shape) {
+        buffer.AddWritingRef();
+        fManager->WriteVideoSample(fSource, MsOf(frame), OriginOf(frame) * kScale + frame * fTicks,
+                                   buffer, shape);
+        buffer.ReleaseWriting();
+    }
+
     const int fSource;
     const long long fTicks;
     int fFlashAt = -1;
     int fMuteFrom = 0;
     int fMuteTo = 0;
     long long fOrigin = 0;
-    int fSoundMovesAt = 0;
-    long long fSoundMovesBy = 0;
+    int fJumpAt = 0;
+    long long fJump = 0;  // seconds
+    std::function<long long(int)> fSoundMove;
     std::shared_ptr<tnFilterManager> fManager = tnFilterManager::Default();
     std::unique_ptr<tnStreamBufferGroup> fGroup;
 };
