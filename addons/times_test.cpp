@@ -96,8 +96,8 @@ std::vector<int> brightness(const std::string& path) {
 double click_time(const std::string& path) {
     const std::string bytes =
         tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-dts_delta_threshold", "100000", "-i",
-                    path, "-map", "0:a:0", "-af", "aresample=async=1000", "-ac", "1", "-f", "s16le",
-                    "-"})
+                    path, "-map", "0:a:0", "-af", "aresample=async=1000", "-ac", "1", "-ar",
+                    "48000", "-f", "s16le", "-"})
             .out;
     const auto* samples = reinterpret_cast<const short*>(bytes.data());
     for (std::size_t i = 0; i < bytes.size() / 2; ++i) {
@@ -227,6 +227,22 @@ TEST_P(Together, BothLinesMayJump) {
         expect_together(path);
         EXPECT_GT(PacketsOf(path, "v:0").size(), 200u);
     }
+}
+
+// A host that takes its positions from a clock tells some of them late when it is busy.
+TEST_P(Together, SoundThatIsToldLateNowAndThenStaysInItsPlace) {
+    constexpr int kFrames = 320;
+    const Kind& kind = GetParam();
+    const std::string path = fFolder.File(kind.file);
+    Camera camera(1, kind.ticks);
+    camera.FlashAt(290);
+    camera.MoveSound([](int frame) { return frame % 30 == 15 ? Camera::kRate / 40 : 0; });
+    Show show(kind.format, {picture_of(camera, kind), camera.Sound(kind.sound)});
+    ASSERT_EQ(show.Add(path), 0);
+    camera.Write(0, kFrames);
+    show.End();
+    expect_together(path, 0.05);
+    EXPECT_NEAR(sound_seconds(path), camera.SecondsOf(kFrames), 0.1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Together,

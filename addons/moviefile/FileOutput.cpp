@@ -113,17 +113,24 @@ int FileOutput::write_sound(const MediaItem& item) {
     const unsigned int frames = sound.SampleCount(0);
     if (frames == 0) return 0;
     const double early = fSoundLine.HasBegun() ? 0 : std::max(fSoundStartMs - item.startMs, 0.0);
-    const auto skip = static_cast<unsigned int>(std::lround(early * fSoundRate / kMsPerSecond));
+    unsigned int skip = frames_in(early);
     if (skip >= frames) return 0;
     const unsigned int frameBytes = sound.PacketSize(0) / frames;
     const double start = item.startMs + early;
+    const double lasts = kMsPerSecond * (frames - skip) / fSoundRate;
     const MoviePlace pictures = fPictureLine.Place();
     const double missing =
         fSoundLine.MissingBefore(start, fSettings.hasPictures ? &pictures : nullptr);
     const int code = write_silence(missing, frameBytes);
     if (code != 0) return code;
-    fSoundLine.Follow(start, kMsPerSecond * (frames - skip) / fSoundRate, missing);
+    fSoundLine.Follow(start, lasts, missing);
+    skip += frames_in(fSoundLine.TakeBack(lasts));
+    if (skip >= frames) return 0;
     return write_block(sound.PacketData(0) + skip * frameBytes, frames - skip, frameBytes);
+}
+
+unsigned int FileOutput::frames_in(double milliseconds) const {
+    return static_cast<unsigned int>(std::lround(milliseconds * fSoundRate / kMsPerSecond));
 }
 
 int FileOutput::write_block(const unsigned char* data, unsigned int frames,

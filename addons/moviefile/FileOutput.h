@@ -31,6 +31,7 @@ protected:
     bool takes_sound(tnAudioCompressor::EncodedBuffer& buffer) override;
 
 private:
+    unsigned int frames_in(double milliseconds) const;
     int write_block(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
     int bear_unconverted(unsigned int frames);
     int write_silence(double milliseconds, unsigned int frameBytes);

@@ -248,23 +248,27 @@ int MuxOutput::write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuff
                             int packet) {
     const double start = buffer->Timestamp(packet);
     const double missing = missing_before(start);
-    const int code = write_held_packet(missing);
     fSoundLine.Follow(start, buffer->DurationMilli(packet), missing);
+    const int code = write_held_packet(missing);
     fHeld = buffer;
     fHeldPacket = packet;
     return code;
 }
 
-/// What is missing after a packet is told as its duration: players then wait, and stay together.
+/// What is missing after a packet, or too much, is told as its duration: players then wait or
+/// hurry, and stay together.
 int MuxOutput::write_held_packet(double missingMs) {
     if (!fHeld) return 0;
     const std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer = std::move(fHeld);
     fHeld.reset();
+    // A sample at least stays: a packet without a duration would get the usual one.
+    const double most = buffer->DurationMilli(fHeldPacket) - kMsPerSecond / fSoundRate;
+    const double longerMs = missingMs - fSoundLine.TakeBack(most);
     const long long frames =
-        buffer->SampleCount(fHeldPacket) + std::llround(missingMs * fSoundRate / kMsPerSecond);
+        buffer->SampleCount(fHeldPacket) + std::llround(longerMs * fSoundRate / kMsPerSecond);
     return write_bytes(
         bytes_of(buffer, buffer->PacketData(fHeldPacket), buffer->PacketSize(fHeldPacket)), 1,
-        frames);
+        std::max(frames, 1LL));
 }
 
 int MuxOutput::write_bytes(RObject<CMemoryDataReference> bytes, long long packets,
@@ -290,19 +294,26 @@ int MuxOutput::write_silence(double milliseconds) {
     return 0;
 }
 
+std::size_t MuxOutput::pcm_bytes(double milliseconds) const {
+    return static_cast<std::size_t>(std::lround(milliseconds * fSoundRate / kMsPerSecond)) *
+           fFrameBytes;
+}
+
 int MuxOutput::write_pcm(const MediaItem& item) {
     tnAudioCompressor::EncodedBuffer& sound = *item.sound;
     const double early = fSoundLine.HasBegun() ? 0 : std::max(fFirstSoundMs - item.startMs, 0.0);
-    const auto skip =
-        static_cast<std::size_t>(std::lround(early * fSoundRate / kMsPerSecond)) * fFrameBytes;
+    std::size_t skip = pcm_bytes(early);
     const std::size_t size = sound.PacketSize(0);
     if (skip >= size) return 0;
-    const auto frames = static_cast<long long>((size - skip) / fFrameBytes);
+    const double lasts =
+        kMsPerSecond * static_cast<double>((size - skip) / fFrameBytes) / fSoundRate;
     const double missing = missing_before(item.startMs + early);
     const int code = write_silence(missing);
     if (code != 0) return code;
-    fSoundLine.Follow(item.startMs + early, kMsPerSecond * static_cast<double>(frames) / fSoundRate,
-                      missing);
+    fSoundLine.Follow(item.startMs + early, lasts, missing);
+    skip += pcm_bytes(fSoundLine.TakeBack(lasts));
+    if (skip >= size) return 0;
+    const auto frames = static_cast<long long>((size - skip) / fFrameBytes);
     return write_bytes(bytes_of(item.sound, sound.PacketData(0) + skip, size - skip), frames,
                        frames);
 }

@@ -48,6 +48,7 @@ private:
     double missing_before(double soundMs) const;
     int write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuffer>& buffer, int packet);
     int write_held_packet(double missingMs);
+    std::size_t pcm_bytes(double milliseconds) const;
     int write_pcm(const MediaItem& item);
     int write_silence(double milliseconds);
     int write_bytes(RObject<Quillon::Orb::CMemoryDataReference> bytes, long long packets,

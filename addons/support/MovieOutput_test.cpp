@@ -225,6 +225,29 @@ TEST(SoundLine, FindsHolesAndNoJitter) {
     EXPECT_EQ(line.MissingBefore(100100, nullptr), 80);
 }
 
+TEST(SoundLine, TakesBackTheSilenceOfAGapThatWasNone) {
+    SoundLine line;
+    line.Follow(0, 5, 0);
+    EXPECT_EQ(line.MissingBefore(30, nullptr), 25);  // told late
+    line.Follow(30, 5, 25);
+    EXPECT_EQ(line.TakeBack(5), 0);
+    double taken = 0;
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(line.MissingBefore(10 + 5 * i, nullptr), 0);
+        line.Follow(10 + 5 * i, 5, 0);
+        taken += line.TakeBack(5);
+    }
+    EXPECT_EQ(taken, 25);
+    EXPECT_EQ(line.Place().endMs, 60);
+    EXPECT_EQ(line.Place().cutMs, 0);
+    line.Follow(30, 5, 0);  // never put in
+    EXPECT_EQ(line.TakeBack(5), 0);
+    EXPECT_EQ(line.MissingBefore(5035, nullptr), 5000);
+    line.Follow(5035, 5, 5000);
+    line.Follow(40, 5, 0);  // a line that began anew, as it does for pictures
+    EXPECT_EQ(line.TakeBack(5), 0);
+}
+
 /// Both tracks of a movie that began at 1000 on both lines, ten seconds in.
 struct TwoLines {
     TwoLines() {
