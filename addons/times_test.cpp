@@ -258,6 +258,25 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Together,
                              return name;
                          });
 
+// Hosts that had to catch up write more than a converter takes at once.
+TEST_F(Times, ALongBlockThatChangesItsRateIsNotLost) {
+    constexpr int kFrames = 240;
+    const std::string path = fFolder.File("a.mov");
+    Camera camera(1, 1000);
+    camera.FlashAt(200);
+    tnMediaRecord sound = camera.Sound("PCM");
+    sound.fSampleRate.SetInt32(44100);
+    Show show("QuickTime", {camera.Picture("MJPEG"), sound});
+    ASSERT_EQ(show.Add(path), 0);
+    camera.Write(0, 60);
+    camera.WriteSound(60, 20);  // two thirds of a second
+    for (int frame = 60; frame < 80; ++frame) camera.WritePicture(frame);
+    camera.Write(80, kFrames);
+    show.End();
+    expect_together(path);
+    EXPECT_NEAR(sound_seconds(path), camera.SecondsOf(kFrames), 0.03);
+}
+
 // An encoder without filler of its own: the last picture of each second is filled up, so that every
 // second of the stream has the very bytes of its rate.
 TEST_F(Times, AStrictRateIsKeptToTheByteAndDecodes) {

@@ -126,11 +126,24 @@ int FileOutput::write_sound(const MediaItem& item) {
     fSoundLine.Follow(start, lasts, missing);
     skip += frames_in(fSoundLine.TakeBack(lasts));
     if (skip >= frames) return 0;
-    return write_block(sound.PacketData(0) + skip * frameBytes, frames - skip, frameBytes);
+    return write_pieces(sound.PacketData(0) + skip * frameBytes, frames - skip, frameBytes);
 }
 
 unsigned int FileOutput::frames_in(double milliseconds) const {
     return static_cast<unsigned int>(std::lround(milliseconds * fSoundRate / kMsPerSecond));
+}
+
+/// Converters take half a second at once; hosts that had to catch up write more.
+int FileOutput::write_pieces(const unsigned char* data, unsigned int frames,
+                             unsigned int frameBytes) {
+    const unsigned int most = std::max(frames_in(kMsPerSecond / 4), 1U);
+    int code = 0;
+    for (unsigned int piece = 0; code == 0 && frames > 0; frames -= piece) {
+        piece = std::min(frames, most);
+        code = write_block(data, piece, frameBytes);
+        data += piece * frameBytes;
+    }
+    return code;
 }
 
 int FileOutput::write_block(const unsigned char* data, unsigned int frames,
@@ -144,7 +157,7 @@ int FileOutput::write_block(const unsigned char* data, unsigned int frames,
     return code;
 }
 
-/// A change of rate gives nothing while it fills, and a block that is lost is the only one. What
+/// A change of rate gives nothing while it fills, and a piece that is lost is the only one. What
 /// gave nothing for a second gives nothing ever.
 int FileOutput::bear_unconverted(unsigned int frames) {
     if (fUnconverted >= fSoundRate) return kWriterAudioConversion;
@@ -152,7 +165,7 @@ int FileOutput::bear_unconverted(unsigned int frames) {
     if (std::exchange(fToldOfUnconverted, true)) return 0;
     zTrace(
         "'{}': {} frames of sound gave none for the file; a change of rate keeps its first ones "
-        "for the next, a block of more than half a second is lost\n",
+        "for the next\n",
         fSettings.where, frames);
     return 0;
 }

@@ -32,6 +32,7 @@ protected:
 
 private:
     unsigned int frames_in(double milliseconds) const;
+    int write_pieces(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
     int write_block(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
     int bear_unconverted(unsigned int frames);
     int write_silence(double milliseconds, unsigned int frameBytes);
