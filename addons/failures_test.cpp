@@ -258,6 +258,40 @@ TEST_F(Failures, PicturesWhoseSoundIsLostAreKept) {
     ExpectEveryFrame(fFolder.File("b.mov"), 0, kFrame, 60);
 }
 
+// A source of sound that is dead from the start: its pictures are a movie all the same.
+TEST_F(Failures, PicturesWithoutTheirSoundAreRecorded) {
+    Camera camera(1);
+    camera.LoseSound(0, 400);
+    Show raw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    Show muxed("Shared QuickTime", {camera.H264(), camera.Aac()});
+    Show stream("MPEG-TS", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(raw.Add(fFolder.File("raw.mov")), 0);
+    ASSERT_EQ(muxed.Add(fFolder.File("muxed.mov")), 0);
+    ASSERT_EQ(stream.Add(fFolder.File("a.ts")), 0);
+    camera.Write(0, 400);
+    for (Show* show : {&raw, &muxed, &stream}) EXPECT_EQ(show->Remove(), 0);
+    for (const char* name : {"raw.mov", "muxed.mov", "a.ts"}) {
+        const std::string path = fFolder.File(name);
+        EXPECT_GT(PacketsOf(path, "v:0").size(), 380u) << path;
+        EXPECT_TRUE(PacketsOf(path, "a:0").empty()) << path;
+    }
+}
+
+// A host whose clock is set back by twenty seconds.
+TEST_F(Failures, PicturesWhoseTimesStepBackAreRecorded) {
+    Camera camera(1);
+    Show raw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    Show muxed("Shared QuickTime", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(raw.Add(fFolder.File("raw.mov")), 0);
+    ASSERT_EQ(muxed.Add(fFolder.File("muxed.mov")), 0);
+    camera.Write(600, 660);
+    camera.Write(0, 60);
+    for (Show* show : {&raw, &muxed}) EXPECT_EQ(show->Remove(), 0);
+    for (const char* name : {"raw.mov", "muxed.mov"}) {
+        EXPECT_GT(PacketsOf(fFolder.File(name), "v:0").size(), 100u) << name;
+    }
+}
+
 TEST_F(Failures, AnOutputThatFailedMayBeginAnew) {
     MovieFileInventory::Add('mov ', make_full_disk);
     Camera camera(1);

@@ -198,12 +198,14 @@ TEST_F(Outputs, AFanReachesThoseThatAreThere) {
     const auto a = make({100, 1 << 20, false});
     const auto b = make({100, 1 << 20, false});
     OutputFan fan;
+    const auto filter = std::make_shared<filterDoubles::VideoCompressor>();
     fan.Add(a);
-    fan.WriteVideo(nullptr, picture(0));
+    fan.WriteVideo(filter, picture(0));
     fan.Add(b);
-    fan.WriteVideo(nullptr, picture(40));
+    fan.WriteVideo(nullptr, picture(20));  // nobody can tell yet what it is
+    fan.WriteVideo(filter, picture(40));
     fan.Remove(a);
-    fan.WriteVideo(nullptr, picture(80));
+    fan.WriteVideo(filter, picture(80));
     a->Stop();
     b->Stop();
     EXPECT_EQ(a->fWritten, 2);

@@ -23,12 +23,14 @@ std::shared_ptr<const OutputFan::Outputs> OutputFan::outputs() const {
 
 void OutputFan::WriteVideo(std::shared_ptr<tnFilter> filter,
                            std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) {
+    if (!filter) return;
     const std::shared_ptr<const Outputs> running = outputs();
     for (const auto& output : *running) output->WriteVideo(filter, buffer);
 }
 
 void OutputFan::WriteAudio(std::shared_ptr<tnFilter> filter,
                            std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer) {
+    if (!filter) return;
     const std::shared_ptr<const Outputs> running = outputs();
     for (const auto& output : *running) output->WriteAudio(filter, buffer);
 }

@@ -11,7 +11,9 @@
 /// The sink of a movie's streams: hands every buffer to each running output of the movie.
 ///
 /// Outputs come and go on the control thread while buffers arrive on others. An output that has
-/// been removed may still be handed a buffer that was under way.
+/// been removed may still be handed a buffer that was under way. A stream that joins a running
+/// encoder may hear it before it knows its filter, without which nobody can tell the track's
+/// format: such a buffer is left out, as those before it were.
 class OutputFan final : public tnEncodedSink {
 public:
     void Add(std::shared_ptr<MovieOutput> output) SPAR_EXCLUDES(fLock);

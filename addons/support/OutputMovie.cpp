@@ -1,5 +1,6 @@
 #include "addons/support/OutputMovie.h"
 
+#include <limits>
 #include <utility>
 
 #include "spar/zAsSharedPtr.h"
@@ -39,6 +40,18 @@ std::string numbered(const std::string& path, int number) {
     return path.substr(0, end) + " " + std::to_string(number) + path.substr(end);
 }
 
+/// Lets everything through from the first buffer on: a start that was decided before all times.
+///
+/// Left to itself it would hold back, without a bound, what one track gives while another gives
+/// nothing, and what is earlier than the start. Where its tracks begin together each output finds
+/// for itself, with bounds for both.
+std::shared_ptr<tnOutputStreamSync> make_open_sync() {
+    auto sync = std::make_shared<tnOutputStreamSync>();
+    sync->AddStream(nullptr);
+    sync->CanSendFrame(nullptr, std::numeric_limits<long long>::min(), true);
+    return sync;
+}
+
 /// What keeps a filter from encoding; 0 for nothing, and for kinds that cannot be asked.
 int error_of(const tnFilter* filter) {
     if (const auto* own = dynamic_cast<const AnsweringFilter*>(filter)) {
@@ -74,7 +87,8 @@ int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
     return code;
 }
 
-OutputMovie::OutputMovie(unsigned int id, const char* name) : fID(id), fName(name) {}
+OutputMovie::OutputMovie(unsigned int id, const char* name)
+    : fID(id), fName(name), fSync(make_open_sync()) {}
 
 OutputMovie::~OutputMovie() {
     while (!fRunning.empty()) end_output(fRunning.begin()->first);
@@ -103,7 +117,6 @@ int OutputMovie::CreateWriteStream(tnMediaRecord& format, tnStream** stream, int
     auto* const made =
         new OutputMovieStream(format.AsInt32("source_id", 0), request_for(format), format, fSync);
     made->SetSink(fFan);
-    fSync->AddStream(made);
     *stream = made;
     return 0;
 }

@@ -83,7 +83,7 @@ private:
 
     const unsigned int fID;
     const char* const fName;
-    const std::shared_ptr<tnOutputStreamSync> fSync = std::make_shared<tnOutputStreamSync>();
+    const std::shared_ptr<tnOutputStreamSync> fSync;
     const std::shared_ptr<OutputFan> fFan = std::make_shared<OutputFan>();
     std::map<tn_output, std::shared_ptr<MovieOutput>> fRunning;
     std::map<std::string, int> fStarts;  // how often an output began at that place

@@ -175,8 +175,8 @@ void LiveShow::stop_output(LiveOutputEntry& entry, LiveState state) {
     set_state(entry, state);
 }
 
-// The tracks of a movie start together: where one gets nothing, because its encoder cannot take
-// what the source gives, the movie never begins and has no failure to tell.
+// Where the encoder of the pictures cannot take what the source gives, the movie never begins and
+// has no failure to tell.
 bool LiveShow::note_if_empty(LiveOutputEntry& entry) {
     LiveFigures& figures = entry.figures;
     if (figures.frames > 0 || figures.status != 0 || !entry.description.Track(TN_MEDIA_VIDEO)) {
