@@ -31,7 +31,7 @@ private:
 MovieOutput::MovieOutput(Settings settings, Room room)
     : fSettings(std::move(settings)),
       fRoom(room),
-      fStart(fSettings.hasPictures, fSettings.hasSound) {}
+      fStart(fSettings.hasPictures, fSettings.hasSound, room.bytes) {}
 
 MovieOutput::~MovieOutput() = default;
 

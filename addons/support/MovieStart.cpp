@@ -1,5 +1,6 @@
 #include "addons/support/MovieStart.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -15,11 +16,34 @@ constexpr double kMostSoundMs = 60000;
 }  // namespace
 
 void MovieStart::Add(MediaItem item) {
+    if (item.picture) fPictureBytes += item.bytes;
     (item.picture ? fPictures : fSounds).push_back(std::move(item));
 }
 
+void MovieStart::drop_picture() {
+    fPictureBytes -= fPictures.front().bytes;
+    fPictures.pop_front();
+}
+
+void MovieStart::drop_until_key() {
+    while (!fPictures.empty() && !fPictures.front().isKey) drop_picture();
+}
+
+/// Room for newer pictures, from a later key frame on. They have waited as long as the older ones.
+void MovieStart::keep_bound() {
+    while (fPictureBytes > fMostBytes) {
+        const auto isKey = [](const MediaItem& picture) { return picture.isKey; };
+        if (std::none_of(fPictures.begin() + 1, fPictures.end(), isKey)) return;
+        const double from = fPictures.front().startMs;
+        drop_picture();
+        drop_until_key();
+        fDroppedMs += fPictures.front().startMs - from;
+    }
+}
+
 bool MovieStart::Decide() {
-    while (!fPictures.empty() && !fPictures.front().isKey) fPictures.pop_front();
+    drop_until_key();
+    keep_bound();
     return fHasPictures && fHasSound ? decide_together() : decide_alone();
 }
 
@@ -42,7 +66,8 @@ bool MovieStart::decide_together() {
         }
         return false;
     }
-    const bool waitedLong = fPictures.back().startMs - fPictures.front().startMs > kPatienceMs;
+    const double waitedMs = fPictures.back().startMs - fPictures.front().startMs + fDroppedMs;
+    const bool waitedLong = waitedMs > kPatienceMs;
     if (fSounds.empty()) {
         if (!waitedLong) return false;
         fHasSound = false;
@@ -52,7 +77,8 @@ bool MovieStart::decide_together() {
     const double soundFrom = OnLine(fSounds.front().startMs) - kRoundingMs;
     while (!fPictures.empty() &&
            (!fPictures.front().isKey || fPictures.front().startMs < soundFrom)) {
-        fPictures.pop_front();
+        drop_picture();
+        fDroppedMs = 0;
     }
     if (fPictures.empty()) return false;
     const double time = fPictures.front().startMs;

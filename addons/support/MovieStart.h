@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <deque>
+#include <limits>
 
 #include "addons/support/MediaItem.h"
 
@@ -12,6 +14,9 @@
 /// so far apart that they cannot, the times on the host's line decide, which are a few blocks
 /// coarser.
 ///
+/// What waits is bounded. Raw pictures of ten seconds would be gigabytes: the oldest ones, which
+/// nothing is heard with, are dropped for newer ones.
+///
 /// One thread.
 class MovieStart {
 public:
@@ -20,7 +25,10 @@ public:
     /// Sound that is kept from before the start.
     static constexpr double kRunUpMs = 100;
 
-    MovieStart(bool hasPictures, bool hasSound) : fHasPictures(hasPictures), fHasSound(hasSound) {}
+    /// `mostBytes` of pictures wait at most.
+    MovieStart(bool hasPictures, bool hasSound,
+               std::size_t mostBytes = std::numeric_limits<std::size_t>::max())
+        : fHasPictures(hasPictures), fHasSound(hasSound), fMostBytes(mostBytes) {}
 
     void Add(MediaItem item);
     /// True once, when the start is known: then the rest of this class answers.
@@ -43,6 +51,9 @@ public:
     bool Next(MediaItem& item);
 
 private:
+    void drop_picture();
+    void drop_until_key();
+    void keep_bound();
     bool decide_alone();
     bool decide_together();
     void compare_lines();
@@ -50,8 +61,11 @@ private:
 
     bool fHasPictures;
     bool fHasSound;
+    const std::size_t fMostBytes;
     std::deque<MediaItem> fPictures;
     std::deque<MediaItem> fSounds;
+    std::size_t fPictureBytes = 0;
+    double fDroppedMs = 0;  // that pictures had waited which had to go
     double fTimeMs = 0;
     long long fTicks = 0;
     double fSoundShiftMs = 0;

@@ -96,6 +96,30 @@ TEST(MovieStart, SoundThatNeverComesIsGivenUp) {
     EXPECT_EQ(start.TimeMs(), 0);
 }
 
+// Ten seconds of raw pictures are gigabytes.
+TEST(MovieStart, PicturesThatWaitForSoundAreBounded) {
+    MovieStart start(true, true, 50);
+    for (int ms = 0; ms <= 10040; ms += 40) {
+        MediaItem item = picture(ms, ms % 120 == 0);  // I P P I P P
+        item.bytes = 5;
+        ASSERT_EQ(add(start, std::move(item)), ms == 10040) << ms;
+        ASSERT_LE(start.Pictures().size(), 10u);
+    }
+    EXPECT_FALSE(start.HasSound());
+    EXPECT_EQ(start.TimeMs(), 9720) << "a key frame";
+    EXPECT_EQ(start.Pictures().back().startMs, 10040);
+}
+
+TEST(MovieStart, TheOnlyKeyFrameIsKeptWhateverItTakes) {
+    MovieStart start(true, true, 50);
+    for (int ms = 0; ms <= 800; ms += 40) {
+        MediaItem item = picture(ms, ms == 0);
+        item.bytes = 5;
+        ASSERT_FALSE(add(start, std::move(item)));
+    }
+    EXPECT_EQ(start.Pictures().size(), 21u);
+}
+
 TEST(MovieStart, AtTheEndPicturesBeginWithoutSound) {
     MovieStart start(true, true);
     EXPECT_FALSE(start.DecideAtEnd()) << "nothing to begin with";
