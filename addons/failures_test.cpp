@@ -12,7 +12,9 @@
 
 #include "orb/MovieFileInventory.h"
 #include "orb/container/MovieFile.h"
+#include "tarn/writers/writerErrors.h"
 
+#include "tests/support/WaitUntil.h"
 #include "tests/support/addonHost.h"
 #include "tests/support/orbDoubles.h"
 
@@ -110,6 +112,49 @@ TEST_F(Failures, ADiskThatNeverAnswersKeepsNobody) {
     gGateOpen = true;
     gGate.notify_all();
     gGate.wait(lock, [] { return gStuckFiles == 0; });
+}
+
+// A raw file's writes wait for their disk, but not while the others fall behind; and it goes on
+// when the disk comes back. Waits for real: what a WaitAllowance has.
+TEST_F(Failures, ADiskThatComesBackGoesOn) {
+    gGateOpen = false;  // no file stands
+    MovieFileInventory::Add('mov ', make_stuck_disk);
+    Camera camera(1);
+    Show stuck("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    Show well("Shared QuickTime", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(stuck.Add(fFolder.File("stuck.mov")), 0);
+    ASSERT_EQ(well.Add(fFolder.File("well.mov")), 0);
+    camera.Write(0, 360);
+    EXPECT_EQ(stuck.Statistics(TN_MEDIA_VIDEO).fState, 2);
+    EXPECT_EQ(stuck.Statistics(TN_MEDIA_VIDEO).fStatus, kOutputLeavesOut);
+    EXPECT_EQ(stuck.Statistics(TN_MEDIA_AUDIO).fState, 0);
+    EXPECT_EQ(well.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    {
+        const std::lock_guard<std::mutex> lock(gGateLock);
+        gGateOpen = true;
+        gGate.notify_all();
+    }
+    int frame = 360;
+    ASSERT_TRUE(tests::WaitUntil(
+        [&] {
+            camera.Write(frame, frame + 1);
+            ++frame;
+            return stuck.Statistics(TN_MEDIA_VIDEO).fState == 0;
+        },
+        std::chrono::milliseconds(5)));
+    camera.Write(frame, frame + 30);
+    EXPECT_EQ(stuck.Remove(), 0);
+    EXPECT_EQ(well.Remove(), 0);
+    MovieFileInventory::Add('mov ', nullptr);
+    EXPECT_EQ(stuck.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    ExpectEveryFrame(fFolder.File("well.mov"), 0, kFrame, 360);
+    const std::vector<Packet> kept = PacketsOf(fFolder.File("stuck.mov"), "v:0");
+    ASSERT_GT(kept.size(), 100u);
+    EXPECT_NEAR(kept.front().shown, 0, 0.001);
+    EXPECT_NEAR(kept.back().shown, camera.SecondsOf(frame + 29), 0.001) << "in its place";
+    const std::vector<Packet> heard = PacketsOf(fFolder.File("stuck.mov"), "a:0");
+    ASSERT_FALSE(heard.empty());
+    EXPECT_NEAR(heard.back().shown + heard.back().duration, camera.SecondsOf(frame + 30), 0.001);
 }
 
 TEST_F(Failures, AFullDiskEndsOneOutputAndNoOther) {
@@ -269,7 +314,12 @@ TEST_F(Failures, PicturesWithoutTheirSoundAreRecorded) {
     ASSERT_EQ(muxed.Add(fFolder.File("muxed.mov")), 0);
     ASSERT_EQ(stream.Add(fFolder.File("a.ts")), 0);
     camera.Write(0, 400);
-    for (Show* show : {&raw, &muxed, &stream}) EXPECT_EQ(show->Remove(), 0);
+    for (Show* show : {&raw, &muxed, &stream}) {
+        EXPECT_EQ(show->Remove(), 0);
+        EXPECT_EQ(show->Statistics(TN_MEDIA_VIDEO).fStatus, 0);
+        EXPECT_EQ(show->Statistics(TN_MEDIA_AUDIO).fState, 2);
+        EXPECT_EQ(show->Statistics(TN_MEDIA_AUDIO).fStatus, kOutputGetsNothing);
+    }
     for (const char* name : {"raw.mov", "muxed.mov", "a.ts"}) {
         const std::string path = fFolder.File(name);
         EXPECT_GT(PacketsOf(path, "v:0").size(), 380u) << path;

@@ -8,8 +8,8 @@
 
 /// Writes raw frames and PCM through the movie file writer, which encodes them for this file alone.
 ///
-/// Encoders may be slower than the host for a while: a write then waits for them, as long as they
-/// move at all.
+/// Encoders and disks may be slower than the host for a while: a write then waits for them, within
+/// an allowance, and then leaves out what has no room.
 class FileOutput final : public MovieOutput {
 public:
     /// The tracks as the file shall carry them; an empty record for none.

@@ -5,12 +5,16 @@
 
 #include "spar/trace.h"
 #include "spar/zThreadMain.h"
+#include "spar/zTime.h"
+#include "tarn/writers/writerErrors.h"
 
 namespace {
 
 // An ordinary thread.
 constexpr char kThreadClass = 4;
 constexpr char kThreadNumber = 1;
+/// Of sound beside pictures that have no room: minutes of stereo.
+constexpr std::size_t kSoundRoom = std::size_t{32} << 20;
 
 }  // namespace
 
@@ -102,33 +106,113 @@ void MovieOutput::WriteAudio(const std::shared_ptr<tnFilter>& filter,
     put(MakeSound(filter, std::move(buffer), fSoundFormat));
 }
 
-bool MovieOutput::is_full() const {
-    return fItems.size() >= fRoom.items || fBytes >= fRoom.bytes;
+MovieOutput::Track& MovieOutput::track_of(const MediaItem& item) {
+    return item.picture ? fPictures : fSound;
 }
 
-/// False when the output has not taken anything for too long.
-bool MovieOutput::wait_for_room() {
-    while (is_full() && !fEnding && fFailure == 0) {
-        const std::size_t before = fItems.size();
+int MovieOutput::Trouble(bool ofPictures) {
+    const zMutexLock lock(fLock);
+    const Track& track = ofPictures ? fPictures : fSound;
+    if (track.leavesOut) return kOutputLeavesOut;
+    return track.isSilent || (!ofPictures && fWithoutSound) ? kOutputGetsNothing : 0;
+}
+
+bool MovieOutput::is_full(const MediaItem& item) const {
+    if (fRoom.waits && item.sound) return fSound.bytes >= kSoundRoom;
+    if (fRoom.waits) return fPictures.items >= fRoom.items || fPictures.bytes >= fRoom.bytes;
+    return fItems.size() >= fRoom.items || fPictures.bytes + fSound.bytes >= fRoom.bytes;
+}
+
+/// Not with the first place that is free: what takes one thing now and then would be full and not
+/// full in turns.
+bool MovieOutput::has_caught_up() const {
+    return fPictures.items <= fRoom.items / 2 && fPictures.bytes <= fRoom.bytes / 2 &&
+           fSound.bytes <= kSoundRoom / 2;
+}
+
+/// Whether one track gets nothing while the other one does.
+void MovieOutput::note_silence(const MediaItem& item, std::string& news) {
+    if (!fSettings.hasPictures || !fSettings.hasSound) return;
+    Track& track = track_of(item);
+    Track& other = item.picture ? fSound : fPictures;
+    if (track.isSilent && !(item.sound && fWithoutSound)) {
+        news += fmt::format("'{}': something comes of its {} again\n", fSettings.where, track.what);
+    }
+    track.isSilent = false;
+    track.silentMs = 0;
+    other.silentMs += item.endMs - item.startMs;
+    if (other.isSilent || other.silentMs <= MovieStart::kPatienceMs) return;
+    other.isSilent = true;
+    news += fmt::format(
+        "'{}': no {} for ten seconds; does the source give any, in a format that is taken?\n",
+        fSettings.where, other.what);
+}
+
+void MovieOutput::note_room(std::string& news) {
+    if (!fRoom.waits || !has_caught_up()) return;
+    fAllowance.Restore(zTime::MicroNow());
+    for (Track* track : {&fPictures, &fSound}) {
+        if (!track->leavesOut) continue;
+        track->leavesOut = false;
+        news += fmt::format("'{}': there is room for {} again; {} were left out\n", fSettings.where,
+                            track->what, track->leftOut);
+    }
+}
+
+void MovieOutput::keep_time(const MediaItem& item) {
+    if (item.picture || !fSettings.hasPictures) fAllowance.Advance(item.endMs - item.startMs);
+}
+
+/// False when there is none and no more waiting for it.
+bool MovieOutput::wait_for_room(const MediaItem& item) {
+    while (is_full(item) && !fEnding && fFailure == 0) {
         if (!fRoom.waits) return false;
-        if (!fChanged.WaitFor(fLock, kPatienceMs * 1000LL) && fItems.size() >= before) return false;
+        const long long from = zTime::MicroNow();
+        const long long most = fAllowance.From(from);
+        if (most <= 0) return false;
+        fChanged.WaitFor(fLock, most);
+        fAllowance.Spend(from, zTime::MicroNow());
     }
     return true;
 }
 
-void MovieOutput::put(MediaItem item) {
-    {
-        const zMutexLock lock(fLock);
-        const bool hasRoom = wait_for_room();
-        if (fEnding || fFailure != 0) return;
-        if (hasRoom) {
-            fBytes += item.bytes;
-            fItems.push_back(std::move(item));
-            fChanged.WakeAll();
-            return;
-        }
+void MovieOutput::leave_out(const MediaItem& item, std::string& news) {
+    Track& track = track_of(item);
+    ++track.leftOut;
+    if (std::exchange(track.leavesOut, true)) return;
+    track.leftOut = 1;
+    news += fmt::format(
+        "'{}': its disk or its encoder is too slow; {} are left out until there is room\n",
+        fSettings.where, track.what);
+}
+
+/// False when the output cannot go on.
+bool MovieOutput::place(MediaItem& item, std::string& news) {
+    const zMutexLock lock(fLock);
+    if (fEnding || fFailure != 0) return true;
+    note_silence(item, news);
+    note_room(news);
+    const bool hasRoom = wait_for_room(item);
+    keep_time(item);
+    if (fEnding || fFailure != 0) return true;
+    if (!hasRoom && !fRoom.waits) return false;
+    if (!hasRoom) {
+        leave_out(item, news);
+        return true;
     }
-    fail(kTooSlow);
+    Track& track = track_of(item);
+    ++track.items;
+    track.bytes += item.bytes;
+    fItems.push_back(std::move(item));
+    fChanged.WakeAll();
+    return true;
+}
+
+void MovieOutput::put(MediaItem item) {
+    std::string news;
+    const bool goesOn = place(item, news);
+    if (!news.empty()) zTrace("{}", news);
+    if (!goesOn) fail(kTooSlow);
 }
 
 bool MovieOutput::take(MediaItem& item) {
@@ -137,7 +221,9 @@ bool MovieOutput::take(MediaItem& item) {
     if (fItems.empty() || fFailure != 0) return false;
     item = std::move(fItems.front());
     fItems.pop_front();
-    fBytes -= item.bytes;
+    Track& track = track_of(item);
+    --track.items;
+    track.bytes -= item.bytes;
     if (fRoom.waits) fChanged.WakeAll();
     return true;
 }
@@ -179,9 +265,19 @@ int MovieOutput::begin() {
     int code = begin_file(fStart);
     if (code != 0) return code;
     fBegun.store(true, std::memory_order_relaxed);
+    if (fSettings.hasSound && !fStart.HasSound()) note_lost_track();
     MediaItem item;
     while (code == 0 && fStart.Next(item)) code = write(item);
     return code;
+}
+
+void MovieOutput::note_lost_track() {
+    {
+        const zMutexLock lock(fLock);
+        fWithoutSound = true;
+    }
+    zTrace("'{}': no sound came, and it begins without; begin anew when there is some\n",
+           fSettings.where);
 }
 
 int MovieOutput::write(const MediaItem& item) {
@@ -198,7 +294,7 @@ void MovieOutput::fail(int code) {
         if (fFailure != 0) return;
         fFailure = code;
         fItems.clear();
-        fBytes = 0;
+        for (Track* track : {&fPictures, &fSound}) track->items = track->bytes = 0;
         fChanged.WakeAll();
     }
     zTrace("'{}': the output stopped with {}; what stands there is kept, the others go on\n",

@@ -11,17 +11,17 @@
 
 #include "addons/support/MediaItem.h"
 #include "addons/support/MovieStart.h"
+#include "addons/support/WaitAllowance.h"
 
 /// One running output of a movie: takes encoded buffers on the threads that deliver them, and
 /// writes on a thread of its own from where its tracks start together.
 ///
 /// It is opened, started, written to and stopped. A failure stops it alone: it reports once, takes
-/// nothing more, and keeps what stands in its file. Writes never wait for a dead output: a queue
-/// that is full and does not move for kPatienceMs is such a failure, and an output that says so
-/// waits for no room at all.
+/// nothing more, and keeps what stands in its file. A queue that is full is such a failure, but for
+/// an output that says otherwise: its writes wait, as long as WaitAllowance lets them, and then
+/// what has no room is left out until the output has caught up.
 class MovieOutput : public std::enable_shared_from_this<MovieOutput> {
 public:
-    static constexpr int kPatienceMs = 2000;
     /// The status of an output that could not keep up.
     static constexpr int kTooSlow = -14;
     static constexpr int kNoThread = -1;
@@ -34,7 +34,8 @@ public:
         int moovRate = 0;         ///< seconds between two states that survive a crash; 0 likewise
         double stopSeconds = 75;  ///< that Stop waits for an output that does not end
     };
-    /// How much may wait in front of the output's thread, and whether a write waits for room.
+    /// How much may wait in front of the output's thread. `waits`: a write waits for room, and
+    /// leaves out what gets none; sound then has room of its own beside that for pictures.
     struct Room {
         std::size_t items;
         std::size_t bytes;
@@ -61,6 +62,10 @@ public:
                     std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer);
     void WriteAudio(const std::shared_ptr<tnFilter>& filter,
                     std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer);
+
+    /// What the pictures, or the sound, of an output that goes on are without: 0, kOutputLeavesOut
+    /// or kOutputGetsNothing. Any thread.
+    int Trouble(bool ofPictures) SPAR_EXCLUDES(fLock);
 
     /// Bytes of the pictures, or of the sound, that the file has taken. Any thread.
     virtual long long BytesWritten(bool ofPictures) const = 0;
@@ -90,9 +95,28 @@ private:
 
     bool has_ended() SPAR_EXCLUDES(fLock);
     bool has_failed() SPAR_EXCLUDES(fLock);
+    /// What waits, and what is missing, of one track.
+    struct Track {
+        const char* what;
+        std::size_t items = 0;
+        std::size_t bytes = 0;
+        bool leavesOut = false;
+        long long leftOut = 0;
+        double silentMs = 0;  // of the other track, since the last piece of this one
+        bool isSilent = false;
+    };
+
     void put(MediaItem item) SPAR_EXCLUDES(fLock);
-    bool wait_for_room() SPAR_REQUIRES(fLock);
-    bool is_full() const SPAR_REQUIRES(fLock);
+    bool place(MediaItem& item, std::string& news) SPAR_EXCLUDES(fLock);
+    Track& track_of(const MediaItem& item) SPAR_REQUIRES(fLock);
+    void note_silence(const MediaItem& item, std::string& news) SPAR_REQUIRES(fLock);
+    void keep_time(const MediaItem& item) SPAR_REQUIRES(fLock);
+    void note_room(std::string& news) SPAR_REQUIRES(fLock);
+    bool wait_for_room(const MediaItem& item) SPAR_REQUIRES(fLock);
+    bool is_full(const MediaItem& item) const SPAR_REQUIRES(fLock);
+    bool has_caught_up() const SPAR_REQUIRES(fLock);
+    void leave_out(const MediaItem& item, std::string& news) SPAR_REQUIRES(fLock);
+    void note_lost_track() SPAR_EXCLUDES(fLock);
     bool take(MediaItem& item) SPAR_EXCLUDES(fLock);
     void run() SPAR_EXCLUDES(fLock);
     void write_until_end();
@@ -119,7 +143,10 @@ private:
     zMutex fLock;
     zCondition fChanged;
     std::deque<MediaItem> fItems SPAR_GUARDED_BY(fLock);
-    std::size_t fBytes SPAR_GUARDED_BY(fLock) = 0;
+    Track fPictures SPAR_GUARDED_BY(fLock) = {"pictures"};
+    Track fSound SPAR_GUARDED_BY(fLock) = {"sound"};
+    bool fWithoutSound SPAR_GUARDED_BY(fLock) = false;  // it began so
+    WaitAllowance fAllowance SPAR_GUARDED_BY(fLock);
     bool fEnding SPAR_GUARDED_BY(fLock) = false;
     bool fEnded SPAR_GUARDED_BY(fLock) = false;
     int fFailure SPAR_GUARDED_BY(fLock) = 0;

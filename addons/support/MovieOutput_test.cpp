@@ -3,9 +3,12 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
+#include "tarn/writers/writerErrors.h"
+
 #include "addons/support/OutputFan.h"
 #include "addons/support/SoundLine.h"
 #include "tests/support/NoThreads.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/support/filterDoubles.h"
 
 using filterDoubles::Picture;
@@ -34,6 +37,14 @@ public:
         fGateOpen = open;
         fGate.WakeAll();
     }
+    void LetOnePass() {
+        const zMutexLock lock(fGateLock);
+        ++fPasses;
+        fGate.WakeAll();
+    }
+    bool WaitUntilWritten(int count) {
+        return tests::WaitUntil([&] { return fWritten >= count; }, std::chrono::milliseconds(1));
+    }
     void WaitUntilAtGate() {
         const zMutexLock lock(fGateLock);
         while (!fAtGate) fGate.Wait(fGateLock);
@@ -43,7 +54,8 @@ public:
         while (!fFinished) fGate.Wait(fGateLock);
     }
 
-    std::atomic<int> fWritten{0};
+    std::atomic<int> fWritten{0};  // pictures
+    std::atomic<int> fSoundWritten{0};
     int fWriteCode = 0;
     int fFinishCode = 0;
 
@@ -53,11 +65,15 @@ protected:
         const zMutexLock lock(fGateLock);
         fAtGate = true;
         fGate.WakeAll();
-        while (!fGateOpen) fGate.Wait(fGateLock);
+        while (!fGateOpen && fPasses == 0) fGate.Wait(fGateLock);
+        if (!fGateOpen) --fPasses;
         ++fWritten;
         return fWriteCode;
     }
-    int write_sound(const MediaItem&) override { return 0; }
+    int write_sound(const MediaItem&) override {
+        ++fSoundWritten;
+        return 0;
+    }
     int finish_file() override {
         const zMutexLock lock(fGateLock);
         fFinished = true;
@@ -69,16 +85,19 @@ private:
     zMutex fGateLock;
     zCondition fGate;
     bool fGateOpen SPAR_GUARDED_BY(fGateLock) = true;
+    int fPasses SPAR_GUARDED_BY(fGateLock) = 0;
     bool fAtGate SPAR_GUARDED_BY(fGateLock) = false;
     bool fFinished SPAR_GUARDED_BY(fGateLock) = false;
 };
 
 class Outputs : public testing::Test {
 protected:
-    std::shared_ptr<GatedOutput> make(MovieOutput::Room room, double stopSeconds = 75) {
+    std::shared_ptr<GatedOutput> make(MovieOutput::Room room, double stopSeconds = 75,
+                                      bool hasSound = false) {
         MovieOutput::Settings settings;
         settings.where = "a test";
         settings.hasPictures = true;
+        settings.hasSound = hasSound;
         settings.stopSeconds = stopSeconds;
         auto output = std::make_shared<GatedOutput>(settings, room);
         output->Start([this](int code) {
@@ -148,15 +167,109 @@ TEST_F(Outputs, AFullQueueThatWaitsLosesNothingWhileItMoves) {
     EXPECT_EQ(fReports, 0);
 }
 
-// Waits for real: the two seconds after which an output that takes nothing is given up.
-TEST_F(Outputs, AFullQueueThatDoesNotMoveIsGivenUp) {
+// Waits for real: what a WaitAllowance has, once.
+TEST_F(Outputs, WhatHasNoRoomIsLeftOutUntilThereIsSome) {
     const auto output = make({2, 1 << 20, true});
     output->OpenGate(false);
-    for (int i = 0; i < 5; ++i) output->WriteVideo(nullptr, picture(i));
-    EXPECT_EQ(fReports, 1);
-    EXPECT_EQ(fCode, MovieOutput::kTooSlow);
+    output->WriteVideo(nullptr, picture(0));
+    output->WaitUntilAtGate();
+    EXPECT_EQ(output->Trouble(true), 0);
+    for (int i = 1; i < 300; ++i) output->WriteVideo(nullptr, picture(i));
+    EXPECT_EQ(output->Trouble(true), kOutputLeavesOut);
+    EXPECT_EQ(output->Trouble(false), 0);
+    output->OpenGate(true);
+    ASSERT_TRUE(output->WaitUntilWritten(3));
+    output->WriteVideo(nullptr, picture(300));
+    EXPECT_EQ(output->Trouble(true), 0);
+    output->Stop();
+    EXPECT_EQ(output->fWritten, 4);
+    EXPECT_EQ(fReports, 0);
+}
+
+// One picture is written where ten come: were a write to wait for that one, the next ten would
+// never come.
+TEST_F(Outputs, AnOutputThatMovesSlowlyHoldsNobodyUp) {
+    const auto output = make({4, 1 << 20, true});
+    output->OpenGate(false);
+    for (int i = 0; i < 300; ++i) {
+        output->WriteVideo(nullptr, picture(i));
+        if (i % 10 != 9) continue;
+        output->LetOnePass();
+        ASSERT_TRUE(output->WaitUntilWritten(i / 10 + 1)) << i;
+    }
+    EXPECT_EQ(output->Trouble(true), kOutputLeavesOut);
+    EXPECT_EQ(fReports, 0);
     output->OpenGate(true);
     output->Stop();
+    EXPECT_GE(output->fWritten, 34);
+    EXPECT_LE(output->fWritten, 35);
+}
+
+TEST_F(Outputs, SoundHasRoomWherePicturesHaveNone) {
+    const auto output = make({2, 1 << 20, true}, 75, true);
+    output->OpenGate(false);
+    output->WriteAudio(nullptr, sound(1));
+    output->WriteVideo(nullptr, picture(0));
+    output->WaitUntilAtGate();
+    for (int i = 1; i < 300; ++i) {
+        output->WriteAudio(nullptr, sound(1));
+        output->WriteVideo(nullptr, picture(i));
+    }
+    EXPECT_EQ(output->Trouble(true), kOutputLeavesOut);
+    EXPECT_EQ(output->Trouble(false), 0);
+    output->OpenGate(true);
+    output->Stop();
+    EXPECT_EQ(output->fSoundWritten, 300);
+    EXPECT_EQ(output->fWritten, 3);
+}
+
+// Pictures of a millisecond, for a little more than ten seconds.
+TEST_F(Outputs, ATrackThatGetsNothingIsToldUntilItDoes) {
+    const auto output = make({1 << 20, 1 << 20, false}, 75, true);
+    output->WriteAudio(nullptr, sound(1));
+    for (int i = 0; i < 10000; ++i) output->WriteVideo(nullptr, picture(i));
+    EXPECT_EQ(output->Trouble(false), 0);
+    output->WriteVideo(nullptr, picture(10000));
+    EXPECT_EQ(output->Trouble(false), kOutputGetsNothing);
+    EXPECT_EQ(output->Trouble(true), 0);
+    output->WriteAudio(nullptr, sound(1));
+    EXPECT_EQ(output->Trouble(false), 0);
+    for (int i = 0; i < 501; ++i) output->WriteAudio(nullptr, sound(1));  // of twenty each
+    EXPECT_EQ(output->Trouble(true), kOutputGetsNothing);
+    output->Stop();
+    EXPECT_EQ(fReports, 0);
+}
+
+TEST_F(Outputs, AMovieThatBeganWithoutSoundSaysSoToItsEnd) {
+    const auto output = make({1 << 20, 1 << 20, false}, 75, true);
+    for (int i = 0; i <= 10001; ++i) output->WriteVideo(nullptr, picture(i));
+    ASSERT_TRUE(output->WaitUntilWritten(10002));
+    output->WriteAudio(nullptr, sound(1));
+    EXPECT_EQ(output->Trouble(false), kOutputGetsNothing);
+    output->Stop();
+    EXPECT_EQ(output->fSoundWritten, 0);
+    EXPECT_EQ(output->Trouble(false), kOutputGetsNothing);
+}
+
+TEST(WaitAllowance, IsSpentByBeingLateAndNotByBeingEarly) {
+    constexpr long long kMost = WaitAllowance::kMostUs;
+    WaitAllowance allowance;
+    allowance.Restore(1'000'000);
+    EXPECT_EQ(allowance.From(1'000'000), kMost);
+    allowance.Advance(200);  // milliseconds that are written at once
+    EXPECT_EQ(allowance.From(1'000'000), kMost + 200'000);
+    allowance.Spend(1'000'000, 1'150'000);
+    EXPECT_EQ(allowance.From(1'150'000), kMost + 50'000);
+    allowance.Spend(1'150'000, 1'300'000);
+    EXPECT_EQ(allowance.From(1'300'000), kMost - 100'000);
+    allowance.Spend(1'300'000, 9'000'000);
+    EXPECT_EQ(allowance.From(9'000'000), 0);
+    allowance.Advance(1000);  // a host that is late anyway
+    EXPECT_EQ(allowance.From(9'000'000), 0);
+    allowance.Advance(-1e9);
+    EXPECT_EQ(allowance.From(9'000'000), 0);
+    allowance.Restore(9'500'000);
+    EXPECT_EQ(allowance.From(9'500'000), kMost);
 }
 
 TEST_F(Outputs, AFailedWriteIsToldOnceAndEndsTheFile) {

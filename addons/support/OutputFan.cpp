@@ -1,5 +1,6 @@
 #include "addons/support/OutputFan.h"
 
+#include <algorithm>
 #include <utility>
 
 void OutputFan::Add(std::shared_ptr<MovieOutput> output) {
@@ -19,6 +20,14 @@ void OutputFan::Remove(const std::shared_ptr<MovieOutput>& output) {
 std::shared_ptr<const OutputFan::Outputs> OutputFan::outputs() const {
     const zMutexLock lock(fLock);
     return fOutputs;
+}
+
+std::shared_ptr<MovieOutput> OutputFan::FindInTrouble(bool ofPictures) const {
+    const std::shared_ptr<const Outputs> running = outputs();
+    const auto found = std::find_if(running->begin(), running->end(), [&](const auto& output) {
+        return output->Trouble(ofPictures) != 0;
+    });
+    return found != running->end() ? *found : nullptr;
 }
 
 void OutputFan::WriteVideo(std::shared_ptr<tnFilter> filter,

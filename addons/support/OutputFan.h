@@ -19,6 +19,9 @@ public:
     void Add(std::shared_ptr<MovieOutput> output) SPAR_EXCLUDES(fLock);
     void Remove(const std::shared_ptr<MovieOutput>& output) SPAR_EXCLUDES(fLock);
 
+    /// The first one that goes on without a part of its pictures, or of its sound; null for none.
+    std::shared_ptr<MovieOutput> FindInTrouble(bool ofPictures) const SPAR_EXCLUDES(fLock);
+
     void WriteVideo(std::shared_ptr<tnFilter> filter,
                     std::shared_ptr<tnVideoCompressor::EncodedBuffer> buffer) override;
     void WriteAudio(std::shared_ptr<tnFilter> filter,

@@ -20,6 +20,7 @@ constexpr int kNoSuchStream = -1009;
 constexpr int kNoSuchIndex = -1010;
 constexpr int kRunsAlready = -1011;
 constexpr int kNoPlace = -1006;
+constexpr int kProblem = 2;
 
 bool is_address(const std::string& where) {
     return where.find("://") != std::string::npos;
@@ -71,20 +72,32 @@ int error_of(const tnFilter* filter) {
 
 OutputMovieStream::OutputMovieStream(int source, const tnMediaRecord& request,
                                      const tnMediaRecord& track,
-                                     std::shared_ptr<tnOutputStreamSync> sync)
-    : tnOutputStream(source, request, std::move(sync)), fTrack(track) {
+                                     std::shared_ptr<tnOutputStreamSync> sync,
+                                     std::shared_ptr<OutputFan> fan)
+    : tnOutputStream(source, request, std::move(sync)), fTrack(track), fFan(std::move(fan)) {
     SetFormat(track);
+    SetSink(fFan);
 }
 
 int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
     const int code = tnOutputStream::GetOutputStatistics(statistics);
     if (statistics.fState != 0) return code;
     const std::shared_ptr<tnFilter> filter = std::atomic_load(&fFilter);
-    const int error = error_of(filter.get());
-    if (error == 0) return code;
-    statistics.fState = 2;
-    statistics.fStatus = error;
+    statistics.fStatus = error_of(filter.get());
+    if (const auto output = fFan->FindInTrouble(HasPictures()); output && statistics.fStatus == 0) {
+        statistics.fStatus = output->Trouble(HasPictures());
+        statistics.fStatusValue = output->BytesWritten(HasPictures());
+    }
+    statistics.fState = statistics.fStatus != 0 ? kProblem : 0;
     return code;
+}
+
+void OutputMovieStream::KeepTrouble(MovieOutput& output) {
+    const int trouble = output.Trouble(HasPictures());
+    tn_output_statistics statistics;
+    tnOutputStream::GetOutputStatistics(statistics);
+    if (trouble == 0 || statistics.fStatus != 0) return;
+    SetStatus(trouble, output.BytesWritten(HasPictures()));
 }
 
 OutputMovie::OutputMovie(unsigned int id, const char* name)
@@ -114,9 +127,8 @@ int OutputMovie::CreateWriteStream(tnMediaRecord& format, tnStream** stream, int
     const int type = format.fType.AsInt32(0);
     if (type != TN_MEDIA_VIDEO && type != TN_MEDIA_AUDIO) return kNoSuchStream;
     if (stream_of(static_cast<tnMediaType>(type))) return kNoSuchStream;
-    auto* const made =
-        new OutputMovieStream(format.AsInt32("source_id", 0), request_for(format), format, fSync);
-    made->SetSink(fFan);
+    auto* const made = new OutputMovieStream(format.AsInt32("source_id", 0), request_for(format),
+                                             format, fSync, fFan);
     *stream = made;
     return 0;
 }
@@ -180,6 +192,7 @@ void OutputMovie::end_output(tn_output type) {
     if (fRunning.empty()) leave_encoders();
     fFan->Remove(output);
     output->Stop();
+    for (tnStream* stream : fStreams) static_cast<OutputMovieStream&>(*stream).KeepTrouble(*output);
     fLast = output;
 }
 

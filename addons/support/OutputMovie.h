@@ -16,14 +16,18 @@
 class OutputMovieStream final : public tnOutputStream {
 public:
     OutputMovieStream(int source, const tnMediaRecord& request, const tnMediaRecord& track,
-                      std::shared_ptr<tnOutputStreamSync> sync);
+                      std::shared_ptr<tnOutputStreamSync> sync, std::shared_ptr<OutputFan> fan);
     const tnMediaRecord& EncodedFormat() const override { return fTrack; }
+    bool HasPictures() const { return fTrack.fType.AsInt32(0) == TN_MEDIA_VIDEO; }
     /// Beside what the output reports: an encoder that could not be set up for the source, or is
-    /// not there.
+    /// not there; what an output that goes on is without.
     int GetOutputStatistics(tn_output_statistics& statistics) override;
+    /// Keeps what an output that ends was without.
+    void KeepTrouble(MovieOutput& output);
 
 private:
     const tnMediaRecord fTrack;
+    const std::shared_ptr<OutputFan> fFan;
 };
 
 /// What the movies of this folder share: one picture track and one sound track at most, one output

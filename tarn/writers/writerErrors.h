@@ -1,6 +1,8 @@
 #pragma once
 
-/// Codes of the movie file writers. Their meanings are told at the operations that give them.
+/// Codes of the movie file writers, and of outputs that go on without a part of what they shall
+/// write: these two pass when there is room, or when something comes. Their meanings are told at
+/// the operations that give them.
 enum : int {
     kWriterTimeout = -14,
     kWriterNoFile = -1006,
@@ -22,4 +24,6 @@ enum : int {
     kWriterAudioTrack = -1057,
     kWriterAudioConversion = -1058,
     kWriterAudioSample = -1059,
+    kOutputLeavesOut = -1061,
+    kOutputGetsNothing = -1062,
 };

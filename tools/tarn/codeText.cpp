@@ -54,6 +54,11 @@ constexpr CodeText kTexts[] = {
     {kWriterAudioConversion, "a block of sound could not be converted; use another codec", true},
     {kWriterAudioSample,
      "it took no more sound; look whether its disk is full or its receiver is gone", true},
+    {kOutputLeavesOut,
+     "its disk or its encoder is too slow, and a part is left out; use a faster disk or another "
+     "codec"},
+    {kOutputGetsNothing,
+     "nothing comes for one of its tracks; look whether its source gives any, and in which format"},
 };
 
 const CodeText* find(int code) {

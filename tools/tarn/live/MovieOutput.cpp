@@ -11,6 +11,7 @@
 #include "tarn/movies/tnMovie.h"
 #include "tarn/movies/tnStream.h"
 #include "tarn/movies/tnXIMovieFile.h"
+#include "tarn/writers/writerErrors.h"
 
 #include "../codeText.h"
 #include "../folderTrouble.h"
@@ -38,6 +39,11 @@ long long bytes_on_disk(const std::string& path, long long written) {
     struct stat info {};
     if (stat(path.c_str(), &info) != 0) return 0;
     return S_ISREG(info.st_mode) ? info.st_blocks * kBlock : written;
+}
+
+/// Whether an output with that status is without something and yet no failure.
+bool goes_on(int status) {
+    return status == kOutputLeavesOut || status == kOutputGetsNothing;
 }
 
 /// What the show says, else what the location looks like.
@@ -185,15 +191,17 @@ void MovieOutput::collect(LiveFigures& figures) {
     // Until the movie begins, what stands there is an older one.
     const bool hasBegun = figures.frames > 0 || figures.bytes > 0;
     if (hasBegun && !IsAddress(fPath)) figures.bytes = bytes_on_disk(fPath, figures.bytes);
+    figures.text.clear();
     for (const tnMediaType type : kTypes) {
         tnStream* found = nullptr;
         if (fMovie->GetWriteStreamForType(type, &found) != 0) continue;
         const StreamHandle stream(found);
         tn_output_statistics statistics;
         if (stream->GetOutputStatistics(statistics) != 0 || statistics.fStatus == 0) continue;
+        figures.text = reason(statistics.fStatus);
+        if (goes_on(statistics.fStatus)) continue;
         figures.status = statistics.fStatus;
         figures.statusValue = statistics.fStatusValue;
-        figures.text = reason(statistics.fStatus);
         return;
     }
 }
