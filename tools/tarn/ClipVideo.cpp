@@ -28,6 +28,9 @@ using namespace Quillon::Orb;
 
 namespace {
 
+// An average over a clip is a fraction of any numbers.
+constexpr long long kLargestRateTerm = 1'000'000;
+
 struct RawFormat {
     AVPixelFormat av;
     int raster;
@@ -118,6 +121,7 @@ public:
     bool Open(const std::string& path, int width, int height, std::string& error, int raster);
 
     const tnMediaRecord& Format() const override { return fFormat; }
+    ClipRate Rate() const override { return {fRate.num, fRate.den}; }
     double StartSeconds() const override { return fStartSeconds; }
     double HeaderSeconds() const override { return fTrack.HeaderSeconds(); }
     bool Next(ClipFrame& frame) override;
@@ -145,6 +149,7 @@ private:
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
     AVPixelFormat fTarget = AV_PIX_FMT_NONE;
     bool fLooks = false;
+    AVRational fRate{1, 1};  // pictures a second
     AVRational fTick{1, 1};  // seconds in one tick of what is handed on
     long long fNominal = 1;  // ticks of a frame whose length nobody tells
     double fStartSeconds = 0;
@@ -202,6 +207,7 @@ void AvClipVideo::describe_time() {
     const AVRational base = fTrack.stream->time_base;
     AVRational rate = av_guess_frame_rate(fTrack.file.get(), fTrack.stream, nullptr);
     if (rate.num <= 0 || rate.den <= 0) rate = {25, 1};
+    av_reduce(&fRate.num, &fRate.den, rate.num, rate.den, kLargestRateTerm);
     fTick = base.num == 1 ? base : AVRational{1, rate.num};
     fNominal = std::max<long long>(1, av_rescale_q(1, av_inv_q(rate), fTick));
     fFormat.SetInt64('tmsc', fTick.den, 0);
@@ -367,6 +373,10 @@ void AvClipVideo::convert_pixels(ClipFrame& frame) {
 }
 
 }  // namespace
+
+ClipRate ClipVideo::Rate() const {
+    return {Format().AsInt64('tmsc', 1), Format().AsInt64('dura', 1)};
+}
 
 std::unique_ptr<ClipVideo> ClipVideo::Open(const std::string& path, int width, int height,
                                            std::string& error, int raster) {

@@ -15,6 +15,12 @@ struct ClipFrame {
     long long duration = 0;  ///< ticks, the clip's own idea of it
 };
 
+/// Pictures a second as a fraction.
+struct ClipRate {
+    long long numerator = 0;
+    long long denominator = 1;
+};
+
 /// The pictures of any clip that FFmpeg reads, as raw frames of one size and one raster type.
 ///
 /// One thread at a time. Pictures whose planes already lie as the library lays them out are handed
@@ -32,6 +38,9 @@ public:
     /// Type, size, raster type, colour, field order, pixel aspect, timescale, frame duration and
     /// rate.
     virtual const tnMediaRecord& Format() const = 0;
+    /// The rate that the clip tells. Timescale and frame duration are only as near to it as the
+    /// clip's ticks allow: of 30 pictures a second 33 milliseconds each.
+    virtual ClipRate Rate() const;
     /// Where the first picture stands on the clip's own time line, in seconds. Valid after one
     /// Next.
     virtual double StartSeconds() const = 0;

@@ -28,9 +28,9 @@ public:
 
     const tnMediaRecord& Format() const override { return fFormat; }
 
-    void BeginRound(double seconds, double start) override {
+    void BeginRound(double at, double start) override {
         fStart = start;
-        fRoundEnd += std::llround(seconds * fFormat.fSampleRate.AsInt32(0));
+        fRoundEnd = std::llround(at * fFormat.fSampleRate.AsInt32(0));
         fNextRound = true;
     }
 

@@ -7,6 +7,9 @@
 
 #include "Show.h"
 
+/// Sound is asked for in blocks of this length: what the PCM filter takes, and nothing else.
+constexpr long long kSoundBlocksPerSecond = 30;
+
 /// The sound of a source as 16-bit stereo PCM without an end: silence after a clip that is over.
 /// One thread at a time.
 class LiveSound {
@@ -18,8 +21,8 @@ public:
     virtual const tnMediaRecord& Format() const = 0;
     /// Fills `frames` interleaved sample frames.
     virtual void Next(short* pcm, long long frames) = 0;
-    /// A clip begins, or begins anew, `seconds` after its last beginning: what is left of the round
-    /// before is cut or drawn out with silence to that length. `start` is where the pictures begin
-    /// on the clip's own time line.
-    virtual void BeginRound(double seconds, double start) = 0;
+    /// A clip begins, or begins anew, `at` seconds after the sound's beginning: what is left of the
+    /// round before is cut or drawn out with silence up to there. `start` is where the pictures
+    /// begin on the clip's own time line.
+    virtual void BeginRound(double at, double start) = 0;
 };

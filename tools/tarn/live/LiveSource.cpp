@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr long long kBlocksPerSecond = 30;  // what the PCM filter takes, and nothing else
 constexpr int kBuffers = 4;
 constexpr unsigned int kBitsPerByte = 8;
 constexpr unsigned int kLookAgainUs = 100;
@@ -28,7 +27,7 @@ constexpr long long kTicksAtStart = 2;
 std::atomic<int> gNextNumber{1};
 
 long long block_frames(const tnMediaRecord& sound) {
-    return sound.fSampleRate.AsInt32(0) / kBlocksPerSecond;
+    return sound.fSampleRate.AsInt32(0) / kSoundBlocksPerSecond;
 }
 
 /// What a source counts on from. The two ticks at the start come so close that a thread which has
@@ -183,11 +182,10 @@ bool LiveSource::skip_frame() {
 
 bool LiveSource::next_picture(tnStreamBuffer* buffer) {
     if (!fPictures->Next(buffer)) return false;
-    if (fSound && fPictures->Rounds() > fRounds) {
-        fSound->BeginRound(static_cast<double>(fNextFrame - fRoundStart) / fFramesPerSecond,
+    if (fSound && fPictures->RoundStart() > fRoundStart) {
+        fRoundStart = fPictures->RoundStart();
+        fSound->BeginRound(static_cast<double>(fRoundStart) / fFramesPerSecond,
                            fPictures->StartSeconds());
-        fRoundStart = fNextFrame;
-        fRounds = fPictures->Rounds();
     }
     return true;
 }

@@ -99,9 +99,8 @@ private:
     // the watcher's thread
     long long fLastTick = -1;  // none yet
     long long fNextFrame = 0;
-    long long fRoundStart = 0;  // frame with which the clip's current round began
-    long long fRounds = -1;     // of the clip that have begun, less one
-    long long fBlocks = 0;      // of sound
+    long long fRoundStart = -1;  // of the clip's last round that the sound was told of
+    long long fBlocks = 0;       // of sound
     std::vector<short> fBlock;
 
     // any thread

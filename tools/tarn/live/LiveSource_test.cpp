@@ -28,13 +28,13 @@ public:
         : fFormat(format), fLength(length), fLoop(loop) {}
 
     const tnMediaRecord& Format() const override { return fFormat; }
-    long long Rounds() const override { return fRounds; }
+    long long RoundStart() const override { return fRoundStart; }
     double StartSeconds() const override { return kClipStart; }
     bool Next(tnStreamBuffer* buffer) override {
         if (fNext == fLength) {
             if (!fLoop) return false;
             fNext = 0;
-            ++fRounds;
+            fRoundStart += fLength;
         }
         if (buffer) *static_cast<unsigned char*>(buffer->GetPointer()) = fNext & 0xFF;
         ++fNext;
@@ -46,7 +46,7 @@ private:
     const int fLength;
     const bool fLoop;
     int fNext = 0;
-    long long fRounds = 0;
+    long long fRoundStart = 0;
 };
 
 class ScriptedSound final : public LiveSound {
@@ -56,8 +56,8 @@ public:
     }
     const tnMediaRecord& Format() const override { return fFormat; }
     void Next(short*, long long) override {}
-    void BeginRound(double seconds, double start) override {
-        fRounds.push_back(seconds);
+    void BeginRound(double at, double start) override {
+        fRounds.push_back(at);
         EXPECT_EQ(start, kClipStart);
     }
 
@@ -249,7 +249,7 @@ TEST_F(SourceOnTicks, BeginsAClipAnewWithItsSound) {
     make(3, true);
     observe();
     for (int i = 1; i <= 8; ++i) tick(i);
-    EXPECT_EQ(fRounds, (std::vector<double>{0, 0.12, 0.12}));
+    EXPECT_EQ(fRounds, (std::vector<double>{0, 0.12, 0.24}));
     EXPECT_EQ(fVideo->fTimes.size(), 8u);
     EXPECT_FALSE(fSource->Figures().ended);
 }

@@ -39,7 +39,7 @@ public:
     }
 
     const tnMediaRecord& Format() const override { return fFormat; }
-    long long Rounds() const override { return 0; }
+    long long RoundStart() const override { return 0; }
 
     bool Next(tnStreamBuffer* buffer) override {
         const long long number = fNumber++;
