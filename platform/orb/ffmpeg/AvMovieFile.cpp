@@ -123,7 +123,8 @@ public:
         avformat_alloc_output_context2(&fContext, nullptr, format, url_of(fPath).c_str());
         if (fContext && fFormat == "mpegts") {
             fContext->max_delay = kTransportDelayUs;
-            if (is_address(fPath)) fContext->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+            // Receivers wait for it, and a file that waits in memory is lost with the program.
+            fContext->flags |= AVFMT_FLAG_FLUSH_PACKETS;
         }
         fPacket = av_packet_alloc();
     }
