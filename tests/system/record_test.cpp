@@ -283,6 +283,20 @@ TEST(Record, SoundAloneMakesAFileThatIsNotMuchLargerThanTheSound) {
     EXPECT_LT(std::filesystem::file_size(file), std::filesystem::file_size(input) + 300'000);
 }
 
+TEST(Record, TellsHowTheFileGrows) {
+    const TestFolder folder;
+    const ProcessResult run =
+        Record(kCup, folder.File("out.mov"),
+               {"--video", "Mpeg2", "--audio", "none", "--live", "--limit", "4", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto last = [&](const std::string& key) {
+        const std::size_t at = run.out.rfind("\"" + key + "\":");
+        return at == std::string::npos ? -1 : std::atoll(run.out.c_str() + at + key.size() + 3);
+    };
+    // Told once a second, and so within the last one.
+    EXPECT_GE(last("bytes"), last("videoBytes") / 2) << run.out;
+}
+
 TEST(Record, TellsTheBytesThatStandInTheFile) {
     const TestFolder folder;
     const std::string file = folder.File("out.mov");

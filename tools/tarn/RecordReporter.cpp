@@ -20,10 +20,10 @@ std::string progress_text(const Recorder& recorder, double elapsed) {
     const RecordFigures& figures = recorder.Figures();
     const double expected = recorder.ExpectedSeconds();
     const double fps = static_cast<double>(figures.frames) / elapsed;
-    std::string text = fmt::format(
-        "{} {} frames  {:.1f} fps  {:.2f}x  {}  queue {}", TextOfSeconds(figures.seconds),
-        figures.frames.load(), fps, figures.seconds / elapsed,
-        TextOfBytes(figures.videoBytes + figures.audioBytes), figures.queued.load());
+    std::string text = fmt::format("{} {} frames  {:.1f} fps  {:.2f}x  {}  queue {}",
+                                   TextOfSeconds(figures.seconds), figures.frames.load(), fps,
+                                   figures.seconds / elapsed, TextOfBytes(recorder.FileBytes()),
+                                   figures.queued.load());
     if (expected > 0) text = ProgressBar(figures.seconds / expected) + " " + text;
     return text;
 }
@@ -34,7 +34,7 @@ std::string progress_json(const Recorder& recorder, double elapsed) {
         R"({{"event":"progress","seconds":{:.3f},"frames":{},"fps":{:.2f},"speed":{:.3f},"bytes":{},"queue":{}}})",
         figures.seconds.load(), figures.frames.load(),
         static_cast<double>(figures.frames) / elapsed, figures.seconds / elapsed,
-        figures.videoBytes + figures.audioBytes, figures.queued.load());
+        recorder.FileBytes(), figures.queued.load());
 }
 
 }  // namespace

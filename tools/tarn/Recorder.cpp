@@ -19,6 +19,7 @@
 #include "MovieOnDisk.h"
 #include "Say.h"
 #include "avHandles.h"
+#include "bytesOnDisk.h"
 #include "clipNames.h"
 #include "codeText.h"
 #include "exceptionAdvice.h"
@@ -67,10 +68,10 @@ private:
 
 class FrameBuffer final : public tnVideoCompressor2::EncodedBuffer {
 public:
-    FrameBuffer(const ClipFrame& frame, RecordFigures& figures)
-        : fFrame(frame), fFigures(figures) {}
+    explicit FrameBuffer(const ClipFrame& frame) : fFrame(frame) {}
 
-    void SetBytesWritten(int bytes) override { fFigures.videoBytes += bytes; }
+    // What was written meanwhile, which is nearly nothing: tracks write between the calls.
+    void SetBytesWritten(int) override {}
     EncodedBufferTiming GetTiming() override { return {1, fFrame.time, 1, fFrame.duration}; }
     CPixelDataReference* GetPixelData() override {
         fFrame.pixels->Acquire();
@@ -79,16 +80,11 @@ public:
 
 private:
     const ClipFrame& fFrame;
-    RecordFigures& fFigures;
 };
 
 class SoundBuffer final : public tnAudioCompressor2::EncodedBuffer {
 public:
-    explicit SoundBuffer(RecordFigures& figures) : fFigures(figures) {}
-    void SetBytesWritten(int bytes) override { fFigures.audioBytes += bytes; }
-
-private:
-    RecordFigures& fFigures;
+    void SetBytesWritten(int) override {}
 };
 
 struct Size {
@@ -137,6 +133,10 @@ double Recorder::ExpectedSeconds() const {
     const double whole = fVideo ? fVideo->HeaderSeconds() : fAudio ? fAudio->HeaderSeconds() : 0;
     if (fOptions.limit > 0) return whole > 0 ? std::min(whole, fOptions.limit) : fOptions.limit;
     return whole;
+}
+
+long long Recorder::FileBytes() const {
+    return BytesOnDisk(fOptions.output);
 }
 
 bool Recorder::Prepare() {
@@ -343,7 +343,6 @@ std::string Recorder::kept_in(const MovieOnDisk& movie) const {
 // The file has the last word on what was kept: what was handed over may have been lost on the way.
 void Recorder::judge_file() {
     const MovieOnDisk movie = ReadMovieOnDisk(fOptions.output);
-    // The writer tells what has been taken at each frame, and so nothing of the last ones.
     fFigures.videoBytes = movie.videoBytes;
     fFigures.audioBytes = movie.audioBytes;
     if (fFailed) {
@@ -406,7 +405,7 @@ bool Recorder::write_video(ClipFrame& frame, const std::atomic<bool>& stop) {
     while (!fWriter->IsVideoReady() && !has_ended(stop)) fPictureTaken.WaitFor(kLongestWaitUs);
     frame.pixels = RObject<CPixelDataReference>(
         new WaitingPixels(std::move(frame.pixels), fFigures.queued, fPictureTaken));
-    FrameBuffer buffer(frame, fFigures);
+    FrameBuffer buffer(frame);
     const int code = fWriter->WriteVideo(buffer);
     if (code != 0) {
         fail(fmt::format("'{}': {}", fOptions.output, WriterText(code, fOptions.video)));
@@ -430,7 +429,7 @@ long long Recorder::audio_frames_due(bool& final) const {
 
 bool Recorder::write_audio(const short* pcm, std::size_t samples, const std::atomic<bool>& stop) {
     while (!fWriter->IsAudioReady() && !has_ended(stop)) zThread::MicroSleep(kPollUs);
-    SoundBuffer buffer(fFigures);
+    SoundBuffer buffer;
     const int bytes = static_cast<int>(samples * sizeof(short));
     const int code = fWriter->WriteAudioPacket(&buffer, 0, 0,
                                                reinterpret_cast<const unsigned char*>(pcm), bytes);

@@ -34,7 +34,7 @@ struct RecordOptions {
 struct RecordFigures {
     std::atomic<long long> frames{0};
     std::atomic<long long> audioFrames{0};
-    std::atomic<long long> videoBytes{0};
+    std::atomic<long long> videoBytes{0};  ///< in the file; known once it is closed
     std::atomic<long long> audioBytes{0};
     std::atomic<long long> queued{0};    ///< pictures that the encoder has yet to take in
     std::atomic<double> seconds{0};      ///< how far the picture (or sound) has come
@@ -59,6 +59,8 @@ public:
     bool Run(const std::atomic<bool>& stop);
 
     const RecordFigures& Figures() const { return fFigures; }
+    /// What the file takes of the disk by now. From any thread.
+    long long FileBytes() const;
     const std::string& Error() const { return fError; }
     /// Whether the pictures, or sound alone, ended with their clip or the limit. False where `stop`
     /// cut them short. After Run.

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include "spar/zString.h"
 #include "tarn/foundation/tnOutputAccessor.h"
@@ -13,6 +12,7 @@
 #include "tarn/movies/tnXIMovieFile.h"
 #include "tarn/writers/writerErrors.h"
 
+#include "../bytesOnDisk.h"
 #include "../codeText.h"
 #include "../folderTrouble.h"
 #include "LiveSource.h"
@@ -31,15 +31,6 @@ struct ReleaseObject {
 };
 using MovieHandle = std::unique_ptr<tnMovie, ReleaseObject>;
 using StreamHandle = std::unique_ptr<tnStream, ReleaseObject>;
-
-/// A growing movie has holes; this is what it takes of the disk. Of a folder of movies the bytes
-/// that went into them are told as well as any.
-long long bytes_on_disk(const std::string& path, long long written) {
-    constexpr long long kBlock = 512;
-    struct stat info {};
-    if (stat(path.c_str(), &info) != 0) return 0;
-    return S_ISREG(info.st_mode) ? info.st_blocks * kBlock : written;
-}
 
 /// Whether an output with that status is without something and yet no failure.
 bool goes_on(int status) {
@@ -190,7 +181,8 @@ void MovieOutput::collect(LiveFigures& figures) {
     figures.bytes = answer.AsInt64("bytes", figures.bytes);
     // Until the movie begins, what stands there is an older one.
     const bool hasBegun = figures.frames > 0 || figures.bytes > 0;
-    if (hasBegun && !IsAddress(fPath)) figures.bytes = bytes_on_disk(fPath, figures.bytes);
+    // Of a folder of movies the bytes that went into them are told as well as any.
+    if (hasBegun && !IsAddress(fPath)) figures.bytes = BytesOnDisk(fPath, figures.bytes);
     figures.text.clear();
     for (const tnMediaType type : kTypes) {
         tnStream* found = nullptr;
