@@ -15,7 +15,10 @@
 namespace {
 
 constexpr double kMicro = 1e6;
-constexpr double kLongestPlayOutSeconds = 2;
+// Encoders hold a number of frames, however long those are; who stops a show does not wait longer.
+constexpr double kPlayOutSeconds = 2;
+constexpr double kPlayOutFrames = 50;
+constexpr double kLongestPlayOutSeconds = 60;
 // Longer than a late joiner waits for its first picture, which begins a group.
 constexpr double kEmptySeconds = 30;
 constexpr unsigned int kLookAgainUs = 10'000;
@@ -167,7 +170,7 @@ void LiveShow::stop_output(LiveOutputEntry& entry, LiveState state) {
         entry.output->Stop();
         const LiveFigures last = entry.output->Figures();
         if (state != LiveState::kFailed || last.status != 0) entry.figures = last;
-        const bool isEmpty = note_if_empty(entry);
+        const bool isEmpty = note_if_empty(entry) || note_nothing_kept(entry);
         // What only the closing has shown is a failure all the same.
         if (entry.figures.status != 0 || isEmpty) state = LiveState::kFailed;
         if (state == LiveState::kFailed) ++fFailures;
@@ -178,19 +181,33 @@ void LiveShow::stop_output(LiveOutputEntry& entry, LiveState state) {
 // Where the encoder of the pictures cannot take what the source gives, the movie never begins and
 // has no failure to tell.
 bool LiveShow::note_if_empty(LiveOutputEntry& entry) {
-    LiveFigures& figures = entry.figures;
-    if (figures.frames > 0 || figures.status != 0 || !entry.description.Track(TN_MEDIA_VIDEO)) {
-        return false;
-    }
+    const auto given = static_cast<double>(frames_lost(entry));
     const LiveSource* const source = find_source(entry.description.source);
-    if (!source) return false;
-    const auto given = static_cast<double>(source->Figures().frames - entry.firstFrame);
-    if (given < kEmptySeconds * source->FramesPerSecond()) return false;
-    figures.text = fmt::format(
+    if (!source || given < kEmptySeconds * source->FramesPerSecond()) return false;
+    entry.figures.text = fmt::format(
         "nothing has come out of its encoders for {:.0f} seconds; do they take the source's "
         "pictures and sound?",
         given / source->FramesPerSecond());
     return true;
+}
+
+// An encoder that looks ahead, or that a late output waited for at its next key frame.
+bool LiveShow::note_nothing_kept(LiveOutputEntry& entry) {
+    if (frames_lost(entry) <= 0) return false;
+    entry.figures.text =
+        "nothing was kept: its encoder had not given out a picture for it yet; let it run longer";
+    return true;
+}
+
+/// The pictures that an output was given and of which it has none; 0 where it has one, takes none
+/// or has failed.
+long long LiveShow::frames_lost(const LiveOutputEntry& entry) {
+    const LiveFigures& figures = entry.figures;
+    if (figures.frames > 0 || figures.status != 0 || !entry.description.Track(TN_MEDIA_VIDEO)) {
+        return 0;
+    }
+    const LiveSource* const source = find_source(entry.description.source);
+    return source ? source->Figures().frames - entry.firstFrame : 0;
 }
 
 void LiveShow::set_state(LiveOutputEntry& entry, LiveState state) {
@@ -232,15 +249,23 @@ void LiveShow::PlayOut() {
     for (const std::unique_ptr<LiveSource>& source : fSources) {
         frames[source->Name()] = source->Figures().frames;
     }
-    const auto most = static_cast<long long>(kLongestPlayOutSeconds * kMicro / fSpeed);
-    const long long until = zTime::MicroNow() + most;
+    const long long begun = zTime::MicroNow();
     const auto owes = [&](const LiveOutputEntry& entry) {
         return owes_pictures(entry, frames[entry.description.source]);
     };
-    for (Poll(); std::any_of(fOutputs.begin(), fOutputs.end(), owes); Poll()) {
-        if (zTime::MicroNow() >= until) return;
+    const auto waits = [&](const LiveOutputEntry& entry) {
+        return owes(entry) && zTime::MicroNow() - begun < longest_play_out(entry);
+    };
+    for (Poll(); std::any_of(fOutputs.begin(), fOutputs.end(), waits); Poll()) {
         zThread::MicroSleep(kLookAgainUs);
     }
+}
+
+/// In microseconds on the wall.
+long long LiveShow::longest_play_out(const LiveOutputEntry& entry) {
+    const double frames = kPlayOutFrames / find_source(entry.description.source)->FramesPerSecond();
+    const double seconds = std::clamp(frames, kPlayOutSeconds, kLongestPlayOutSeconds);
+    return static_cast<long long>(seconds * kMicro / fSpeed);
 }
 
 // An output that joined an encoder began at a key frame and lacks those before it: it is given the

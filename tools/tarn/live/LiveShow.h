@@ -49,7 +49,8 @@ public:
     bool Start(std::string& error);
     /// Plays on until the pictures that stand in encoders now are in the outputs: an encoder that
     /// looks ahead holds half a second of them back, and gives them out only as others follow.
-    /// Blocks for two seconds of the show at most.
+    /// Blocks for two seconds of the show at most, or for 50 frames of a slow source, but not
+    /// longer than a minute of the show.
     void PlayOut();
     /// Ends everything; outputs are closed when it returns.
     void Stop();
@@ -93,6 +94,9 @@ private:
     bool start_output(LiveOutputEntry& entry, std::string& error);
     void stop_output(LiveOutputEntry& entry, LiveState state);
     bool note_if_empty(LiveOutputEntry& entry);
+    bool note_nothing_kept(LiveOutputEntry& entry);
+    long long frames_lost(const LiveOutputEntry& entry);
+    long long longest_play_out(const LiveOutputEntry& entry);
     void set_state(LiveOutputEntry& entry, LiveState state);
     bool owes_pictures(const LiveOutputEntry& entry, long long frame);
     bool remove_source(const std::string& name, std::string& error);

@@ -345,6 +345,55 @@ TEST_F(RunningShow, PlaysOnUntilEncodersHaveGivenWhatTheyHold) {
     EXPECT_EQ(state(0), LiveState::kRunning);
 }
 
+// An encoder holds frames, not seconds: at one a second it takes long until they are out.
+TEST_F(RunningShow, PlaysOnLongEnoughForASlowSource) {
+    Show show;
+    ASSERT_TRUE(ReadShowText(R"(<show><source name="bars" picture="bars" tn_width="32")"
+                             R"( tn_height="32" fps="1" catch_up="600"/>)"
+                             R"(<output kind="scripted" output_enabled="true")"
+                             R"( output_display_name="slow"><video codecname="x264"/></output>)"
+                             "</show>",
+                             "test", show, fError))
+        << fError;
+    LiveShow fast(100);
+    ASSERT_TRUE(fast.Prepare(show, fError)) << fError;
+    ASSERT_TRUE(fast.Start(fError)) << fError;
+    const LiveSource& source = *fast.Sources()[0];
+    while (source.Figures().frames < 3) std::this_thread::yield();
+    std::jthread encoder([&] {
+        while (source.Figures().frames < 20) std::this_thread::yield();
+        gOwedFrames = 20;
+    });
+    fast.PlayOut();
+    EXPECT_GE(source.Figures().frames, 20);
+    encoder.join();
+    fast.Stop();
+    EXPECT_FALSE(fast.HasFailed());
+}
+
+TEST_F(RunningShow, AnOutputThatKeptNothingHasFailed) {
+    const auto output = [](const std::string& name) {
+        return "<output kind=\"scripted\" output_enabled=\"true\" output_display_name=\"" + name +
+               "\"><video codecname=\"x264\"/></output>";
+    };
+    ASSERT_TRUE(prepare(output("off") + output("ended") + output("well") + element("sound alone")))
+        << fError;
+    gScripts["well"].frames = 1;
+    EXPECT_TRUE(obey("enable off off"));
+    EXPECT_EQ(state(0), LiveState::kOff) << "its source gave nothing yet";
+    EXPECT_TRUE(obey("enable off on"));
+    ASSERT_TRUE(fShow.Start(fError)) << fError;
+    while (fShow.Sources()[0]->Figures().frames < 3) std::this_thread::yield();
+    EXPECT_TRUE(obey("enable off off"));
+    EXPECT_EQ(state(0), LiveState::kFailed);
+    EXPECT_NE(fShow.Outputs()[0].figures.text.find("nothing was kept"), std::string::npos);
+    fShow.Stop();
+    EXPECT_EQ(state(1), LiveState::kFailed);
+    EXPECT_EQ(state(2), LiveState::kEnded);
+    EXPECT_EQ(state(3), LiveState::kEnded);
+    EXPECT_TRUE(fShow.HasFailed());
+}
+
 // Half a minute of the show, at a hundred times its pace.
 TEST_F(RunningShow, AnOutputThatNothingEverReachesHasFailed) {
     Show show;
