@@ -162,7 +162,9 @@ void LiveSource::note_tick(const tn_time_rec& time) {
 }
 
 void LiveSource::write_frames_until(long long frame) {
-    const auto most = static_cast<long long>(fSource.catchUp * fFramesPerSecond) + 1;
+    // The ticks at the start come together by the clock's nature, whatever the rate.
+    const auto most = std::max(static_cast<long long>(fSource.catchUp * fFramesPerSecond) + 1,
+                               kTicksAtStart - fNextFrame);
     while (fNextFrame < frame && !fEnding && !fFigures.ended) {
         const bool skip = frame - fNextFrame > most;
         if (!(skip ? skip_frame() : write_frame())) fFigures.ended = true;

@@ -192,6 +192,14 @@ TEST_F(SourceOnTicks, OwesNothingForTheTicksBeforeItJoinedAClock) {
     EXPECT_EQ(fSource->Figures().lost, 1);
 }
 
+TEST_F(SourceOnTicks, SkipsNothingAtTheStartHoweverSlowItIs) {
+    make(100, true, 0);
+    observe();
+    tick(2);
+    EXPECT_EQ(fVideo->fTimes, (std::vector<long long>{0, 2}));
+    EXPECT_EQ(fSource->Figures().skipped, 0);
+}
+
 TEST_F(SourceOnTicks, SkipsWhatIsTooFarBehindButNeverSound) {
     make(1000, true, 0.2);  // 5 frames
     observe();
