@@ -85,9 +85,11 @@ struct MovieFileOptions {
 /// before the first picture is an empty edit, what is displayed before 0 is cut. How long a picture
 /// is shown follows from the decode time of the next one; `duration` counts for the last. A decode
 /// time that goes back by at most a second shows the pictures in between for no time, until the
-/// track has caught up; one that goes back further goes on from where the track stands. Sound runs
-/// on by its durations alone: the decode time of its first sample says when the track starts, and a
-/// negative one how much of its start is cut.
+/// track has caught up; one that goes back further goes on from where the track stands. A step of
+/// more than 2^31 - 1 ticks is made in several: the pictures behind it come too early until the
+/// track is on time again; one of more than a day is cut to that. Sound runs on by its durations
+/// alone: the decode time of its first sample says when the track starts, and a negative one how
+/// much of its start is cut.
 class MovieFile {
 public:
     virtual ~MovieFile() = default;

@@ -8,6 +8,8 @@ namespace {
 
 // Readers take a step between two samples for a signed number of 32 bits.
 constexpr long long kLongestStep = std::numeric_limits<int>::max();
+// What lies further ahead is no pause but another time line.
+constexpr long long kLongestPauseSeconds = 24 * 60 * 60;
 
 }  // namespace
 
@@ -37,8 +39,11 @@ long long PictureClock::Next(long long decodeTime) {
         // so that picture and sound are together again as soon as the times have caught up.
         time = fLast;
     } else if (time - fLast > kLongestStep) {
+        // The time line stays: the next picture makes up for what is left of a pause, and only in
+        // the pause itself a picture is seen too early.
+        const bool isPause = time - fLast <= kLongestPauseSeconds * fTimescale;
         time = fLast + kLongestStep;
-        fShift = time - decodeTime;
+        if (!isPause) fShift = time - decodeTime;
     }
     fLast = time;
     return time;

@@ -18,7 +18,7 @@ struct TrackEdit {
 };
 
 /// Turns the decode times of pictures into media times: from 0, never back, steps that fit the
-/// file.
+/// file. A pause of up to a day that is longer than a step goes in as several.
 class PictureClock {
 public:
     PictureClock(long long timescale, long long frameDuration)

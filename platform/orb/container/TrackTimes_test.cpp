@@ -41,18 +41,42 @@ TEST(PictureClock, MediaTimesFollowTheTimeLine) {
     }
 }
 
-/// Readers take a step for a signed number of 32 bits: a longer one is shortened, and what follows
-/// keeps its distance.
+/// Readers take a step for a signed number of 32 bits: a longer one is made in several, and then
+/// the pictures are on their time line again.
 TEST(PictureClock, LongestStepIsThatOfTheFile) {
     constexpr long long kLongest = 2147483647;
-    PictureClock clock(kSecond, kFrame);
-    clock.Next(0);
-    EXPECT_EQ(clock.Next(kLongest + 1000), kLongest);
-    EXPECT_EQ(clock.Next(kLongest + 1020), kLongest + 20);
+    const Line lines[] = {
+        {"just fits", {0, kLongest, kLongest + 20}, {0, kLongest, kLongest + 20}},
+        {"too long by little",
+         {0, kLongest + 1000, kLongest + 1020},
+         {0, kLongest, kLongest + 1020}},
+        {"too long by much",
+         {0, 3 * kLongest, 3 * kLongest + 20, 3 * kLongest + 40},
+         {0, kLongest, 2 * kLongest, 3 * kLongest}},
+    };
+    for (const Line& line : lines) {
+        SCOPED_TRACE(line.name);
+        PictureClock clock(kLongest / 10, kFrame);  // ten seconds are the longest step
+        for (std::size_t i = 0; i < line.decodeTimes.size(); i++)
+            EXPECT_EQ(clock.Next(line.decodeTimes[i]), line.mediaTimes[i]);
+    }
+    const PictureClock clock(kSecond, kFrame);
     EXPECT_EQ(clock.Duration(kLongest + 1), kFrame);
     EXPECT_EQ(clock.Duration(0), kFrame);
     EXPECT_EQ(clock.Duration(-5), kFrame);
     EXPECT_EQ(clock.Duration(33), 33);
+}
+
+/// What is more than a day away is not a pause: the film goes on from the longest step.
+TEST(PictureClock, ATimeLineADayAheadIsAnotherOne) {
+    constexpr long long kLongest = 2147483647;
+    constexpr long long kDay = 24 * 60 * 60 * 1000000000LL;
+    for (const long long step : {kDay, kDay + 2 * kLongest}) {
+        PictureClock clock(1000000000, 20000000);
+        clock.Next(0);
+        EXPECT_EQ(clock.Next(step), kLongest);
+        EXPECT_EQ(clock.Next(step + 20000000), step == kDay ? 2 * kLongest : kLongest + 20000000);
+    }
 }
 
 struct Picture {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <thread>
 
+#include "tests/support/Probe.h"
 #include "tests/support/TestFolder.h"
 
 namespace Quillon::Orb {
@@ -112,6 +113,35 @@ TEST_F(WholeMovieFileTest, DestroyedItIsClosedAsByFinish) {
         }
     }
     EXPECT_EQ(std::filesystem::file_size(path), std::filesystem::file_size(path + ".finished"));
+}
+
+/// A scale so fine that the camera's five minutes off air are more than one step of a file.
+TEST_F(WholeMovieFileTest, AfterALongPauseThePicturesEndWithTheSound) {
+    constexpr long long kScale = 10000000;
+    constexpr int kSeconds = 310;
+    const std::string path = fFolder.Path() + "/a.mp4";
+    const auto file = MakeMovieFile(path.c_str(), {.containerType = 'mp4 '});
+    MovieTrack pictures = picture();
+    pictures.format = 'jpeg';
+    pictures.timescale = kScale;
+    pictures.frameDuration = kScale;
+    file->AddTrack(pictures);
+    file->AddTrack(sound());
+    ASSERT_EQ(file->Begin(), 0);
+    const std::vector<unsigned char> second(4 * 48000);
+    for (int i = 0; i < kSeconds; i++) {
+        MovieSample block = sample_of(second);
+        block.packets = 48000;
+        ASSERT_EQ(file->WriteSample(1, block), 0);
+        if (i >= 5 && i < kSeconds - 5) continue;
+        MovieSample one = sample_of(fBytes);
+        one.decodeTime = i * kScale;
+        one.duration = kScale;
+        ASSERT_EQ(file->WriteSample(0, one), 0);
+    }
+    ASSERT_EQ(file->Finish(), 0);
+    EXPECT_EQ(tests::ProbeStream(path, "v:0", "duration"), "310.000000");
+    EXPECT_EQ(tests::ProbeStream(path, "a:0", "duration"), "310.000000");
 }
 
 /// Two files with a checkpoint thread each, and samples that come while those write and sync.
