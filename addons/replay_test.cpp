@@ -283,4 +283,23 @@ TEST_F(Replay, FolderThatCannotBeMadeIsTold) {
               -1006);
 }
 
+// What is heard while there is nothing to be seen waits in memory for the next picture.
+TEST_F(Replay, SoundThatWaitsForPicturesIsBounded) {
+    constexpr int kBack = 60 + 30 * 120;  // two minutes later
+    Show show("Replay", {H264(15), fCamera.Aac()});
+    ASSERT_EQ(Begin(show, 600, 0), 0);
+    fCamera.Write(0, 60);
+    for (int frame = 60; frame < kBack; ++frame) fCamera.WriteSound(frame);
+    fCamera.Write(kBack, kBack + 60);
+    show.End();
+    double heard = 0;
+    constexpr double kPacketSeconds = 1024.0 / Camera::kRate;
+    for (const Packet& packet : PacketsOf(Movie(1), "a:0"))
+        heard += packet.size > 0 ? kPacketSeconds : 0;
+    EXPECT_GT(heard, 55);
+    EXPECT_LT(heard, 70);
+    EXPECT_NEAR(PacketsOf(Movie(1), "a:0").back().shown, fCamera.SecondsOf(kBack + 60), 1)
+        << "in its place";
+}
+
 }  // namespace

@@ -19,6 +19,8 @@ constexpr int kNoSuchStream = -1009;
 /// How long pictures wait for sound that does not come.
 constexpr double kSoundPatienceMs = 3000;
 constexpr double kRunUpMs = 200;
+/// The longest that sound is kept for a picture to come, by far longer than an encoder holds one.
+constexpr double kMostSoundMs = 60000;
 /// Deletions come in pieces of this part of the limit: each one writes the manifest anew.
 constexpr double kDeletionPart = 0.1;
 constexpr MovieOutput::Room kRoom = {16384, std::size_t{256} << 20, false};
@@ -95,6 +97,7 @@ int ReplayOutput::write_picture(const MediaItem& item) {
 int ReplayOutput::write_sound(const MediaItem& item) {
     fSounds.push_back(item);
     fSoundEndMs = item.endMs + fSoundShiftMs;
+    while (fSounds.back().endMs - fSounds.front().endMs > kMostSoundMs) fSounds.pop_front();
     return advance(false);
 }
 
