@@ -1,5 +1,6 @@
 #include "addons/support/MovieOutput.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -13,6 +14,7 @@ namespace {
 // An ordinary thread.
 constexpr char kThreadClass = 4;
 constexpr char kThreadNumber = 1;
+constexpr double kLongestPieceMs = 1000;
 /// Of sound beside pictures that have no room: minutes of stereo.
 constexpr std::size_t kSoundRoom = std::size_t{32} << 20;
 
@@ -140,7 +142,8 @@ void MovieOutput::note_silence(const MediaItem& item, std::string& news) {
     }
     track.isSilent = false;
     track.silentMs = 0;
-    other.silentMs += item.endMs - item.startMs;
+    // A picture from before a pause may be told to last through all of it.
+    other.silentMs += std::min(item.endMs - item.startMs, kLongestPieceMs);
     if (other.isSilent || other.silentMs <= MovieStart::kPatienceMs) return;
     other.isSilent = true;
     news += fmt::format(
