@@ -372,6 +372,35 @@ TEST_F(Failures, ATransportStreamOnAFullDeviceSaysSo) {
     EXPECT_GT(PacketsOf(fFolder.File("well.ts"), "v:0").size(), 60u);
 }
 
+// Threads of the file write most of it between two frames and after the last.
+TEST_F(Failures, WhatWasWrittenIsToldToTheByte) {
+    Camera camera(1);
+    Show raw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    Show muxed("Shared QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    ASSERT_EQ(raw.Add(fFolder.File("raw.mov")), 0);
+    ASSERT_EQ(muxed.Add(fFolder.File("muxed.mov")), 0);
+    for (int frame = 0; frame < 90; ++frame) {
+        camera.WriteSound(frame);
+        camera.WritePicture(frame);
+    }
+    for (Show* show : {&raw, &muxed}) EXPECT_EQ(show->Remove(), 0);
+    const char* names[] = {"raw.mov", "muxed.mov"};
+    Show* shows[] = {&raw, &muxed};
+    for (int i = 0; i < 2; ++i) {
+        long long bytes = 0;
+        for (const char* stream : {"v:0", "a:0"}) {
+            for (const Packet& packet : PacketsOf(fFolder.File(names[i]), stream)) {
+                bytes += packet.size;
+            }
+        }
+        zRecord request;
+        zRecord answer;
+        shows[i]->Movie().StatisticsControl(request, answer);
+        EXPECT_GT(bytes, 0);
+        EXPECT_EQ(answer.AsInt64("bytes", 0), bytes) << names[i];
+    }
+}
+
 /// A socket that takes what is sent to it, until it is closed.
 class Receiver {
 public:

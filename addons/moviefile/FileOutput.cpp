@@ -24,27 +24,20 @@ class Frame final : public tnVideoCompressor2::EncodedBuffer {
 public:
     Frame(const RawVideoBuffer& raw, long long startTicks) : fRaw(raw), fStartTicks(startTicks) {}
 
-    void SetBytesWritten(int bytes) override { fBytes = bytes; }
+    void SetBytesWritten(int) override {}
     EncodedBufferTiming GetTiming() override {
         return {1, fRaw.Time() - fStartTicks, 1, static_cast<long long>(fRaw.Duration())};
     }
     CPixelDataReference* GetPixelData() override { return fRaw.Pixels(); }
 
-    int Bytes() const { return fBytes; }
-
 private:
     const RawVideoBuffer& fRaw;
     const long long fStartTicks;
-    int fBytes = 0;
 };
 
 class Block final : public tnAudioCompressor2::EncodedBuffer {
 public:
-    void SetBytesWritten(int bytes) override { fBytes = bytes; }
-    int Bytes() const { return fBytes; }
-
-private:
-    int fBytes = 0;
+    void SetBytesWritten(int) override {}
 };
 
 }  // namespace
@@ -104,7 +97,7 @@ int FileOutput::write_picture(const MediaItem& item) {
     Frame frame(static_cast<RawVideoBuffer&>(*item.picture),
                 fStartTicks + std::llround(cutMs * fTicksPerMs));
     const int code = fWriter->WriteVideo(frame);
-    fPictureBytes.fetch_add(frame.Bytes());
+    fPictureBytes.store(fWriter->BytesWritten(true));
     return code;
 }
 
@@ -151,7 +144,7 @@ int FileOutput::write_block(const unsigned char* data, unsigned int frames,
     Block block;
     const int code =
         fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(frames * frameBytes));
-    fSoundBytes.fetch_add(block.Bytes());
+    fSoundBytes.store(fWriter->BytesWritten(false));
     if (code == kWriterAudioConversion) return bear_unconverted(frames);
     fUnconverted = 0;
     return code;
@@ -186,5 +179,7 @@ int FileOutput::write_silence(double milliseconds, unsigned int frameBytes) {
 
 int FileOutput::finish_file() {
     fWriter->Close();
+    fPictureBytes.store(fWriter->BytesWritten(true));
+    fSoundBytes.store(fWriter->BytesWritten(false));
     return 0;
 }

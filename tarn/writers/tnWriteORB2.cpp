@@ -53,6 +53,8 @@ int tnWriteORB2::Open(const char* path, unsigned int containerType, int moovRate
                       double expectedSeconds) {
     fMoovRate = moovRate;
     fExpectedSeconds = expectedSeconds;
+    fVideoBytes = 0;
+    fAudioBytes = 0;
 
     const RObject<CString> name(new CString(path));
     fAssetWriter = RObject<CAssetWriter>(new CAssetWriter());
@@ -185,8 +187,20 @@ void tnWriteORB2::end_tracks() {
     if (fAudioWriter) fAudioWriter->WriteSample(nullptr);
     if (fVideoWriter) fVideoWriter->End();
     if (fAudioWriter) fAudioWriter->End();
+    fEndedVideo = fVideoWriter;
+    fEndedAudio = fAudioWriter;
     fVideoWriter.Clear();
     fAudioWriter.Clear();
+}
+
+long long tnWriteORB2::BytesWritten(bool ofPictures) const {
+    const auto bytes = [](const CAssetTrackWriter* running, const CAssetTrackWriter* ended,
+                          long long atEnd) {
+        if (running) return running->GetBytesWritten();
+        return ended ? ended->GetBytesWritten() : atEnd;
+    };
+    return ofPictures ? bytes(fVideoWriter.Get(), fEndedVideo.Get(), fVideoBytes)
+                      : bytes(fAudioWriter.Get(), fEndedAudio.Get(), fAudioBytes);
 }
 
 void tnWriteORB2::Close() {
@@ -199,5 +213,9 @@ void tnWriteORB2::Close() {
     const zCriticalLock init(*fInitLock);
     fInitialized = false;
     fAssetWriter->Finish();
+    fVideoBytes = BytesWritten(true);
+    fAudioBytes = BytesWritten(false);
+    fEndedVideo.Clear();
+    fEndedAudio.Clear();
     fAssetWriter.Clear();
 }

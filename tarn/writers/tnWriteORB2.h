@@ -88,6 +88,10 @@ public:
     int WriteAudioPacket(tnAudioCompressor2::EncodedBuffer* buffer, int, long long,
                          const unsigned char* data, int size);
 
+    /// Bytes of the track that the file has taken since Open, also once it is closed; what still
+    /// waits for its encoder or for the disk is not among them. The thread that writes.
+    long long BytesWritten(bool ofPictures) const;
+
     /// Hands over the frame that is held and ends both tracks once both are ready; writers wait
     /// meanwhile. -14: a track was not ready in time, and both stand as they were.
     ///
@@ -178,4 +182,10 @@ private:
     long long fSpare1 = 0;
     long long fSpare2 = 0;
     RObject<Quillon::Orb::CVideoSample> fHeldSample;
+
+    // The tracks between their end and the file's, and what they had come to then.
+    RObject<Quillon::Orb::CAssetVideoCompressor> fEndedVideo;
+    RObject<Quillon::Orb::CAssetAudioWriter> fEndedAudio;
+    long long fVideoBytes = 0;
+    long long fAudioBytes = 0;
 };
