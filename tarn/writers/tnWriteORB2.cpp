@@ -206,11 +206,12 @@ long long tnWriteORB2::BytesWritten(bool ofPictures) const {
 void tnWriteORB2::Close() {
     // Whether in time or not: the file is worth more than the frames that are stuck.
     CloseStreams(kCloseTimeoutUs);
+    // Asked under the lock: a host's end and its clean-up may close at the same time.
+    const zCriticalLock init(*fInitLock);
     if (!fAssetWriter) return;
 
     static zPerfLog::Variable variable("tnWriteORB2_Close", 1, 50);
     const zPerfLog timing(variable);
-    const zCriticalLock init(*fInitLock);
     fInitialized = false;
     fAssetWriter->Finish();
     fVideoBytes = BytesWritten(true);

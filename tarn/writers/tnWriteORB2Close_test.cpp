@@ -1,6 +1,7 @@
 // The end of a movie file writer's recording: tracks that are slow or stuck, and what is reported
 // of the bytes on the way there.
 
+#include <atomic>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -238,6 +239,29 @@ TEST_F(Writer, TellsABlockWhatTheFileTookWhileItWasWritten) {
     ASSERT_EQ(fWriter->WriteAudioPacket(&second, 0, 0, block, 400), 0);
     EXPECT_GE(second.written, 400);
     EXPECT_EQ(second.written % 400, 0);
+}
+
+// Few rounds meet the moment in which two of them are about to complete the file.
+TEST_F(Writer, MayBeClosedFromSeveralThreads) {
+    for (int round = 0; round < 2000; ++round) {
+        open();
+        fWriter->SetSourceAudioFormat(pcm());
+        fWriter->SetEncodedAudioFormat(encoded_audio(nullptr));
+        Packet packet;
+        const unsigned char block[400] = {};
+        ASSERT_EQ(fWriter->WriteAudioPacket(&packet, 0, 0, block, 400), 0);
+        std::atomic<int> waiting{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&] {
+                ++waiting;
+                while (waiting < 4) std::this_thread::yield();
+                fWriter->Close();
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        EXPECT_EQ(fWriter->CloseStreams(0), 0);
+    }
 }
 
 }  // namespace
