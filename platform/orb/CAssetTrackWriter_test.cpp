@@ -267,6 +267,23 @@ TEST_F(CAssetTrackWriterTest, AFrameDurationBeyondThoseOfFilesIsTheirLongest) {
     EXPECT_EQ(INT_MAX, describe_track(*shape).frameDuration);
 }
 
+TEST_F(CAssetTrackWriterTest, PacketsBeyondThoseOfFilesAreTheLongest) {
+    const RObject<CAudioProperties> shape = audio_shape('mp4a', 2);
+    shape->SetFramesPerPacket(1024);
+    AudioShaper shaper(*shape);
+    long long time = 0;
+    for (const auto& [told, kept] : std::initializer_list<std::pair<long long, long long>>{
+             {1024, 1024}, {(1LL << 32) + 1024, INT_MAX}, {LLONG_MAX, INT_MAX}, {960, 960}}) {
+        const RObject<CAudioSample> packet = fake_sound({1, 2, 3}, 1);
+        packet->SetDuration(told);
+        MovieQueue::Sample shaped;
+        ASSERT_EQ(0, shaper.Shape(*packet, shaped));
+        EXPECT_EQ(kept, shaped.description.duration);
+        EXPECT_EQ(time, shaped.description.decodeTime);
+        time += kept;
+    }
+}
+
 TEST_F(CAssetTrackWriterTest, SteadyRecordingTakesNoFreshBlocks) {
     ASSERT_EQ(0, Create());
     RObject<OpenTrack> track = AddVideo();

@@ -17,7 +17,7 @@ namespace {
 /// Ticks from 0 to the ends of the time line, on either side: more than seventy years in
 /// nanoseconds. Behind here times are added and subtracted, and must not leave their 64 bits.
 constexpr long long kFarthest = 1LL << 61;
-/// Files hold durations and offsets of pictures in signed numbers of 32 bits.
+/// Files hold durations, and offsets of pictures, in signed numbers of 32 bits.
 constexpr long long kLongestStep = INT_MAX;
 
 /// The files write 0 where nothing is known; the code points say 2.
@@ -189,11 +189,12 @@ Result AudioShaper::Shape(const CMediaSample& sample, MovieQueue::Sample& shaped
     } else {
         shaped.data = sample.GetDataReference<CDataReference>();
         const long long frames = sample.GetDuration();
-        shaped.description.duration = frames > 0 ? frames : fFramesPerPacket;
+        shaped.description.duration =
+            frames > 0 ? std::min(frames, kLongestStep) : fFramesPerPacket;
     }
     if (static_cast<int>(result) != 0) return result;
     shaped.description.decodeTime = fNextTime;
-    fNextTime += shaped.description.duration;
+    fNextTime = std::min(fNextTime + shaped.description.duration, kFarthest);
     return 0;
 }
 
