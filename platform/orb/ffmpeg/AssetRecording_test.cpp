@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -12,6 +13,7 @@
 #include "orb/CAssetVideoCompressor.h"
 #include "orb/CAssetWriter.h"
 #include "orb/CContainerReaderAudioProperties.h"
+#include "orb/CPixelBufferDataReference.h"
 #include "orb/MovieFileInventory.h"
 #include "orb/ffmpeg/AvMovieFile.h"
 #include "orb/testSupport.h"
@@ -21,6 +23,7 @@ extern "C" {
 }
 
 #include "EncoderTestKit.h"
+#include "tests/support/TestFolder.h"
 
 // Whole recordings through the asset's tracks with real encoders, read back by libavformat.
 
@@ -303,6 +306,62 @@ TEST(AvMovieFile, EmptySamplesAreTaken) {
         }
         EXPECT_EQ(file->Finish(), 0);
         std::filesystem::remove(path);
+    }
+}
+
+/// In seconds, of the packets of a file with one track.
+std::vector<double> decode_times(const std::string& path) {
+    std::vector<double> times;
+    AVFormatContext* context = nullptr;
+    if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) return times;
+    AvPacket packet(av_packet_alloc());
+    while (av_read_frame(context, packet.get()) >= 0) {
+        const AVRational timebase = context->streams[packet->stream_index]->time_base;
+        times.push_back(static_cast<double>(packet->dts) * av_q2d(timebase));
+        av_packet_unref(packet.get());
+    }
+    avformat_close_input(&context);
+    return times;
+}
+
+/// The host's clock begins anew ten hours back: the film goes on, whatever the container.
+TEST(AssetTimes, AClockThatBeginsAnewGoesOnInEveryContainer) {
+    constexpr long long kTenHours = 36000LL * 30000;
+    constexpr int kPictures = 60;
+    const tests::TestFolder folder;
+    for (const unsigned int container : {'mov ', 'ts  '}) {
+        SCOPED_TRACE(container == 'mov ' ? "mov" : "ts");
+        const std::string path = folder.File(container == 'mov ' ? "a.mov" : "a.ts");
+        const RObject<CAssetWriter> asset(new CAssetWriter());
+        const RObject<CString> text(new CString(path.c_str()));
+        ASSERT_EQ(0, asset->Create(container, text.Get()));
+        const RObject<CVideoProperties> shape(new CVideoProperties(nullptr));
+        shape->SetFormat('mp2v');
+        shape->SetWidth(64);
+        shape->SetHeight(64);
+        shape->SetTimescale(30000);
+        shape->SetFrameDuration(1000);
+        const RObject<CAssetVideoCompressor> track(new CAssetVideoCompressor(shape.Get(), 'mcm2'));
+        ASSERT_EQ(0, track->SetInputFormat('I420'));
+        ASSERT_EQ(0, asset->AddVideoWriter(track.Get()));
+        ASSERT_EQ(0, track->Begin());
+        ASSERT_EQ(0, asset->Begin());
+        const RObject<CByteArray> pixels(new CByteArray(64 * 64 * 3 / 2, 1));
+        std::memset(pixels->GetData(), 128, static_cast<std::size_t>(pixels->GetLength()));
+        for (int i = 0; i < kPictures; ++i) {
+            const RObject<CVideoSample> sample(new CVideoSample(0, 1000, 0));
+            sample->SetTime(i * 1000 + (i < kPictures / 2 ? kTenHours : 0));
+            const RObject<CPixelBufferDataReference> data(
+                new CPixelBufferDataReference(pixels.Get(), 64, 64, 64));
+            sample->SetDataReference(data.Get());
+            ASSERT_EQ(0, track->WriteSample(sample.Get()));
+        }
+        ASSERT_EQ(0, track->End());
+        ASSERT_EQ(0, asset->Finish());
+        const std::vector<double> times = decode_times(path);
+        ASSERT_EQ(times.size(), static_cast<std::size_t>(kPictures));
+        for (std::size_t i = 1; i < times.size(); ++i)
+            EXPECT_NEAR(times[i] - times[i - 1], 1.0 / 30, 0.0001) << i;
     }
 }
 

@@ -15,6 +15,7 @@ extern "C" {
 
 #include "orb/CAudioProperties.h"
 #include "orb/Result.h"
+#include "orb/container/TrackTimes.h"
 
 namespace Quillon::Orb {
 
@@ -146,7 +147,16 @@ private:
         long long decodeDelay;  ///< ticks by which decode times are told earlier
         long long shift;        ///< ticks by which all times are told earlier: priming
         long long lastTime;     ///< decode time of the packet before
-        long long head = 0;     ///< ticks of the stream by which all tracks start later
+        PictureClock clock;     ///< of pictures
+        bool isVideo;
+        long long head = 0;  ///< ticks of the stream by which all tracks start later
+
+        /// A host's clock that begins anew does not hold up the film.
+        long long DecodeTime(long long told) {
+            if (!isVideo) return told;
+            const long long time = clock.Next(told);
+            return clock.First() + time;
+        }
     };
 
     Result begin_tracks();
@@ -174,8 +184,13 @@ int AvMovieFile::AddTrack(const MovieTrack& track) {
     codec.codec_id = found->codec;
     if (found->keepsTag) codec.codec_tag = __builtin_bswap32(track.format);
     stream->time_base = {1, static_cast<int>(track.timescale)};
-    Track own{stream->time_base, 0, 0, std::numeric_limits<long long>::min()};
-    if (track.kind == MovieTrack::Kind::Video) {
+    Track own{stream->time_base,
+              0,
+              0,
+              std::numeric_limits<long long>::min(),
+              PictureClock(track.timescale, track.frameDuration),
+              track.kind == MovieTrack::Kind::Video};
+    if (own.isVideo) {
         describe_video(track, *stream);
         fVideoTimescale = track.timescale;
         const int depth = track.reorderDepth < 0 ? kAssumedReorderDepth : track.reorderDepth;
@@ -243,8 +258,9 @@ Result AvMovieFile::WriteSample(int track, const MovieSample& sample) {
     fPacket->size = static_cast<int>(sample.size);
     fPacket->stream_index = track;
     fPacket->flags = sample.key ? AV_PKT_FLAG_KEY : 0;
-    fPacket->dts = sample.decodeTime - own.shift - own.decodeDelay;
-    fPacket->pts = sample.decodeTime - own.shift + sample.compositionOffset;
+    const long long time = own.DecodeTime(sample.decodeTime) - own.shift;
+    fPacket->dts = time - own.decodeDelay;
+    fPacket->pts = time + sample.compositionOffset;
     fPacket->duration = sample.duration;
     // The muxers want decode times that rise; a picture that came too early waits its turn.
     if (fPacket->dts <= own.lastTime) fPacket->dts = own.lastTime + 1;
