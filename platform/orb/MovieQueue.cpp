@@ -187,11 +187,12 @@ bool MovieQueue::fail(const Result& failure) {
 }
 
 /// Without the lock: the trace is the host's, may be slow, and may ask this queue how far it is.
-void MovieQueue::tell(const Result& failure) {
-    const std::string reason = reason_of(failure);
+void MovieQueue::tell(const Result& failure) noexcept {
+    const Result inWords = explained(failure);
+    const std::string_view reason = inWords.GetMessage();
     // A file's own reasons name it and say what it keeps: of that only the file knows.
     const std::string_view path(fName.c_str() + 1, fName.size() - 2);
-    const bool named = reason.find(path) != std::string::npos;
+    const bool named = reason.find(path) != std::string_view::npos;
     if (named)
         zTrace("{}\n", reason);
     else
@@ -201,6 +202,14 @@ void MovieQueue::tell(const Result& failure) {
 void MovieQueue::run() {
     pthread_setname_np(pthread_self(), "movie file");
     hold_back_size_signal();
+    try {
+        make_file();
+    } catch (...) {
+        give_up(result_of_exception());
+    }
+}
+
+void MovieQueue::make_file() {
     std::vector<MovieTrack> tracks;
     {
         zMutexLock held(fLock);
@@ -210,6 +219,26 @@ void MovieQueue::run() {
     if (!begin_file(tracks)) return;
     write_samples();
     finish_file();
+}
+
+/// No memory, as a rule: a failure of this file, and not the end of the host with all it records.
+void MovieQueue::give_up(Result failure) noexcept {
+    try {
+        Result finished = fFile ? fFile->Finish() : Result(0);
+        if (finished.Failed()) failure = std::move(finished);  // which says what it keeps
+    } catch (...) {
+        // The file is as it was shown last.
+    }
+    fFile.reset();
+    bool first = false;
+    {
+        zMutexLock held(fLock);
+        first = fail(failure);
+        fState = State::Done;
+        fRoom.WakeAll();
+    }
+    fBell.Ring();
+    if (first) tell(failure);
 }
 
 bool MovieQueue::begin_file(const std::vector<MovieTrack>& tracks) {

@@ -91,13 +91,15 @@ private:
 
     Result start_thread() SPAR_EXCLUDES(fLock);
     void run() SPAR_EXCLUDES(fLock);
+    void make_file() SPAR_EXCLUDES(fLock);
+    void give_up(Result failure) noexcept SPAR_EXCLUDES(fLock);
     bool begin_file(const std::vector<MovieTrack>& tracks) SPAR_EXCLUDES(fLock);
     void write_samples() SPAR_EXCLUDES(fLock);
     void write_one(int track, const Sample& sample) SPAR_EXCLUDES(fLock);
     void finish_file() SPAR_EXCLUDES(fLock);
     void stop(const Result& failure) SPAR_EXCLUDES(fLock);
     bool fail(const Result& failure) SPAR_REQUIRES(fLock);
-    void tell(const Result& failure) SPAR_EXCLUDES(fLock);
+    void tell(const Result& failure) noexcept SPAR_EXCLUDES(fLock);
     int earliest() const SPAR_REQUIRES(fLock);
     bool may_bring_earlier(const Track& other, const Track& first) const SPAR_REQUIRES(fLock);
     bool must_wait_for_others(const Track& first) const SPAR_REQUIRES(fLock);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <new>
+#include <stdexcept>
 #include <sys/resource.h>
 #include <thread>
 
@@ -228,6 +230,86 @@ TEST_F(MovieQueueTest, WhoIsToldOfAFileThatDoesNotEndMayAskTheQueue) {
     EXPECT_STREQ("the disk went away", queue.Finish().GetMessage());
     EXPECT_EQ(1, trace.Count());
     EXPECT_EQ(3, trace.fBytesWritten);
+}
+
+/// A file for which there is no memory in one place. What it says of its end it says of a failure.
+class HungryFile : public FakeMovieFile {
+public:
+    enum class Place { Begin, Sample, FirstEnd, Everything };
+
+    HungryFile(FakeDisk& disk, Place place) : FakeMovieFile(disk), fPlace(place) {}
+    Result Begin() override {
+        if (fPlace == Place::Begin) throw std::bad_alloc();
+        return FakeMovieFile::Begin();
+    }
+    Result WriteSample(int track, const MovieSample& sample) override {
+        if (fPlace == Place::Sample || fPlace == Place::Everything) {
+            fFailed = true;
+            throw std::bad_alloc();
+        }
+        return FakeMovieFile::WriteSample(track, sample);
+    }
+    Result Finish() override {
+        if (fPlace == Place::Everything) throw std::length_error("too long");
+        if (fPlace == Place::FirstEnd && !fFailed) {
+            fFailed = true;
+            throw std::bad_alloc();
+        }
+        FakeMovieFile::Finish();
+        return fFailed ? Result(ResultError("'cam1.mov': no memory; 7 seconds kept")) : Result(0);
+    }
+
+private:
+    const Place fPlace;
+    bool fFailed = false;
+};
+
+TEST_F(MovieQueueTest, AFileWithoutMemoryStopsAloneAndSaysWhatItKeeps) {
+    struct Case {
+        HungryFile::Place place;
+        const char* line;
+        int finished;
+    };
+    const Case kCases[] = {
+        {HungryFile::Place::Sample, "'cam1.mov': no memory; 7 seconds kept\n", 1},
+        {HungryFile::Place::FirstEnd, "'cam1.mov': no memory; 7 seconds kept\n", 1},
+        {HungryFile::Place::Everything, "'cam1.mov': out of memory; writing stopped\n", 0},
+    };
+    for (const Case& one : kCases) {
+        SCOPED_TRACE(one.line);
+        TraceCatcher trace;
+        FakeDisk other;
+        MovieQueue beside("'cam2.mov'");
+        ASSERT_EQ(0, beside.Begin(std::make_unique<FakeMovieFile>(other), {track_of(100)}, 4));
+        disk.finished = 0;
+        MovieQueue queue("'cam1.mov'");
+        ASSERT_EQ(0, queue.Begin(std::make_unique<HungryFile>(disk, one.place),
+                                 {track_of(100), track_of(1000)}, 2));
+        queue.EndTrack(1);
+        // More than the queue holds: who waits for room is told.
+        for (int i = 0; i < 5; ++i) queue.Push(0, sample_at(i, 1));
+        EXPECT_TRUE(queue.Finish().Failed());
+        EXPECT_EQ(trace.Lines(), std::vector<std::string>{one.line});
+        EXPECT_EQ(one.finished, disk.finished);
+        EXPECT_EQ(0, disk.living);
+        for (int i = 0; i < 20; ++i) EXPECT_EQ(0, beside.Push(0, sample_at(i, 1)));
+        EXPECT_EQ(0, beside.Finish());
+        EXPECT_EQ(20, other.CountWritten());
+    }
+}
+
+TEST_F(MovieQueueTest, AFileThatHasNoMemoryToBeginMayBeTriedAgain) {
+    TraceCatcher trace;
+    MovieQueue queue("'test'");
+    EXPECT_EQ(ResultOutOfMemory::kCode,
+              queue.Begin(std::make_unique<HungryFile>(disk, HungryFile::Place::Begin),
+                          {track_of(100)}, 4));
+    EXPECT_EQ(trace.Lines(), std::vector<std::string>{"'test': out of memory; writing stopped\n"});
+    EXPECT_EQ(0, disk.living);
+    EXPECT_EQ(0, Begin(queue));
+    EXPECT_EQ(0, queue.Push(0, sample_at(0, 1)));
+    EXPECT_EQ(0, queue.Finish());
+    EXPECT_EQ(1, disk.CountWritten());
 }
 
 // Runs in a process of its own, where the signal of a file that grew too large would be the end.

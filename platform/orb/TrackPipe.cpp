@@ -9,6 +9,20 @@
 
 namespace Quillon::Orb {
 
+namespace {
+
+/// What a step of the encoder thread gives; an exception, no memory as a rule, is its failure.
+template <class Step>
+Result result_of(const Step& step) noexcept {
+    try {
+        return step();
+    } catch (...) {
+        return result_of_exception();
+    }
+}
+
+}  // namespace
+
 TrackPipe::TrackPipe(unsigned int sampleKind) : fSampleKind(sampleKind) {}
 
 TrackPipe::~TrackPipe() {
@@ -198,13 +212,7 @@ long long TrackPipe::GetBytesWritten() const {
 /// The encoder thread: takes what was queued until the stream ends, then drains the encoder.
 void TrackPipe::run() {
     pthread_setname_np(pthread_self(), fSampleKind == 'vsmp' ? "video track" : "audio track");
-    RObject<CMediaSample> sample;
-    while (take(sample)) {
-        // A file that takes no more makes encoding idle work; the writer is told by the file.
-        if (queue()->GetFailure().Failed()) continue;
-        Result result = encode(sample.Get());
-        sample.Clear();
-        if (result.Failed()) note_failure(std::move(result));
+    while (encode_what_comes()) {
     }
     bool wanted = false;
     {
@@ -219,6 +227,24 @@ void TrackPipe::run() {
     zMutexLock held(fLock);
     fState = State::Done;
     fChanged.WakeAll();
+}
+
+/// True when there may be more: a sample for which there was no memory is lost alone.
+bool TrackPipe::encode_what_comes() noexcept {
+    try {
+        RObject<CMediaSample> sample;
+        while (take(sample)) {
+            // A file that takes no more makes encoding idle work; the writer is told by the file.
+            if (queue()->GetFailure().Failed()) continue;
+            Result result = encode(sample.Get());
+            sample.Clear();
+            if (result.Failed()) note_failure(std::move(result));
+        }
+        return false;
+    } catch (...) {
+        note_failure(result_of_exception());
+        return true;
+    }
 }
 
 bool TrackPipe::take(RObject<CMediaSample>& sample) {
@@ -245,10 +271,11 @@ Result TrackPipe::encode(CMediaSample* sample) {
 
 /// Lets come out what the encoder held back. One picture that fails must not take those behind it
 /// along; but an encoder that gives nothing more is asked no oftener than it owes pictures.
-Result TrackPipe::drain() {
-    Result first = encode(nullptr);
+Result TrackPipe::drain() noexcept {
+    Result first = result_of([this] { return encode(nullptr); });
     bool failed = first.Failed();
-    while (failed && fInside > 0) failed = pass_on_what_is_ready().Failed();
+    for (long long owed = fInside; failed && owed > 0; --owed)
+        failed = result_of([this] { return pass_on_what_is_ready(); }).Failed();
     return first;
 }
 
@@ -271,15 +298,15 @@ Result TrackPipe::pass_on_what_is_ready() {
     }
 }
 
-void TrackPipe::note_failure(Result failure) {
-    const std::string reason = reason_of(failure);
+void TrackPipe::note_failure(Result failure) noexcept {
+    const Result inWords = explained(failure);
     {
         zMutexLock held(fLock);
         fFailure = std::move(failure);
         fChanged.WakeAll();
     }
     zTrace("{}: the {} encoder failed: {}\n", queue()->GetName(),
-           fSampleKind == 'vsmp' ? "video" : "audio", reason);
+           fSampleKind == 'vsmp' ? "video" : "audio", inWords.GetMessage());
     queue()->Bell().Ring();
 }
 

@@ -89,12 +89,13 @@ private:
     Result write_queued(CMediaSample* sample) SPAR_EXCLUDES(fLock);
     void begin_end() SPAR_EXCLUDES(fLock);
     void run() SPAR_EXCLUDES(fLock);
+    bool encode_what_comes() noexcept SPAR_EXCLUDES(fLock);
     bool take(RObject<CMediaSample>& sample) SPAR_EXCLUDES(fLock);
     Result encode(CMediaSample* sample);
-    Result drain();
+    Result drain() noexcept;
     Result shape(const CMediaSample& sample, MovieQueue::Sample& shaped);
     Result pass_on_what_is_ready();
-    void note_failure(Result failure) SPAR_EXCLUDES(fLock);
+    void note_failure(Result failure) noexcept SPAR_EXCLUDES(fLock);
 
     const unsigned int fSampleKind;
     std::atomic<int> fIndex{-1};

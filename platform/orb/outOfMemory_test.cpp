@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -111,6 +112,50 @@ TEST(CTransformFilterT, WithoutMemoryTheInputStaysAsItWas) {
     const RObject<CAudioProperties> input(filter->GetInputProperties(0));
     ASSERT_TRUE(input);
     EXPECT_EQ(2, input->GetChannels());
+}
+
+class HungryEncoderTest : public AssetTest {
+protected:
+    Result Write(OpenTrack& track, int i) {
+        return track.WriteSample(fake_picture(10 * i, 10, static_cast<unsigned char>(i)).Get());
+    }
+    std::vector<int> Kept() {
+        std::vector<int> kept;
+        for (const auto& frame : disk.Of(0)) kept.push_back(frame.bytes[0]);
+        return kept;
+    }
+};
+
+TEST_F(HungryEncoderTest, APictureWithoutMemoryIsToldAndTheOthersAreKept) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->throwAt = 1;
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 2; ++i) ASSERT_EQ(0, Write(*track, i));
+    while (trace.Count() == 0) std::this_thread::yield();
+    EXPECT_EQ(ResultOutOfMemory::kCode, Write(*track, 2));
+    for (int i = 3; i < 6; ++i) EXPECT_EQ(0, Write(*track, i));
+    EXPECT_EQ(0, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(Kept(), (std::vector<int>{0, 3, 4, 5}));
+    EXPECT_EQ(1, trace.Count());
+    EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "the video encoder failed: out of memory"}));
+}
+
+TEST_F(HungryEncoderTest, WithoutMemoryAtTheEndItIsNotAskedForEver) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->delay = 2;
+    plan->throwAtEnd = true;
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(0, Write(*track, i));
+    EXPECT_EQ(ResultOutOfMemory::kCode, track->End());
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_EQ(Kept(), (std::vector<int>{0, 1}));
+    EXPECT_EQ(1, disk.finished);
+    EXPECT_EQ(1, trace.Count());
 }
 
 }  // namespace

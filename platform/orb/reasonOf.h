@@ -1,23 +1,37 @@
 #pragma once
 
-#include <string>
+#include <exception>
+#include <new>
 
 #include "orb/Result.h"
 
 namespace Quillon::Orb {
 
-/// Why something failed, in words for the trace: the failure's own where it has some.
-inline std::string reason_of(const Result& failure) {
-    if (*failure.GetMessage()) return failure.GetMessage();
+/// The failure with words for the trace: its own where it has some.
+inline Result explained(const Result& failure) noexcept {
+    if (*failure.GetMessage()) return failure;
     switch (static_cast<int>(failure)) {
         case ResultNullPointer::kCode:
-            return "no data";
+            return ResultNullPointer("no data");
         case ResultOutOfMemory::kCode:
-            return "out of memory";
+            return ResultOutOfMemory("out of memory");
         case ResultNotSupported::kCode:
-            return "not supported";
+            return ResultNotSupported("not supported");
         default:
-            return "it failed without a reason (" + std::to_string(static_cast<int>(failure)) + ")";
+            return ResultError("it failed without a reason (%d)", static_cast<int>(failure));
+    }
+}
+
+/// For a catch clause at the end of a thread: what it caught, as a failure.
+inline Result result_of_exception() noexcept {
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return ResultOutOfMemory();
+    } catch (const std::exception& error) {
+        return ResultError("%s", error.what());
+    } catch (...) {
+        return ResultError("an exception of no known kind");
     }
 }
 

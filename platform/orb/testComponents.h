@@ -8,6 +8,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,8 @@ struct FakePlan {
     std::atomic<int> delay{0};         ///< pictures that the encoder holds back
     std::atomic<unsigned> failOut{0};  ///< the pictures, bit 0 the first, that do not come out
     std::atomic<bool> failOutForever{false};  ///< nothing comes out any more
+    std::atomic<int> throwAt{-1};             ///< the picture for which the encoder has no memory
+    std::atomic<bool> throwAtEnd{false};      ///< it has none to give out what it held back
     std::atomic<bool> failBegin{false};
     std::atomic<bool> limitedOnly{false};  ///< the encoder makes limited range of whatever comes
     std::atomic<int> begun{0};
@@ -121,7 +124,9 @@ public:
             return 0;
         }
         fPlan->gate.Pass();
-        if (fSeen++ == fPlan->failAt) return ResultError("the picture is bad");
+        const int number = fSeen++;
+        if (number == fPlan->throwAt) throw std::bad_alloc();
+        if (number == fPlan->failAt) return ResultError("the picture is bad");
         fHeld.push_back(RObject<CVideoSample>(new CVideoSample(sample)));
         return 0;
     }
@@ -130,6 +135,7 @@ public:
         const std::size_t kept = fDraining ? 0 : static_cast<std::size_t>(fPlan->delay.load());
         if (fHeld.size() <= kept) return 0;
         if (fPlan->failOutForever) return ResultError("the device is gone");
+        if (fDraining && fPlan->throwAtEnd) throw std::bad_alloc();
         sample = std::move(fHeld.front());
         fHeld.pop_front();
         const int number = fCameOut++;

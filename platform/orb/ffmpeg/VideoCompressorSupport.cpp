@@ -33,7 +33,7 @@ Result FailureTrace::OfOutput(Result result) {
 }
 
 void FailureTrace::say(const Result& result) const {
-    zTrace("{}: {}\n", four_text(fOwner.GetType()), reason_of(result));
+    zTrace("{}: {}\n", four_text(fOwner.GetType()), explained(result).GetMessage());
 }
 
 }  // namespace Quillon::Orb
