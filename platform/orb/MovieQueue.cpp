@@ -16,8 +16,10 @@ namespace Quillon::Orb {
 namespace {
 
 /// How long a sample waits for a track that is behind. A track that stands still costs the others
-/// this much once: until it brings something again nobody waits for it.
+/// this much once: until it brings something again nobody waits for it. One that is further behind
+/// what is written would not catch up within it, and is not waited for at all.
 constexpr long long kPatienceUs = 500000;
+constexpr int kPatiencesPerSecond = 2;
 
 long long steady_now() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -79,6 +81,7 @@ Result MovieQueue::Begin(std::unique_ptr<MovieFile> file, const std::vector<Movi
         zMutexLock held(fLock);
         if (fState != State::Idle) return ResultError("%s has begun already", fName.c_str());
         fFailure = 0;
+        fLatestScale = 0;
         fQueueSize = static_cast<std::size_t>(queueSize);
         fTracks.clear();
         fDescriptions = tracks;
@@ -142,7 +145,7 @@ Result MovieQueue::Push(int track, Sample sample) {
     if (fState != State::Running) return ResultError("%s takes no samples now", fName.c_str());
     if (place.ended) return ResultError("the track has ended");
     place.started = true;
-    place.late = false;
+    place.late = is_far_behind(sample.description.decodeTime, place.timescale);
     place.nextTime = sample.description.decodeTime + sample.description.duration;
     place.queue.push_back({std::move(sample), steady_now()});
     fWork.WakeAll();
@@ -295,6 +298,20 @@ bool MovieQueue::must_wait_for_others(const Track& first) const {
     return false;
 }
 
+bool MovieQueue::is_far_behind(long long time, long long timescale) const {
+    if (fLatestScale == 0) return false;
+    // In patiences, to stay with whole numbers.
+    const __int128 own = static_cast<__int128>(time) * kPatiencesPerSecond + timescale;
+    const __int128 latest = static_cast<__int128>(fLatestTime) * kPatiencesPerSecond;
+    return own * fLatestScale < latest * timescale;
+}
+
+void MovieQueue::note_taken(long long time, long long timescale) {
+    if (fLatestScale != 0 && !is_before(fLatestTime, fLatestScale, time, timescale)) return;
+    fLatestTime = time;
+    fLatestScale = timescale;
+}
+
 /// Waits for the next sample to be written, in the order of time over all tracks.
 ///
 /// The earliest sample goes as soon as no other track can still bring an earlier one, or when it
@@ -331,6 +348,7 @@ void MovieQueue::write_samples() {
             Track& place = fTracks[static_cast<std::size_t>(track)];
             sample = std::move(place.queue.front().sample);
             place.queue.pop_front();
+            note_taken(sample.description.decodeTime, place.timescale);
             fRoom.WakeAll();
         }
         fBell.Ring();

@@ -83,7 +83,7 @@ private:
         std::deque<Waiting> queue;
         bool ended = false;
         bool started = false;    ///< a sample has come
-        bool late = false;       ///< the others no longer wait for its next sample
+        bool late = false;       ///< the others do not wait for its next sample
         long long nextTime = 0;  ///< end of the last sample that was queued, ticks
         long long bytes = 0;     ///< that the file has taken
     };
@@ -104,6 +104,8 @@ private:
     bool may_bring_earlier(const Track& other, const Track& first) const SPAR_REQUIRES(fLock);
     bool must_wait_for_others(const Track& first) const SPAR_REQUIRES(fLock);
     int next_to_write() SPAR_REQUIRES(fLock);
+    bool is_far_behind(long long time, long long timescale) const SPAR_REQUIRES(fLock);
+    void note_taken(long long time, long long timescale) SPAR_REQUIRES(fLock);
     bool is_track(int track) const SPAR_REQUIRES(fLock);
 
     const std::string fName;
@@ -120,6 +122,9 @@ private:
     bool fStop SPAR_GUARDED_BY(fLock) = false;
     Result fFailure SPAR_GUARDED_BY(fLock);
     std::size_t fQueueSize SPAR_GUARDED_BY(fLock) = 1;
+    // the latest sample that was taken to be written; a scale of 0 says that there was none
+    long long fLatestTime SPAR_GUARDED_BY(fLock) = 0;
+    long long fLatestScale SPAR_GUARDED_BY(fLock) = 0;
 
     // file thread only, once it runs
     std::unique_ptr<MovieFile> fFile;

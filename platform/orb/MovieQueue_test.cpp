@@ -8,8 +8,12 @@
 #include <stdexcept>
 #include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 
 #include "orb/testComponents.h"
+
+#include "tests/support/ThreadState.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Quillon::Orb {
 namespace {
@@ -102,6 +106,50 @@ TEST_F(MovieQueueTest, SampleGoesAtOnceWhenNoEarlierOneCanCome) {
     ASSERT_EQ(0, queue.Push(1, sample_at(0, 500)));
     for (int i = 0; i <= 50; ++i) ASSERT_EQ(0, queue.Push(0, sample_at(i, 1)));
     disk.gate.WaitForArrivals(52);
+    EXPECT_EQ(0, queue.Finish());
+}
+
+/// Tells which thread writes.
+class WatchedFile : public FakeMovieFile {
+public:
+    WatchedFile(FakeDisk& disk, std::atomic<int>& thread) : FakeMovieFile(disk), fThread(thread) {}
+    Result WriteSample(int track, const MovieSample& sample) override {
+        fThread = gettid();
+        return FakeMovieFile::WriteSample(track, sample);
+    }
+
+private:
+    std::atomic<int>& fThread;
+};
+
+// The pictures' clock begins anew at 0 while sound runs on from 10 s: no wait brings them together.
+TEST_F(MovieQueueTest, NobodyWaitsForATrackThatIsFarBehindWhatIsWritten) {
+    std::atomic<int> thread{0};
+    MovieQueue queue("'test'");
+    ASSERT_EQ(0, queue.Begin(std::make_unique<WatchedFile>(disk, thread),
+                             {track_of(100), track_of(1000)}, 64));
+    const auto write = [&](int track, const MovieQueue::Sample& sample) {
+        const int before = disk.CountWritten();
+        ASSERT_EQ(0, queue.Push(track, sample));
+        // Asleep for a while means that it waits for another track.
+        int quiet = 0;
+        ASSERT_TRUE(tests::WaitUntil(
+            [&] {
+                quiet = thread != 0 && tests::IsThreadAsleep(thread) ? quiet + 1 : 0;
+                return disk.CountWritten() > before || quiet > 10;
+            },
+            std::chrono::milliseconds(1)));
+        EXPECT_EQ(before + 1, disk.CountWritten());
+    };
+    ASSERT_EQ(0, queue.Push(0, sample_at(1000, 2)));
+    ASSERT_EQ(0, queue.Push(1, sample_at(10000, 20)));
+    ASSERT_TRUE(
+        tests::WaitUntil([&] { return disk.CountWritten() == 2; }, std::chrono::milliseconds(1)));
+    for (int i = 0; i < 5; ++i) {
+        SCOPED_TRACE(i);
+        write(0, sample_at(2 * i, 2));
+        write(1, sample_at(10020 + 20 * i, 20));
+    }
     EXPECT_EQ(0, queue.Finish());
 }
 
