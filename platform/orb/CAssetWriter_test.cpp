@@ -311,6 +311,20 @@ TEST_F(CAssetWriterTest, FailingEncoderTellsTheNextWriterOnceAndGoesOn) {
     EXPECT_TRUE(trace.HasLineWith({Path().c_str(), "video", "the picture is bad"}));
 }
 
+TEST_F(CAssetWriterTest, OfPicturesThatFailInARowTheFirstIsTold) {
+    TraceCatcher trace;
+    ASSERT_EQ(0, Create());
+    plan->failOut = 0b1001110;
+    RObject<OpenTrack> track = AddVideo();
+    ASSERT_EQ(0, asset->Begin());
+    // Those that are told of a failure are not queued.
+    for (int i = 0; i < 20; ++i) track->WriteSample(fake_picture(i, 1).Get());
+    track->End();
+    EXPECT_EQ(0, asset->Finish());
+    EXPECT_GE(disk.CountWritten(), 12);
+    EXPECT_EQ(2, trace.Count());
+}
+
 // A host shows pictures at their times: sound that ran on must find the picture it belongs to.
 TEST_F(CAssetWriterTest, PictureThatDoesNotComeOutLeavesTheOthersTheirTimes) {
     TraceCatcher trace;

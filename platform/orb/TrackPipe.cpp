@@ -292,12 +292,14 @@ Result TrackPipe::pass_on_what_is_ready() {
         if (static_cast<int>(result) != 0) continue;
         // What the file says comes back from its own failure, with the reason.
         if (queue()->Push(fIndex.load(), std::move(shaped)).Failed()) return 0;
+        fFailing = false;
         zMutexLock held(fLock);
         ++fProgress;
         fChanged.WakeAll();
     }
 }
 
+/// Every failure is told to a writer; of those in a row, the host's log gets the first.
 void TrackPipe::note_failure(Result failure) noexcept {
     const Result inWords = explained(failure);
     {
@@ -305,8 +307,9 @@ void TrackPipe::note_failure(Result failure) noexcept {
         fFailure = std::move(failure);
         fChanged.WakeAll();
     }
-    zTrace("{}: the {} encoder failed: {}\n", queue()->GetName(),
-           fSampleKind == 'vsmp' ? "video" : "audio", inWords.GetMessage());
+    if (!std::exchange(fFailing, true))
+        zTrace("{}: the {} encoder failed: {}\n", queue()->GetName(),
+               fSampleKind == 'vsmp' ? "video" : "audio", inWords.GetMessage());
     queue()->Bell().Ring();
 }
 

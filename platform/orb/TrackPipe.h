@@ -105,6 +105,7 @@ private:
     std::unique_ptr<TrackCodec> fCodec;
     std::thread fThread;
     long long fInside = 0;  ///< pictures that the encoder took and has not answered for
+    bool fFailing = false;  ///< encoder thread: nothing came out since the last failure
 
     // guarded by fLock
     mutable zMutex fLock;
