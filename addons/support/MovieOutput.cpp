@@ -232,18 +232,31 @@ bool MovieOutput::take(MediaItem& item) {
 }
 
 void MovieOutput::run() {
-    write_until_end();
+    attempt(&MovieOutput::write_items);
+    attempt(&MovieOutput::complete);
     const zMutexLock lock(fLock);
     fEnded = true;
     fChanged.WakeAll();
 }
 
-void MovieOutput::write_until_end() {
+/// An exception, no memory as a rule, is a failure of this output alone.
+void MovieOutput::attempt(void (MovieOutput::*step)()) {
+    try {
+        (this->*step)();
+    } catch (...) {
+        fail(kNoMemory);
+    }
+}
+
+void MovieOutput::write_items() {
     MediaItem item;
     while (take(item)) {
         const int code = handle(std::move(item));
         if (code != 0) fail(code);
     }
+}
+
+void MovieOutput::complete() {
     if (!fBegun.load(std::memory_order_relaxed)) begin_at_end();
     if (!fBegun.load(std::memory_order_relaxed)) return;
     const int code = finish_file();

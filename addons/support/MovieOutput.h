@@ -25,6 +25,7 @@ public:
     /// The status of an output that could not keep up.
     static constexpr int kTooSlow = -14;
     static constexpr int kNoThread = -1;
+    static constexpr int kNoMemory = -1024;
 
     struct Settings {
         std::string where;  ///< path or address
@@ -119,7 +120,9 @@ private:
     void note_lost_track() SPAR_EXCLUDES(fLock);
     bool take(MediaItem& item) SPAR_EXCLUDES(fLock);
     void run() SPAR_EXCLUDES(fLock);
-    void write_until_end();
+    void attempt(void (MovieOutput::*step)());
+    void write_items();
+    void complete();
     int handle(MediaItem item);
     int begin();
     void begin_at_end();

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <new>
 
 #include "tarn/writers/writerErrors.h"
 
@@ -58,6 +59,7 @@ public:
     std::atomic<int> fSoundWritten{0};
     int fWriteCode = 0;
     int fFinishCode = 0;
+    bool fHasNoMemory = false;
 
 protected:
     int begin_file(const MovieStart&) override { return 0; }
@@ -68,6 +70,7 @@ protected:
         while (!fGateOpen && fPasses == 0) fGate.Wait(fGateLock);
         if (!fGateOpen) --fPasses;
         ++fWritten;
+        if (fHasNoMemory) throw std::bad_alloc();
         return fWriteCode;
     }
     int write_sound(const MediaItem&) override {
@@ -78,6 +81,7 @@ protected:
         const zMutexLock lock(fGateLock);
         fFinished = true;
         fGate.WakeAll();
+        if (fHasNoMemory) throw std::bad_alloc();
         return fFinishCode;
     }
 
@@ -283,6 +287,21 @@ TEST_F(Outputs, AFailedWriteIsToldOnceAndEndsTheFile) {
     EXPECT_EQ(fCode, -1052);
     EXPECT_EQ(output->fWritten, 1);
     EXPECT_EQ(output->PicturesWritten(), 0);
+}
+
+TEST_F(Outputs, AnOutputWithoutMemoryEndsAlone) {
+    const auto other = make({100, 1 << 20, false});
+    const auto output = make({100, 1 << 20, false});
+    output->fHasNoMemory = true;
+    for (int i = 0; i < 10; ++i) output->WriteVideo(nullptr, picture(i));
+    output->WaitUntilFinished();
+    output->Stop();
+    EXPECT_EQ(fReports, 1);
+    EXPECT_EQ(fCode, MovieOutput::kNoMemory);
+    EXPECT_EQ(output->fWritten, 1);
+    other->WriteVideo(nullptr, picture(0));
+    other->Stop();
+    EXPECT_EQ(other->fWritten, 1);
 }
 
 // Waits for real: a tenth of a second for an output that would never end.
