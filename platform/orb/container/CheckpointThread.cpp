@@ -29,10 +29,19 @@ void CheckpointThread::Nudge() {
 }
 
 int CheckpointThread::Main(int, const char**) {
+    try {
+        call_until_stopped();
+    } catch (...) {
+        fClient.OnException();
+    }
+    return 0;
+}
+
+void CheckpointThread::call_until_stopped() {
     long long next = zTime::MicroNow();
     for (;;) {
         const Wake wake = wait(next);
-        if (wake == Wake::Stop) return 0;
+        if (wake == Wake::Stop) return;
         if (wake == Wake::Nudge) {
             fClient.OnNudge();
             continue;

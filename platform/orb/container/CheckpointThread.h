@@ -15,6 +15,8 @@ public:
     public:
         virtual void OnCheckpoint() = 0;
         virtual void OnNudge() = 0;
+        /// One of them threw: there was no memory, and there will be no other call.
+        virtual void OnException() noexcept = 0;
 
     protected:
         ~Client() = default;
@@ -36,6 +38,7 @@ private:
     int Main(int argumentCount, const char** arguments) override;
     enum class Wake { Time, Nudge, Stop };
 
+    void call_until_stopped();
     Wake wait(long long until);
 
     Client& fClient;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <future>
 #include <gtest/gtest.h>
+#include <new>
 
 namespace Quillon::Orb {
 namespace {
@@ -16,10 +17,14 @@ public:
     }
     void OnNudge() override {
         if (fNudges++ == 0) fNudged.set_value();
+        if (fHasNoMemory) throw std::bad_alloc();
     }
+    void OnException() noexcept override { fThrown.set_value(); }
 
     std::promise<void> fFirst;
     std::promise<void> fNudged;
+    std::promise<void> fThrown;
+    std::atomic<bool> fHasNoMemory{false};
     std::atomic<int> fCheckpoints{0};
     std::atomic<int> fNudges{0};
 };
@@ -43,6 +48,18 @@ TEST(CheckpointThread, NudgeIsHeardBetweenTwoCheckpoints) {
     client.fFirst.get_future().wait();
     thread.Stop();
     EXPECT_EQ(client.fCheckpoints, 1);
+}
+
+TEST(CheckpointThread, AClientThatThrowsIsToldAndNotCalledAgain) {
+    Client client;
+    client.fHasNoMemory = true;
+    CheckpointThread thread(client, kAnHour);
+    ASSERT_TRUE(thread.Start());
+    thread.Nudge();
+    client.fThrown.get_future().wait();
+    thread.Nudge();
+    thread.Stop();
+    EXPECT_EQ(client.fNudges, 1);
 }
 
 TEST(CheckpointThread, StopWithoutStartAndTwiceIsNoHarm) {

@@ -107,6 +107,7 @@ Result WholeMovieFile::WriteSample(int track, const MovieSample& sample) {
     {
         zMutexLock held(fLock);
         if (fState != State::Open) return ResultError("'%s': not open", fPath.c_str());
+        if (fTorn) give_up();
         if (fFailure.Failed()) return fFailure;
         if (const int refused = check_sample(track, sample)) {
             // The contract's codes have names; the text says which file it was.
@@ -141,7 +142,11 @@ int WholeMovieFile::add_sample(int track, const MovieSample& sample) {
     stored.packets = index.IsPlain() ? sample.packets : 1;
     if (!index.Count(stored)) return -EFBIG;
     fChanged = true;
-    return fMedia->Add(number, stored, sample.data, size);
+    // Without memory the call does not come back, and what it left must never show.
+    fTorn = true;
+    const int error = fMedia->Add(number, stored, sample.data, size);
+    fTorn = false;
+    return error;
 }
 
 /// The file is broken: gives the failure once what stands in the file is safe. Container thread.
@@ -164,7 +169,7 @@ int WholeMovieFile::save_what_stands() {
     int error;
     {
         zMutexLock held(fLock);
-        if (fFrozen) return 0;
+        if (fFrozen || fTorn) return 0;
         // A write that failed half-way has left bytes that belong to nothing.
         error = fFile->Truncate(fMedia->End());
         if (error == 0) error = prepare();
@@ -175,11 +180,23 @@ int WholeMovieFile::save_what_stands() {
 }
 
 /// Keeps the first reason. Whoever owns the file tells people: it knows what else goes on.
-Result WholeMovieFile::fail(int error) {
+Result WholeMovieFile::fail(int error) noexcept {
     if (fFailure.Failed()) return fFailure;
     fFailure = ResultError("'%s': %s; recording stopped, %.1f seconds kept", fPath.c_str(),
                            strerror(-error), fSecondsShown);
     return fFailure;
+}
+
+/// There was no memory: what shows is kept, and nothing is done to it any more.
+void WholeMovieFile::give_up() noexcept {
+    fFrozen = true;
+    if (fBroken == 0) fBroken = -ENOMEM;
+    fail(fBroken);
+}
+
+void WholeMovieFile::OnException() noexcept {
+    zMutexLock held(fLock);
+    give_up();
 }
 
 void WholeMovieFile::OnCheckpoint() {
@@ -221,7 +238,7 @@ int WholeMovieFile::checkpoint() {
     bool first;
     {
         zMutexLock held(fLock);
-        if (!fChanged) return 0;
+        if (!fChanged || fTorn) return 0;
         error = prepare();
         first = fBroken == 0;
         if (first) fBroken = error;
@@ -242,6 +259,13 @@ int WholeMovieFile::checkpoint() {
 }
 
 int WholeMovieFile::prepare() {
+    fTorn = true;
+    const int error = bring_up_to_date();
+    fTorn = false;
+    return error;
+}
+
+int WholeMovieFile::bring_up_to_date() {
     if (const int error = fMedia->Flush()) return error;
     long long end = fMedia->End();
     const int error = fIndex->Prepare(end);
@@ -278,8 +302,14 @@ Result WholeMovieFile::Finish() {
             fState = State::Closed;
             return fFailure;
         }
+        if (fTorn) give_up();
     }
-    int error = close_whole();
+    int error = 0;
+    try {
+        error = close_whole();
+    } catch (...) {
+        OnException();
+    }
     const int closed = fFile->Close();
     if (error == 0) error = closed;
     zMutexLock held(fLock);

@@ -17,7 +17,8 @@ namespace Quillon::Orb {
 ///
 /// The container thread hands in samples; a thread of the file's own makes the checkpoints, each at
 /// most `checkpointSeconds` after the one before, and alone waits for the disk. docs/movie-files.md
-/// draws the file and says why it is whole.
+/// draws the file and says why it is whole. Where there is no memory a call may throw; the file
+/// then fails, and what it showed last is what it keeps.
 class WholeMovieFile final : public MovieFile, public CheckpointThread::Client {
 public:
     /// Who makes the checkpoints: the file's own thread, or the caller, as tests and benchmarks do.
@@ -41,9 +42,11 @@ private:
 
     void OnCheckpoint() override;
     void OnNudge() override;
+    void OnException() noexcept override SPAR_EXCLUDES(fLock);
     int write_head() SPAR_REQUIRES(fLock);
     double announced_seconds() const SPAR_REQUIRES(fLock);
     int prepare() SPAR_REQUIRES(fLock);
+    int bring_up_to_date() SPAR_REQUIRES(fLock);
     int show(MovieIndex& index) SPAR_EXCLUDES(fLock);
     int check_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
     int add_sample(int track, const MovieSample& sample) SPAR_REQUIRES(fLock);
@@ -52,7 +55,8 @@ private:
     int save_what_stands() SPAR_EXCLUDES(fLock);
     int close_whole() SPAR_EXCLUDES(fLock);
     Result stop() SPAR_EXCLUDES(fLock);
-    Result fail(int error) SPAR_REQUIRES(fLock);
+    void give_up() noexcept SPAR_REQUIRES(fLock);
+    Result fail(int error) noexcept SPAR_REQUIRES(fLock);
 
     // fixed from the start
     const std::string fPath;
@@ -74,6 +78,7 @@ private:
         0;                                        // up to here the disk has been given the media
     int fBroken SPAR_GUARDED_BY(fLock) = 0;       // the first error, a negative errno
     bool fFrozen SPAR_GUARDED_BY(fLock) = false;  // what shows stays as it is: more might harm it
+    bool fTorn SPAR_GUARDED_BY(fLock) = false;    // a sample or a state is entered by half
     double fSecondsPrepared SPAR_GUARDED_BY(fLock) = 0;
     double fSecondsShown SPAR_GUARDED_BY(fLock) = 0;
     Result fFailure SPAR_GUARDED_BY(fLock);  // told to everyone from here on
