@@ -15,7 +15,6 @@ extern "C" {
 
 #include "orb/CAudioProperties.h"
 #include "orb/Result.h"
-#include "orb/container/TrackTimes.h"
 
 namespace Quillon::Orb {
 
@@ -147,16 +146,13 @@ private:
         long long decodeDelay;  ///< ticks by which decode times are told earlier
         long long shift;        ///< ticks by which all times are told earlier: priming
         long long lastTime;     ///< decode time of the packet before
-        PictureClock clock;     ///< of pictures
         bool isVideo;
-        long long head = 0;  ///< ticks of the stream by which all tracks start later
+        long long frameDuration;
+        long long head = 0;     ///< ticks of the stream by which all tracks start later
+        long long restart = 0;  ///< ticks by which the host's clock has begun anew
+        long long newest = std::numeric_limits<long long>::min();  ///< latest decode time
 
-        /// A host's clock that begins anew does not hold up the film.
-        long long DecodeTime(long long told) {
-            if (!isVideo) return told;
-            const long long time = clock.Next(told);
-            return clock.First() + time;
-        }
+        long long DecodeTime(long long told);
     };
 
     Result begin_tracks();
@@ -188,8 +184,8 @@ int AvMovieFile::AddTrack(const MovieTrack& track) {
               0,
               0,
               std::numeric_limits<long long>::min(),
-              PictureClock(track.timescale, track.frameDuration),
-              track.kind == MovieTrack::Kind::Video};
+              track.kind == MovieTrack::Kind::Video,
+              track.frameDuration};
     if (own.isVideo) {
         describe_video(track, *stream);
         fVideoTimescale = track.timescale;
@@ -249,6 +245,19 @@ void AvMovieFile::keep_times_positive() {
         most = std::max<long long>(most, av_rescale_q_rnd(before, track.timebase, to, AV_ROUND_UP));
     }
     for (Track& track : fTracks) track.head = most;
+}
+
+/// Pictures that go back by more than a second are another time line: the film goes on where it
+/// stands, as in our own files.
+long long AvMovieFile::Track::DecodeTime(long long told) {
+    long long time = told + restart;
+    const bool started = newest != std::numeric_limits<long long>::min();
+    if (isVideo && started && newest - time > timebase.den) {
+        time = newest + frameDuration;
+        restart = time - told;
+    }
+    newest = std::max(newest, time);
+    return time;
 }
 
 Result AvMovieFile::WriteSample(int track, const MovieSample& sample) {
