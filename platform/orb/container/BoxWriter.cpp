@@ -21,9 +21,11 @@ void BoxWriter::Free(long long size) {
 }
 
 void BoxWriter::Open(unsigned int type) {
-    fOpen.push_back({fBytes.size(), Position()});
+    const Start start{fBytes.size(), Position()};
     U32(0);
     U32(type);
+    // Last: a box without memory for its head is none, and the one around it closes itself.
+    fOpen.push_back(start);
 }
 
 void BoxWriter::OpenFull(unsigned int type, unsigned int version, unsigned int flags) {
