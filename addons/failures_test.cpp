@@ -287,6 +287,63 @@ TEST_F(Failures, SoundThatCannotBeEncodedIsToldOf) {
     }
 }
 
+class OddPictures : public AddonTest {
+protected:
+    static constexpr int kFrames = 150;
+
+    /// A movie whose source gives frames of another shape from `from` to before `to`.
+    tn_output_statistics record(const char* codec, int from, int to, int width, int height,
+                                int raster) {
+        Camera camera(1);
+        const bool isShared = std::string(codec) == "shared";
+        Show show(isShared ? "Shared QuickTime" : "QuickTime",
+                  {isShared ? camera.H264() : camera.Picture(codec), camera.Sound(sound(codec))});
+        EXPECT_EQ(show.Add(path(codec)), 0);
+        for (int frame = 0; frame < kFrames; ++frame) {
+            camera.WriteSound(frame);
+            const bool isOdd = frame >= from && frame < to;
+            if (isOdd) camera.WriteOddPicture(frame, width, height, raster);
+            if (!isOdd) camera.WritePicture(frame);
+        }
+        const tn_output_statistics running = show.Statistics(TN_MEDIA_VIDEO);
+        EXPECT_EQ(show.Remove(), 0);
+        const tn_output_statistics ended = show.Statistics(TN_MEDIA_VIDEO);
+        return running.fState != 0 ? running : ended;
+    }
+    static const char* sound(const std::string& codec) {
+        return codec == "shared" ? "MPEG-4 Audio" : "PCM";
+    }
+    std::string path(const char* codec) { return fFolder.File(std::string(codec) + ".mov"); }
+};
+
+TEST_F(OddPictures, OneIsLeftOutAndTheOthersAreKept) {
+    const struct {
+        const char* codec;
+        int inside;  ///< what the encoder looks ahead, which nobody asks for at the end
+    } rows[] = {{"MJPEG", 0}, {"ProRes", 0}, {"shared", 11}};
+    for (const auto& [codec, inside] : rows) {
+        SCOPED_TRACE(codec);
+        EXPECT_EQ(record(codec, 60, 61, 128, 96, 'I420').fState, 0);
+        // The one that follows it may be lost with it: an encoder's answer comes late.
+        const std::vector<Packet> packets = PacketsOf(path(codec), "v:0");
+        ASSERT_GE(packets.size(), static_cast<std::size_t>(kFrames - 2 - inside));
+        EXPECT_NEAR(packets.back().shown, kFrame * (kFrames - 1 - inside), 2.5 * kFrame);
+    }
+}
+
+TEST_F(OddPictures, AreToldOfWhereTheyLast) {
+    for (const char* codec : {"MJPEG", "ProRes", "shared"}) {
+        SCOPED_TRACE(codec);
+        const tn_output_statistics small = record(codec, 30, kFrames, 128, 96, 'I420');
+        EXPECT_EQ(small.fState, 2);
+        EXPECT_TRUE(small.fStatus == -1050 || small.fStatus == -1052) << small.fStatus;
+        EXPECT_GT(PacketsOf(path(codec), "v:0").size(), 15u);
+        const tn_output_statistics packed = record(codec, 30, kFrames, 256, 144, '2vuy');
+        EXPECT_EQ(packed.fState, 2);
+        EXPECT_TRUE(packed.fStatus == -1050 || packed.fStatus == -1052) << packed.fStatus;
+    }
+}
+
 // Sound was lost before the output began anew: less than ten seconds of pictures are a movie all
 // the same.
 TEST_F(Failures, PicturesWhoseSoundIsLostAreKept) {

@@ -98,7 +98,22 @@ int FileOutput::write_picture(const MediaItem& item) {
                 fStartTicks + std::llround(cutMs * fTicksPerMs));
     const int code = fWriter->WriteVideo(frame);
     fPictureBytes.store(fWriter->BytesWritten(true));
-    return code;
+    if (code == 0) fLostPictures.Succeed();
+    if (code == 0 || !bear(fLostPictures, code)) return code;
+    return kLeftOut;
+}
+
+/// A picture of another shape, or one for which there was no memory, is a hole in a file that goes
+/// on; a file that takes nothing more says the same to each.
+bool FileOutput::bear(FailureRow& row, int code) {
+    const bool isOfOne = code == kWriterConversion || code == kWriterCopy ||
+                         code == kWriterVideoSample || code == kWriterAudioSample;
+    if (!isOfOne) return false;
+    if (!row.HasBegun()) {
+        zTrace("'{}': the file lost a picture or a block of sound with {}; it goes on\n",
+               fSettings.where, code);
+    }
+    return row.Bear(code);
 }
 
 int FileOutput::write_sound(const MediaItem& item) {
@@ -147,7 +162,8 @@ int FileOutput::write_block(const unsigned char* data, unsigned int frames,
     fSoundBytes.store(fWriter->BytesWritten(false));
     if (code == kWriterAudioConversion) return bear_unconverted(frames);
     fUnconverted = 0;
-    return code;
+    if (code == 0) fLostSound.Succeed();
+    return code == 0 || bear(fLostSound, code) ? 0 : code;
 }
 
 /// A change of rate gives nothing while it fills, and a piece that is lost is the only one. What
@@ -181,5 +197,5 @@ int FileOutput::finish_file() {
     fWriter->Close();
     fPictureBytes.store(fWriter->BytesWritten(true));
     fSoundBytes.store(fWriter->BytesWritten(false));
-    return 0;
+    return fLostPictures.Last() != 0 ? fLostPictures.Last() : fLostSound.Last();
 }

@@ -2,6 +2,7 @@
 
 #include "tarn/writers/tnWriteORB2.h"
 
+#include "addons/moviefile/FailureRow.h"
 #include "addons/support/MovieOutput.h"
 #include "addons/support/PictureLine.h"
 #include "addons/support/SoundLine.h"
@@ -34,6 +35,7 @@ private:
     unsigned int frames_in(double milliseconds) const;
     int write_pieces(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
     int write_block(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
+    bool bear(FailureRow& row, int code);
     int bear_unconverted(unsigned int frames);
     int write_silence(double milliseconds, unsigned int frameBytes);
 
@@ -49,6 +51,8 @@ private:
     double fSoundRate = 0;
     double fUnconverted = 0;  // frames in a row of which the file got nothing
     bool fToldOfUnconverted = false;
+    FailureRow fLostPictures;
+    FailureRow fLostSound;
     PictureLine fPictureLine;
     SoundLine fSoundLine;
 };

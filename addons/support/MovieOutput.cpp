@@ -300,6 +300,7 @@ int MovieOutput::write(const MediaItem& item) {
     if (item.sound) return fStart.HasSound() ? write_sound(item) : 0;
     if (!fStart.HasPictures()) return 0;
     const int code = write_picture(item);
+    if (code == kLeftOut) return 0;
     if (code == 0) fPictureCount.fetch_add(1, std::memory_order_relaxed);
     return code;
 }

@@ -74,12 +74,15 @@ public:
     long long PicturesWritten() const { return fPictureCount.load(std::memory_order_relaxed); }
 
 protected:
+    static constexpr int kLeftOut = 1;
+
     MovieOutput(Settings settings, Room room);
 
     // On the output's thread. All but the last give 0 or a negative code.
 
     /// Makes the tracks and begins the file at `start`.
     virtual int begin_file(const MovieStart& start) = 0;
+    /// Or kLeftOut: the file goes on without this one.
     virtual int write_picture(const MediaItem& item) = 0;
     virtual int write_sound(const MediaItem& item) = 0;
     /// Completes the file; also after a failure, if it had begun.

@@ -59,7 +59,8 @@ int error_of(const tnFilter* filter) {
         return own->ConfigurationError();
     }
     if (const auto* video = dynamic_cast<const tnOrbVideoCompressor*>(filter)) {
-        return video->ConfigurationError();
+        const int error = video->ConfigurationError();
+        return error != 0 ? error : video->FrameError();
     }
     if (const auto* aac = dynamic_cast<const tnAacAudioCompressor*>(filter)) {
         return aac->ConfigurationError();

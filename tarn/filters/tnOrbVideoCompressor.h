@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <queue>
 #include <vector>
 
@@ -62,6 +63,9 @@ public:
     /// encoder, 0 for nothing. For whoever has the filter from an initialisation function, since
     /// nobody looks at the answers to frames.
     int ConfigurationError() const;
+    /// What became of the frames while it cannot encode them: 0, or, once thirty in a row became
+    /// nothing, the code of the last one, -1052 where the component refused it. Any thread.
+    int FrameError() const { return fFrameError.load(std::memory_order_relaxed); }
     /// `time` is in ticks of the output's timescale. `format` tells the frame's size, raster type
     /// and, for packed formats, the bytes from row to row. The stream buffer is free when this
     /// returns. Finished buffers go to fOnEncodedBuffer and to `callback`, if there is one, on this
@@ -176,6 +180,7 @@ private:
     bool wrap_pixels(unsigned char* pixels, int size, const tnStreamBuffer& buffer,
                      const tnMediaRecord& format, int stride, bool copy,
                      RObject<Quillon::Orb::CVideoSample>& sample) const;
+    int note_frame(int error);
     void keep_meta_data(long long time, const zRecord& metaData);
     zRecord* take_meta_data(long long time);
     long long timescale() const;
@@ -186,4 +191,6 @@ private:
 
     std::vector<zRecord*> fReplacedMetaData;  // of frames that came at the time of another; owned
     bool fLacksEncoder = false;               // for ConfigurationError alone
+    int fFramesLost = 0;                      // in a row
+    std::atomic<int> fFrameError{0};
 };

@@ -22,6 +22,7 @@ namespace {
 
 constexpr int kNoEncoder = -1044;
 constexpr int kNoTime = -1046;
+constexpr int kRefused = -1052;
 
 int raster_of(const tnMediaRecord& format) {
     return format.fColourspace.AsInt32(0);
@@ -68,7 +69,7 @@ int tnOrbVideoCompressor::EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecor
     if (error == 0) error = create_uncompressed_videosample(buffer, format, sample);
     // The sample has pixels of its own; the frame's memory is free while the encoder works.
     buffer.ReleaseWriting();
-    if (error != 0) return error;
+    if (error != 0) return note_frame(error);
     if (!sample || sample->SetTime(time).Failed()) return kNoTime;
     if (metaData) keep_meta_data(time, *metaData);
     // Before the encoder gets the frame, so that a time waits for whatever it gives. A frame that
@@ -76,9 +77,18 @@ int tnOrbVideoCompressor::EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecor
     // what comes out is never without a time, and nothing tells which frame is missing.
     fInputTimes.push(time);
     if (keyFrame) sample->SetHint(CMediaSample::kHintKeyFrame);
-    compress_h264(sample);
+    note_frame(compress_h264(sample) ? 0 : kRefused);
     pop_encoded_buffers(callback);
     return 0;
+}
+
+/// Nobody looks at the answers to frames, so that an output would end without a word where its
+/// source changed its shape.
+int tnOrbVideoCompressor::note_frame(int error) {
+    constexpr int kManyFrames = 30;
+    fFramesLost = error == 0 ? 0 : std::min(fFramesLost + 1, kManyFrames);
+    fFrameError.store(fFramesLost == kManyFrames ? error : 0, std::memory_order_relaxed);
+    return error;
 }
 
 // Samples.
