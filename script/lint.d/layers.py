@@ -87,7 +87,7 @@ SYSTEM_EXCEPTIONS = {
     ("tools/tarn/replay/SegmentFile.cpp", "sys/resource.h"),
     ("tools/tarn/replay/SegmentFile.cpp", "unistd.h"),
     # What a movie takes of the disk so far: its blocks, which C++ does not tell.
-    ("tools/tarn/live/MovieOutput.cpp", "sys/stat.h"),
+    ("tools/tarn/bytesOnDisk.cpp", "sys/stat.h"),
     # Commands come in a line at a time while the show runs: stdin is polled, never blocked on.
     ("tools/tarn/live/CommandInput.cpp", "poll.h"),
     ("tools/tarn/live/CommandInput.cpp", "unistd.h"),
