@@ -267,6 +267,16 @@ TEST_F(Replay, ExactCutHasBothEndsToTheFrame) {
     EXPECT_GT(tests::Psnr(movie, trimmed), 30);
 }
 
+TEST_F(Replay, ExactCutThatIsShorterThanAFrameIsRefused) {
+    Record(10);
+    const std::string movie = fFolder.File("exact.mov");
+    const ProcessResult cut = Replays({"cut", "--in", "2.405", "--out", "2.41", "--exact", movie});
+    EXPECT_EQ(cut.exitCode, 1);
+    EXPECT_NE(cut.err.find("no picture begins between 2.405 and 2.410 s"), std::string::npos)
+        << cut.err;
+    EXPECT_FALSE(std::filesystem::exists(movie));
+}
+
 TEST_F(Replay, ExactCutOfIntraPicturesIsACopy) {
     Record(10, "segment_seconds=\"1\"", "MJPEG");
     const std::string movie = fFolder.File("exact.mov");

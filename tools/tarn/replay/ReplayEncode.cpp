@@ -4,6 +4,7 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <thread>
+#include <utility>
 
 #include "spar/zThread.h"
 
@@ -58,8 +59,11 @@ public:
     bool Open(std::string& error) {
         if (!open_next(error)) return false;
         fFormat = fClip->Format();
+        fHasFirst = read(fFirst);
         return true;
     }
+    /// Whether there is not one picture, and nothing wrong with the segments.
+    bool IsEmpty() const { return !fHasFirst && fProblem.empty(); }
     const tnMediaRecord& Format() const override { return fFormat; }
     double StartSeconds() const override { return 0; }
     double HeaderSeconds() const override {
@@ -67,6 +71,14 @@ public:
         return ReplaySeconds(last.at + last.to - last.from);
     }
     bool Next(ClipFrame& frame) override {
+        if (!std::exchange(fHasFirst, false)) return read(frame);
+        frame = std::exchange(fFirst, {});
+        return true;
+    }
+    std::string Problem() const override { return fProblem; }
+
+private:
+    bool read(ClipFrame& frame) {
         while (fClip) {
             if (fClip->Next(frame)) {
                 if (place(frame)) return true;
@@ -81,9 +93,6 @@ public:
         }
         return false;
     }
-    std::string Problem() const override { return fProblem; }
-
-private:
     bool open_next(std::string& error) {
         fClip.reset();
         if (fIndex == fStretches.size()) return false;
@@ -114,6 +123,8 @@ private:
     std::size_t fIndex = 0;
     Stretch fStretch;
     std::string fProblem;
+    bool fHasFirst = false;  // read, and not yet given
+    ClipFrame fFirst;
     std::unique_ptr<ClipVideo> fClip;
     tnMediaRecord fFormat{TN_MEDIA_VIDEO};
 };
@@ -222,6 +233,12 @@ bool EncodeReplay(const std::vector<SegmentFile>& files, const ReplayCutWish& wi
     const std::vector<Stretch> stretches = stretches_of(files, wish);
     auto pictures = std::make_unique<StretchPictures>(stretches);
     if (!pictures->Open(error)) return false;
+    // Before a file takes the place of another one.
+    if (pictures->IsEmpty() && !stop) {
+        error = fmt::format("no picture begins between {:.3f} and {:.3f} s; make the cut longer",
+                            ReplaySeconds(wish.in), ReplaySeconds(wish.out));
+        return false;
+    }
     auto sound = std::make_unique<StretchSound>(stretches);
     if (!sound->Open(error)) {
         if (!error.empty()) return false;
