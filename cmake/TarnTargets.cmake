@@ -1,10 +1,8 @@
 # tarn_folder(NAME SOURCES... LINKS...)   one folder: an object library with exact links
 # tarn_shared(NAME FOLDERS... LINKS...)   one shared library out of folders
-# tarn_test(NAME SOURCES... LINKS... [PARTS N] [WAITS] [COMPUTES])
+# tarn_test(NAME SOURCES... LINKS... [PARTS N] [WAITS])
 #                                         one test program out of <folder>/*_test.cpp, run in N parts;
-#                                         WAITS for one that waits for other processes most of the time,
-#                                         COMPUTES for one whose own code takes long, and longer unless it
-#                                         is optimised
+#                                         WAITS for one that waits for other processes most of the time
 # tarn_bench(NAME SOURCES... LINKS...)    one benchmark program
 # tarn_fuzz(NAME SOURCES... LINKS...)     one libFuzzer target (preset fuzz); elsewhere the test NAME, which
 #                                         feeds it what is kept in its corpus
@@ -65,7 +63,7 @@ function(tarn_test name)
     if(NOT TARN_TESTS)
         return()
     endif()
-    cmake_parse_arguments(PARSE_ARGV 1 arg "WAITS;COMPUTES" "PARTS" "SOURCES;LINKS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "WAITS" "PARTS" "SOURCES;LINKS")
     find_package(GTest REQUIRED)
     # Places of ctest -j: half a core each, as script/test runs it.
     set(places 2)
@@ -76,19 +74,14 @@ function(tarn_test name)
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/platform" "${PROJECT_SOURCE_DIR}")
     target_link_libraries(${name} PRIVATE ${arg_LINKS} test_support GTest::gmock GTest::gtest
                                           GTest::gtest_main)
-    set(cost 0)
-    if(arg_COMPUTES)
-        set(cost 50)
-    else()
-        target_compile_options(${name} PRIVATE ${TARN_TEST_FLAGS})
-        if(TARN_PCH)
-            target_precompile_headers(${name} REUSE_FROM test_pch)
-            tarn_takes_pch(${name})
-        endif()
+    target_compile_options(${name} PRIVATE ${TARN_TEST_FLAGS})
+    if(TARN_PCH)
+        target_precompile_headers(${name} REUSE_FROM test_pch)
+        tarn_takes_pch(${name})
     endif()
     if(NOT arg_PARTS)
         add_test(NAME ${name} COMMAND ${name})
-        set_tests_properties(${name} PROPERTIES TIMEOUT 1200 PROCESSORS ${places} COST ${cost})
+        set_tests_properties(${name} PROPERTIES TIMEOUT 1200 PROCESSORS ${places})
         return()
     endif()
     # One after the other they would be what everybody waits for: the parts run beside each other, and
@@ -139,17 +132,13 @@ function(tarn_room target dir)
     tarn_folder(${target} SOURCES ${sources} LINKS ${arg_LINKS})
 endfunction()
 
-# tarn_room_checks(TARGET DIR LINKS... [COMPUTES])  TARGET_test and TARGET_bench out of a folder's
+# tarn_room_checks(TARGET DIR LINKS...)  TARGET_test and TARGET_bench out of a folder's
 # *_test.cpp and *_bench.cpp. They link the folders' objects, not the shared library, and so reach what it hides.
 function(tarn_room_checks target dir)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "COMPUTES" "" "LINKS")
-    set(kind "")
-    if(arg_COMPUTES)
-        set(kind COMPUTES)
-    endif()
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "LINKS")
     file(GLOB tests CONFIGURE_DEPENDS "${dir}/*_test.cpp")
     file(GLOB benches CONFIGURE_DEPENDS "${dir}/*_bench.cpp")
-    tarn_test(${target}_test SOURCES ${tests} LINKS ${arg_LINKS} ${kind})
+    tarn_test(${target}_test SOURCES ${tests} LINKS ${arg_LINKS})
     if(benches)
         tarn_bench(${target}_bench SOURCES ${benches} LINKS ${arg_LINKS})
     endif()
