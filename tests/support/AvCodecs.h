@@ -187,15 +187,17 @@ inline std::vector<Coded> EncodeX264(const X264& settings,
 inline std::vector<unsigned char> MovingI420(int width, int height, int number) {
     const std::size_t luma = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
     std::vector<unsigned char> picture(luma * 3 / 2);
+    std::vector<double> across;
+    for (int x = 0; x < width; ++x) across.push_back(60 * std::sin((x + 4 * number) / 17.0));
     for (int y = 0; y < height; ++y) {
+        const double down = 125 + 40 * std::cos((y - 2 * number) / 13.0);
         for (int x = 0; x < width; ++x) {
             const unsigned int grain = (static_cast<unsigned int>(x) * 374761393u ^
                                         static_cast<unsigned int>(y) * 668265263u ^
                                         static_cast<unsigned int>(number) * 974634777u) *
                                        2246822519u;
             picture[static_cast<std::size_t>(y * width + x)] = static_cast<unsigned char>(
-                125 + 60 * std::sin((x + 4 * number) / 17.0) +
-                40 * std::cos((y - 2 * number) / 13.0) + static_cast<double>(grain >> 30));
+                down + across[static_cast<std::size_t>(x)] + static_cast<double>(grain >> 30));
         }
     }
     for (std::size_t i = luma; i < picture.size(); ++i) {

@@ -52,32 +52,62 @@ struct Source {
 };
 
 /// Code values of a moving picture at a place of the full frame: soft shapes, some texture, all of
-/// it a pure function of the place and the picture's number. Interlaced sources move by field.
-struct Scene {
-    const Source& source;
-    int number;
-
-    double moment(int y) const {
-        if (source.fieldOrder == CVideoProperties::kProgressive) return number;
-        const bool second = (y & 1) == (source.fieldOrder == CVideoProperties::kTopFieldFirst);
-        return number + (second ? 0.5 : 0.0);
+/// it a pure function of the place and the picture's number. Interlaced sources move by field. The
+/// curves are computed once a picture: tests draw thousands, and are not optimised.
+class Scene {
+public:
+    Scene(const Source& source, int number) : fSource(source), fNumber(number) {
+        for (const int field : {0, 1}) {
+            const double t = number + 0.5 * field;
+            Curves& curves = fCurves[field];
+            for (int x = 0; x <= source.width; ++x) {
+                curves.across.push_back(125 + 60 * std::sin((x + 4 * t) / 17.0));
+            }
+            for (int y = 0; y <= source.height; ++y) {
+                curves.down.push_back(40 * std::cos((y - 2 * t) / 13.0));
+            }
+            for (int i = 0; i <= source.width + source.height; ++i) {
+                curves.rising.push_back(static_cast<int>(128 + 50 * std::sin((i + 3 * t) / 41.0)));
+                curves.falling.push_back(
+                    static_cast<int>(128 + 50 * std::cos((i - source.height - 3 * t) / 37.0)));
+            }
+        }
     }
+
     int luma(int x, int y) const {
-        const double t = moment(y);
         const unsigned int hash =
             (static_cast<unsigned int>(x) * 374761393u ^ static_cast<unsigned int>(y) * 668265263u ^
-             static_cast<unsigned int>(number) * 974634777u) *
+             static_cast<unsigned int>(fNumber) * 974634777u) *
             2246822519u;
-        return static_cast<int>(125 + 60 * std::sin((x + 4 * t) / 17.0) +
-                                40 * std::cos((y - 2 * t) / 13.0)) +
+        const Curves& curves = curves_at(y);
+        return static_cast<int>(at(curves.across, x) + at(curves.down, y)) +
                static_cast<int>(hash >> 30) - 1;
     }
-    int u(int x, int y) const {
-        return static_cast<int>(128 + 50 * std::sin((x + y + 3 * moment(y)) / 41.0));
+    int u(int x, int y) const { return at(curves_at(y).rising, x + y); }
+    int v(int x, int y) const { return at(curves_at(y).falling, x - y + fSource.height); }
+
+private:
+    struct Curves {
+        std::vector<double> across;
+        std::vector<double> down;
+        std::vector<int> rising;
+        std::vector<int> falling;
+    };
+
+    template <class Value>
+    static Value at(const std::vector<Value>& curve, int place) {
+        return curve[static_cast<std::size_t>(place)];
     }
-    int v(int x, int y) const {
-        return static_cast<int>(128 + 50 * std::cos((x - y - 3 * moment(y)) / 37.0));
+
+    const Curves& curves_at(int y) const {
+        if (fSource.fieldOrder == CVideoProperties::kProgressive) return fCurves[0];
+        const bool second = (y & 1) == (fSource.fieldOrder == CVideoProperties::kTopFieldFirst);
+        return fCurves[second ? 1 : 0];
     }
+
+    const Source& fSource;
+    int fNumber;
+    Curves fCurves[2];
 };
 
 inline unsigned char byte_of(int value) {
@@ -86,7 +116,7 @@ inline unsigned char byte_of(int value) {
 
 /// Fills a block of the format's natural layout.
 inline void draw(const Source& source, int number, int stride, unsigned char* data) {
-    const Scene scene{source, number};
+    const Scene scene(source, number);
     PixelLayout layout;
     VideoFormat::GetLayout(source.format, source.width, source.height, stride,
                            std::numeric_limits<long long>::max(), layout);
