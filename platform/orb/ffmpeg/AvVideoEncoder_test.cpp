@@ -311,12 +311,14 @@ TEST_P(VideoEncoders, ASteadyStreamAsksForNoFreshBlocks) {
     ASSERT_TRUE(compressor);
     // The same picture again and again, so that the encoded sizes repeat as well.
     const RObject<CVideoSample> picture = MakeSample(source, 0, 0, 1);
+    const RObject<CPixelBufferDataReference> pixels(
+        picture->GetDataReference<CPixelBufferDataReference>());
     const auto run = [&](int from, int to) {
         for (int i = from; i < to; ++i) {
             RObject<CVideoSample> next(new CVideoSample(nullptr));
             next->SetTime(i);
             next->SetDuration(1);
-            next->SetDataReference(picture->GetDataReference<CPixelBufferDataReference>());
+            next->SetDataReference(pixels.Get());
             ASSERT_EQ(compressor->ProcessSample(next.Get()), 0);
             for (;;) {
                 RObject<CVideoSample> sample;
