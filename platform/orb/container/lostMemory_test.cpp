@@ -42,6 +42,9 @@ void* operator new(std::size_t size) {
     if (!memory) throw std::bad_alloc();
     return memory;
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return must_fail() ? nullptr : std::malloc(size > 0 ? size : 1);
+}
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
