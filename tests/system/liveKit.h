@@ -32,7 +32,7 @@ inline const std::string kBox = TARN_CLIPS "/box.mp4";
 
 // Sanitizers slow the encoders down and not the clock; the times in the files are the same.
 #if defined(__SANITIZE_THREAD__)
-inline constexpr const char* kSpeed = "0.1";
+inline constexpr const char* kSpeed = "0.2";
 #elif defined(__SANITIZE_ADDRESS__)
 inline constexpr const char* kSpeed = "0.25";
 #else
