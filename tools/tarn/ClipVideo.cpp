@@ -121,7 +121,7 @@ public:
     bool Open(const std::string& path, int width, int height, std::string& error, int raster);
 
     const tnMediaRecord& Format() const override { return fFormat; }
-    ClipRate Rate() const override { return {fRate.num, fRate.den}; }
+    Rate FrameRate() const override { return {fRate.num, fRate.den}; }
     double StartSeconds() const override { return fStartSeconds; }
     double HeaderSeconds() const override { return fTrack.HeaderSeconds(); }
     bool Next(ClipFrame& frame) override;
@@ -374,7 +374,7 @@ void AvClipVideo::convert_pixels(ClipFrame& frame) {
 
 }  // namespace
 
-ClipRate ClipVideo::Rate() const {
+Rate ClipVideo::FrameRate() const {
     return {Format().AsInt64('tmsc', 1), Format().AsInt64('dura', 1)};
 }
 

@@ -8,17 +8,13 @@
 #include "orb/RObject.h"
 #include "tarn/foundation/tnMediaRecord.h"
 
+#include "parseRate.h"
+
 /// One decoded picture of a clip.
 struct ClipFrame {
     Quillon::Orb::RObject<Quillon::Orb::CPixelDataReference> pixels;
     long long time = 0;      ///< ticks of the clip's timescale; the clip's first picture is at 0
     long long duration = 0;  ///< ticks, the clip's own idea of it
-};
-
-/// Pictures a second as a fraction.
-struct ClipRate {
-    long long numerator = 0;
-    long long denominator = 1;
 };
 
 /// The pictures of any clip that FFmpeg reads, as raw frames of one size and one raster type.
@@ -40,7 +36,7 @@ public:
     virtual const tnMediaRecord& Format() const = 0;
     /// The rate that the clip tells. Timescale and frame duration are only as near to it as the
     /// clip's ticks allow: of 30 pictures a second 33 milliseconds each.
-    virtual ClipRate Rate() const;
+    virtual Rate FrameRate() const;
     /// Where the first picture stands on the clip's own time line, in seconds. Valid after one
     /// Next.
     virtual double StartSeconds() const = 0;

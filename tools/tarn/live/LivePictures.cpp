@@ -122,7 +122,7 @@ private:
     // twice, or not at all, now and then.
     void describe_rate() {
         const long long scale = fFormat.AsInt64('tmsc', 1);
-        const ClipRate rate = fClip->Rate();
+        const Rate rate = fClip->FrameRate();
         fUnit = {1, static_cast<int>(scale)};
         fPeriod = {static_cast<int>(rate.denominator), static_cast<int>(rate.numerator)};
         const long long blocks = rate.denominator * kSoundBlocksPerSecond;
