@@ -1,31 +1,32 @@
 #pragma once
 
-#include <algorithm>
-
 /// Tells single failures of a track, which leave a hole, from a row of them, which is its end.
 ///
-/// Encoders tell of a failure with a later write, so that one that fails at each picture is told of
-/// at every second one: a failure weighs as much as several successes.
+/// Encoders work behind the writes: a write that succeeds says nothing of its own sample, and one
+/// failure may stand for as many as waited together. So a row ends when the track has grown.
 class FailureRow {
 public:
-    void Succeed() {
-        fWeight = std::max(fWeight - 1, 0);
+    /// How many bytes of the track the file has by now.
+    void GrowTo(long long bytes) {
+        if (bytes <= fBytes) return;
+        fBytes = bytes;
+        fFailures = 0;
         fLast = 0;
     }
     /// Whether one more with that code may be borne.
     bool Bear(int code) {
-        fWeight += kFailureWeight;
+        ++fFailures;
         fLast = code;
-        return fWeight <= kMostInARow * kFailureWeight;
+        return fFailures <= kMostInARow;
     }
-    bool HasBegun() const { return fWeight > 0; }
-    /// The code of the last write, 0 if that was none.
+    bool HasBegun() const { return fFailures > 0; }
+    /// The code of the last failure, 0 when the track has grown since.
     int Last() const { return fLast; }
 
 private:
-    static constexpr int kFailureWeight = 3;
     static constexpr int kMostInARow = 30;
 
-    int fWeight = 0;
+    long long fBytes = 0;
+    int fFailures = 0;
     int fLast = 0;
 };

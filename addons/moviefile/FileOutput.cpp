@@ -97,8 +97,7 @@ int FileOutput::write_picture(const MediaItem& item) {
     Frame frame(static_cast<RawVideoBuffer&>(*item.picture),
                 fStartTicks + std::llround(cutMs * fTicksPerMs));
     const int code = fWriter->WriteVideo(frame);
-    fPictureBytes.store(fWriter->BytesWritten(true));
-    if (code == 0) fLostPictures.Succeed();
+    count_bytes();
     if (code == 0 || !bear(fLostPictures, code)) return code;
     return kLeftOut;
 }
@@ -159,10 +158,9 @@ int FileOutput::write_block(const unsigned char* data, unsigned int frames,
     Block block;
     const int code =
         fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(frames * frameBytes));
-    fSoundBytes.store(fWriter->BytesWritten(false));
+    count_bytes();
     if (code == kWriterAudioConversion) return bear_unconverted(frames);
     fUnconverted = 0;
-    if (code == 0) fLostSound.Succeed();
     return code == 0 || bear(fLostSound, code) ? 0 : code;
 }
 
@@ -195,7 +193,13 @@ int FileOutput::write_silence(double milliseconds, unsigned int frameBytes) {
 
 int FileOutput::finish_file() {
     fWriter->Close();
+    count_bytes();
+    return fLostPictures.Last() != 0 ? fLostPictures.Last() : fLostSound.Last();
+}
+
+void FileOutput::count_bytes() {
     fPictureBytes.store(fWriter->BytesWritten(true));
     fSoundBytes.store(fWriter->BytesWritten(false));
-    return fLostPictures.Last() != 0 ? fLostPictures.Last() : fLostSound.Last();
+    fLostPictures.GrowTo(fPictureBytes.load());
+    fLostSound.GrowTo(fSoundBytes.load());
 }

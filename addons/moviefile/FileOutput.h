@@ -38,6 +38,7 @@ private:
     bool bear(FailureRow& row, int code);
     int bear_unconverted(unsigned int frames);
     int write_silence(double milliseconds, unsigned int frameBytes);
+    void count_bytes();
 
     const unsigned int fContainerType;
     const tnMediaRecord fPictures;
