@@ -2,7 +2,7 @@
 
 What is no GoogleTest program (its name has no _test) is one test, and ctest's own list says
 how it ended. A test program that left no result, because it crashed or hung, is one failure. Tests that were
-skipped are neither; each is told on standard error.
+skipped are neither; each is told on standard error, as is each that failed.
 Usage: count_tests.py RESULTS_DIR BUILD_DIR
 """
 import json
@@ -37,6 +37,10 @@ def main() -> None:
         for case in skipped:
             why = case.find("skipped").get("message", "").splitlines()[-1:]
             print(f"skipped: {case.get('classname')}.{case.get('name')}:", *why, file=sys.stderr)
+        for case in suite.iter("testcase"):
+            for failure in case.findall("failure")[:1]:
+                where = " ".join(failure.get("message", "").split())
+                print(f"failed: {case.get('classname')}.{case.get('name')}: {where}", file=sys.stderr)
         failed += bad
         passed += int(suite.get("tests", 0)) - bad - int(suite.get("disabled", 0)) - len(skipped)
     silent = programs - seen
