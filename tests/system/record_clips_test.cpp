@@ -300,6 +300,7 @@ const WayOut kWaysOut[] = {
     {"X264Width", "321x240", "x264", false, "320x240"},
     {"X264Fields", "320x242", "x264", true, "320x240"},
     {"ProRes", "321x241", "ProRes", false, "320x241"},
+    {"Mpeg2", "4096x64", "Mpeg2", false, "4094x64"},
 };
 
 INSTANTIATE_TEST_SUITE_P(All, SizesThatEncodersRefuse, testing::ValuesIn(kWaysOut),

@@ -371,6 +371,7 @@ class RefusedRecording : public testing::TestWithParam<Refusal> {};
 TEST_P(RefusedRecording, SaysWhyAndFails) {
     const TestFolder folder;
     std::ofstream(folder.File("truncated.mp4")) << "no clip";
+    std::filesystem::create_directory(folder.File("folder.mov"));
     std::vector<std::string> words = {kTool, "record"};
     for (std::string word : GetParam().words) {
         const std::size_t at = word.find("FOLDER");
@@ -395,6 +396,9 @@ const Refusal kRefusals[] = {
      {"FOLDER/truncated.mp4", "FOLDER/out.mov"},
      "truncated.mp4': cannot be read as a clip"},
     {"MissingFolder", {kCup, "FOLDER/none/out.mov"}, "there is no folder"},
+    {"FileThatIsAFolder",
+     {kCup, "FOLDER/folder.mov"},
+     "folder.mov': that is a folder; name a file in it"},
     {"FolderThatIsAFile", {kCup, "FOLDER/truncated.mp4/out.mov"}, "there is no folder"},
     {"FolderNameThatIsTooLong",
      {kCup, "FOLDER/" + std::string(300, 'a') + "/out.mov"},

@@ -94,9 +94,14 @@ struct Size {
     bool operator==(const Size&) const = default;
 };
 
-/// The largest size within `size` that the encoder's chroma divides.
+/// The largest size within `size` that the encoder takes.
 Size size_that_fits(const std::string& encoder, const Size& size, bool isInterlaced) {
-    if (encoder == "MJPEG" || encoder == "Mpeg2") return size;
+    if (encoder == "MJPEG") return size;
+    if (encoder == "Mpeg2") {
+        // Its headers hold twelve bits of a side, and they may not all be 0.
+        const auto storable = [](int side) { return side % 4096 == 0 ? side - 2 : side; };
+        return {storable(size.width), storable(size.height)};
+    }
     const int rows = encoder == "ProRes" ? 1 : isInterlaced ? 4 : 2;
     const auto down = [](int side, int step) { return std::max(step, side - side % step); };
     return {down(size.width, 2), down(size.height, rows)};
@@ -222,6 +227,10 @@ bool Recorder::open_writer() {
         return false;
     }
     std::error_code unknown;
+    if (std::filesystem::is_directory(fOptions.output, unknown)) {
+        fail(fmt::format("'{}': that is a folder; name a file in it", fOptions.output));
+        return false;
+    }
     const bool isNew = !std::filesystem::exists(fOptions.output, unknown);
     fWriter = new tnWriteORB2();
     int code =
