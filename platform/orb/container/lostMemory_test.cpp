@@ -79,6 +79,14 @@ protected:
         sound.bytesPerPacket = 2;
         file.AddTrack(sound);
     }
+    /// A file of both tracks whose checkpoints are made by hand.
+    std::unique_ptr<WholeMovieFile> Begin() {
+        auto file = std::make_unique<WholeMovieFile>(fPath.c_str(), fOptions, MakePosixFile(),
+                                                     WholeMovieFile::Checkpoints::ByHand);
+        AddTracks(*file);
+        EXPECT_EQ(file->Begin(), 0);
+        return file;
+    }
     /// A frame of picture and sound; every tenth picture is one that is not copied.
     Result WriteFrame(MovieFile& file, int number) {
         MovieSample sample;
@@ -122,10 +130,8 @@ TEST_F(LostMemoryTest, WhereverASampleHasNoneTheLastCheckpointStands) {
     bool failed = true;
     for (int left = 0; failed; left = next(left)) {
         SCOPED_TRACE(left);
-        WholeMovieFile file(fPath.c_str(), fOptions, MakePosixFile(),
-                            WholeMovieFile::Checkpoints::ByHand);
-        AddTracks(file);
-        ASSERT_EQ(file.Begin(), 0);
+        const std::unique_ptr<WholeMovieFile> begun = Begin();
+        WholeMovieFile& file = *begun;
         failed = false;
         std::size_t written = 0;
         gLeftHere = left;
@@ -149,10 +155,8 @@ TEST_F(LostMemoryTest, WhereverASampleHasNoneTheLastCheckpointStands) {
 }
 
 TEST_F(LostMemoryTest, AfterASampleThatHadNoneEveryCallSaysWhatIsKept) {
-    WholeMovieFile file(fPath.c_str(), fOptions, MakePosixFile(),
-                        WholeMovieFile::Checkpoints::ByHand);
-    AddTracks(file);
-    ASSERT_EQ(file.Begin(), 0);
+    const std::unique_ptr<WholeMovieFile> begun = Begin();
+    WholeMovieFile& file = *begun;
     for (int i = 0; i < 20; ++i) ASSERT_EQ(WriteFrame(file, i), 0);
     ASSERT_EQ(file.Checkpoint(), 0);
     gLeftHere = 0;
@@ -168,10 +172,8 @@ TEST_F(LostMemoryTest, WhereverTheEndHasNoneTheLastCheckpointStands) {
     bool failed = true;
     for (int left = 0; failed; left = next(left)) {
         SCOPED_TRACE(left);
-        WholeMovieFile file(fPath.c_str(), fOptions, MakePosixFile(),
-                            WholeMovieFile::Checkpoints::ByHand);
-        AddTracks(file);
-        ASSERT_EQ(file.Begin(), 0);
+        const std::unique_ptr<WholeMovieFile> begun = Begin();
+        WholeMovieFile& file = *begun;
         for (int i = 0; i < 15; ++i) ASSERT_EQ(WriteFrame(file, i), 0);
         ASSERT_EQ(file.Checkpoint(), 0);
         for (int i = 15; i < 30; ++i) ASSERT_EQ(WriteFrame(file, i), 0);
