@@ -93,7 +93,8 @@ int FileOutput::begin_file(const MovieStart& start) {
 
 int FileOutput::write_picture(const MediaItem& item) {
     const MoviePlace sound = fSoundLine.Place();
-    const double cutMs = fPictureLine.Follow(item.decodeMs, fSoundRate > 0 ? &sound : nullptr);
+    const double cutMs =
+        fPictureLine.Follow(item.decodeMs, fSoundLine.HasBegun() ? &sound : nullptr);
     Frame frame(static_cast<RawVideoBuffer&>(*item.picture),
                 fStartTicks + std::llround(cutMs * fTicksPerMs));
     const int code = fWriter->WriteVideo(frame);
@@ -117,18 +118,19 @@ bool FileOutput::bear(FailureRow& row, int code) {
 
 int FileOutput::write_sound(const MediaItem& item) {
     tnAudioCompressor::EncodedBuffer& sound = *item.sound;
-    const unsigned int frames = sound.SampleCount(0);
+    const long long frames = sound.SampleCount(0);
     if (frames == 0) return 0;
     const double early = fSoundLine.HasBegun() ? 0 : std::max(fSoundStartMs - item.startMs, 0.0);
-    unsigned int skip = frames_in(early);
+    long long skip = frames_in(early);
     if (skip >= frames) return 0;
-    const unsigned int frameBytes = sound.PacketSize(0) / frames;
+    const long long frameBytes = sound.PacketSize(0) / frames;
     const double start = item.startMs + early;
-    const double lasts = kMsPerSecond * (frames - skip) / fSoundRate;
+    const double lasts = kMsPerSecond * static_cast<double>(frames - skip) / fSoundRate;
     const MoviePlace pictures = fPictureLine.Place();
     const double missing =
         fSoundLine.MissingBefore(start, fSettings.hasPictures ? &pictures : nullptr);
-    const int code = write_silence(missing, frameBytes);
+    fMissingFrames += frames_in(missing);
+    const int code = write_silence(frameBytes);
     if (code != 0) return code;
     fSoundLine.Follow(start, lasts, missing);
     skip += frames_in(fSoundLine.TakeBack(lasts));
@@ -136,39 +138,41 @@ int FileOutput::write_sound(const MediaItem& item) {
     return write_pieces(sound.PacketData(0) + skip * frameBytes, frames - skip, frameBytes);
 }
 
-unsigned int FileOutput::frames_in(double milliseconds) const {
-    return static_cast<unsigned int>(std::lround(milliseconds * fSoundRate / kMsPerSecond));
+long long FileOutput::frames_in(double milliseconds) const {
+    return std::llround(milliseconds * fSoundRate / kMsPerSecond);
 }
 
 /// Converters take half a second at once; hosts that had to catch up write more.
-int FileOutput::write_pieces(const unsigned char* data, unsigned int frames,
-                             unsigned int frameBytes) {
-    const unsigned int most = std::max(frames_in(kMsPerSecond / 4), 1U);
+int FileOutput::write_pieces(const unsigned char* data, long long frames, long long frameBytes) {
+    const long long most = std::max(frames_in(kMsPerSecond / 4), 1LL);
     int code = 0;
-    for (unsigned int piece = 0; code == 0 && frames > 0; frames -= piece) {
+    for (long long piece = 0; code == 0 && frames > 0; frames -= piece) {
         piece = std::min(frames, most);
         code = write_block(data, piece, frameBytes);
         data += piece * frameBytes;
+        if (code != kLeftOut) continue;
+        fMissingFrames += piece;
+        code = 0;
     }
     return code;
 }
 
-int FileOutput::write_block(const unsigned char* data, unsigned int frames,
-                            unsigned int frameBytes) {
+/// Or kLeftOut: the file goes on without this one.
+int FileOutput::write_block(const unsigned char* data, long long frames, long long frameBytes) {
     Block block;
     const int code =
         fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(frames * frameBytes));
     count_bytes();
     if (code == kWriterAudioConversion) return bear_unconverted(frames);
     fUnconverted = 0;
-    return code == 0 || bear(fLostSound, code) ? 0 : code;
+    return code == 0 || !bear(fLostSound, code) ? code : kLeftOut;
 }
 
 /// A change of rate gives nothing while it fills, and a piece that is lost is the only one. What
 /// gave nothing for a second gives nothing ever.
-int FileOutput::bear_unconverted(unsigned int frames) {
+int FileOutput::bear_unconverted(long long frames) {
     if (fUnconverted >= fSoundRate) return kWriterAudioConversion;
-    fUnconverted += frames;
+    fUnconverted += static_cast<double>(frames);
     if (std::exchange(fToldOfUnconverted, true)) return 0;
     zTrace(
         "'{}': {} frames of sound gave none for the file; a change of rate keeps its first ones "
@@ -177,16 +181,17 @@ int FileOutput::bear_unconverted(unsigned int frames) {
     return 0;
 }
 
-// Zero is silence in integers and floats alike. Blocks stay short of what a converter takes.
-int FileOutput::write_silence(double milliseconds, unsigned int frameBytes) {
+/// What the file lacks before the next piece; what of it is lost as well stays missing. Zero is
+/// silence in integers and floats alike, and blocks stay short of what a converter takes.
+int FileOutput::write_silence(long long frameBytes) {
     constexpr long long kLongestBlock = 4096;  // a quarter of a second at most, at any rate
     const long long block = std::clamp(std::llround(fSoundRate / 4), 1LL, kLongestBlock);
-    long long missing = std::llround(milliseconds * fSoundRate / kMsPerSecond);
-    const std::vector<unsigned char> zeros(missing > 0 ? block * frameBytes : 0);
-    for (long long frames = 0; missing > 0; missing -= frames) {
-        frames = std::min(missing, block);
-        const int code = write_block(zeros.data(), static_cast<unsigned int>(frames), frameBytes);
-        if (code != 0) return code;
+    const std::vector<unsigned char> zeros(fMissingFrames > 0 ? block * frameBytes : 0);
+    while (fMissingFrames > 0) {
+        const long long frames = std::min(fMissingFrames, block);
+        const int code = write_block(zeros.data(), frames, frameBytes);
+        if (code != 0) return code == kLeftOut ? 0 : code;
+        fMissingFrames -= frames;
     }
     return 0;
 }

@@ -32,12 +32,12 @@ protected:
     bool takes_sound(tnAudioCompressor::EncodedBuffer& buffer) override;
 
 private:
-    unsigned int frames_in(double milliseconds) const;
-    int write_pieces(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
-    int write_block(const unsigned char* data, unsigned int frames, unsigned int frameBytes);
+    long long frames_in(double milliseconds) const;
+    int write_pieces(const unsigned char* data, long long frames, long long frameBytes);
+    int write_block(const unsigned char* data, long long frames, long long frameBytes);
     bool bear(FailureRow& row, int code);
-    int bear_unconverted(unsigned int frames);
-    int write_silence(double milliseconds, unsigned int frameBytes);
+    int bear_unconverted(long long frames);
+    int write_silence(long long frameBytes);
     void count_bytes();
 
     const unsigned int fContainerType;
@@ -50,7 +50,8 @@ private:
     double fTicksPerMs = 1;
     double fSoundStartMs = 0;
     double fSoundRate = 0;
-    double fUnconverted = 0;  // frames in a row of which the file got nothing
+    long long fMissingFrames = 0;  // of sound, before the next piece
+    double fUnconverted = 0;       // frames in a row of which the file got nothing
     bool fToldOfUnconverted = false;
     FailureRow fLostPictures;
     FailureRow fLostSound;

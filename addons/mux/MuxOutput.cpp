@@ -217,7 +217,8 @@ int MuxOutput::write_picture(const MediaItem& item) {
                                               : CVideoSample::kReferencePicture;
     const RObject<CVideoSample> sample(new CVideoSample(type, buffer.Duration(), 0));
     const MoviePlace sound = fSoundLine.Place();
-    const double cutMs = fPictureLine.Follow(item.decodeMs, fSound ? &sound : nullptr);
+    const double cutMs =
+        fPictureLine.Follow(item.decodeMs, fSoundLine.HasBegun() ? &sound : nullptr);
     sample->SetTime(item.decodeTicks - fStartTicks - std::llround(cutMs * fTicksPerMs));
     sample->SetCompositionOffset(item.offsetTicks);
     const RObject<CMemoryDataReference> bytes =
@@ -249,14 +250,15 @@ int MuxOutput::write_packet(const std::shared_ptr<tnAudioCompressor::EncodedBuff
     const double start = buffer->Timestamp(packet);
     const double missing = missing_before(start);
     fSoundLine.Follow(start, buffer->DurationMilli(packet), missing);
+    if (missing == 0 && fSoundLine.TakesBackAll(buffer->DurationMilli(packet))) return 0;
     const int code = write_held_packet(missing);
     fHeld = buffer;
     fHeldPacket = packet;
     return code;
 }
 
-/// What is missing after a packet, or too much, is told as its duration: players then wait or
-/// hurry, and stay together.
+/// What is missing after a packet, or too much by less than a packet, is told as its duration:
+/// players then wait or hurry, and stay together.
 int MuxOutput::write_held_packet(double missingMs) {
     if (!fHeld) return 0;
     const std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer = std::move(fHeld);

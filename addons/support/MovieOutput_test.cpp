@@ -374,12 +374,43 @@ TEST(SoundLine, TakesBackTheSilenceOfAGapThatWasNone) {
     EXPECT_EQ(taken, 25);
     EXPECT_EQ(line.Place().endMs, 60);
     EXPECT_EQ(line.Place().cutMs, 0);
-    line.Follow(30, 5, 0);  // never put in
-    EXPECT_EQ(line.TakeBack(5), 0);
-    EXPECT_EQ(line.MissingBefore(5035, nullptr), 5000);
-    line.Follow(5035, 5, 5000);
+    EXPECT_EQ(line.MissingBefore(5060, nullptr), 5000);
+    line.Follow(5060, 5, 5000);
     line.Follow(40, 5, 0);  // a line that began anew, as it does for pictures
     EXPECT_EQ(line.TakeBack(5), 0);
+}
+
+// Where the next piece stands in the movie, as a file lays it down.
+struct LaidSound {
+    /// Gives the place of the piece's end.
+    double Write(double startMs, double lastsMs) {
+        const double missing = line.MissingBefore(startMs, nullptr);
+        line.Follow(startMs, lastsMs, missing);
+        return endMs += missing + lastsMs - line.TakeBack(lastsMs);
+    }
+    SoundLine line;
+    double endMs = 0;
+};
+
+// Positions come from the host's clock, and blocks from a device that is not as fast.
+TEST(SoundLine, StaysBesideADeviceOfAnotherSpeed) {
+    for (const double speed : {0.999, 0.99995, 1.00005, 1.001}) {
+        SCOPED_TRACE(speed);
+        LaidSound sound;
+        double end = 0;
+        for (int block = 0; block < 6 * 3600 * 100; ++block) {
+            end = sound.Write(10.0 * block, 10.0 * speed);
+            ASSERT_NEAR(end, 10.0 * (block + 1), SoundLine::kGapMs + 1) << block;
+        }
+    }
+}
+
+TEST(SoundLine, IsInItsPlaceAgainBehindABlockThatWasToldEarly) {
+    LaidSound sound;
+    for (int block = 0; block < 100; ++block) sound.Write(20.0 * block, 20);
+    sound.Write(2000 - 25, 20);
+    sound.Write(2020, 20);
+    EXPECT_NEAR(sound.Write(2040, 20), 2060, 1e-6);
 }
 
 /// Both tracks of a movie that began at 1000 on both lines, ten seconds in.
@@ -422,6 +453,20 @@ TEST(TwoLines, StayTogetherWhereBothJump) {
             EXPECT_NEAR(lines.Picture(11040 + jump), picture + 40, 1e-3);
             EXPECT_NEAR(lines.Sound(11040 + jump), sound + 40, 1e-3);
         }
+    }
+}
+
+// A clock that was set back a little: pictures are shown for no time, and sound is left out.
+TEST(TwoLines, StayTogetherWhereBothStepBackALittle) {
+    for (const double back : {50.0, 300.0, 900.0}) {
+        SCOPED_TRACE(back);
+        TwoLines lines;
+        for (int i = 0; i < 100; ++i) {
+            lines.Picture(11000 - back + 40 * i);
+            lines.Sound(11000 - back + 40 * i);
+        }
+        EXPECT_NEAR(lines.Picture(15000 - back), 14000 - back, 1e-3);
+        EXPECT_NEAR(lines.Sound(15000 - back), 14000 - back, 1e-3);
     }
 }
 

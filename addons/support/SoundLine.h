@@ -7,10 +7,10 @@
 
 /// Follows the times of a track's sound and finds what is missing between two pieces.
 ///
-/// Files lay sound end to end, so that a piece that never came would pull all that follows towards
-/// the picture's past. Whole-millisecond times and the jitter of hosts are no gaps; nor is sound
-/// that comes again, which nothing can be done about, unless a gap was told that was none: what was
-/// put in for it is taken out again.
+/// Files lay sound end to end: a piece that never came would pull all that follows towards the
+/// picture's past, and one that comes too often, or from a device that runs fast, push it towards
+/// its future. So silence is put in, and taken out again where the gap was none; and sound is left
+/// out. Whole-millisecond times and the jitter of hosts are neither.
 class SoundLine {
 public:
     static constexpr double kGapMs = 20.0;
@@ -42,30 +42,44 @@ public:
         fStarted = true;
     }
 
-    /// Milliseconds, `mostMs` at most, of which the sound that was just followed is too late: its
-    /// begin is to be left out for so long.
+    /// Whether a piece of so many milliseconds that was just followed is to be left out whole:
+    /// there is as much sound too many. Silence that was put in is taken back piece by piece.
+    bool TakesBackAll(double lastsMs) {
+        const bool isTooMany = fExcessMs >= lastsMs;
+        if (isTooMany) fExcessMs -= lastsMs;
+        return isTooMany;
+    }
+    /// Milliseconds, `mostMs` at most, by which the sound that was just followed stands too late:
+    /// its begin is to be left out for so long.
     double TakeBack(double mostMs) {
-        const double taken = std::clamp(mostMs, 0.0, fOwedMs);
-        fOwedMs -= taken;
-        return taken;
+        const double silence = std::clamp(mostMs, 0.0, fSilenceMs);
+        const double excess = std::clamp(mostMs - silence, 0.0, fExcessMs);
+        fSilenceMs -= silence;
+        fExcessMs -= excess;
+        return silence + excess;
     }
 
 private:
     void step(double off, double missingMs) {
         const bool isUneven = off < 0 && off >= -PictureLine::kLongestBackMs;
-        const double back = isUneven ? std::min(-off, fFilledMs) : 0;
-        fFilledMs -= back;
-        fOwedMs += back;
+        if (!isUneven) fCutMs += off - missingMs;
+        if (isUneven) push_forward(-off);
         if (missingMs > 0) {
             fFilledMs = std::min(fFilledMs + missingMs, PictureLine::kLongestBackMs);
         }
-        fCutMs += off - missingMs + back;
+    }
+    void push_forward(double lateMs) {
+        const double wasNoGap = std::min(lateMs, fFilledMs);
+        fFilledMs -= wasNoGap;
+        fSilenceMs += wasNoGap;
+        fExcessMs += lateMs - wasNoGap;
     }
 
     bool fStarted = false;
     double fOriginMs = 0;
     double fEndMs = 0;
     double fCutMs = 0;
-    double fFilledMs = 0;  // of late, as silence
-    double fOwedMs = 0;    // to be taken back
+    double fFilledMs = 0;   // of late, as silence
+    double fSilenceMs = 0;  // of that, to be taken back
+    double fExcessMs = 0;   // of sound, to be taken back
 };

@@ -124,12 +124,15 @@ public:
         const long long moved = fSoundMove ? fSoundMove(frame) : 0;
         fManager->WriteAudioSamples(fSource + 1, MsOf(frame), samples.data(),
                                     static_cast<unsigned int>(samples.size() * 16),
-                                    OriginOf(frame) * kRate + first + moved, 0, 0);
+                                    OriginOf(frame, kRate) + first + moved, 0, 0);
     }
 
     long long MsOf(int frame) const { return frame * fTicks * 1000 / kScale; }
     long long PositionOf(int frame) const { return frame * fTicks * kRate / kScale; }
-    long long OriginOf(int frame) const { return fOrigin + (frame >= fJumpAt ? fJump : 0); }
+    /// Where the lines' origin lies at that frame, in units of a second's `scale`th.
+    long long OriginOf(int frame, int scale) const {
+        return fOrigin * scale + (frame >= fJumpAt ? std::llround(fJump * scale) : 0);
+    }
     double SecondsOf(int frame) const { return static_cast<double>(frame * fTicks) / kScale; }
 
     /// Lets this frame be white with a click at its very start, and the rest silent.
@@ -142,7 +145,7 @@ public:
     /// Lets times of pictures and positions of sound count from so many seconds.
     void BeginAt(long long seconds) { fOrigin = seconds; }
     /// Lets both jump by so many seconds from this frame on; the host's own line runs on.
-    void JumpAt(int frame, long long seconds) {
+    void JumpAt(int frame, double seconds) {
         fJumpAt = frame;
         fJump = seconds;
     }
@@ -165,7 +168,7 @@ private:
     /// Gives the frame back.
     void write(int frame, tnStreamBuffer& buffer, const tnMediaRecord& shape) {
         buffer.AddWritingRef();
-        fManager->WriteVideoSample(fSource, MsOf(frame), OriginOf(frame) * kScale + frame * fTicks,
+        fManager->WriteVideoSample(fSource, MsOf(frame), OriginOf(frame, kScale) + frame * fTicks,
                                    buffer, shape);
         buffer.ReleaseWriting();
     }
@@ -177,7 +180,7 @@ private:
     int fMuteTo = 0;
     long long fOrigin = 0;
     int fJumpAt = 0;
-    long long fJump = 0;  // seconds
+    double fJump = 0;  // seconds
     std::function<long long(int)> fSoundMove;
     std::shared_ptr<tnFilterManager> fManager = tnFilterManager::Default();
     std::unique_ptr<tnStreamBufferGroup> fGroup;
