@@ -10,11 +10,20 @@ loop reads planar frames and encodes on one thread, and writes nothing.
 
 The programs run in turns, each turn in an order drawn anew, so that whatever else the machine does
 falls on all alike. "x ffmpeg" is the median of the turns' own ratios.
+
+Instead of time, "instructions" counts what each program executes outside the kernel, with valgrind: the
+same from run to run, whatever else the machine does. Of each program it tells what the library that
+encodes takes, what loading the program takes, which a longer clip makes small, and what is left: no
+program that calls the same encoder is faster by more than the rest of the other one.
 Usage: record_beside_ffmpeg.py [ROUNDS] [FRAMES]
+       record_beside_ffmpeg.py instructions [FRAMES]
 """
+import collections
 import os
 import pathlib
 import random
+import re
+import shutil
 import statistics
 import subprocess
 import sys
@@ -91,17 +100,53 @@ def compare(raw: str, folder: str, kind: str, frames: str, rounds: int, count: i
               f"{size}", flush=True)
 
 
+def instructions(words: list[str], folder: str) -> collections.Counter[str]:
+    """How many each library executes, in millions."""
+    counts = f"{folder}/callgrind.out"
+    run(["valgrind", "-q", "--tool=callgrind", f"--callgrind-out-file={counts}", *words])
+    listing = subprocess.run(["callgrind_annotate", "--threshold=100", counts], check=True,
+                             capture_output=True, text=True).stdout
+    found = collections.Counter()
+    for line in listing.splitlines():
+        if match := re.match(r" *([\d,]+) \(.*\[(.*)\]$", line):
+            found[pathlib.Path(match[2]).name.split(".")[0]] += int(
+                match[1].replace(",", "")) / 1e6
+    return found
+
+
+def count_instructions(raw: str, folder: str, kind: str, frames: str, _: int, __: int) -> None:
+    """Prints a line for each contender, where the encoder is the same."""
+    if kind == "Motion JPEG":
+        return
+    encoder = "libx264" if kind == "x264 veryfast" else "libavcodec"
+    counts = {name: instructions(words, folder)
+              for name, words in programs(raw, folder, kind, frames).items()}
+    for name, found in counts.items():
+        loading = found["ld-linux-x86-64"]
+        rest = found.total() - found[encoder] - loading
+        ratio = counts["ffmpeg"].total() / found.total()
+        print(f"{frames:6}{kind:15}{name:11}{found.total():8.0f}{ratio:10.3f}{found[encoder]:14.0f}"
+              f"{loading:9.0f}{rest:9.0f}", flush=True)
+
+
 def main() -> None:
-    rounds = int(sys.argv[1]) if len(sys.argv) > 1 else 5
-    count = int(sys.argv[2]) if len(sys.argv) > 2 else 180
-    print(f"{count} frames of 1080p60, {rounds} turns; medians")
-    print(f"{'':32}{'fps':>8}{'x ffmpeg':>10}{'CPU ms/frame':>14}{'peak MB':>9}{'file MB':>9}")
+    counts = sys.argv[1:2] == ["instructions"]
+    rounds = int(sys.argv[1]) if len(sys.argv) > 1 and not counts else 5
+    count = int(sys.argv[2]) if len(sys.argv) > 2 else 40 if counts else 180
+    if counts:
+        if not shutil.which("valgrind"):
+            sys.exit("valgrind is missing: apt-get install valgrind")
+        print(f"{count} frames of 1080p60; millions of instructions")
+        print(f"{'':32}{'all':>8}{'x ffmpeg':>10}{'the encoder':>14}{'loading':>9}{'rest':>9}")
+    else:
+        print(f"{count} frames of 1080p60, {rounds} turns; medians")
+        print(f"{'':32}{'fps':>8}{'x ffmpeg':>10}{'CPU ms/frame':>14}{'peak MB':>9}{'file MB':>9}")
     for frames, (file, into_raw, _, _) in FRAMES.items():
         with tempfile.TemporaryDirectory() as folder:
             raw = f"{folder}/{file}"
             subprocess.run([*FFMPEG, str(CLIP), "-frames:v", str(count), *into_raw, raw], check=True)
             for kind in KINDS:
-                compare(raw, folder, kind, frames, rounds, count)
+                (count_instructions if counts else compare)(raw, folder, kind, frames, rounds, count)
 
 
 main()
