@@ -250,6 +250,31 @@ TEST_P(Together, BothLinesMayJump) {
     }
 }
 
+//   first  |-----------------|--------------------------------
+//   late              |~~~~~~|~~~~~~~|------------------------     ~ waits for a key frame
+//                           both lines are set back
+TEST_P(Together, AnOutputThatWaitsForItsKeyFrameMayBeSetBackToo) {
+    constexpr int kKeyRate = 150;
+    constexpr int kFrames = 420;
+    const Kind& kind = GetParam();
+    Camera camera(1, kind.ticks);
+    camera.FlashAt(250);
+    camera.BeginAt(10000);
+    camera.JumpAt(100, -60);
+    tnMediaRecord picture = picture_of(camera, kind);
+    picture.SetInt32("key_frame_rate", kKeyRate);
+    Show first(kind.format, {picture, camera.Sound(kind.sound)});
+    Show late(kind.format, {picture, camera.Sound(kind.sound)});
+    ASSERT_EQ(first.Add(fFolder.File(std::string("first_") + kind.file)), 0);
+    camera.Write(0, 80);
+    ASSERT_EQ(late.Add(fFolder.File(kind.file)), 0);
+    camera.Write(80, kFrames);
+    late.End();
+    first.End();
+    expect_together(fFolder.File(kind.file));
+    EXPECT_GT(PacketsOf(fFolder.File(kind.file), "v:0").size(), kFrames - kKeyRate - 20u);
+}
+
 // A host that takes its positions from a clock tells some of them late when it is busy.
 TEST_P(Together, SoundThatIsToldLateNowAndThenStaysInItsPlace) {
     constexpr int kFrames = 320;

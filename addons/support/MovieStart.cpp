@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "addons/support/PictureLine.h"
+
 namespace {
 
 /// Times of sound come from whole milliseconds.
@@ -13,31 +15,64 @@ constexpr double kOtherOriginMs = 10000;
 /// The longest that sound is kept for a picture to come, by far the longest group of pictures.
 constexpr double kMostSoundMs = 60000;
 
-}  // namespace
+/// What a piece adds to the wait, at least and at most: times that stand still must not make it
+/// endless, and times that are set forward must not end it.
+constexpr double kShortestStepMs = 1;
+constexpr double kLongestStepMs = 1000;
 
-void MovieStart::Add(MediaItem item) {
-    if (item.picture) fPictureBytes += item.bytes;
-    (item.picture ? fPictures : fSounds).push_back(std::move(item));
+/// Pictures are shown in another order than they come in.
+double time_of(const MediaItem& item) {
+    return item.picture ? item.decodeMs : item.startMs;
 }
 
-void MovieStart::drop_picture() {
-    fPictureBytes -= fPictures.front().bytes;
-    fPictures.pop_front();
+double step_ms(const MediaItem& from, const MediaItem& to) {
+    return std::clamp(time_of(to) - time_of(from), kShortestStepMs, kLongestStepMs);
+}
+
+}  // namespace
+
+void MovieStart::Waiting::Add(MediaItem item) {
+    if (!fItems.empty()) fMs += step_ms(fItems.back(), item);
+    fBytes += item.bytes;
+    fItems.push_back(std::move(item));
+}
+
+MediaItem MovieStart::Waiting::Take() {
+    MediaItem item = std::move(fItems.front());
+    fItems.pop_front();
+    fBytes -= item.bytes;
+    fMs = fItems.empty() ? 0 : fMs - step_ms(item, fItems.front());
+    return item;
+}
+
+bool MovieStart::Waiting::IsSetBackBy(const MediaItem& item) const {
+    return !fItems.empty() && time_of(item) < time_of(fItems.back()) - PictureLine::kLongestBackMs;
+}
+
+void MovieStart::Add(MediaItem item) {
+    Waiting& track = item.picture ? fPictures : fSounds;
+    if (track.IsSetBackBy(item)) {
+        if (item.picture) fDroppedMs += track.Ms();
+        track = {};
+    }
+    track.Add(std::move(item));
 }
 
 void MovieStart::drop_until_key() {
-    while (!fPictures.empty() && !fPictures.front().isKey) drop_picture();
+    while (!fPictures.IsEmpty() && !fPictures.Front().isKey) fPictures.Take();
 }
 
 /// Room for newer pictures, from a later key frame on. They have waited as long as the older ones.
 void MovieStart::keep_bound() {
-    while (fPictureBytes > fMostBytes) {
+    while (fSounds.Ms() > kMostSoundMs) fSounds.Take();
+    while (fPictures.Bytes() > fMostBytes) {
         const auto isKey = [](const MediaItem& picture) { return picture.isKey; };
-        if (std::none_of(fPictures.begin() + 1, fPictures.end(), isKey)) return;
-        const double from = fPictures.front().startMs;
-        drop_picture();
+        const std::deque<MediaItem>& pictures = fPictures.Items();
+        if (std::none_of(pictures.begin() + 1, pictures.end(), isKey)) return;
+        const double before = fPictures.Ms();
+        fPictures.Take();
         drop_until_key();
-        fDroppedMs += fPictures.front().startMs - from;
+        fDroppedMs += before - fPictures.Ms();
     }
 }
 
@@ -49,46 +84,40 @@ bool MovieStart::Decide() {
 
 bool MovieStart::DecideAtEnd() {
     if (Decide()) return true;
-    if (!fHasPictures || !fHasSound || fPictures.empty()) return false;
-    fHasSound = !fSounds.empty();
-    return begin_at(fPictures.front().startMs);
+    if (!fHasPictures || !fHasSound || fPictures.IsEmpty()) return false;
+    fHasSound = !fSounds.IsEmpty();
+    return begin_at(fPictures.Front().startMs);
 }
 
 bool MovieStart::decide_alone() {
-    const std::deque<MediaItem>& only = fHasPictures ? fPictures : fSounds;
-    return !only.empty() && begin_at(only.front().startMs);
+    const Waiting& only = fHasPictures ? fPictures : fSounds;
+    return !only.IsEmpty() && begin_at(only.Front().startMs);
 }
 
 bool MovieStart::decide_together() {
-    if (fPictures.empty()) {
-        while (!fSounds.empty() && fSounds.back().endMs - fSounds.front().endMs > kMostSoundMs) {
-            fSounds.pop_front();
-        }
-        return false;
-    }
-    const double waitedMs = fPictures.back().startMs - fPictures.front().startMs + fDroppedMs;
-    const bool waitedLong = waitedMs > kPatienceMs;
-    if (fSounds.empty()) {
+    if (fPictures.IsEmpty()) return false;
+    const bool waitedLong = fPictures.Ms() + fDroppedMs > kPatienceMs;
+    if (fSounds.IsEmpty()) {
         if (!waitedLong) return false;
         fHasSound = false;
-        return begin_at(fPictures.front().startMs);
+        return begin_at(fPictures.Front().startMs);
     }
     compare_lines();
-    const double soundFrom = OnLine(fSounds.front().startMs) - kRoundingMs;
-    while (!fPictures.empty() &&
-           (!fPictures.front().isKey || fPictures.front().startMs < soundFrom)) {
-        drop_picture();
+    const double soundFrom = OnLine(fSounds.Front().startMs) - kRoundingMs;
+    while (!fPictures.IsEmpty() &&
+           (!fPictures.Front().isKey || fPictures.Front().startMs < soundFrom)) {
+        fPictures.Take();
         fDroppedMs = 0;
     }
-    if (fPictures.empty()) return false;
-    const double time = fPictures.front().startMs;
-    if (OnLine(fSounds.back().endMs) <= time && !waitedLong) return false;
+    if (fPictures.IsEmpty()) return false;
+    const double time = fPictures.Front().startMs;
+    if (OnLine(fSounds.Back().endMs) <= time && !waitedLong) return false;
     return begin_at(time);
 }
 
 void MovieStart::compare_lines() {
-    const MediaItem& picture = fPictures.back();
-    const MediaItem& sound = fSounds.back();
+    const MediaItem& picture = fPictures.Back();
+    const MediaItem& sound = fSounds.Back();
     fSoundShiftMs = 0;
     if (std::fabs(picture.startMs - sound.endMs) <= kOtherOriginMs) return;
     if (!picture.hasHostTime || !sound.hasHostTime) return;
@@ -97,11 +126,11 @@ void MovieStart::compare_lines() {
 
 bool MovieStart::begin_at(double timeMs) {
     fTimeMs = timeMs;
-    if (!fPictures.empty()) {
-        fTicks = fPictures.front().decodeTicks + fPictures.front().offsetTicks;
+    if (!fPictures.IsEmpty()) {
+        fTicks = fPictures.Front().decodeTicks + fPictures.Front().offsetTicks;
     }
-    while (fSounds.size() > 1 && OnLine(fSounds.front().endMs) <= timeMs - kRunUpMs) {
-        fSounds.pop_front();
+    while (fSounds.Items().size() > 1 && OnLine(fSounds.Front().endMs) <= timeMs - kRunUpMs) {
+        fSounds.Take();
     }
     return true;
 }
@@ -111,12 +140,10 @@ long long MovieStart::Ticks() const {
 }
 
 bool MovieStart::Next(MediaItem& item) {
-    if (fPictures.empty() && fSounds.empty()) return false;
+    if (fPictures.IsEmpty() && fSounds.IsEmpty()) return false;
     const bool soundFirst =
-        fPictures.empty() ||
-        (!fSounds.empty() && OnLine(fSounds.front().startMs) <= fPictures.front().startMs);
-    std::deque<MediaItem>& from = soundFirst ? fSounds : fPictures;
-    item = std::move(from.front());
-    from.pop_front();
+        fPictures.IsEmpty() ||
+        (!fSounds.IsEmpty() && OnLine(fSounds.Front().startMs) <= fPictures.Front().startMs);
+    item = (soundFirst ? fSounds : fPictures).Take();
     return true;
 }

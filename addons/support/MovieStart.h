@@ -17,6 +17,10 @@
 /// What waits is bounded. Raw pictures of ten seconds would be gigabytes: the oldest ones, which
 /// nothing is heard with, are dropped for newer ones.
 ///
+/// Times may be set anew while it waits. What a track has from before its times went back is of no
+/// use to a start: it is dropped. How long something waited is counted from piece to piece, and is
+/// no difference of two times.
+///
 /// One thread.
 class MovieStart {
 public:
@@ -33,7 +37,8 @@ public:
     void Add(MediaItem item);
     /// True once, when the start is known: then the rest of this class answers.
     bool Decide();
-    /// The same when nothing more will come: pictures that waited for sound begin without it.
+    /// The same when nothing more will come: pictures that waited for sound begin with what there
+    /// is of it.
     bool DecideAtEnd();
 
     bool HasPictures() const { return fHasPictures; }
@@ -44,14 +49,36 @@ public:
     long long Ticks() const;
     /// Time of a piece of sound on the line of TimeMs.
     double OnLine(double soundMs) const { return soundMs + fSoundShiftMs; }
-    const std::deque<MediaItem>& Pictures() const { return fPictures; }
-    const std::deque<MediaItem>& Sound() const { return fSounds; }
+    const std::deque<MediaItem>& Pictures() const { return fPictures.Items(); }
+    const std::deque<MediaItem>& Sound() const { return fSounds.Items(); }
 
     /// Takes what waited out, in the order of time; false at the end.
     bool Next(MediaItem& item);
 
 private:
-    void drop_picture();
+    /// What waits of one track.
+    class Waiting {
+    public:
+        const std::deque<MediaItem>& Items() const { return fItems; }
+        bool IsEmpty() const { return fItems.empty(); }
+        const MediaItem& Front() const { return fItems.front(); }
+        const MediaItem& Back() const { return fItems.back(); }
+        std::size_t Bytes() const { return fBytes; }
+        /// From the first piece to the last one, step by step.
+        double Ms() const { return fMs; }
+
+        void Add(MediaItem item);
+        /// The front one. There is one.
+        MediaItem Take();
+        /// Whether a piece goes back to times from before what waits.
+        bool IsSetBackBy(const MediaItem& item) const;
+
+    private:
+        std::deque<MediaItem> fItems;
+        std::size_t fBytes = 0;
+        double fMs = 0;
+    };
+
     void drop_until_key();
     void keep_bound();
     bool decide_alone();
@@ -62,9 +89,8 @@ private:
     bool fHasPictures;
     bool fHasSound;
     const std::size_t fMostBytes;
-    std::deque<MediaItem> fPictures;
-    std::deque<MediaItem> fSounds;
-    std::size_t fPictureBytes = 0;
+    Waiting fPictures;
+    Waiting fSounds;
     double fDroppedMs = 0;  // that pictures had waited which had to go
     double fTimeMs = 0;
     long long fTicks = 0;

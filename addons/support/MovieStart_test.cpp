@@ -21,6 +21,7 @@ MediaItem picture(double ms, bool key, double hostShift = 0) {
     item.isKey = key;
     item.startMs = ms;
     item.endMs = ms + 40;
+    item.decodeMs = ms;
     item.decodeTicks = static_cast<long long>(ms);
     item.hasHostTime = hostShift != 0;
     item.hostShiftMs = hostShift;
@@ -147,6 +148,122 @@ TEST(MovieStart, SoundThatWaitsForPicturesIsBounded) {
     for (int ms = 0; ms < 200000; ms += 20) ASSERT_FALSE(add(start, sound(ms)));
     EXPECT_LE(start.Sound().size(), 3002u);
     EXPECT_EQ(start.Sound().back().startMs, 199980);
+}
+
+constexpr double kHour = 3600e3;
+constexpr double kMinute = 60e3;
+constexpr int kPerSecond = 25;  // pictures, and pieces of sound
+
+/// What an output gets that is added in mid-run; its lines are set anew while it waits for the
+/// first key frame, after a second.
+struct Joining {
+    const char* what;
+    double pictureStepMs;
+    double soundStepMs;
+};
+
+void PrintTo(const Joining& test, std::ostream* out) {
+    *out << test.what;
+}
+
+class WhereTimesAreSet : public testing::TestWithParam<Joining> {
+protected:
+    static constexpr int kFirstKey = 2 * kPerSecond;
+    static constexpr int kKeyRate = 10 * kPerSecond;
+    static constexpr int kMost = 60 * kPerSecond;
+
+    /// How many pictures it takes until the movie begins; kMost if it does not.
+    static int begin(MovieStart& start, bool soundFirst) {
+        for (int i = 0; i < kMost; ++i) {
+            if (soundFirst && add(start, sound_at(i))) return i + 1;
+            if (add(start, picture_at(i))) return i + 1;
+            if (!soundFirst && add(start, sound_at(i))) return i + 1;
+        }
+        return kMost;
+    }
+
+private:
+    static constexpr double kOrigin = 1e7;
+
+    static MediaItem picture_at(int i) {
+        const double shift = kOrigin + (i < kPerSecond ? 0 : GetParam().pictureStepMs);
+        return picture(shift + 40 * i, i % kKeyRate == kFirstKey, -shift);
+    }
+    static MediaItem sound_at(int i) {
+        const double shift = kOrigin + (i < kPerSecond ? 0 : GetParam().soundStepMs);
+        MediaItem item = sound(shift + 40 * i, -shift);
+        item.endMs = item.startMs + 40;
+        return item;
+    }
+};
+
+TEST_P(WhereTimesAreSet, TheFirstKeyFrameBegins) {
+    for (const bool soundFirst : {true, false}) {
+        SCOPED_TRACE(soundFirst);
+        MovieStart start(true, true);
+        EXPECT_EQ(begin(start, soundFirst), kFirstKey + 1);
+        EXPECT_TRUE(start.HasSound());
+        EXPECT_EQ(start.Pictures().size(), 1u);
+        ASSERT_FALSE(start.Sound().empty());
+        EXPECT_NEAR(start.OnLine(start.Sound().front().startMs), start.TimeMs(), 150);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(MovieStart, WhereTimesAreSet,
+                         testing::Values(Joining{"nothing", 0, 0},
+                                         Joining{"both back by five seconds", -5000, -5000},
+                                         Joining{"both back by a minute", -kMinute, -kMinute},
+                                         Joining{"both back by an hour", -kHour, -kHour},
+                                         Joining{"both on by an hour", kHour, kHour},
+                                         Joining{"sound back by an hour", 0, -kHour},
+                                         Joining{"sound on by an hour", 0, kHour},
+                                         Joining{"pictures back by an hour", -kHour, 0},
+                                         Joining{"pictures on by an hour", kHour, 0}));
+
+// A step to other times counts as a second at most, and what had waited before it counts on.
+TEST(MovieStart, PatienceForSoundIsCountedFromPictureToPicture) {
+    for (const double step : {0.0, kHour, -kHour, -kMinute, -5000.0, 5000.0}) {
+        SCOPED_TRACE(step);
+        MovieStart start(true, true);
+        int count = 0;
+        bool begun = false;
+        for (; !begun && count < 60 * kPerSecond; ++count) {
+            begun = add(start, picture(kHour + 40 * count + (count < 25 ? 0 : step), true));
+        }
+        EXPECT_GE(count, 9 * kPerSecond);
+        EXPECT_LE(count, 10 * kPerSecond + 5);
+        EXPECT_FALSE(start.HasSound());
+    }
+}
+
+TEST(MovieStart, PicturesWhoseTimeStandsStillDoNotWaitForever) {
+    MovieStart start(true, true);
+    int count = 1;
+    while (!add(start, picture(0, true)) && count < 20000) ++count;
+    EXPECT_GT(count, 9000);
+    EXPECT_LT(count, 11000);
+}
+
+// A second each, and shown in another order than they come in:
+//   I0  P3  B1  B2 | I4  P7  B5  B6 | ...
+TEST(MovieStart, AnotherOrderOfShowingIsNoStepInTime) {
+    constexpr int kShown[] = {0, 3, 1, 2};
+    MovieStart start(true, true);
+    for (int i = 0; i <= 10; ++i) {
+        MediaItem item = picture(1000 * i, i % 4 == 0);
+        item.startMs = 1000 * (i / 4 * 4 + kShown[i % 4] + 1);
+        ASSERT_FALSE(add(start, std::move(item))) << i;
+    }
+    EXPECT_EQ(start.Pictures().size(), 11u);
+    EXPECT_TRUE(add(start, picture(11000, false)));
+}
+
+TEST(MovieStart, SoundThatIsSetBackWhileItWaitsIsBounded) {
+    MovieStart start(true, true);
+    for (int ms = 0; ms < 200000; ms += 20) {
+        ASSERT_FALSE(add(start, sound(kHour + ms - (ms < 100000 ? 0 : kMinute))));
+        ASSERT_LE(start.Sound().size(), 3002u) << ms;
+    }
 }
 
 // Frame times from 0 and sound positions from an hour: what both were written at tells them apart.
