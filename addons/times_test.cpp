@@ -9,6 +9,7 @@
 #include "orb/CAudioSample.h"
 
 #include "tests/support/AvCodecs.h"
+#include "tests/support/FlashAndClick.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/addonHost.h"
 
@@ -102,40 +103,6 @@ TEST_P(Reordered, PicturesAndTimesAreThoseThatWentIn) {
 
 INSTANTIATE_TEST_SUITE_P(BFrames, Reordered, testing::Values(0, 2, 3));
 
-/// Mean brightness of each decoded picture.
-std::vector<int> brightness(const std::string& path) {
-    const std::string bytes = tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map",
-                                          "0:v:0", "-vf", "scale=1:1:flags=area", "-fps_mode",
-                                          "passthrough", "-pix_fmt", "gray", "-f", "rawvideo", "-"})
-                                  .out;
-    std::vector<int> values;
-    for (const char byte : bytes) values.push_back(static_cast<unsigned char>(byte));
-    return values;
-}
-
-/// Seconds of decoded sound before its first loud sample, as a player hears it.
-double click_time(const std::string& path) {
-    const std::string bytes =
-        tests::Run({"ffmpeg", "-v", "error", "-nostdin", "-dts_delta_threshold", "100000", "-i",
-                    path, "-map", "0:a:0", "-af", "aresample=async=1000", "-ac", "1", "-ar",
-                    "48000", "-f", "s16le", "-"})
-            .out;
-    const auto* samples = reinterpret_cast<const short*>(bytes.data());
-    for (std::size_t i = 0; i < bytes.size() / 2; ++i) {
-        if (std::abs(samples[i]) > 12000) return static_cast<double>(i) / Camera::kRate;
-    }
-    return -1;
-}
-
-double flash_time(const std::string& path) {
-    const std::vector<int> values = brightness(path);
-    const std::vector<double> times = tests::ProbePictureTimes(path);
-    for (std::size_t i = 0; i < values.size() && i < times.size(); ++i) {
-        if (values[i] > 200) return times[i];
-    }
-    return -1;
-}
-
 struct Kind {
     const char* format;
     const char* file;
@@ -152,9 +119,9 @@ tnMediaRecord picture_of(const Camera& camera, const Kind& kind) {
 /// Flash and click as a player shows them.
 void expect_together(const std::string& path, double tolerance = 0.025) {
     const double origin = std::atof(tests::ProbeStream(path, "a:0", "start_time").c_str());
-    const double flash = flash_time(path);
+    const double flash = FlashTime(path);
     EXPECT_GT(flash, 0.5) << path;
-    EXPECT_NEAR(click_time(path) + origin, flash, tolerance) << path;
+    EXPECT_NEAR(ClickTime(path) + origin, flash, tolerance) << path;
 }
 
 /// From the start of the first packet to the end of the last one.
@@ -186,12 +153,11 @@ TEST_P(Together, FlashAndClickMeetAlsoWhereAnOutputCameLate) {
 
     // Sound of a transport stream is told apart from its pictures by times alone.
     const double origin = std::atof(tests::ProbeStream(path, "a:0", "start_time").c_str());
-    const double click = click_time(path) + origin;
-    const double flash = flash_time(path);
+    const double click = ClickTime(path) + origin;
+    const double flash = FlashTime(path);
     EXPECT_GT(flash, 0.5) << "the flash is in the file";
     EXPECT_NEAR(click, flash, 0.003) << path;
-    EXPECT_NEAR(click_time(fFolder.File("first.mp4")), flash_time(fFolder.File("first.mp4")),
-                0.003);
+    EXPECT_NEAR(ClickTime(fFolder.File("first.mp4")), FlashTime(fFolder.File("first.mp4")), 0.003);
     ExpectClean(path);
 }
 
