@@ -9,6 +9,7 @@
 
 #include "tarn/replay/tnReplayManifest.h"
 
+#include "tests/support/FlashAndClick.h"
 #include "tests/support/ReplayFixture.h"
 #include "tests/support/addonHost.h"
 
@@ -104,6 +105,101 @@ TEST_F(Replay, PcmAndIntraCodecsAreCutToTheFrame) {
     EXPECT_EQ(CountFrames(Movie(2)), 15);
     EXPECT_NEAR(tests::ProbeSeconds(Movie(2), "a:0"), 15.0 / 30, 0.05);
 }
+
+struct SetBack {
+    const char* name;
+    long long seconds;  ///< of pictures and sound
+    const char* sound;
+    bool soundAlone;  ///< its device was opened anew and counts from 0
+};
+
+class ReplayIsSetBack : public Replay, public testing::WithParamInterface<SetBack> {
+protected:
+    static constexpr int kFrames = 300;
+    static constexpr int kBack = 140;
+    static constexpr int kFlash = 217;
+    static constexpr long long kOrigin = 10000;
+
+    ReplayIsSetBack() : fSource(3, 1000) {
+        fSource.FlashAt(kFlash);
+        fSource.BeginAt(kOrigin);
+        fSource.JumpAt(kBack, GetParam().seconds);
+        if (!GetParam().soundAlone) return;
+        fSource.MoveSound([this](int frame) {
+            return frame < kBack ? 0 : -kOrigin * Camera::kRate - fSource.PositionOf(kBack);
+        });
+    }
+    std::vector<tnMediaRecord> tracks() const {
+        tnMediaRecord picture = fSource.Picture("x264");
+        picture.SetInt32("key_frame_rate", 15);
+        return {picture, fSource.Sound(GetParam().sound)};
+    }
+    void expect_together(unsigned int id) {
+        const double origin = std::atof(tests::ProbeStream(Movie(id), "a:0", "start_time").c_str());
+        EXPECT_NEAR(ClickTime(Movie(id)) + origin, FlashTime(Movie(id)), 0.025) << id;
+    }
+
+    Camera fSource;  // its blocks of sound last a thirtieth of a second
+};
+
+TEST_P(ReplayIsSetBack, ItGoesOnFromWhereItWas) {
+    Show show("Replay", tracks());
+    Show whole("Shared QuickTime", tracks());
+    ASSERT_EQ(Begin(show, 0.5, 0), 0);
+    ASSERT_EQ(whole.Add(fFolder.File("whole.mov")), 0);
+    fSource.Write(0, kFrames);
+    ASSERT_EQ(show.Remove(), 0);
+    ASSERT_EQ(whole.Remove(), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, 0);
+
+    const Listing listing(fFolderOfShow);
+    ASSERT_EQ(listing.fResult, 0);
+    EXPECT_GE(listing.fSegments.Count(), kFrames / 15 - 4u);
+    std::vector<std::string> joined;
+    unsigned int id = 0;
+    long long end = kOrigin * 1'000'000;
+    for (const tnReplaySegment* segment : listing.fSegments) {
+        ASSERT_EQ(segment->fId, ++id);
+        EXPECT_NEAR(static_cast<double>(segment->fStart), static_cast<double>(end), 1);
+        end = segment->fStop;
+        const auto hashes = PictureHashes(Movie(id));
+        const double seconds = static_cast<double>(end - segment->fStart) / 1e6;
+        // Encoders of sound fill up the packet in which their times step.
+        const double tolerance = id == kBack / 15 + 1 ? 0.025 : 0.001;
+        EXPECT_NEAR(seconds, fSource.SecondsOf(static_cast<int>(hashes.size())), tolerance) << id;
+        EXPECT_NEAR(tests::ProbeSeconds(Movie(id), "a:0"), seconds, 0.1) << id;
+        joined.insert(joined.end(), hashes.begin(), hashes.end());
+    }
+    EXPECT_EQ(joined, PictureHashes(fFolder.File("whole.mov")));
+    expect_together(kFlash / 15 + 1);
+}
+
+TEST_P(ReplayIsSetBack, WhatIsOldGoesAndWhatIsNewStays) {
+    Show show("Replay", tracks());
+    ASSERT_EQ(Begin(show, 0.5, 3), 0);
+    fSource.Write(0, kFrames);
+    ASSERT_EQ(show.Remove(), 0);
+    const Listing listing(fFolderOfShow);
+    ASSERT_EQ(listing.fResult, 0);
+    ASSERT_GE(listing.fSegments.Count(), 6u);
+    EXPECT_LE(listing.fSegments.Count(), 9u);
+    unsigned int id = 0;
+    for (const tnReplaySegment* segment : listing.fSegments) {
+        EXPECT_EQ(segment->fId, id == 0 ? segment->fId : id + 1);
+        id = segment->fId;
+    }
+    EXPECT_GE(id, kFrames / 15 - 4u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Times, ReplayIsSetBack,
+                         testing::Values(SetBack{"ByTwoSeconds", -2, "MPEG-4 Audio", false},
+                                         SetBack{"ByAnHour", -3600, "MPEG-4 Audio", false},
+                                         SetBack{"ByAMinuteWithPcm", -60, "PCM", false},
+                                         SetBack{"OfItsSoundAlone", 0, "MPEG-4 Audio", true},
+                                         SetBack{"OfItsPcmAlone", 0, "PCM", true}),
+                         [](const testing::TestParamInfo<SetBack>& test) {
+                             return test.param.name;
+                         });
 
 TEST_F(Replay, OldSegmentsGoWhileItRecordsAndHeldOnesStay) {
     Show show("Replay", {fCamera.Picture("MJPEG")});

@@ -11,6 +11,8 @@
 #include "tarn/replay/tnReplayManifest.h"
 #include "tarn/writers/writerErrors.h"
 
+#include "addons/replay/MovedItem.h"
+
 namespace {
 
 constexpr double kMsPerSecond = 1000.0;
@@ -27,6 +29,16 @@ constexpr MovieOutput::Room kRoom = {16384, std::size_t{256} << 20, false};
 
 long long us_of(double ms) {
     return std::llround(ms * kUsPerMs);
+}
+
+/// Milliseconds by which what stands at `ms` is later in the recording, where times were set back;
+/// the track that goes back last stays beside the one that went first.
+double later_on(PictureLine& line, double ms, const PictureLine& beside) {
+    const MoviePlace here = line.Place();
+    const MoviePlace there = beside.Place();
+    const bool goesBack = ms - here.cutMs < here.endMs - PictureLine::kLongestBackMs;
+    // A step forward, however long, is a gap of the recording, and nobody is asked.
+    return -line.Follow(ms, goesBack ? &there : nullptr);
 }
 
 }  // namespace
@@ -90,13 +102,14 @@ int ReplayOutput::begin_file(const MovieStart& start) {
 }
 
 int ReplayOutput::write_picture(const MediaItem& item) {
-    fPictures.push_back(item);
+    fPictures.push_back(MovedItem(item, later_on(fPictureLine, item.decodeMs, fSoundLine)));
     return advance(false);
 }
 
 int ReplayOutput::write_sound(const MediaItem& item) {
-    fSounds.push_back(item);
-    fSoundEndMs = item.endMs + fSoundShiftMs;
+    const double laterMs = later_on(fSoundLine, item.startMs + fSoundShiftMs, fPictureLine);
+    fSounds.push_back(MovedItem(item, laterMs));
+    fSoundEndMs = fSounds.back().endMs + fSoundShiftMs;
     while (fSounds.back().endMs - fSounds.front().endMs > kMostSoundMs) fSounds.pop_front();
     return advance(false);
 }

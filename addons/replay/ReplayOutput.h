@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "addons/replay/SegmentMovie.h"
+#include "addons/support/PictureLine.h"
 
 class tnReplayManifest;
 
@@ -12,9 +13,13 @@ class tnReplayManifest;
 /// each one as soon as it is complete on the disk.
 ///
 /// A segment begins at a key frame and ends where the next one begins; its sound begins and ends
-/// with it, by a packet of run-up that two neighbours share. The manifest's timeline is the
-/// source's own, in microseconds. What is older than the limit is deleted while it records, but for
-/// segments that somebody in this process holds.
+/// with it, by a packet of run-up that two neighbours share. What is older than the limit is
+/// deleted while it records, but for segments that somebody in this process holds.
+///
+/// The manifest's timeline is the source's own, in microseconds, as long as that goes forward.
+/// Where the source's times are set back the recording goes on from where it was: in a list of
+/// segments that is in order of time, newer ones would else stand before older ones, take their
+/// place and be deleted first.
 class ReplayOutput final : public MovieOutput {
 public:
     static constexpr char kManifestName[] = "replay.xml";
@@ -63,6 +68,8 @@ private:
     std::deque<MediaItem> fPictures;  // that wait for their sound
     std::deque<MediaItem> fSounds;    // that wait for their pictures
     std::deque<MediaItem> fRunUp;     // written, and of use to a segment that begins now
+    PictureLine fPictureLine;
+    PictureLine fSoundLine;  // moved to the pictures'
     double fSoundShiftMs = 0;
     double fSoundEndMs = 0;  // of what has come
     bool fHasSound = false;
