@@ -142,6 +142,10 @@ Result CAssetWriter::Finish() {
     return result;
 }
 
+Result CAssetWriter::GetFailure() const {
+    return fBegun ? fContainer->Queue().GetFailure() : Result(0);
+}
+
 bool CAssetWriter::WaitForMedia(int milliseconds) {
     if (!fContainer) return true;
     ReadyBell& bell = fContainer->Queue().Bell();

@@ -35,6 +35,10 @@ public:
 
     static constexpr int kFinishPatienceMs = 5000;
 
+    /// The reason why the file takes no more, or success while it does, before Begin and after
+    /// Finish. Whoever writes to a track may ask.
+    Result GetFailure() const;
+
     /// Says what file this will be, or for 'ts  ' what address, such as "udp://host:port". What
     /// stands at `path` is not touched before Begin. Created anew, the asset has no tracks.
     /// ResultNullPointer for a null or empty path, ResultNotSupported for a container type that

@@ -410,9 +410,11 @@ TEST_F(CAssetWriterTest, FailureOfTheFileReachesWritersWithItsReason) {
     RObject<OpenTrack> track = AddVideo();
     RObject<CAssetAudioWriter> sound = AddSound();
     ASSERT_EQ(0, asset->Begin());
+    EXPECT_EQ(0, asset->GetFailure());
     Result result = 0;
     for (int i = 0; result.Succeeded(); ++i) result = track->WriteSample(fake_picture(i, 1).Get());
     EXPECT_STREQ("no space left on device", result.GetMessage());
+    EXPECT_STREQ("no space left on device", asset->GetFailure().GetMessage());
     result = sound->WriteSample(fake_sound({1, 2, 3, 4}, 1).Get());
     EXPECT_STREQ("no space left on device", result.GetMessage());
     // Who polls is not held up by a track that can take nothing more.
@@ -422,6 +424,7 @@ TEST_F(CAssetWriterTest, FailureOfTheFileReachesWritersWithItsReason) {
     EXPECT_EQ(0, track->WriteSample(nullptr));
     EXPECT_STREQ("no space left on device", track->End().GetMessage());
     EXPECT_STREQ("no space left on device", asset->Finish().GetMessage());
+    EXPECT_EQ(0, asset->GetFailure()) << "told by Finish";
     EXPECT_EQ(1, disk.finished);
     EXPECT_EQ(32, track->GetBytesWritten());
     EXPECT_EQ(1, trace.Count());

@@ -55,6 +55,7 @@ int tnWriteORB2::Open(const char* path, unsigned int containerType, int moovRate
     fExpectedSeconds = expectedSeconds;
     fVideoBytes = 0;
     fAudioBytes = 0;
+    fClosedBadly = false;
 
     const RObject<CString> name(new CString(path));
     fAssetWriter = RObject<CAssetWriter>(new CAssetWriter());
@@ -203,6 +204,10 @@ long long tnWriteORB2::BytesWritten(bool ofPictures) const {
                       : bytes(fAudioWriter.Get(), fEndedAudio.Get(), fAudioBytes);
 }
 
+bool tnWriteORB2::HasFailed() const {
+    return fClosedBadly || (fAssetWriter && fAssetWriter->GetFailure().Failed());
+}
+
 void tnWriteORB2::Close() {
     // Whether in time or not: the file is worth more than the frames that are stuck.
     CloseStreams(kCloseTimeoutUs);
@@ -213,7 +218,7 @@ void tnWriteORB2::Close() {
     static zPerfLog::Variable variable("tnWriteORB2_Close", 1, 50);
     const zPerfLog timing(variable);
     fInitialized = false;
-    fAssetWriter->Finish();
+    fClosedBadly = fAssetWriter->Finish().Failed();
     fVideoBytes = BytesWritten(true);
     fAudioBytes = BytesWritten(false);
     fEndedVideo.Clear();

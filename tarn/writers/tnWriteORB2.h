@@ -92,6 +92,12 @@ public:
     /// waits for its encoder or for the disk is not among them. The thread that writes.
     long long BytesWritten(bool ofPictures) const;
 
+    /// Whether the file takes nothing more: while it runs, from the failure of its disk on, which a
+    /// write that follows answers with -1052 or -1059; once it is closed, also when what still
+    /// waited then, or the end of the file, could not be written. A picture or a block that failed
+    /// alone is none. False again from Open on. The thread that writes.
+    bool HasFailed() const;
+
     /// Hands over the frame that is held and ends both tracks once both are ready; writers wait
     /// meanwhile. -14: a track was not ready in time, and both stand as they were.
     ///
@@ -102,6 +108,7 @@ public:
 
     /// CloseStreams with a minute's patience for the tracks to become ready, then completes the
     /// file whatever came of it: an encoder that does not move is cut off after some seconds more.
+    /// HasFailed tells whether the file could be completed.
     void Close();
 
 private:
@@ -188,4 +195,5 @@ private:
     RObject<Quillon::Orb::CAssetAudioWriter> fEndedAudio;
     long long fVideoBytes = 0;
     long long fAudioBytes = 0;
+    bool fClosedBadly = false;
 };

@@ -169,6 +169,63 @@ TEST_F(Writer, ClosedStreamsCloseAgainAtOnce) {
     EXPECT_EQ(fFile.samples.size(), 1u) << "the held frame left with the close";
 }
 
+TEST_F(Writer, TellsOfAFileThatFailedWhileItRunsAndOnceItIsClosed) {
+    EXPECT_FALSE(fWriter->HasFailed()) << "there is none";
+    fFile.failAtSample = 1;
+    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+    EXPECT_FALSE(fWriter->HasFailed());
+    int code = 0;
+    for (int i = 0; code == 0; ++i) {
+        Frame frame(i * 1001, 1001);
+        code = fWriter->WriteVideo(frame);
+    }
+    EXPECT_EQ(code, -1052);
+    EXPECT_TRUE(fWriter->HasFailed());
+    EXPECT_EQ(fWriter->CloseStreams(1'000'000), 0);
+    EXPECT_TRUE(fWriter->HasFailed());
+    fWriter->Close();
+    EXPECT_TRUE(fWriter->HasFailed());
+    fFile.failAtSample = -1;
+    open();
+    EXPECT_FALSE(fWriter->HasFailed()) << "another file";
+    fWriter->Close();
+    EXPECT_FALSE(fWriter->HasFailed());
+}
+
+TEST_F(Writer, TellsOfAFileThatFailedAsItWasClosed) {
+    fFile.failAtSample = 0;
+    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+    Frame frame(0, 1001);
+    EXPECT_EQ(fWriter->WriteVideo(frame), 0) << "the file gets it when it is closed";
+    EXPECT_FALSE(fWriter->HasFailed());
+    fWriter->Close();
+    EXPECT_TRUE(fWriter->HasFailed());
+    EXPECT_TRUE(fFile.finished);
+}
+
+TEST_F(Writer, APictureThatFailsAloneIsNoFailureOfTheFile) {
+    ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
+    fScript.failSample = true;
+    int code = 0;
+    for (int i = 0; code == 0; ++i) {
+        Frame frame(i * 1001, 1001);
+        code = fWriter->WriteVideo(frame);
+    }
+    EXPECT_EQ(code, -1052);
+    EXPECT_FALSE(fWriter->HasFailed());
+    fWriter->Close();
+    EXPECT_FALSE(fWriter->HasFailed());
+}
+
+TEST_F(Writer, AFileThatDidNotBeginMayStillDoSo) {
+    fFile.failBegin = true;
+    EXPECT_EQ(set_up(encoded_video("MJPEG")), -1006);
+    EXPECT_FALSE(fWriter->HasFailed());
+    fFile.failBegin = false;
+    EXPECT_EQ(fWriter->CompleteInitialization(), 0);
+    EXPECT_FALSE(fWriter->HasFailed());
+}
+
 // A file that is opened after another one begins with what the formats of that one needed.
 TEST_F(Writer, ConvertersStayFromFileToFileUntilTheyAreReplaced) {
     int converted = 0;
