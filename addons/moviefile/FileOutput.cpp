@@ -104,8 +104,9 @@ int FileOutput::write_picture(const MediaItem& item) {
 }
 
 /// A picture of another shape, or one for which there was no memory, is a hole in a file that goes
-/// on; a file that takes nothing more says the same to each.
+/// on; one that takes nothing more has the same code for each.
 bool FileOutput::bear(FailureRow& row, int code) {
+    if (fWriter->HasFailed()) return false;
     const bool isOfOne = code == kWriterConversion || code == kWriterCopy ||
                          code == kWriterVideoSample || code == kWriterAudioSample;
     if (!isOfOne) return false;
@@ -199,6 +200,7 @@ int FileOutput::write_silence(long long frameBytes) {
 int FileOutput::finish_file() {
     fWriter->Close();
     count_bytes();
+    if (fWriter->HasFailed()) return kWriterNoFile;
     return fLostPictures.Last() != 0 ? fLostPictures.Last() : fLostSound.Last();
 }
 

@@ -1,0 +1,130 @@
+// What outputs tell of themselves: failures up to the last byte of a file, what they go on
+// without, and nothing of what is over.
+
+#include <atomic>
+
+#include "orb/MovieFileInventory.h"
+#include "orb/container/MovieFile.h"
+#include "orb/testSupport.h"
+#include "tarn/writers/writerErrors.h"
+
+#include "tests/support/WaitUntil.h"
+#include "tests/support/addonHost.h"
+
+using namespace addonTest;
+using namespace Quillon::Orb;
+
+namespace {
+
+constexpr int kMany = 1 << 30;
+
+std::atomic<int> gSamples{0};
+std::atomic<bool> gTakesEnd{true};
+
+class DiskFile final : public MovieFile {
+public:
+    DiskFile(const char* path, const MovieFileOptions& options)
+        : fPath(path), fFile(MakeMovieFile(path, options)) {}
+
+    int AddTrack(const MovieTrack& track) override { return fFile->AddTrack(track); }
+    Result Begin() override { return fFile->Begin(); }
+    Result WriteSample(int track, const MovieSample& sample) override {
+        return ++fSamples > gSamples ? is_full() : fFile->WriteSample(track, sample);
+    }
+    Result Finish() override {
+        Result finished = fFile->Finish();
+        return gTakesEnd ? std::move(finished) : is_full();
+    }
+
+private:
+    Result is_full() const { return ResultError("%s: no space left on device", fPath.c_str()); }
+
+    const std::string fPath;
+    const std::unique_ptr<MovieFile> fFile;
+    int fSamples = 0;
+};
+
+/// A disk under QuickTime files that takes so many samples of each, and the end of a file or not.
+class Disk {
+public:
+    Disk(int samples, bool takesEnd) {
+        gSamples = samples;
+        gTakesEnd = takesEnd;
+        MovieFileInventory::Add('mov ', make);
+    }
+    ~Disk() { MovieFileInventory::Add('mov ', nullptr); }
+    Disk(const Disk&) = delete;
+    Disk& operator=(const Disk&) = delete;
+
+private:
+    static std::unique_ptr<MovieFile> make(const char* path, const MovieFileOptions& options) {
+        return std::make_unique<DiskFile>(path, options);
+    }
+};
+
+class Reports : public AddonTest {};
+
+TEST_F(Reports, AFileWhoseEndFailsSaysSo) {
+    const Disk disk(kMany, false);
+    Camera camera(1);
+    Show raw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
+    Show muxed("Shared QuickTime", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(raw.Add(fFolder.File("raw.mov")), 0);
+    ASSERT_EQ(muxed.Add(fFolder.File("muxed.mov")), 0);
+    camera.Write(0, 60);
+    for (Show* show : {&raw, &muxed}) {
+        EXPECT_EQ(show->Statistics(TN_MEDIA_VIDEO).fState, 0);
+        EXPECT_EQ(show->Remove(), 0);
+        for (const tnMediaType type : {TN_MEDIA_VIDEO, TN_MEDIA_AUDIO}) {
+            EXPECT_EQ(show->Statistics(type).fState, 2);
+            EXPECT_EQ(show->Statistics(type).fStatus, kWriterNoFile);
+            EXPECT_GT(show->Statistics(type).fStatusValue, 0);
+        }
+    }
+}
+
+// The last picture is held until the file is closed, so that no write can tell of it.
+TEST_F(Reports, APictureForWhichThereIsNoRoomAtTheEndIsToldOf) {
+    constexpr int kRoom = 20;
+    const Disk disk(kRoom, true);
+    Camera camera(1);
+    Show show("QuickTime", {camera.Picture("MJPEG")});
+    ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+    camera.Write(0, kRoom + 1);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+    EXPECT_EQ(show.Remove(), 0);
+    const tn_output_statistics ended = show.Statistics(TN_MEDIA_VIDEO);
+    EXPECT_EQ(ended.fState, 2);
+    EXPECT_EQ(ended.fStatus, kWriterNoFile);
+    long long bytes = 0;
+    const std::vector<Packet> kept = PacketsOf(fFolder.File("a.mov"), "v:0");
+    for (const Packet& packet : kept) bytes += packet.size;
+    EXPECT_EQ(kept.size(), static_cast<std::size_t>(kRoom));
+    EXPECT_EQ(ended.fStatusValue, bytes);
+}
+
+// At a frame a second, a row of lost pictures would be half a minute of a recording.
+TEST_F(Reports, AFileThatTakesNothingMoreIsToldOfWithItsNextPicture) {
+    const Disk disk(20, true);
+    TraceCatcher trace;
+    Camera camera(1);
+    Show show("QuickTime", {camera.Picture("MJPEG")});
+    ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+    const auto soon = std::chrono::milliseconds(1);
+    int frame = 0;
+    ASSERT_TRUE(tests::WaitUntil(
+        [&] {
+            camera.Write(frame, frame + 1);
+            ++frame;
+            return trace.HasLineWith({"no space left"});
+        },
+        soon));
+    camera.Write(frame, frame + 2);
+    EXPECT_TRUE(tests::WaitUntil([&] { return show.Statistics(TN_MEDIA_VIDEO).fState == 2; }, soon))
+        << "while it runs";
+    EXPECT_EQ(show.Remove(), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, kWriterVideoSample);
+    EXPECT_FALSE(trace.HasLineWith({"it goes on"}));
+}
+
+}  // namespace
