@@ -62,6 +62,20 @@ private:
     }
 };
 
+/// A frame of half the rows that its format tells of.
+void write_short_picture(const Camera& camera, int frame) {
+    const tnMediaRecord whole = camera.Picture(nullptr);
+    tnMediaRecord half(whole);
+    half.fHeight.SetInt32(Camera::kHeight / 2);
+    const std::unique_ptr<tnStreamBufferGroup> group(tnStreamBufferGroup::CreateForFormat(half, 1));
+    tnStreamBuffer* buffer = nullptr;
+    ASSERT_EQ(group->GetBuffer(&buffer, true), 0);
+    buffer->AddWritingRef();
+    tnFilterManager::Default()->WriteVideoSample(1, camera.MsOf(frame), frame * 1001LL, *buffer,
+                                                 whole);
+    buffer->ReleaseWriting();
+}
+
 class Reports : public AddonTest {};
 
 TEST_F(Reports, AFileWhoseEndFailsSaysSo) {
@@ -125,6 +139,28 @@ TEST_F(Reports, AFileThatTakesNothingMoreIsToldOfWithItsNextPicture) {
     EXPECT_EQ(show.Remove(), 0);
     EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, kWriterVideoSample);
     EXPECT_FALSE(trace.HasLineWith({"it goes on"}));
+}
+
+TEST_F(Reports, FramesThatAreShorterThanTheirFormatAreToldOfWhileTheyLast) {
+    constexpr int kBorne = 29;
+    Camera camera(1);
+    for (const char* format : {"QuickTime", "Shared QuickTime"}) {
+        SCOPED_TRACE(format);
+        Show show(format, {camera.Picture("MJPEG")});
+        ASSERT_EQ(show.Add(fFolder.File(std::string(format) + ".mov")), 0);
+        camera.Write(0, 10);
+        int frame = 10;
+        for (; frame < 10 + kBorne; ++frame) write_short_picture(camera, frame);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+        write_short_picture(camera, frame++);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 2);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fStatus, kWriterConversion);
+        camera.Write(frame, frame + 10);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+        EXPECT_EQ(show.Remove(), 0);
+        EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
+        EXPECT_GT(PacketsOf(fFolder.File(std::string(format) + ".mov"), "v:0").size(), 15u);
+    }
 }
 
 }  // namespace

@@ -99,12 +99,12 @@ int RawVideoCompressor::EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecord&
     RObject<CVideoSample> sample;
     const int code = create_cpu_uncompressed_videosample(buffer, format, sample);
     buffer.ReleaseWriting();
-    if (code != 0) return code;
+    if (code != 0) return note_frame(code);
     auto* const raw = new RawVideoBuffer(
         RObject<CPixelDataReference>(sample->GetDataReference<CPixelDataReference>()), format, time,
         nominal_ticks(), fOutputFormat.AsInt64('tmsc', 0));
     if (fOnEncodedBuffer) fOnEncodedBuffer(zAsSharedPtr<tnVideoCompressor::EncodedBuffer>(raw));
     if (callback) callback(raw, fUserData);
     raw->Release();
-    return 0;
+    return note_frame(0);
 }

@@ -53,7 +53,7 @@ public:
     ~RawVideoCompressor() override;
 
     int SetInputFormat(const tnMediaRecord& input) override;
-    /// 0; -1 a frame shorter than its format.
+    /// 0; -1 a frame shorter than its format, or no memory for its copy. FrameError tells of many.
     int EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecord& format, long long time,
                     bool keyFrame, Callback callback, const zRecord* metaData) override;
 

@@ -64,7 +64,8 @@ public:
     /// nobody looks at the answers to frames.
     int ConfigurationError() const;
     /// What became of the frames while it cannot encode them: 0, or, once thirty in a row became
-    /// nothing, the code of the last one, -1052 where the component refused it. Any thread.
+    /// nothing, the code of the last one, -1052 where the component refused it, -1050 for the -1 of
+    /// a frame that could not become a sample. Any thread.
     int FrameError() const { return fFrameError.load(std::memory_order_relaxed); }
     /// `time` is in ticks of the output's timescale. `format` tells the frame's size, raster type
     /// and, for packed formats, the bytes from row to row. The stream buffer is free when this
@@ -126,6 +127,9 @@ protected:
     /// By "codec_quality"; plain 4:2:2 for what it does not know.
     unsigned int ProResFormat(const tnMediaRecord& record) const;
 
+    /// Counts what became of a frame, 0 or a code, for FrameError, and gives that back. An
+    /// EncodeFrame that is overridden calls it once a frame.
+    int note_frame(int error);
     /// Gives a sample to the encoder, of whatever codec, and takes what is ready; false where the
     /// encoder failed or refused it.
     bool compress_h264(RObject<Quillon::Orb::CVideoSample> sample);
@@ -180,7 +184,6 @@ private:
     bool wrap_pixels(unsigned char* pixels, int size, const tnStreamBuffer& buffer,
                      const tnMediaRecord& format, int stride, bool copy,
                      RObject<Quillon::Orb::CVideoSample>& sample) const;
-    int note_frame(int error);
     void keep_meta_data(long long time, const zRecord& metaData);
     zRecord* take_meta_data(long long time);
     long long timescale() const;

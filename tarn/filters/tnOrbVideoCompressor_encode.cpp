@@ -22,6 +22,8 @@ namespace {
 
 constexpr int kNoEncoder = -1044;
 constexpr int kNoTime = -1046;
+constexpr int kNoSample = -1;
+constexpr int kUnusable = -1050;
 constexpr int kRefused = -1052;
 
 int raster_of(const tnMediaRecord& format) {
@@ -87,7 +89,9 @@ int tnOrbVideoCompressor::EncodeFrame(tnStreamBuffer& buffer, const tnMediaRecor
 int tnOrbVideoCompressor::note_frame(int error) {
     constexpr int kManyFrames = 30;
     fFramesLost = error == 0 ? 0 : std::min(fFramesLost + 1, kManyFrames);
-    fFrameError.store(fFramesLost == kManyFrames ? error : 0, std::memory_order_relaxed);
+    // In an output's statistics -1 would say nothing.
+    const int told = error == kNoSample ? kUnusable : error;
+    fFrameError.store(fFramesLost == kManyFrames ? told : 0, std::memory_order_relaxed);
     return error;
 }
 

@@ -440,6 +440,19 @@ TEST_F(VideoCompressorRoad, FailuresOfTheSampleAreTheFramesAnswer) {
     EXPECT_EQ(fDelivered[0].duration, 2002u) << "a frame that was no sample left no time";
 }
 
+// Nobody looks at the answers, and an output's statistics have to say more than -1.
+TEST_F(VideoCompressorRoad, FramesThatAreNoSamplesAreToldOfWhileTheyLast) {
+    begin();
+    fFrame = StreamBufferOf(kSize - 1);
+    for (int frame = 0; frame < 29; ++frame) EXPECT_EQ(encode(frame * 1001LL), -1);
+    EXPECT_EQ(fCompressor->FrameError(), 0);
+    EXPECT_EQ(encode(29 * 1001LL), -1);
+    EXPECT_EQ(fCompressor->FrameError(), -1050);
+    fFrame = StreamBufferOf(kSize);
+    EXPECT_EQ(encode(30 * 1001LL), 0);
+    EXPECT_EQ(fCompressor->FrameError(), 0);
+}
+
 // Strict constant rate.
 
 // Two frames a second, and 250000 bytes for each second. The buffer before a second's end is filled
