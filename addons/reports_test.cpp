@@ -62,6 +62,17 @@ private:
     }
 };
 
+/// The second output of a transport stream's movie, to an address that nobody listens at.
+int update_address(Show& show, tn_output_update what) {
+    zRecord record;
+    tnOutputAccessor output(record);
+    record.SetInt32('mOyp', TN_OUTPUT_STREAMING);
+    output.SetURL("udp://127.0.0.1:9");
+    output.SetOutputEnabled(true);
+    zRecord result;
+    return show.Movie().UpdateOutput(output, nullptr, result, what);
+}
+
 /// A frame of half the rows that its format tells of.
 void write_short_picture(const Camera& camera, int frame) {
     const tnMediaRecord whole = camera.Picture(nullptr);
@@ -161,6 +172,45 @@ TEST_F(Reports, FramesThatAreShorterThanTheirFormatAreToldOfWhileTheyLast) {
         EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
         EXPECT_GT(PacketsOf(fFolder.File(std::string(format) + ".mov"), "v:0").size(), 15u);
     }
+}
+
+TEST_F(Reports, WhatAnOutputThatWasRemovedWasWithoutIsOver) {
+    Camera camera(1);
+    Show show("MPEG-TS", {camera.H264(), camera.Aac()});
+    ASSERT_EQ(show.Add(fFolder.File("a.ts")), 0);
+    ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_ADD), 0);
+    camera.LoseSound(60, 420);
+    camera.Write(0, 420);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fStatus, kOutputGetsNothing);
+    ASSERT_EQ(show.Remove(), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fStatus, kOutputGetsNothing) << "so is the other";
+    camera.Write(420, 450);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fStatus, 0) << "which has sound again";
+    ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_REMOVE), 0);
+    EXPECT_EQ(show.Statistics(TN_MEDIA_AUDIO).fStatus, 0);
+}
+
+TEST_F(Reports, AFailureStaysAsLongAsItsOutput) {
+    Camera camera(1);
+    Show show("MPEG-TS", {camera.H264(), camera.Aac()});
+    const auto state = [&] { return show.Statistics(TN_MEDIA_VIDEO).fState; };
+    ASSERT_EQ(show.Add("/dev/full"), 0);
+    ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_ADD), 0);
+    int frame = 0;
+    ASSERT_TRUE(tests::WaitUntil(
+        [&] {
+            camera.Write(frame, frame + 1);
+            ++frame;
+            return state() == 2;
+        },
+        std::chrono::milliseconds(1)));
+    ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_REMOVE), 0);
+    EXPECT_EQ(state(), 2) << "the one that failed stands there yet";
+    ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_ADD), 0);
+    ASSERT_EQ(show.Remove(), 0);
+    EXPECT_EQ(state(), 0) << "the one that runs has no failure";
+    ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_REMOVE), 0);
+    EXPECT_EQ(state(), 0);
 }
 
 }  // namespace

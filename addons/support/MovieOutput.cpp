@@ -41,8 +41,7 @@ MovieOutput::MovieOutput(Settings settings, Room room)
 
 MovieOutput::~MovieOutput() = default;
 
-int MovieOutput::Start(Report report) {
-    fReport = std::move(report);
+int MovieOutput::Start() {
     auto body = std::make_unique<Body>(shared_from_this());
     fThread.reset(zThread::Factory("movie output", body.get(), kThreadClass, kThreadNumber));
     if (!fThread) {
@@ -81,9 +80,9 @@ bool MovieOutput::has_ended() {
     return true;
 }
 
-bool MovieOutput::has_failed() {
+int MovieOutput::Failure() {
     const zMutexLock lock(fLock);
-    return fFailure != 0;
+    return fFailure;
 }
 
 bool MovieOutput::takes_picture(tnVideoCompressor::EncodedBuffer&) {
@@ -265,7 +264,7 @@ void MovieOutput::complete() {
 
 /// A movie that ended while its pictures waited for sound is better without than not at all.
 void MovieOutput::begin_at_end() {
-    if (has_failed() || !fStart.DecideAtEnd()) return;
+    if (Failure() != 0 || !fStart.DecideAtEnd()) return;
     const int code = begin();
     if (code != 0) fail(code);
 }
@@ -316,5 +315,4 @@ void MovieOutput::fail(int code) {
     }
     zTrace("'{}': the output stopped with {}; what stands there is kept, the others go on\n",
            fSettings.where, code);
-    if (fReport) fReport(code);
 }

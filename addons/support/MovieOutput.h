@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,10 +15,10 @@
 /// One running output of a movie: takes encoded buffers on the threads that deliver them, and
 /// writes on a thread of its own from where its tracks start together.
 ///
-/// It is opened, started, written to and stopped. A failure stops it alone: it reports once, takes
-/// nothing more, and keeps what stands in its file. A queue that is full is such a failure, but for
-/// an output that says otherwise: its writes wait, as long as WaitAllowance lets them, and then
-/// what has no room is left out until the output has caught up.
+/// It is opened, started, written to and stopped. A failure stops it alone: it takes nothing more,
+/// says so to whoever asks, and keeps what stands in its file. A queue that is full is such a
+/// failure, but for an output that says otherwise: its writes wait, as long as WaitAllowance lets
+/// them, and then what has no room is left out until the output has caught up.
 class MovieOutput : public std::enable_shared_from_this<MovieOutput> {
 public:
     /// The status of an output that could not keep up.
@@ -42,7 +41,6 @@ public:
         std::size_t bytes;
         bool waits;
     };
-    using Report = std::function<void(int code)>;
 
     virtual ~MovieOutput();
     MovieOutput(const MovieOutput&) = delete;
@@ -51,9 +49,8 @@ public:
     /// Looks whether there can be an output: 0 or a negative code. Control thread.
     virtual int Open() = 0;
     /// Starts the thread, which keeps this object while it runs. 0, or kNoThread with a trace line,
-    /// and nothing runs, when the system has no thread to give. `report` is called once, from any
-    /// thread, if the output fails.
-    int Start(Report report);
+    /// and nothing runs, when the system has no thread to give.
+    int Start();
     /// Takes nothing more, writes what waits, completes the file. Control thread; once. Blocks as
     /// long as that takes, but no longer than the settings say: a disk that never answers then
     /// keeps the output's thread, which ends when it may, and nothing else.
@@ -64,6 +61,8 @@ public:
     void WriteAudio(const std::shared_ptr<tnFilter>& filter,
                     std::shared_ptr<tnAudioCompressor::EncodedBuffer> buffer);
 
+    /// The first failure, which stopped it, or 0. Any thread.
+    int Failure() SPAR_EXCLUDES(fLock);
     /// What the pictures, or the sound, of an output that goes on are without: 0, kOutputLeavesOut
     /// or kOutputGetsNothing. Any thread.
     int Trouble(bool ofPictures) SPAR_EXCLUDES(fLock);
@@ -98,7 +97,6 @@ private:
     class Body;
 
     bool has_ended() SPAR_EXCLUDES(fLock);
-    bool has_failed() SPAR_EXCLUDES(fLock);
     /// What waits, and what is missing, of one track.
     struct Track {
         const char* what;
@@ -133,7 +131,6 @@ private:
     void fail(int code) SPAR_EXCLUDES(fLock);
 
     const Room fRoom;
-    Report fReport;  // fixed by Start
     std::unique_ptr<zThread> fThread;
 
     // the thread that delivers pictures, and the one that delivers sound

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <new>
 
+#include "orb/testSupport.h"
 #include "tarn/writers/writerErrors.h"
 
 #include "addons/support/OutputFan.h"
@@ -104,15 +105,9 @@ protected:
         settings.hasSound = hasSound;
         settings.stopSeconds = stopSeconds;
         auto output = std::make_shared<GatedOutput>(settings, room);
-        output->Start([this](int code) {
-            ++fReports;
-            fCode = code;
-        });
+        EXPECT_EQ(output->Start(), 0);
         return output;
     }
-
-    std::atomic<int> fReports{0};
-    std::atomic<int> fCode{0};
 };
 
 TEST_F(Outputs, EverythingThatWaitsIsWrittenBeforeTheEnd) {
@@ -121,7 +116,7 @@ TEST_F(Outputs, EverythingThatWaitsIsWrittenBeforeTheEnd) {
     output->Stop();
     EXPECT_EQ(output->fWritten, 50);
     EXPECT_EQ(output->PicturesWritten(), 50);
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
     output->WriteVideo(nullptr, picture(50));  // too late, and no harm
     EXPECT_EQ(output->fWritten, 50);
 }
@@ -130,10 +125,10 @@ TEST_F(Outputs, WithoutAThreadThereIsNone) {
     const auto output = std::make_shared<GatedOutput>(MovieOutput::Settings{}, MovieOutput::Room{});
     {
         const tests::NoThreads none;
-        EXPECT_EQ(output->Start([this](int) { ++fReports; }), MovieOutput::kNoThread);
+        EXPECT_EQ(output->Start(), MovieOutput::kNoThread);
     }
     output->Stop();
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
     EXPECT_EQ(output.use_count(), 1) << "nothing keeps it";
 }
 
@@ -142,9 +137,10 @@ TEST_F(Outputs, AFullQueueThatDoesNotWaitIsAFailureToldOnce) {
     output->OpenGate(false);
     output->WriteVideo(nullptr, picture(0));
     output->WaitUntilAtGate();
+    Quillon::Orb::TraceCatcher trace;
     for (int i = 1; i < 20; ++i) output->WriteVideo(nullptr, picture(i));
-    EXPECT_EQ(fReports, 1);
-    EXPECT_EQ(fCode, MovieOutput::kTooSlow);
+    EXPECT_EQ(output->Failure(), MovieOutput::kTooSlow);
+    EXPECT_EQ(trace.Count(), 1);
     output->OpenGate(true);
     output->Stop();
     EXPECT_EQ(output->fWritten, 1);
@@ -156,9 +152,9 @@ TEST_F(Outputs, BytesFillAQueueToo) {
     output->WriteVideo(nullptr, picture(0));
     output->WaitUntilAtGate();
     for (int i = 1; i <= 4; ++i) output->WriteVideo(nullptr, picture(i));
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
     output->WriteVideo(nullptr, picture(5));
-    EXPECT_EQ(fReports, 1);
+    EXPECT_EQ(output->Failure(), MovieOutput::kTooSlow);
     output->OpenGate(true);
     output->Stop();
 }
@@ -168,7 +164,7 @@ TEST_F(Outputs, AFullQueueThatWaitsLosesNothingWhileItMoves) {
     for (int i = 0; i < 300; ++i) output->WriteVideo(nullptr, picture(i));
     output->Stop();
     EXPECT_EQ(output->fWritten, 300);
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
 }
 
 // Waits for real: what a WaitAllowance has, once.
@@ -187,7 +183,7 @@ TEST_F(Outputs, WhatHasNoRoomIsLeftOutUntilThereIsSome) {
     EXPECT_EQ(output->Trouble(true), 0);
     output->Stop();
     EXPECT_EQ(output->fWritten, 4);
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
 }
 
 // One picture is written where ten come: were a write to wait for that one, the next ten would
@@ -202,7 +198,7 @@ TEST_F(Outputs, AnOutputThatMovesSlowlyHoldsNobodyUp) {
         ASSERT_TRUE(output->WaitUntilWritten(i / 10 + 1)) << i;
     }
     EXPECT_EQ(output->Trouble(true), kOutputLeavesOut);
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
     output->OpenGate(true);
     output->Stop();
     EXPECT_GE(output->fWritten, 34);
@@ -241,7 +237,7 @@ TEST_F(Outputs, ATrackThatGetsNothingIsToldUntilItDoes) {
     for (int i = 0; i < 501; ++i) output->WriteAudio(nullptr, sound(1));  // of twenty each
     EXPECT_EQ(output->Trouble(true), kOutputGetsNothing);
     output->Stop();
-    EXPECT_EQ(fReports, 0);
+    EXPECT_EQ(output->Failure(), 0);
 }
 
 TEST_F(Outputs, AMovieThatBeganWithoutSoundSaysSoToItsEnd) {
@@ -283,8 +279,7 @@ TEST_F(Outputs, AFailedWriteIsToldOnceAndEndsTheFile) {
     for (int i = 0; i < 10; ++i) output->WriteVideo(nullptr, picture(i));
     output->WaitUntilFinished();
     output->Stop();
-    EXPECT_EQ(fReports, 1);
-    EXPECT_EQ(fCode, -1052);
+    EXPECT_EQ(output->Failure(), -1052);
     EXPECT_EQ(output->fWritten, 1);
     EXPECT_EQ(output->PicturesWritten(), 0);
 }
@@ -296,8 +291,7 @@ TEST_F(Outputs, AnOutputWithoutMemoryEndsAlone) {
     for (int i = 0; i < 10; ++i) output->WriteVideo(nullptr, picture(i));
     output->WaitUntilFinished();
     output->Stop();
-    EXPECT_EQ(fReports, 1);
-    EXPECT_EQ(fCode, MovieOutput::kNoMemory);
+    EXPECT_EQ(output->Failure(), MovieOutput::kNoMemory);
     EXPECT_EQ(output->fWritten, 1);
     other->WriteVideo(nullptr, picture(0));
     other->Stop();
@@ -311,8 +305,7 @@ TEST_F(Outputs, AnOutputThatHangsIsLeftBehind) {
     output->WriteVideo(nullptr, picture(0));
     output->WaitUntilAtGate();
     output->Stop();
-    EXPECT_EQ(fReports, 1);
-    EXPECT_EQ(fCode, MovieOutput::kTooSlow);
+    EXPECT_EQ(output->Failure(), MovieOutput::kTooSlow);
     output->OpenGate(true);
     output->WaitUntilFinished();  // its thread ends when it may
 }

@@ -22,12 +22,19 @@ std::shared_ptr<const OutputFan::Outputs> OutputFan::outputs() const {
     return fOutputs;
 }
 
-std::shared_ptr<MovieOutput> OutputFan::FindInTrouble(bool ofPictures) const {
+template <class Wanted>
+std::shared_ptr<MovieOutput> OutputFan::first_that(const Wanted& wanted) const {
     const std::shared_ptr<const Outputs> running = outputs();
-    const auto found = std::find_if(running->begin(), running->end(), [&](const auto& output) {
-        return output->Trouble(ofPictures) != 0;
-    });
+    const auto found = std::find_if(running->begin(), running->end(), wanted);
     return found != running->end() ? *found : nullptr;
+}
+
+std::shared_ptr<MovieOutput> OutputFan::FindFailed() const {
+    return first_that([](const auto& output) { return output->Failure() != 0; });
+}
+
+std::shared_ptr<MovieOutput> OutputFan::FindInTrouble(bool ofPictures) const {
+    return first_that([&](const auto& output) { return output->Trouble(ofPictures) != 0; });
 }
 
 void OutputFan::WriteVideo(std::shared_ptr<tnFilter> filter,

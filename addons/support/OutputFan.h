@@ -19,6 +19,8 @@ public:
     void Add(std::shared_ptr<MovieOutput> output) SPAR_EXCLUDES(fLock);
     void Remove(const std::shared_ptr<MovieOutput>& output) SPAR_EXCLUDES(fLock);
 
+    /// The first one that has failed; null for none.
+    std::shared_ptr<MovieOutput> FindFailed() const SPAR_EXCLUDES(fLock);
     /// The first one that goes on without a part of its pictures, or of its sound; null for none.
     std::shared_ptr<MovieOutput> FindInTrouble(bool ofPictures) const SPAR_EXCLUDES(fLock);
 
@@ -31,6 +33,8 @@ private:
     using Outputs = std::vector<std::shared_ptr<MovieOutput>>;
 
     std::shared_ptr<const Outputs> outputs() const SPAR_EXCLUDES(fLock);
+    template <class Wanted>
+    std::shared_ptr<MovieOutput> first_that(const Wanted& wanted) const SPAR_EXCLUDES(fLock);
 
     mutable zMutex fLock;
     // Replaced and never changed, so that a write goes on with the one that it took.

@@ -3,7 +3,6 @@
 #include <limits>
 #include <utility>
 
-#include "spar/zAsSharedPtr.h"
 #include "spar/zFileStream.h"
 #include "tarn/filters/tnAacAudioCompressor.h"
 #include "tarn/filters/tnOrbVideoCompressor.h"
@@ -83,9 +82,12 @@ OutputMovieStream::OutputMovieStream(int source, const tnMediaRecord& request,
 int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
     const int code = tnOutputStream::GetOutputStatistics(statistics);
     if (statistics.fState != 0) return code;
-    const std::shared_ptr<tnFilter> filter = std::atomic_load(&fFilter);
-    statistics.fStatus = error_of(filter.get());
-    if (const auto output = fFan->FindInTrouble(HasPictures()); output && statistics.fStatus == 0) {
+    if (const auto failed = fFan->FindFailed()) {
+        statistics.fStatus = failed->Failure();
+        statistics.fStatusValue = failed->BytesWritten(HasPictures());
+    } else if (const int error = error_of(std::atomic_load(&fFilter).get()); error != 0) {
+        statistics.fStatus = error;
+    } else if (const auto output = fFan->FindInTrouble(HasPictures())) {
         statistics.fStatus = output->Trouble(HasPictures());
         statistics.fStatusValue = output->BytesWritten(HasPictures());
     }
@@ -93,12 +95,10 @@ int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
     return code;
 }
 
-void OutputMovieStream::KeepTrouble(MovieOutput& output) {
-    const int trouble = output.Trouble(HasPictures());
-    tn_output_statistics statistics;
-    tnOutputStream::GetOutputStatistics(statistics);
-    if (trouble == 0 || statistics.fStatus != 0) return;
-    SetStatus(trouble, output.BytesWritten(HasPictures()));
+void OutputMovieStream::Keep(MovieOutput& output) {
+    const int failure = output.Failure();
+    const int code = failure != 0 ? failure : output.Trouble(HasPictures());
+    if (code != 0) SetStatus(code, output.BytesWritten(HasPictures()));
 }
 
 OutputMovie::OutputMovie(unsigned int id, const char* name)
@@ -168,7 +168,7 @@ int OutputMovie::BeginOutput(const tnOutputAccessor& output, const zRecord* sett
     const std::shared_ptr<MovieOutput> made = make_output(wish);
     int code = made->Open();
     if (code != 0) return code;
-    code = made->Start(reporter(made));
+    code = made->Start();
     if (code != 0) return code;
     fFan->Add(made);
     fRunning[type] = made;
@@ -189,12 +189,14 @@ void OutputMovie::end_output(tn_output type) {
     if (found == fRunning.end()) return;
     const std::shared_ptr<MovieOutput> output = found->second;
     fRunning.erase(found);
+    const bool isLast = fRunning.empty();
     // Encoders go first: a torn-down encoder frees the processor for what is still to be written.
-    if (fRunning.empty()) leave_encoders();
+    if (isLast) leave_encoders();
     fFan->Remove(output);
     output->Stop();
-    for (tnStream* stream : fStreams) static_cast<OutputMovieStream&>(*stream).KeepTrouble(*output);
     fLast = output;
+    if (!isLast) return;  // what it had to tell goes with it
+    for (tnStream* stream : fStreams) static_cast<OutputMovieStream&>(*stream).Keep(*output);
 }
 
 int OutputMovie::join_encoders() {
@@ -213,20 +215,6 @@ void OutputMovie::leave_encoders() {
     for (tnStream* stream : fStreams) {
         tnSharedEncoders::Leave(static_cast<OutputMovieStream&>(*stream));
     }
-}
-
-// The report outlives neither: the output ends before it goes, and the streams are held here.
-MovieOutput::Report OutputMovie::reporter(const std::shared_ptr<MovieOutput>& output) {
-    const std::weak_ptr<MovieOutput> from = output;
-    const std::shared_ptr<tnOutputStream> pictures =
-        zAsSharedPtr<tnOutputStream>(stream_of(TN_MEDIA_VIDEO));
-    const std::shared_ptr<tnOutputStream> sound =
-        zAsSharedPtr<tnOutputStream>(stream_of(TN_MEDIA_AUDIO));
-    return [from, pictures, sound](int code) {
-        const std::shared_ptr<MovieOutput> failed = from.lock();
-        if (pictures) pictures->SetStatus(code, failed ? failed->BytesWritten(true) : 0);
-        if (sound) sound->SetStatus(code, failed ? failed->BytesWritten(false) : 0);
-    };
 }
 
 std::string OutputMovie::place_for(const tnOutputAccessor& output) {

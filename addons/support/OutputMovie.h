@@ -19,11 +19,12 @@ public:
                       std::shared_ptr<tnOutputStreamSync> sync, std::shared_ptr<OutputFan> fan);
     const tnMediaRecord& EncodedFormat() const override { return fTrack; }
     bool HasPictures() const { return fTrack.fType.AsInt32(0) == TN_MEDIA_VIDEO; }
-    /// Beside what the output reports: an encoder that could not be set up for the source, or is
-    /// not there; what an output that goes on is without.
+    /// While outputs run: the failure of one; or, as long as it lasts, an encoder that cannot be
+    /// set up for the source, is not there or can take none of the frames, or what an output that
+    /// goes on is without. What is kept of the last output, before that.
     int GetOutputStatistics(tn_output_statistics& statistics) override;
-    /// Keeps what an output that ends was without.
-    void KeepTrouble(MovieOutput& output);
+    /// Keeps what the last output failed with, or was without.
+    void Keep(MovieOutput& output);
 
 private:
     const tnMediaRecord fTrack;
@@ -83,7 +84,6 @@ private:
     void leave_encoders();
     void end_output(tn_output type);
     std::string place_for(const tnOutputAccessor& output);
-    MovieOutput::Report reporter(const std::shared_ptr<MovieOutput>& output);
 
     const unsigned int fID;
     const char* const fName;
