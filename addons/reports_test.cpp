@@ -10,6 +10,7 @@
 
 #include "tests/support/WaitUntil.h"
 #include "tests/support/addonHost.h"
+#include "tests/support/orbDoubles.h"
 
 using namespace addonTest;
 using namespace Quillon::Orb;
@@ -211,6 +212,38 @@ TEST_F(Reports, AFailureStaysAsLongAsItsOutput) {
     EXPECT_EQ(state(), 0) << "the one that runs has no failure";
     ASSERT_EQ(update_address(show, TN_OUTPUT_UPDATE_REMOVE), 0);
     EXPECT_EQ(state(), 0);
+}
+
+TEST_F(Reports, AnOutputThatBeginsAnewHasNoFormerEncodersFailure) {
+    Camera camera(1);
+    Show show("Shared QuickTime", {camera.H264(), camera.Aac()});
+    const auto status = [&] { return show.Statistics(TN_MEDIA_VIDEO).fStatus; };
+    ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+    camera.Write(0, 30);
+    for (int frame = 30; frame < 70; ++frame) camera.WriteOddPicture(frame, 128, 96, 'I420');
+    const int odd = status();
+    EXPECT_TRUE(odd == kWriterConversion || odd == kWriterVideoSample) << odd;
+    EXPECT_EQ(show.Enable(false), 0);
+    EXPECT_EQ(status(), odd) << "what it was without when it ended";
+    EXPECT_GT(show.Statistics(TN_MEDIA_VIDEO).fStatusValue, 0);
+    EXPECT_EQ(show.Enable(true), 0);
+    EXPECT_EQ(status(), 0);
+    camera.Write(70, 100);
+    EXPECT_EQ(status(), 0);
+}
+
+// Encoders are large, with what they look ahead.
+TEST_F(Reports, AnOutputThatIsSwitchedOffKeepsNoEncoder) {
+    orbDoubles::Script script;
+    const orbDoubles::Registered<CVideoCompressor, orbDoubles::Compressor> encoder('mjpg', script);
+    Camera camera(1);
+    Show show("Shared QuickTime", {camera.Picture("MJPEG")});
+    ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
+    camera.Write(0, 10);
+    EXPECT_EQ(script.begun, 1);
+    EXPECT_EQ(script.ended, 0);
+    EXPECT_EQ(show.Enable(false), 0);
+    EXPECT_EQ(script.ended, 1);
 }
 
 }  // namespace

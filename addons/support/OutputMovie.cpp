@@ -95,10 +95,23 @@ int OutputMovieStream::GetOutputStatistics(tn_output_statistics& statistics) {
     return code;
 }
 
+void OutputMovieStream::Begin() {
+    SetStatus(0, 0);
+    std::atomic_store(&fFilter, {});
+}
+
+void OutputMovieStream::LetEncoderGo() {
+    const std::shared_ptr<tnFilter> filter = std::atomic_exchange(&fFilter, {});
+    SetStatus(error_of(filter.get()), 0);
+}
+
 void OutputMovieStream::Keep(MovieOutput& output) {
-    const int failure = output.Failure();
-    const int code = failure != 0 ? failure : output.Trouble(HasPictures());
-    if (code != 0) SetStatus(code, output.BytesWritten(HasPictures()));
+    tn_output_statistics kept;
+    tnOutputStream::GetOutputStatistics(kept);
+    int code = output.Failure();
+    if (code == 0) code = kept.fStatus;
+    if (code == 0) code = output.Trouble(HasPictures());
+    SetStatus(code, code != 0 ? output.BytesWritten(HasPictures()) : 0);
 }
 
 OutputMovie::OutputMovie(unsigned int id, const char* name)
@@ -190,9 +203,9 @@ void OutputMovie::end_output(tn_output type) {
     const std::shared_ptr<MovieOutput> output = found->second;
     fRunning.erase(found);
     const bool isLast = fRunning.empty();
-    // Encoders go first: a torn-down encoder frees the processor for what is still to be written.
-    if (isLast) leave_encoders();
     fFan->Remove(output);
+    // Before the end: a torn-down encoder frees the processor for what is still to be written.
+    if (isLast) leave_encoders();
     output->Stop();
     fLast = output;
     if (!isLast) return;  // what it had to tell goes with it
@@ -204,7 +217,7 @@ int OutputMovie::join_encoders() {
     prepare();
     for (tnStream* stream : fStreams) {
         auto& observer = static_cast<OutputMovieStream&>(*stream);
-        observer.SetStatus(0, 0);
+        observer.Begin();
         const int code = tnSharedEncoders::Join(observer);
         if (code != 0) return code;
     }
@@ -213,7 +226,9 @@ int OutputMovie::join_encoders() {
 
 void OutputMovie::leave_encoders() {
     for (tnStream* stream : fStreams) {
-        tnSharedEncoders::Leave(static_cast<OutputMovieStream&>(*stream));
+        auto& observer = static_cast<OutputMovieStream&>(*stream);
+        tnSharedEncoders::Leave(observer);
+        observer.LetEncoderGo();
     }
 }
 

@@ -23,6 +23,10 @@ public:
     /// set up for the source, is not there or can take none of the frames, or what an output that
     /// goes on is without. What is kept of the last output, before that.
     int GetOutputStatistics(tn_output_statistics& statistics) override;
+    /// Forgets what is kept, and a filter that may have come behind the last output.
+    void Begin();
+    /// Once the stream has left its encoder: lets that go, and keeps what it could not do.
+    void LetEncoderGo();
     /// Keeps what the last output failed with, or was without.
     void Keep(MovieOutput& output);
 
