@@ -206,16 +206,11 @@ TEST_F(Replay, OldSegmentsGoWhileItRecordsAndHeldOnesStay) {
     ASSERT_EQ(Begin(show, 0.2, 1.0), 0);
     tnReplayManifest* const manifest =
         tnReplayManifest::GetManifest((fFolderOfShow + "/replay.xml").c_str());
-    tnReplaySegment* held = nullptr;
-    int frame = 0;
-    // The output writes on its own thread; the camera goes on until it has listed something.
-    while (held == nullptr && frame < 3000) {
-        fCamera.Write(frame, frame + 5);
-        frame += 5;
-        held = manifest->GetFirstSegment();
-    }
+    fCamera.Write(0, 30);  // a second: nothing is old yet
+    ASSERT_TRUE(tests::WaitUntil([&] { return !manifest->IsEmpty(); }));
+    tnReplaySegment* const held = manifest->GetFirstSegment();
     ASSERT_NE(held, nullptr);
-    fCamera.Write(frame, frame + 300);
+    fCamera.Write(30, 130);
     ASSERT_EQ(show.Remove(), 0);
     zString path;
     EXPECT_EQ(manifest->GetSegmentPath(held, path), 0);
@@ -262,10 +257,10 @@ private:
 };
 
 //   kept         10 s, and a tenth more before the next deletion
-//   recorded     |1 held|--------------- 20 s of segments of 0.2 s ---------------|
+//   recorded     |1 held|--------------- 20 s of segments of 0.5 s ---------------|
 TEST_F(Replay, HeldSegmentDoesNotMakeDeletionsMoreFrequent) {
     Show show("Replay", {fCamera.Picture("MJPEG")});
-    ASSERT_EQ(Begin(show, 0.2, 10), 0);
+    ASSERT_EQ(Begin(show, 0.5, 10), 0);
     const Rewrites rewrites(fFolderOfShow);
     tnReplayManifest* const manifest =
         tnReplayManifest::GetManifest((fFolderOfShow + "/replay.xml").c_str());
