@@ -221,15 +221,15 @@ TEST_F(LostMemoryTest, WhereverACheckpointHasNoneTheFileStopsAlone) {
         ASSERT_EQ(file.Begin(), 0);
         // One for the head, two for the first checkpoint.
         ASSERT_TRUE(tests::WaitUntil([&] { return syncs >= 3 || gLeftOnIndexThread < 0; },
-                                     std::chrono::microseconds(0)));
-        failed = gLeftOnIndexThread < 0;
+                                     std::chrono::microseconds(100)));
+        // A later checkpoint, of the frame below, lacks nothing any more.
+        failed = gLeftOnIndexThread.exchange(-1) < 0;
         int frames = 0;
         const auto has_stopped = [&] { return WriteFrame(file, frames++).Failed(); };
         if (failed)
             EXPECT_TRUE(tests::WaitUntil(has_stopped, std::chrono::microseconds(100)));
         else
             EXPECT_FALSE(has_stopped());
-        gLeftOnIndexThread = -1;
         const Result finished = file.Finish();
         EXPECT_EQ(finished.Failed(), failed);
         if (failed) ExpectWhole(finished);
