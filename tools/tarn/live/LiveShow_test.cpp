@@ -345,7 +345,8 @@ TEST_F(RunningShow, PlaysOnUntilEncodersHaveGivenWhatTheyHold) {
     EXPECT_EQ(state(0), LiveState::kRunning);
 }
 
-// An encoder holds frames, not seconds: at one a second it takes long until they are out.
+// An encoder holds frames, not seconds: at one a second it takes long until they are out. Fifty of
+// them are five seconds here, two seconds were a fifth of one, and the source needs 1.7.
 TEST_F(RunningShow, PlaysOnLongEnoughForASlowSource) {
     Show show;
     ASSERT_TRUE(ReadShowText(R"(<show><source name="bars" picture="bars" tn_width="32")"
@@ -355,7 +356,7 @@ TEST_F(RunningShow, PlaysOnLongEnoughForASlowSource) {
                              "</show>",
                              "test", show, fError))
         << fError;
-    LiveShow fast(100);
+    LiveShow fast(10);
     ASSERT_TRUE(fast.Prepare(show, fError)) << fError;
     ASSERT_TRUE(fast.Start(fError)) << fError;
     const LiveSource& source = *fast.Sources()[0];
@@ -407,9 +408,11 @@ TEST_F(RunningShow, AnOutputThatNothingEverReachesHasFailed) {
     LiveShow fast(100);
     ASSERT_TRUE(fast.Prepare(show, fError)) << fError;
     ASSERT_TRUE(fast.Start(fError)) << fError;
+    constexpr long long kHalfAMinute = 30 * 25;
     fast.Poll();
-    EXPECT_EQ(fast.Outputs()[0].figures.text, "");
-    while (fast.Sources()[0]->Figures().frames < 30 * 25) std::this_thread::yield();
+    const bool isSilent = fast.Outputs()[0].figures.text.empty();
+    EXPECT_TRUE(isSilent || fast.Sources()[0]->Figures().frames >= kHalfAMinute);
+    while (fast.Sources()[0]->Figures().frames < kHalfAMinute) std::this_thread::yield();
     fast.Poll();
     EXPECT_EQ(fast.Outputs()[0].state, LiveState::kRunning) << "it may come yet";
     EXPECT_NE(fast.Outputs()[0].figures.text.find("nothing has come"), std::string::npos);
