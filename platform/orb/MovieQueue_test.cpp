@@ -1,5 +1,6 @@
 #include "orb/MovieQueue.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -86,14 +87,24 @@ TEST_F(MovieQueueTest, SilentTrackDelaysTheOthersOnceAndStallsNobody) {
 }
 
 // Track 1 comes second; a full queue of track 0 waits for it all the same, well within the
-// patience.
+// patience, which is half a second. A round that the machine held up for longer has another try:
+// it shows nothing, as track 1 was late then.
 TEST_F(MovieQueueTest, FullQueueWaitsForTheTrackThatIsBehind) {
-    MovieQueue queue("'test'");
-    ASSERT_EQ(0, Begin(queue, 4));
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(0, queue.Push(0, sample_at(10 * i, 10)));
-    EXPECT_FALSE(queue.HasRoom(0));
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(0, queue.Push(1, sample_at(100 * i - 50, 100)));
-    EXPECT_EQ(0, queue.Finish());
+    bool isInTime = false;
+    bool hadRoom = true;
+    for (int round = 0; round < 10 && !isInTime; ++round) {
+        disk.written.clear();
+        MovieQueue queue("'test'");
+        ASSERT_EQ(0, Begin(queue, 4));
+        const auto begun = std::chrono::steady_clock::now();
+        for (int i = 0; i < 4; ++i) ASSERT_EQ(0, queue.Push(0, sample_at(10 * i, 10)));
+        hadRoom = queue.HasRoom(0);
+        for (int i = 0; i < 4; ++i) ASSERT_EQ(0, queue.Push(1, sample_at(100 * i - 50, 100)));
+        isInTime = std::chrono::steady_clock::now() - begun < std::chrono::milliseconds(400);
+        EXPECT_EQ(0, queue.Finish());
+    }
+    ASSERT_TRUE(isInTime);
+    EXPECT_FALSE(hadRoom);
     const std::vector<std::pair<int, long long>> expected = {{1, -50}, {0, 0},  {1, 50},  {0, 10},
                                                              {1, 150}, {0, 20}, {1, 250}, {0, 30}};
     EXPECT_EQ(expected, Order());
