@@ -8,7 +8,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "tests/support/Probe.h"
@@ -208,10 +207,6 @@ inline void ExpectInSequence(const std::vector<int>& numbers, const std::string&
     for (std::size_t i = 1; i < numbers.size(); ++i) {
         ASSERT_EQ(numbers[i], numbers[i - 1] + 1) << what << " picture " << i;
     }
-}
-
-inline std::string FreeAddress() {
-    return "udp://127.0.0.1:" + std::to_string(20000 + getpid() % 20000);
 }
 
 }  // namespace liveKit

@@ -4,21 +4,84 @@
 // anything is.
 
 #include <arpa/inet.h>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
 
+#include "tests/support/WaitUntil.h"
 #include "tests/system/liveKit.h"
 
 using namespace liveKit;
 
+namespace {
+
+/// A port of this machine that somebody listens to, until it is closed: the one that is asked for,
+/// or any.
+class Listener {
+public:
+    explicit Listener(int port = 0) : fSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<in_port_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (bind(fSocket, reinterpret_cast<sockaddr*>(&address), length) != 0) return;
+        getsockname(fSocket, reinterpret_cast<sockaddr*>(&address), &length);
+        fPort = ntohs(address.sin_port);
+    }
+    ~Listener() { close(fSocket); }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    bool Listens() const { return fPort != 0; }
+    std::string Address() const { return "udp://127.0.0.1:" + std::to_string(fPort); }
+
+private:
+    const int fSocket;
+    int fPort = 0;
+};
+
+/// A port that nobody has, below those that the system gives to whoever asks for any: a test beside
+/// this one shall not get it before it is listened to here.
+std::string free_address() {
+    constexpr int kPorts = 12000;
+    for (int i = 0; i < kPorts; ++i) {
+        const Listener free(20000 + (getpid() + i) % kPorts);
+        if (free.Listens()) return free.Address();
+    }
+    ADD_FAILURE() << "every port is taken";
+    return "";
+}
+
+/// Waits until the file has not grown for a second: what was on its way to it is there then.
+void wait_until_it_stands(const std::string& path) {
+    std::uintmax_t before = 0;
+    int alike = 0;
+    EXPECT_TRUE(tests::WaitUntil(
+        [&] {
+            std::error_code error;
+            const std::uintmax_t size = std::filesystem::file_size(path, error);
+            alike = !error && size > 0 && size == before ? alike + 1 : 0;
+            before = size;
+            return alike == 10;
+        },
+        std::chrono::milliseconds(100)));
+}
+
+}  // namespace
+
 TEST(Live, SixOutputsOfTwoClipsWithOneAddedAndOneRemoved) {
     const TestFolder folder;
-    const std::string address = FreeAddress();
+    const std::string address = free_address();
     RunningShow show(WriteShow(
         folder, Clip("cup", kCup) + Clip("box", kBox) +
                     Output("cup", "prores", "QuickTime", folder.File("prores.mov"), kProRes) +
@@ -28,9 +91,9 @@ TEST(Live, SixOutputsOfTwoClipsWithOneAddedAndOneRemoved) {
                     Output("cup", "ts", "MPEG-TS", folder.File("shared.ts"), kX264) +
                     Output("cup", "udp", "MPEG-TS", address, kX264)));
     ASSERT_TRUE(show.PlayTo(0.5)) << show.End().err;
-    // The receiver ends by itself when nothing has come for a while.
+    // The receiver ends by itself only when nothing comes for so long that the show must be gone.
     BackgroundProcess receiver({"ffmpeg", "-v", "error", "-nostdin", "-y", "-i",
-                                address + "?timeout=4000000&fifo_size=100000", "-c", "copy",
+                                address + "?timeout=60000000&fifo_size=100000", "-c", "copy",
                                 folder.File("received.ts")});
     ASSERT_TRUE(show.PlayTo(3));
     ASSERT_TRUE(show.Command(
@@ -55,38 +118,15 @@ TEST(Live, SixOutputsOfTwoClipsWithOneAddedAndOneRemoved) {
     ExpectWholeMovie(folder.File("shared.mp4"), "h264", cup, 100);
     ExpectWholeMovie(folder.File("shared.ts"), "h264", cup, 180);
     ExpectWholeMovie(folder.File("late.mov"), "h264", box, 90);
+    wait_until_it_stands(folder.File("received.ts"));
+    // The first ends it when the next datagram comes, the second at once.
+    receiver.Signal(SIGINT);
+    receiver.Signal(SIGTERM);
     receiver.Wait();
     ExpectSteadyPictures(folder.File("received.ts"), cup, 90);
     EXPECT_EQ(ProbeStream(folder.File("received.ts"), "v:0", "codec_name"), "h264");
     EXPECT_EQ(ProbeStream(folder.File("received.ts"), "a:0", "codec_name"), "aac");
 }
-
-namespace {
-
-/// A port of this machine that somebody listens to, until it is closed.
-class Listener {
-public:
-    Listener() : fSocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(fSocket, reinterpret_cast<sockaddr*>(&address), length), 0);
-        getsockname(fSocket, reinterpret_cast<sockaddr*>(&address), &length);
-        fPort = ntohs(address.sin_port);
-    }
-    ~Listener() { close(fSocket); }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-    std::string Address() const { return "udp://127.0.0.1:" + std::to_string(fPort); }
-
-private:
-    const int fSocket;
-    int fPort = 0;
-};
-
-}  // namespace
 
 // A datagram to nobody is lost without a word; where the socket is connected the system says that
 // the peer is gone.
@@ -94,6 +134,7 @@ TEST(Live, AReceiverThatIsGoneStopsThatOutputAlone) {
     const TestFolder folder;
     auto receiver = std::make_unique<Listener>();
     auto other = std::make_unique<Listener>();
+    ASSERT_TRUE(receiver->Listens() && other->Listens());
     RunningShow show(WriteShow(
         folder, Bars("tone=\"440\"") +
                     Output("bars", "told", "MPEG-TS", receiver->Address() + "?connect=1", kX264) +
