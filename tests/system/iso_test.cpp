@@ -176,8 +176,10 @@ ProcessResult Live(const std::string& show, std::vector<std::string> options) {
 
 TEST(IsoInAShow, RecordsOneSourceIntoItsOwnFile) {
     const TestFolder folder;
-    const ProcessResult result =
-        Live(WriteShow(folder, LiveOutput(folder, "alone", "alone.mov")), {"--seconds", "2"});
+    liveKit::RunningShow show(liveKit::WriteShow(
+        folder, liveKit::Bars("tone=\"440\"") + LiveOutput(folder, "alone", "alone.mov")));
+    ASSERT_TRUE(show.PlayTo(1)) << show.End().err;
+    const ProcessResult result = show.Quit();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     const std::string movie = folder.File("alone.mov");
     EXPECT_EQ(ProbeStream(movie, "v:0", "codec_name"), "mjpeg");
