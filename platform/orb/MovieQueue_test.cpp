@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <new>
@@ -13,6 +12,7 @@
 
 #include "orb/testComponents.h"
 
+#include "tests/support/TestFolder.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/WaitUntil.h"
 
@@ -372,7 +372,9 @@ TEST_F(MovieQueueTest, AFileThatHasNoMemoryToBeginMayBeTriedAgain) {
 }
 
 // Runs in a process of its own, where the signal of a file that grew too large would be the end.
-int record_beyond_the_largest_file(const std::string& path) {
+int record_beyond_the_largest_file() {
+    const tests::TestFolder folder;
+    const std::string path = folder.File("grown.mov");
     constexpr rlim_t kLargest = 8000000;
     const rlimit limit{kLargest, kLargest};
     if (std::signal(SIGXFSZ, SIG_DFL) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
@@ -397,10 +399,8 @@ int record_beyond_the_largest_file(const std::string& path) {
 
 TEST_F(MovieQueueTest, AFileThatMayNotGrowIsAFailedWriteAndNotTheEndOfTheHost) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::string path = testing::TempDir() + "grown.mov";
-    EXPECT_EXIT(std::_Exit(record_beyond_the_largest_file(path)), testing::ExitedWithCode(0),
+    EXPECT_EXIT(std::_Exit(record_beyond_the_largest_file()), testing::ExitedWithCode(0),
                 "File too large");
-    std::remove(path.c_str());
 }
 
 TEST_F(MovieQueueTest, DestroyedWithoutFinishLeavesTheFileAsItIs) {

@@ -12,16 +12,15 @@
 
 #include "spar/zFileStream.h"
 
+#include "tests/support/TestFolder.h"
+
 namespace {
 
 class Directory : public ::testing::Test {
 protected:
     Directory() : fDirectory(zDirectory::Factory()) {
-        fRoot = ::testing::TempDir() + "/directory_test";
-        EXPECT_EQ(fDirectory->RemoveWithContent(fRoot.c_str()), 0);
         EXPECT_EQ(fDirectory->Create((fRoot + "/inner/most").c_str()), 0);
     }
-    ~Directory() override { fDirectory->RemoveWithContent(fRoot.c_str()); }
 
     std::string Path(const char* name) const { return fRoot + "/" + name; }
     void Touch(const char* name) {
@@ -29,7 +28,8 @@ protected:
         ASSERT_EQ(file.Open(), 0);
     }
 
-    std::string fRoot;
+    const tests::TestFolder fFolder;
+    const std::string fRoot = fFolder.File("directory_test");
     const std::unique_ptr<zDirectory> fDirectory;
 };
 

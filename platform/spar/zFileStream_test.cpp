@@ -9,6 +9,8 @@
 #include "spar/zDirectory.h"
 #include "spar/zMemoryStream.h"
 
+#include "tests/support/TestFolder.h"
+
 namespace {
 
 constexpr int kNoFile = -5002;
@@ -19,8 +21,6 @@ constexpr int kInvalid = -5022;
 class FileStream : public ::testing::Test {
 protected:
     FileStream() : fDirectory(zDirectory::Factory()) {
-        fFolder = ::testing::TempDir() + "/file_stream_test";
-        EXPECT_EQ(fDirectory->RemoveWithContent(fFolder.c_str()), 0);
         EXPECT_EQ(fDirectory->Create(fFolder.c_str()), 0);
     }
     ~FileStream() override { EXPECT_EQ(fDirectory->RemoveWithContent(fFolder.c_str()), 0); }
@@ -42,7 +42,8 @@ protected:
         return text;
     }
 
-    std::string fFolder;
+    const tests::TestFolder fParent;
+    const std::string fFolder = fParent.File("file_stream_test");
     const std::unique_ptr<zDirectory> fDirectory;
 };
 

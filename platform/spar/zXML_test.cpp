@@ -15,6 +15,7 @@
 #include "spar/zStringID.h"
 
 #include "tests/support/SweepStride.h"
+#include "tests/support/TestFolder.h"
 #include "tests/support/randomRecords.h"
 #include "tests/support/xmlRecords.h"
 
@@ -574,7 +575,8 @@ TEST(zXML, ThreadsMayReadAndWriteAtOnce) {
 }
 
 TEST(zXML, ReadsAFile) {
-    const std::string path = ::testing::TempDir() + "/xml_test.xml";
+    const tests::TestFolder folder;
+    const std::string path = folder.File("xml_test.xml");
     zRecord record = tagged("a");
     for (int i = 0; i < 3000; ++i) add_child(record, "child").SetInt32("n", i);
     zFileStream file(path.c_str(), Z_FILE_WRITE, false);
@@ -586,7 +588,7 @@ TEST(zXML, ReadsAFile) {
     EXPECT_TRUE(Same(back, record));
     EXPECT_EQ(zFileStream::RemoveFile(path.c_str()), 0);
     EXPECT_EQ(zXML::ParseFile(kRead, &back, path.c_str()), -5002) << "no such file";
-    EXPECT_EQ(zXML::ParseFile(kRead, &back, ::testing::TempDir().c_str()), -5021) << "a folder";
+    EXPECT_EQ(zXML::ParseFile(kRead, &back, folder.Path().c_str()), -5021) << "a folder";
     EXPECT_TRUE(Same(back, record));
 }
 

@@ -286,7 +286,8 @@ TEST(AvMovieFile, EmptySamplesAreTaken) {
     for (const unsigned int container : {'mov ', 'mp4 ', 'ts  '}) {
         MovieFileOptions options;
         options.containerType = container;
-        const std::string path = testing::TempDir() + "empty_samples";
+        const tests::TestFolder folder;
+        const std::string path = folder.File("empty_samples");
         const std::unique_ptr<MovieFile> file = MakeAvMovieFile(path.c_str(), options);
         ASSERT_TRUE(file);
         MovieTrack track;
@@ -305,7 +306,6 @@ TEST(AvMovieFile, EmptySamplesAreTaken) {
             EXPECT_EQ(file->WriteSample(0, sample), 0) << i;
         }
         EXPECT_EQ(file->Finish(), 0);
-        std::filesystem::remove(path);
     }
 }
 
