@@ -94,6 +94,10 @@ class Failures : public AddonTest {};
 
 // Waits for real: a tenth of a second for the end of an output that has none.
 TEST_F(Failures, ADiskThatNeverAnswersKeepsNobody) {
+    {
+        const std::lock_guard<std::mutex> lock(gGateLock);
+        gGateOpen = false;
+    }
     MovieFileInventory::Add('mov ', make_stuck_disk);
     Camera camera(1);
     zRecord settings;
