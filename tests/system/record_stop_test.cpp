@@ -131,11 +131,12 @@ TEST(RecordStop, ANetworkPeerThatSaysNoMoreKeepsNobodyWaiting) {
     const std::string file = folder.File("out.mov");
     Recording recording("tcp://127.0.0.1:" + port, file, {"--video", "MJPEG", "--audio", "pcm"});
     double before = -1;
+    int alike = 1;
     recording.WaitUntil([&](const std::string& line) {
         const double now = NumberOf(line, "frames");
-        const bool stands = now > 0 && now == before;
+        alike = now == before ? alike + 1 : 1;
         before = now;
-        return stands;
+        return now > 0 && alike == 3;
     });
     ExpectStopped(recording.StopBy(SIGINT));
     EXPECT_GE(CountFrames(file), before);
