@@ -162,7 +162,7 @@ TEST_F(Outputs, BytesFillAQueueToo) {
 
 TEST_F(Outputs, AFullQueueThatWaitsLosesNothingWhileItMoves) {
     const auto output = make({2, 1 << 20, true});
-    for (int i = 0; i < 300; ++i) output->WriteVideo(nullptr, picture(i));
+    for (int i = 0; i < 300; ++i) output->WriteVideo(nullptr, picture(40 * i));
     output->Stop();
     EXPECT_EQ(output->fWritten, 300);
     EXPECT_EQ(output->Failure(), 0);
