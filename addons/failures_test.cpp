@@ -15,6 +15,7 @@
 #include "orb/container/MovieFile.h"
 #include "tarn/writers/writerErrors.h"
 
+#include "tests/support/FullDisk.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/addonHost.h"
 #include "tests/support/orbDoubles.h"
@@ -25,31 +26,6 @@ using namespace Quillon::Orb;
 namespace {
 
 constexpr double kFrame = 1001.0 / 30000;
-
-/// A movie file on a disk that is full after so many samples, if its name says so.
-class FullDisk final : public MovieFile {
-public:
-    FullDisk(const char* path, const MovieFileOptions& options)
-        : fPath(path), fFile(MakeMovieFile(path, options)) {}
-
-    int AddTrack(const MovieTrack& track) override { return fFile->AddTrack(track); }
-    Result Begin() override { return fFile->Begin(); }
-    Result WriteSample(int track, const MovieSample& sample) override {
-        const bool isFull = fPath.find("full") != std::string::npos && ++fSamples > 20;
-        if (isFull) return ResultError("%s: no space left on device", fPath.c_str());
-        return fFile->WriteSample(track, sample);
-    }
-    Result Finish() override { return fFile->Finish(); }
-
-private:
-    const std::string fPath;
-    const std::unique_ptr<MovieFile> fFile;
-    int fSamples = 0;
-};
-
-std::unique_ptr<MovieFile> make_full_disk(const char* path, const MovieFileOptions& options) {
-    return std::make_unique<FullDisk>(path, options);
-}
 
 std::mutex gGateLock;
 std::condition_variable gGate;
@@ -163,7 +139,7 @@ TEST_F(Failures, ADiskThatComesBackGoesOn) {
 }
 
 TEST_F(Failures, AFullDiskEndsOneOutputAndNoOther) {
-    MovieFileInventory::Add('mov ', make_full_disk);
+    const tests::FullDisk disk(20, true, "full");
     Camera camera(1);
     Show full("Shared QuickTime", {camera.H264(), camera.Aac()});
     Show fullRaw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
@@ -175,7 +151,6 @@ TEST_F(Failures, AFullDiskEndsOneOutputAndNoOther) {
     ASSERT_EQ(wellRaw.Add(fFolder.File("well_raw.mov")), 0);
     camera.Write(0, 90);
     for (Show* show : {&full, &fullRaw, &well, &wellRaw}) EXPECT_EQ(show->Remove(), 0);
-    MovieFileInventory::Add('mov ', nullptr);
 
     for (Show* show : {&full, &fullRaw}) {
         const tn_output_statistics statistics = show->Statistics(TN_MEDIA_VIDEO);
@@ -408,7 +383,7 @@ TEST_F(Failures, PicturesWhoseTimesStepBackAreRecorded) {
 }
 
 TEST_F(Failures, AnOutputThatFailedMayBeginAnew) {
-    MovieFileInventory::Add('mov ', make_full_disk);
+    const tests::FullDisk disk(20, true, "full");
     Camera camera(1);
     Show show("Shared QuickTime", {camera.H264(), camera.Aac()});
     ASSERT_EQ(show.Add(fFolder.File("full.mov")), 0);
@@ -419,7 +394,6 @@ TEST_F(Failures, AnOutputThatFailedMayBeginAnew) {
     EXPECT_EQ(show.Statistics(TN_MEDIA_VIDEO).fState, 0);
     camera.Write(60, 120);
     ASSERT_EQ(show.Remove(), 0);
-    MovieFileInventory::Add('mov ', nullptr);
     EXPECT_GT(PacketsOf(fFolder.File("well.mov"), "v:0").size(), 20u);
 }
 

@@ -1,13 +1,10 @@
 // What outputs tell of themselves: failures up to the last byte of a file, what they go on
 // without, and nothing of what is over.
 
-#include <atomic>
-
-#include "orb/MovieFileInventory.h"
-#include "orb/container/MovieFile.h"
 #include "orb/testSupport.h"
 #include "tarn/writers/writerErrors.h"
 
+#include "tests/support/FullDisk.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/addonHost.h"
 #include "tests/support/orbDoubles.h"
@@ -18,50 +15,6 @@ using namespace Quillon::Orb;
 namespace {
 
 constexpr int kMany = 1 << 30;
-
-std::atomic<int> gSamples{0};
-std::atomic<bool> gTakesEnd{true};
-
-class DiskFile final : public MovieFile {
-public:
-    DiskFile(const char* path, const MovieFileOptions& options)
-        : fPath(path), fFile(MakeMovieFile(path, options)) {}
-
-    int AddTrack(const MovieTrack& track) override { return fFile->AddTrack(track); }
-    Result Begin() override { return fFile->Begin(); }
-    Result WriteSample(int track, const MovieSample& sample) override {
-        return ++fSamples > gSamples ? is_full() : fFile->WriteSample(track, sample);
-    }
-    Result Finish() override {
-        Result finished = fFile->Finish();
-        return gTakesEnd ? std::move(finished) : is_full();
-    }
-
-private:
-    Result is_full() const { return ResultError("%s: no space left on device", fPath.c_str()); }
-
-    const std::string fPath;
-    const std::unique_ptr<MovieFile> fFile;
-    int fSamples = 0;
-};
-
-/// A disk under QuickTime files that takes so many samples of each, and the end of a file or not.
-class Disk {
-public:
-    Disk(int samples, bool takesEnd) {
-        gSamples = samples;
-        gTakesEnd = takesEnd;
-        MovieFileInventory::Add('mov ', make);
-    }
-    ~Disk() { MovieFileInventory::Add('mov ', nullptr); }
-    Disk(const Disk&) = delete;
-    Disk& operator=(const Disk&) = delete;
-
-private:
-    static std::unique_ptr<MovieFile> make(const char* path, const MovieFileOptions& options) {
-        return std::make_unique<DiskFile>(path, options);
-    }
-};
 
 /// The second output of a transport stream's movie, to an address that nobody listens at.
 int update_address(Show& show, tn_output_update what) {
@@ -91,7 +44,7 @@ void write_short_picture(const Camera& camera, int frame) {
 class Reports : public AddonTest {};
 
 TEST_F(Reports, AFileWhoseEndFailsSaysSo) {
-    const Disk disk(kMany, false);
+    const tests::FullDisk disk(kMany, false);
     Camera camera(1);
     Show raw("QuickTime", {camera.Picture("MJPEG"), camera.Sound("PCM")});
     Show muxed("Shared QuickTime", {camera.H264(), camera.Aac()});
@@ -112,7 +65,7 @@ TEST_F(Reports, AFileWhoseEndFailsSaysSo) {
 // The last picture is held until the file is closed, so that no write can tell of it.
 TEST_F(Reports, APictureForWhichThereIsNoRoomAtTheEndIsToldOf) {
     constexpr int kRoom = 20;
-    const Disk disk(kRoom, true);
+    const tests::FullDisk disk(kRoom, true);
     Camera camera(1);
     Show show("QuickTime", {camera.Picture("MJPEG")});
     ASSERT_EQ(show.Add(fFolder.File("a.mov")), 0);
@@ -131,7 +84,7 @@ TEST_F(Reports, APictureForWhichThereIsNoRoomAtTheEndIsToldOf) {
 
 // At a frame a second, a row of lost pictures would be half a minute of a recording.
 TEST_F(Reports, AFileThatTakesNothingMoreIsToldOfWithItsNextPicture) {
-    const Disk disk(20, true);
+    const tests::FullDisk disk(20, true);
     TraceCatcher trace;
     Camera camera(1);
     Show show("QuickTime", {camera.Picture("MJPEG")});
