@@ -393,7 +393,7 @@ bool Recorder::keep_pace(double seconds, const std::atomic<bool>& stop) {
 
 void Recorder::record_video(const std::atomic<bool>& stop) {
     const double tick = 1.0 / static_cast<double>(fVideo->Format().AsInt64('tmsc', 1));
-    while (!has_ended(stop)) {
+    while (wait_for_room(stop)) {
         ClipFrame frame;
         const bool decoded = fVideo->Next(frame);
         fVideoStartSeconds = fVideo->StartSeconds();
@@ -401,17 +401,22 @@ void Recorder::record_video(const std::atomic<bool>& stop) {
         const double at = static_cast<double>(frame.time) * tick;
         fCameToEnd = decoded ? fOptions.limit > 0 && at >= fOptions.limit : !fVideo->GaveUp();
         if (!decoded || fCameToEnd) break;
-        if (!keep_pace(at, stop) || !write_video(frame, stop)) break;
+        if (!keep_pace(at, stop) || !write_video(frame)) break;
         fFigures.seconds = static_cast<double>(frame.time + frame.duration) * tick;
     }
     fVideoStarted = true;
     fVideoEnded = true;
 }
 
+// Before a picture is read: one that waits beside those of the encoder is memory for nothing.
 // Looking again where the encoder begins with a picture, and not at any time, puts the reading of
 // the next one where an encoder in slices leaves a core free, instead of in the midst of a slice.
-bool Recorder::write_video(ClipFrame& frame, const std::atomic<bool>& stop) {
+bool Recorder::wait_for_room(const std::atomic<bool>& stop) {
     while (!fWriter->IsVideoReady() && !has_ended(stop)) fPictureTaken.WaitFor(kLongestWaitUs);
+    return !has_ended(stop);
+}
+
+bool Recorder::write_video(ClipFrame& frame) {
     frame.pixels = RObject<CPixelDataReference>(
         new WaitingPixels(std::move(frame.pixels), fFigures.queued, fPictureTaken));
     FrameBuffer buffer(frame);

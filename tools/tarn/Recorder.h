@@ -84,7 +84,8 @@ private:
 
     void guarded(void (Recorder::*record)(const std::atomic<bool>&), const std::atomic<bool>& stop);
     void record_video(const std::atomic<bool>& stop);
-    bool write_video(ClipFrame& frame, const std::atomic<bool>& stop);
+    bool wait_for_room(const std::atomic<bool>& stop);
+    bool write_video(ClipFrame& frame);
     void record_audio(const std::atomic<bool>& stop);
     bool write_audio(const short* pcm, std::size_t samples, const std::atomic<bool>& stop);
     long long audio_frames_due(bool& final) const;
