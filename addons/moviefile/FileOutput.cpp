@@ -98,7 +98,7 @@ int FileOutput::write_picture(const MediaItem& item) {
     Frame frame(static_cast<RawVideoBuffer&>(*item.picture),
                 fStartTicks + std::llround(cutMs * fTicksPerMs));
     const int code = fWriter->WriteVideo(frame);
-    count_bytes();
+    count_pictures();
     if (code == 0 || !bear(fLostPictures, code)) return code;
     return kLeftOut;
 }
@@ -163,7 +163,7 @@ int FileOutput::write_block(const unsigned char* data, long long frames, long lo
     Block block;
     const int code =
         fWriter->WriteAudioPacket(&block, 0, 0, data, static_cast<int>(frames * frameBytes));
-    count_bytes();
+    count_sound();
     if (code == kWriterAudioConversion) return bear_unconverted(frames);
     fUnconverted = 0;
     return code == 0 || !bear(fLostSound, code) ? code : kLeftOut;
@@ -199,14 +199,18 @@ int FileOutput::write_silence(long long frameBytes) {
 
 int FileOutput::finish_file() {
     fWriter->Close();
-    count_bytes();
+    count_pictures();
+    count_sound();
     if (fWriter->HasFailed()) return kWriterNoFile;
     return fLostPictures.Last() != 0 ? fLostPictures.Last() : fLostSound.Last();
 }
 
-void FileOutput::count_bytes() {
+void FileOutput::count_pictures() {
     fPictureBytes.store(fWriter->BytesWritten(true));
-    fSoundBytes.store(fWriter->BytesWritten(false));
     fLostPictures.GrowTo(fPictureBytes.load());
+}
+
+void FileOutput::count_sound() {
+    fSoundBytes.store(fWriter->BytesWritten(false));
     fLostSound.GrowTo(fSoundBytes.load());
 }

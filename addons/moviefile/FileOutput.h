@@ -38,7 +38,8 @@ private:
     bool bear(FailureRow& row, int code);
     int bear_unconverted(long long frames);
     int write_silence(long long frameBytes);
-    void count_bytes();
+    void count_pictures();
+    void count_sound();
 
     const unsigned int fContainerType;
     const tnMediaRecord fPictures;
