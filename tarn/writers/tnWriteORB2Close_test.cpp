@@ -169,17 +169,22 @@ TEST_F(Writer, ClosedStreamsCloseAgainAtOnce) {
     EXPECT_EQ(fFile.samples.size(), 1u) << "the held frame left with the close";
 }
 
+/// The code of the first picture that is not taken.
+int write_until_refused(tnWriteORB2& writer) {
+    int code = 0;
+    for (int i = 0; code == 0; ++i) {
+        Frame frame(i * 1001, 1001);
+        code = writer.WriteVideo(frame);
+    }
+    return code;
+}
+
 TEST_F(Writer, TellsOfAFileThatFailedWhileItRunsAndOnceItIsClosed) {
     EXPECT_FALSE(fWriter->HasFailed()) << "there is none";
     fFile.failAtSample = 1;
     ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
     EXPECT_FALSE(fWriter->HasFailed());
-    int code = 0;
-    for (int i = 0; code == 0; ++i) {
-        Frame frame(i * 1001, 1001);
-        code = fWriter->WriteVideo(frame);
-    }
-    EXPECT_EQ(code, -1052);
+    EXPECT_EQ(write_until_refused(*fWriter), -1052);
     EXPECT_TRUE(fWriter->HasFailed());
     EXPECT_EQ(fWriter->CloseStreams(1'000'000), 0);
     EXPECT_TRUE(fWriter->HasFailed());
@@ -206,12 +211,7 @@ TEST_F(Writer, TellsOfAFileThatFailedAsItWasClosed) {
 TEST_F(Writer, APictureThatFailsAloneIsNoFailureOfTheFile) {
     ASSERT_EQ(set_up(encoded_video("MJPEG")), 0);
     fScript.failSample = true;
-    int code = 0;
-    for (int i = 0; code == 0; ++i) {
-        Frame frame(i * 1001, 1001);
-        code = fWriter->WriteVideo(frame);
-    }
-    EXPECT_EQ(code, -1052);
+    EXPECT_EQ(write_until_refused(*fWriter), -1052);
     EXPECT_FALSE(fWriter->HasFailed());
     fWriter->Close();
     EXPECT_FALSE(fWriter->HasFailed());
