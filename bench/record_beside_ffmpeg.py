@@ -11,10 +11,11 @@ loop reads planar frames and encodes on one thread, and writes nothing.
 The programs run in turns, each turn in an order drawn anew, so that whatever else the machine does
 falls on all alike. "x ffmpeg" is the median of the turns' own ratios.
 
-Instead of time, "instructions" counts what each program executes outside the kernel, with valgrind: the
-same from run to run, whatever else the machine does. Of each program it tells what the library that
-encodes takes, what loading the program takes, which a longer clip makes small, and what is left: no
-program that calls the same encoder is faster by more than the rest of the other one.
+Instead of time, "instructions" counts what each program executes outside the kernel, with valgrind:
+within a hundredth the same from run to run, whatever else the machine does (an encoder of several
+threads decides by what is ready). Of each program it tells what the library that encodes takes, what
+loading the program takes, which a longer clip makes small, and what is left: no program that calls the
+same encoder can spare more than that rest.
 Usage: record_beside_ffmpeg.py [ROUNDS] [FRAMES]
        record_beside_ffmpeg.py instructions [FRAMES]
 """
